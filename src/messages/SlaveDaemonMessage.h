@@ -1,0 +1,56 @@
+// The record that the render slave and the daemon exchange over the slave monitor's connection, and the
+// status that the monitor derives from it. Pure functions on bytes; every integer on the wire is
+// little-endian.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace quelta {
+
+enum class SlaveMessageType : uint32_t
+{
+    AUTHENTICATING = 0, ///< Slave: alive, not initialised yet.
+    SLAVE_INFO = 1,     ///< Slave: initialised; carries its version and number of GPUs.
+    SLAVE_STATUS = 2,   ///< Slave: heartbeat.
+    STOP_SLAVE = 3      ///< Daemon: please end.
+};
+
+/** How far the slave has come, by its latest valid message. Nothing forces the values to follow in order. */
+enum SlaveStatus : uint32_t
+{
+    STATUS_STARTING = 0,       ///< No valid message yet.
+    STATUS_AUTHENTICATING = 1, ///< AUTHENTICATING; no time limit applies.
+    STATUS_INITIALIZED = 2,    ///< SLAVE_INFO.
+    STATUS_RUNNING = 3         ///< SLAVE_STATUS.
+};
+
+struct SlaveDaemonMessage
+{
+    static constexpr size_t size = 20; ///< Bytes on the wire.
+    static constexpr uint32_t headerValue = 0x7FCE720D;
+    static constexpr uint32_t versionValue = 1;
+    static constexpr uint32_t highestType = 5; ///< Types up to this are valid, though four have a meaning.
+
+    using Bytes = std::array<uint8_t, size>;
+
+    SlaveMessageType type = SlaveMessageType::AUTHENTICATING;
+    uint32_t numGpus = 0;      ///< Read in SLAVE_INFO only.
+    uint32_t slaveVersion = 0; ///< Read in SLAVE_INFO only.
+
+    /** The message that asks the slave to end. */
+    static SlaveDaemonMessage createStopMessage();
+
+    /** Checks `size` received bytes and, if they are a valid message, fills `message` and returns true.
+        Otherwise logs which test failed as an error, leaves `message` alone and returns false. */
+    static bool fromData(const void* data, size_t size, SlaveDaemonMessage& message);
+
+    /** The message's bytes. */
+    Bytes encode() const;
+
+    /** "AUTHENTICATING", ..., or "unknown". */
+    static const char* getTypeName(SlaveMessageType type);
+};
+
+} // namespace quelta
