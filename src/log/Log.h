@@ -15,19 +15,19 @@
     __attribute__((format(printf, formatIndex, firstArgument)))
 
 /** Logs under the flag `daemon`; the arguments are evaluated only when it is set. */
-#define QUELTA_LOG_DAEMON(...)                            \
-    do                                                    \
-    {                                                     \
-        if (::quelta::flags::daemon != 0)                 \
-            ::quelta::logPrintf("daemon", __VA_ARGS__);   \
+#define QUELTA_LOG_DAEMON(...)                          \
+    do                                                  \
+    {                                                   \
+        if (::quelta::flags::daemon != 0)               \
+            ::quelta::logPrintf("daemon", __VA_ARGS__); \
     } while (false)
 
 /** Logs under the flag `daemonDetail`; the arguments are evaluated only when it is set. */
-#define QUELTA_LOG_DAEMON_DETAIL(...)                     \
-    do                                                    \
-    {                                                     \
-        if (::quelta::flags::daemonDetail != 0)           \
-            ::quelta::logPrintf("daemon", __VA_ARGS__);   \
+#define QUELTA_LOG_DAEMON_DETAIL(...)                   \
+    do                                                  \
+    {                                                   \
+        if (::quelta::flags::daemonDetail != 0)         \
+            ::quelta::logPrintf("daemon", __VA_ARGS__); \
     } while (false)
 
 namespace quelta {

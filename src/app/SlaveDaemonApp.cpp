@@ -1,0 +1,118 @@
+#include "app/SlaveDaemonApp.h"
+
+#include "app/CommandLine.h"
+#include "app/SlaveProcess.h"
+#include "app/StartupSummary.h"
+#include "log/Log.h"
+#include "platform/QuitSignals.h"
+#include "platform/Sockets.h"
+
+namespace quelta {
+
+namespace {
+
+constexpr int pollIntervalMs = 100;
+constexpr int lowestPort = 1024;
+
+} // namespace
+
+const juce::String SlaveDaemonApp::getApplicationName()
+{
+    return "Quelta Slave Daemon";
+}
+
+const juce::String SlaveDaemonApp::getApplicationVersion()
+{
+    return "4.00 XB1 (experimental build)";
+}
+
+bool SlaveDaemonApp::moreThanOneInstanceAllowed()
+{
+    return true; // each with a port of its own
+}
+
+void SlaveDaemonApp::systemRequestedQuit()
+{
+    quit();
+}
+
+void SlaveDaemonApp::initialise(const juce::String& commandLine)
+{
+    // Ctrl-C ends the process at once until there is something to take down in order.
+    platform::restoreDefaultInterrupt();
+
+    flags::logToStdout = 1;
+    initLog(juce::File::getSpecialLocation(juce::File::currentExecutableFile)
+                .getParentDirectory()
+                .getFullPathName()
+                .toRawUTF8());
+    QUELTA_LOG_DAEMON("Command line:");
+    QUELTA_LOG_DAEMON("%s", commandLine.toRawUTF8());
+
+    DaemonSettings settings;
+    SlaveInformation information;
+
+    if (!readSettings(settings) || !gatherInformation(settings, information))
+    {
+        quit();
+        return;
+    }
+
+    printStartupSummary(settings, information.version, information.numGpus);
+    platform::installQuitHandlers();
+    platform::startWinsock();
+    networkThread = std::make_unique<DaemonNetworkThread>(settings, information.version, information.numGpus);
+}
+
+void SlaveDaemonApp::shutdown()
+{
+    platform::resetQuitHandlers();
+    networkThread.reset();
+    shutdownLog();
+    platform::stopWinsock();
+}
+
+bool SlaveDaemonApp::parseCommandLine(DaemonSettings& settings, juce::String& slavePath)
+{
+    return quelta::parseCommandLine(getCommandLineParameterArray(), settings, slavePath);
+}
+
+/** The settings, checked; false when something is wrong with them, which has been logged then. */
+bool SlaveDaemonApp::readSettings(DaemonSettings& settings)
+{
+    juce::String slavePath;
+
+    if (!parseCommandLine(settings, slavePath))
+        return false;
+
+    settings.slaveExecutable = juce::File::getCurrentWorkingDirectory().getChildFile(slavePath);
+
+    if (!settings.slaveExecutable.existsAsFile())
+    {
+        logError("\"%s\" is not an existing file.", settings.slaveExecutable.getFullPathName().toRawUTF8());
+        return false;
+    }
+
+    if (settings.daemonPort < lowestPort)
+    {
+        logError("daemon port %d is invalid, should be in range 1024..65535", settings.daemonPort);
+        return false;
+    }
+
+    return true;
+}
+
+/** Runs the slave once; false when that failed, which has been logged then. */
+bool SlaveDaemonApp::gatherInformation(const DaemonSettings& settings, SlaveInformation& information)
+{
+    logUnprefixed("Launching slave to gather information:\n\n\n");
+    SlaveProcess slave(0, 0, settings, true, nullptr);
+
+    while (slave.isThreadRunning())
+        juce::Thread::sleep(pollIntervalMs);
+
+    information = {slave.getSlaveVersion(), slave.getNumProvidedGpus()};
+    return !slave.hasFailed();
+}
+
+} // namespace quelta

@@ -1,0 +1,159 @@
+#include "app/SlaveProcess.h"
+
+#include "log/Log.h"
+#include "slave/SlaveMonitor.h"
+
+namespace quelta {
+
+namespace {
+
+constexpr int pollIntervalMs = 100;
+
+const char* describe(SlaveHang hang)
+{
+    switch (hang)
+    {
+        case SlaveHang::duringStartup:
+            return "detected that slave is hanging during startup -> stopping slave";
+        case SlaveHang::afterInitialisation:
+            return "detected that slave is hanging after initialization -> stopping slave";
+        case SlaveHang::heartBeatStopped:
+            return "detected that heart beat of slave stopped -> stopping slave";
+        case SlaveHang::none:
+            break;
+    }
+
+    return "";
+}
+
+} // namespace
+
+SlaveProcess::SlaveProcess(uint32_t address, uint16_t port, const DaemonSettings& daemonSettings,
+                           bool onlyInformation, SlaveProcessOwner* processOwner,
+                           const SlaveTimeLimits& timeLimits)
+    : Thread("SlaveProcess"),
+      masterAddress(address),
+      masterPort(port),
+      settings(daemonSettings),
+      infoRequest(onlyInformation),
+      owner(processOwner),
+      limits(timeLimits)
+{
+    logUnprefixed("\n");
+    startThread();
+}
+
+SlaveProcess::~SlaveProcess()
+{
+    stopThread(-1); // run ends by itself: what it waits for has limits
+}
+
+void SlaveProcess::run()
+{
+    SlaveMonitor monitor(settings.daemonPort);
+
+    if (!launch(monitor))
+        return;
+
+    const auto step = watch(monitor);
+    slaveVersion = monitor.getSlaveVersion();
+    numProvidedGpus = monitor.getNumGpus();
+    conclude(monitor, step);
+}
+
+bool SlaveProcess::launch(const SlaveMonitor& monitor)
+{
+    const auto commandLine =
+        buildSlaveCommandLine(settings, masterAddress, masterPort, monitor.getPort(), infoRequest);
+    const auto error = process.launch(settings.slaveExecutable, commandLine);
+
+    if (error == 0)
+        return true;
+
+    failed = true;
+    logError("failed to launch Quelta slave: %d", error);
+    return false;
+}
+
+/** Returns when there is nothing more to watch: the slave has ended or has to be stopped. */
+SlaveNextStep SlaveProcess::watch(const SlaveMonitor& monitor)
+{
+    bool initialisedSeen = false;
+
+    while (!threadShouldExit())
+    {
+        sleep(pollIntervalMs);
+        const auto verdict = judgeSlave(observe(monitor), limits);
+
+        if (verdict.hang != SlaveHang::none)
+        {
+            failed = true;
+            logUnprefixed("%s", describe(verdict.hang));
+        }
+
+        if (verdict.initialised && !initialisedSeen)
+        {
+            initialisedSeen = true;
+
+            if (hasListener())
+                owner->notifySlaveRunning();
+        }
+
+        if (verdict.nextStep != SlaveNextStep::keepWatching)
+            return verdict.nextStep;
+    }
+
+    return SlaveNextStep::stop;
+}
+
+/** The status is read after the exit state, so that the last message of a slave that has ended still counts.
+ */
+SlaveObservation SlaveProcess::observe(const SlaveMonitor& monitor)
+{
+    SlaveObservation seen;
+    seen.running = process.isRunning();
+    monitor.getStatus(seen.status, seen.millisecondsSinceLastMessage);
+    seen.askedToStop = threadShouldExit();
+    seen.infoRequest = infoRequest;
+    return seen;
+}
+
+void SlaveProcess::conclude(SlaveMonitor& monitor, SlaveNextStep step)
+{
+    if (step == SlaveNextStep::crashed)
+    {
+        failed = true;
+        logUnprefixed("slave crashed or was stopped via CTRL-C");
+    }
+
+    const bool stillRunning = step == SlaveNextStep::stop && !stopGracefully(monitor);
+
+    if (failed && hasListener())
+        owner->notifySlaveFailed();
+
+    if (stillRunning)
+    {
+        logUnprefixed("slave didn't stop gracefully, killing process by force");
+        process.kill();
+    }
+}
+
+/** Asks the slave to end and waits for it; false if it is still there when its time is up. */
+bool SlaveProcess::stopGracefully(SlaveMonitor& monitor)
+{
+    monitor.sendStopMessage();
+    const auto asked = juce::Time::getMillisecondCounter();
+
+    for (;;)
+    {
+        sleep(pollIntervalMs);
+
+        if (!process.isRunning())
+            return true;
+
+        if (juce::Time::getMillisecondCounter() - asked >= limits.gracefulStop)
+            return false;
+    }
+}
+
+} // namespace quelta

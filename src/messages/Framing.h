@@ -1,0 +1,12 @@
+// How records travel over TCP: in the framework's message framing, an 8-byte block of two little-endian words
+// (magic number, payload length in bytes) ahead of every record.
+#pragma once
+
+#include <cstdint>
+
+namespace quelta {
+
+/** The framework's default magic number, which every peer uses. */
+constexpr uint32_t frameMagic = 0xF2B49E2C;
+
+} // namespace quelta

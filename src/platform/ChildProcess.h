@@ -1,0 +1,42 @@
+// The render slave as a process of the system.
+//
+// One object is one launch. All calls come from the thread that launched, which has to outlive the process:
+// where the system kills a child whose parent died, it goes by that thread.
+#pragma once
+
+#include <memory>
+
+#include <juce_core/juce_core.h>
+
+namespace quelta::platform {
+
+class ChildProcess
+{
+public:
+    ChildProcess();
+    ~ChildProcess();
+
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    /** Starts `executable` with `commandLine` (its first word is the name that the child sees), in the
+        executable's folder, with the daemon's environment and standard streams and nothing else of it.
+       Returns 0, or the system's error number. A child that runs when this process is killed is killed too.
+     */
+    int launch(const juce::File& executable, const juce::String& commandLine);
+
+    /** Whether the process has not ended yet. */
+    bool isRunning();
+
+    /** Ends the process by force; returns within half a second, even if the system cannot end it now. */
+    void kill();
+
+private:
+    struct Handle;
+    std::unique_ptr<Handle> handle;
+};
+
+/** Lets go of killed children that had not ended when they were given up. Any thread; cheap. */
+void reapKilledChildren();
+
+} // namespace quelta::platform

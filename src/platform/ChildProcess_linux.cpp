@@ -1,0 +1,217 @@
+#include "platform/ChildProcess.h"
+
+#include <fcntl.h>
+#include <linux/close_range.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <string>
+#include <vector>
+
+#include "util/CommandLineSplitter.h"
+
+namespace quelta::platform {
+
+namespace {
+
+constexpr int longestReapMs = 500;
+
+/** Children that were killed but had not ended in time, such as one stuck in a driver. */
+struct KilledChildren
+{
+    juce::CriticalSection lock; ///< Guards `pids`.
+    std::vector<pid_t> pids;
+};
+
+KilledChildren& getKilledChildren()
+{
+    static auto* const children = new KilledChildren;
+    return *children;
+}
+
+/** Everything that the child needs between fork and exec, where nothing may be allocated. */
+struct ChildPlan
+{
+    ChildPlan(const juce::File& executable, const juce::String& commandLine)
+        : path(executable.getFullPathName().toStdString()),
+          folder(executable.getParentDirectory().getFullPathName().toStdString()),
+          arguments(splitCommandLine(commandLine.toRawUTF8()))
+    {
+        for (auto& argument : arguments)
+            argv.push_back(argument.data());
+
+        argv.push_back(nullptr);
+    }
+
+    std::string path;
+    std::string folder;
+    std::vector<std::string> arguments;
+    std::vector<char*> argv;
+    pid_t parent = getpid();
+    int highestDescriptor = static_cast<int>(sysconf(_SC_OPEN_MAX));
+    int errorPipe = -1; ///< Closed by a successful exec; otherwise carries the error number.
+};
+
+void closeOnExecAboveStandardStreams(int highestDescriptor)
+{
+    if (syscall(SYS_close_range, STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0)
+        return;
+
+    for (int descriptor = STDERR_FILENO + 1; descriptor < highestDescriptor; ++descriptor)
+        fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+}
+
+void restoreDefaultSignals()
+{
+    struct sigaction defaults = {};
+    defaults.sa_handler = SIG_DFL;
+
+    for (int number = 1; number < NSIG; ++number)
+        sigaction(number, &defaults, nullptr);
+
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+/** The child's side of the fork: async-signal-safe calls only. */
+[[noreturn]] void becomeSlave(const ChildPlan& plan)
+{
+    restoreDefaultSignals();
+    closeOnExecAboveStandardStreams(plan.highestDescriptor);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+
+    // The daemon may have died before the request above.
+    if (getppid() != plan.parent)
+        _exit(0);
+
+    if (chdir(plan.folder.c_str()) == 0)
+        execv(plan.path.c_str(), plan.argv.data());
+
+    const int error = errno;
+    [[maybe_unused]] const auto written = write(plan.errorPipe, &error, sizeof(error));
+    _exit(127);
+}
+
+/** The number that a failed exec reported, or 0 once exec has closed the pipe. */
+int readExecError(int pipe)
+{
+    int error = 0;
+    ssize_t count = 0;
+
+    do
+        count = read(pipe, &error, sizeof(error));
+    while (count < 0 && errno == EINTR);
+
+    return count == static_cast<ssize_t>(sizeof(error)) ? error : 0;
+}
+
+/** Forks with every signal blocked, so that no handler of the daemon runs in the child. */
+pid_t forkWithSignalsBlocked(const ChildPlan& plan, int& error)
+{
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+
+    const auto pid = fork();
+    error = errno;
+
+    if (pid == 0)
+        becomeSlave(plan);
+
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return pid;
+}
+
+bool hasEnded(pid_t pid)
+{
+    int status = 0;
+    const auto result = waitpid(pid, &status, WNOHANG);
+    return result == pid || (result < 0 && errno == ECHILD);
+}
+
+} // namespace
+
+struct ChildProcess::Handle
+{
+    pid_t pid = 0; ///< 0 when there is no child that still has to be waited for.
+};
+
+ChildProcess::ChildProcess() : handle(std::make_unique<Handle>()) {}
+
+ChildProcess::~ChildProcess()
+{
+    if (isRunning())
+        kill();
+}
+
+int ChildProcess::launch(const juce::File& executable, const juce::String& commandLine)
+{
+    reapKilledChildren();
+
+    ChildPlan plan(executable, commandLine);
+    int pipe[2];
+
+    if (pipe2(pipe, O_CLOEXEC) != 0)
+        return errno;
+
+    plan.errorPipe = pipe[1];
+    int error = 0;
+    const auto pid = forkWithSignalsBlocked(plan, error);
+    close(pipe[1]);
+
+    if (pid > 0)
+    {
+        error = readExecError(pipe[0]);
+
+        if (error == 0)
+            handle->pid = pid;
+        else
+            waitpid(pid, nullptr, 0);
+    }
+
+    close(pipe[0]);
+    return error;
+}
+
+bool ChildProcess::isRunning()
+{
+    if (handle->pid != 0 && hasEnded(handle->pid))
+        handle->pid = 0;
+
+    return handle->pid != 0;
+}
+
+void ChildProcess::kill()
+{
+    if (handle->pid == 0)
+        return;
+
+    ::kill(handle->pid, SIGKILL);
+
+    for (int waited = 0; isRunning() && waited < longestReapMs; ++waited)
+        juce::Thread::sleep(1);
+
+    if (handle->pid == 0)
+        return;
+
+    auto& killed = getKilledChildren();
+    const juce::ScopedLock sl(killed.lock);
+    killed.pids.push_back(handle->pid);
+    handle->pid = 0;
+}
+
+void reapKilledChildren()
+{
+    auto& killed = getKilledChildren();
+    const juce::ScopedLock sl(killed.lock);
+    killed.pids.erase(std::remove_if(killed.pids.begin(), killed.pids.end(), hasEnded), killed.pids.end());
+}
+
+} // namespace quelta::platform

@@ -1,0 +1,55 @@
+#define NOMINMAX
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+
+#include "platform/Console.h"
+
+namespace quelta::platform {
+
+namespace {
+
+HANDLE handleOf(StandardStream stream)
+{
+    return GetStdHandle(stream == StandardStream::error ? STD_ERROR_HANDLE : STD_OUTPUT_HANDLE);
+}
+
+class WindowsConsole final : public Console
+{
+public:
+    bool isRealConsole(StandardStream stream) override
+    {
+        CONSOLE_SCREEN_BUFFER_INFO info;
+        return GetConsoleScreenBufferInfo(handleOf(stream), &info) != FALSE;
+    }
+
+    void write(StandardStream stream, std::u16string_view text) override
+    {
+        DWORD written = 0;
+        WriteConsoleW(handleOf(stream), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+    }
+};
+
+Console* consoleInForce = nullptr;
+
+} // namespace
+
+Console& getConsole()
+{
+    static WindowsConsole systemConsole;
+    return consoleInForce != nullptr ? *consoleInForce : systemConsole;
+}
+
+void setConsole(Console* replacement)
+{
+    consoleInForce = replacement;
+}
+
+std::u16string toTerminatedUtf16(const char* utf8)
+{
+    const auto count = MultiByteToWideChar(CP_UTF8, 0, utf8, -1, nullptr, 0);
+    std::u16string result(static_cast<size_t>(count), u'\0');
+    MultiByteToWideChar(CP_UTF8, 0, utf8, -1, reinterpret_cast<wchar_t*>(result.data()), count);
+    return result;
+}
+
+} // namespace quelta::platform

@@ -1,0 +1,13 @@
+#include <juce_events/juce_events.h>
+
+#include "platform/ProgramEntry.h"
+
+namespace quelta::platform {
+
+int runApplication(int, char**)
+{
+    // The framework reads the UTF-16 command line of the process itself.
+    return juce::JUCEApplicationBase::main();
+}
+
+} // namespace quelta::platform

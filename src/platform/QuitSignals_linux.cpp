@@ -1,0 +1,88 @@
+#include "platform/QuitSignals.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+
+#include <juce_events/juce_events.h>
+
+namespace quelta::platform {
+
+namespace {
+
+constexpr std::array quitSignals{SIGABRT, SIGFPE, SIGILL, SIGINT, SIGSEGV, SIGTERM};
+
+std::atomic<bool> requested{false};
+static_assert(std::atomic<bool>::is_always_lock_free);
+
+/** The handler writes a byte into it, the message loop wakes up at its other end. */
+std::array<int, 2> wakePipe{-1, -1};
+
+void setHandler(void (*handler)(int), int flags)
+{
+    for (const auto number : quitSignals)
+    {
+        struct sigaction action = {};
+        action.sa_handler = handler;
+        action.sa_flags = flags;
+        sigaction(number, &action, nullptr);
+    }
+}
+
+/** Quitting the message loop takes locks and memory, which a handler must not. */
+void requestQuit(int)
+{
+    const int savedErrno = errno;
+    requested = true;
+    [[maybe_unused]] const auto written = write(wakePipe[1], "", 1);
+    errno = savedErrno;
+}
+
+} // namespace
+
+void restoreDefaultInterrupt()
+{
+    std::signal(SIGINT, SIG_DFL);
+}
+
+void installQuitHandlers()
+{
+    if (pipe2(wakePipe.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+        return; // without a way to the message loop the default handling is the better one
+
+    juce::LinuxEventLoop::registerFdCallback(wakePipe[0], [](int pipe) {
+        char byte = 0;
+
+        if (read(pipe, &byte, 1) == 1)
+            juce::JUCEApplicationBase::quit();
+    });
+
+    setHandler(requestQuit, SA_RESETHAND | SA_RESTART);
+}
+
+void resetQuitHandlers()
+{
+    setHandler(SIG_DFL, 0);
+
+    if (wakePipe[0] < 0)
+        return;
+
+    juce::LinuxEventLoop::unregisterFdCallback(wakePipe[0]);
+
+    for (auto& end : wakePipe)
+    {
+        close(end);
+        end = -1;
+    }
+}
+
+bool quitWasRequested()
+{
+    return requested;
+}
+
+} // namespace quelta::platform

@@ -1,0 +1,65 @@
+// The socket layer as far as the framework's classes do not cover it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace quelta::platform {
+
+/** Starts the system's socket layer once; a failure is logged as an error and otherwise ignored. Does nothing
+    on systems whose sockets need no start. Message thread. */
+void startWinsock();
+
+/** Cleans the socket layer up if its start-up succeeded. Message thread. */
+void stopWinsock();
+
+/** The calling thread's last socket error: the system's own text, then " (number)"; "- (0)" for none. */
+std::string socketErrorText();
+
+/** Prepares the connection to a master, given the socket's native handle: a send that the peer does not take
+    fails after 200 ms, and a peer that vanished without a word is noticed within half a minute. */
+void prepareMasterSocket(int socketHandle);
+
+/** The IPv4 datagram socket on which beacons arrive. One thread uses it. No socket options are set. */
+class BeaconSocket
+{
+public:
+    enum class Readiness
+    {
+        ready,
+        timedOut,
+        failed
+    };
+
+    BeaconSocket() = default;
+    ~BeaconSocket() { close(); }
+
+    BeaconSocket(const BeaconSocket&) = delete;
+    BeaconSocket& operator=(const BeaconSocket&) = delete;
+
+    /** False on failure; socketErrorText() tells why. */
+    bool create();
+
+    /** Binds to every address of this machine. False on failure; socketErrorText() tells why. */
+    bool bindTo(uint16_t port);
+
+    /** Waits until a datagram is there. An interrupted wait is a time-out. */
+    Readiness waitUntilReadable(int timeoutMs);
+
+    static constexpr int failed = -1;
+    static constexpr int nothingThere = -2;
+
+    /** Takes one datagram, cut to `capacity` bytes if it is longer, without waiting for one. Returns the
+       bytes stored, or `failed`, or `nothingThere` if the system has thrown the datagram away after all.
+       `senderIp` is in host order. */
+    int receive(void* buffer, size_t capacity, uint32_t& senderIp);
+
+    void close();
+
+private:
+    static constexpr intptr_t none = -1;
+    intptr_t handle = none;
+};
+
+} // namespace quelta::platform

@@ -1,0 +1,127 @@
+#define NOMINMAX
+#define WIN32_LEAN_AND_MEAN
+#include <mstcpip.h>
+#include <winsock2.h>
+#include <ws2tcpip.h>
+
+#include "platform/Sockets.h"
+
+#include <array>
+
+#include "log/Log.h"
+
+namespace quelta::platform {
+
+namespace {
+
+constexpr DWORD sendTimeoutMs = 200;
+constexpr ULONG keepAliveIdleMs = 10'000; ///< Then ten probes, one a second, as the system fixes it.
+constexpr ULONG keepAliveIntervalMs = 1'000;
+
+bool winsockStarted = false;
+
+} // namespace
+
+void startWinsock()
+{
+    if (winsockStarted)
+        return;
+
+    WSADATA data;
+
+    if (WSAStartup(MAKEWORD(2, 2), &data) == 0)
+        winsockStarted = true;
+    else
+        logError("failed to send start up Winsock DLL: %s", socketErrorText().c_str());
+}
+
+void stopWinsock()
+{
+    if (!winsockStarted)
+        return;
+
+    WSACleanup();
+    winsockStarted = false;
+}
+
+std::string socketErrorText()
+{
+    const auto error = WSAGetLastError();
+
+    if (error == 0)
+        return "- (0)";
+
+    std::array<char, 1024> text{};
+    FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                   static_cast<DWORD>(error), 0, text.data(), static_cast<DWORD>(text.size()), nullptr);
+    text.back() = '\0';
+    return std::string(text.data()) + " (" + std::to_string(error) + ")";
+}
+
+void prepareMasterSocket(int socketHandle)
+{
+    const auto socket = static_cast<SOCKET>(socketHandle);
+    setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, reinterpret_cast<const char*>(&sendTimeoutMs),
+               sizeof(sendTimeoutMs));
+
+    tcp_keepalive keepAlive{1, keepAliveIdleMs, keepAliveIntervalMs};
+    DWORD returned = 0;
+    WSAIoctl(socket, SIO_KEEPALIVE_VALS, &keepAlive, sizeof(keepAlive), nullptr, 0, &returned, nullptr,
+             nullptr);
+}
+
+bool BeaconSocket::create()
+{
+    handle = static_cast<intptr_t>(::socket(AF_INET, SOCK_DGRAM, 0));
+    return handle != none;
+}
+
+bool BeaconSocket::bindTo(uint16_t port)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    return ::bind(static_cast<SOCKET>(handle), reinterpret_cast<const sockaddr*>(&address),
+                  sizeof(address)) == 0;
+}
+
+BeaconSocket::Readiness BeaconSocket::waitUntilReadable(int timeoutMs)
+{
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(static_cast<SOCKET>(handle), &readable);
+    const timeval timeout{timeoutMs / 1000, (timeoutMs % 1000) * 1000};
+    const auto result = select(0, &readable, nullptr, nullptr, &timeout);
+
+    if (result == SOCKET_ERROR)
+        return Readiness::failed;
+
+    return result > 0 ? Readiness::ready : Readiness::timedOut;
+}
+
+int BeaconSocket::receive(void* buffer, size_t capacity, uint32_t& senderIp)
+{
+    sockaddr_in sender{};
+    int senderSize = sizeof(sender);
+    const auto count =
+        recvfrom(static_cast<SOCKET>(handle), static_cast<char*>(buffer), static_cast<int>(capacity), 0,
+                 reinterpret_cast<sockaddr*>(&sender), &senderSize);
+    senderIp = ntohl(sender.sin_addr.s_addr);
+
+    // A longer datagram has been cut to the buffer, which is filled.
+    if (count == SOCKET_ERROR && WSAGetLastError() == WSAEMSGSIZE)
+        return static_cast<int>(capacity);
+
+    return count == SOCKET_ERROR ? failed : count;
+}
+
+void BeaconSocket::close()
+{
+    if (handle != none)
+        closesocket(static_cast<SOCKET>(handle));
+
+    handle = none;
+}
+
+} // namespace quelta::platform

@@ -1,0 +1,23 @@
+// The slave's connection to its monitor. Its callbacks run on the server's thread (connectionMade) and on its
+// own (the others); it holds no state and needs no lock.
+#pragma once
+
+#include "slave/SlaveMonitor.h"
+
+namespace quelta {
+
+class SlaveMonitor::SlaveConnection final : public juce::InterprocessConnection
+{
+public:
+    explicit SlaveConnection(SlaveMonitor& owningMonitor);
+    ~SlaveConnection() override;
+
+    void connectionMade() override;
+    void connectionLost() override;
+    void messageReceived(const juce::MemoryBlock& payload) override;
+
+private:
+    SlaveMonitor& monitor;
+};
+
+} // namespace quelta

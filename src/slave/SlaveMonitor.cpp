@@ -1,0 +1,194 @@
+#include "slave/SlaveMonitor.h"
+
+#include "log/Log.h"
+#include "slave/SlaveConnection.h"
+
+namespace quelta {
+
+namespace {
+
+constexpr int wakeUpTimeoutMs = 1000;
+constexpr int numPorts = 65536;
+
+} // namespace
+
+std::atomic<uint16_t> SlaveMonitor::lastMonitorPort{0};
+
+SlaveMonitor::SlaveMonitor(uint16_t daemonPort)
+{
+    findPort(daemonPort);
+}
+
+SlaveMonitor::~SlaveMonitor()
+{
+    stopListening();
+
+    std::unique_ptr<SlaveConnection> closing;
+
+    {
+        const juce::ScopedLock sl(lock);
+        closing = std::move(connection);
+        established = false;
+    }
+
+    // Outside the lock: closing waits for the connection's thread, which may be waiting for the lock.
+    closing.reset();
+}
+
+uint16_t SlaveMonitor::getFirstPort(uint16_t lastPort, uint16_t daemonPort)
+{
+    if (lastPort != 0)
+        return lastPort;
+
+    return daemonPort >= 1024 ? static_cast<uint16_t>(daemonPort + 1) : uint16_t{1024};
+}
+
+uint16_t SlaveMonitor::getNextPort(uint16_t candidate, uint16_t daemonPort)
+{
+    const auto next = static_cast<uint16_t>(candidate + 1);
+    return next == daemonPort ? static_cast<uint16_t>(next + 1) : next;
+}
+
+void SlaveMonitor::findPort(uint16_t daemonPort)
+{
+    const auto first = getFirstPort(lastMonitorPort, daemonPort);
+    lastMonitorPort = first;
+
+    auto candidate = first;
+
+    for (int tries = 0; tries < numPorts; ++tries)
+    {
+        if (beginWaitingForSocket(candidate, {}))
+        {
+            QUELTA_LOG_DAEMON("using free port %u to communicate with slave", candidate);
+            port = candidate;
+            lastMonitorPort = candidate;
+            break;
+        }
+
+        candidate = getNextPort(candidate, daemonPort);
+
+        if (candidate == first)
+            break;
+    }
+
+    if (port == 0)
+        logError("could not find a free socket to monitor slave");
+}
+
+/** Closing the listener makes the framework connect to itself to wake its thread, and what that connection's
+    other end holds is not always released. So the thread is brought to leave by itself beforehand. */
+void SlaveMonitor::stopListening()
+{
+    stopping = true;
+
+    if (const auto boundPort = getBoundPort(); boundPort > 0)
+    {
+        juce::StreamingSocket wakeUp;
+
+        if (wakeUp.connect("127.0.0.1", boundPort, wakeUpTimeoutMs))
+            serverIsLeaving.wait(wakeUpTimeoutMs);
+    }
+
+    stop();
+}
+
+void SlaveMonitor::getStatus(SlaveStatus& currentStatus, uint32_t& millisecondsSinceLastMessage) const
+{
+    const juce::ScopedLock sl(lock);
+    currentStatus = status;
+    millisecondsSinceLastMessage = juce::Time::getMillisecondCounter() - lastMessageTime;
+}
+
+uint32_t SlaveMonitor::getSlaveVersion() const
+{
+    const juce::ScopedLock sl(lock);
+    return slaveVersion;
+}
+
+uint32_t SlaveMonitor::getNumGpus() const
+{
+    const juce::ScopedLock sl(lock);
+    return numGpus;
+}
+
+void SlaveMonitor::sendStopMessage()
+{
+    const juce::ScopedLock sl(lock);
+
+    if (!established)
+        return;
+
+    const auto bytes = SlaveDaemonMessage::createStopMessage().encode();
+
+    if (!connection->sendMessage(juce::MemoryBlock(bytes.data(), bytes.size())))
+        logError("failed to send stop message to slave");
+}
+
+juce::InterprocessConnection* SlaveMonitor::createConnectionObject()
+{
+    if (stopping)
+    {
+        juce::Thread::getCurrentThread()->signalThreadShouldExit();
+        serverIsLeaving.signal();
+        return nullptr;
+    }
+
+    const juce::ScopedLock sl(lock);
+
+    if (connection != nullptr)
+    {
+        logError("multiple connections requested for slave monitor");
+        return nullptr;
+    }
+
+    connection = std::make_unique<SlaveConnection>(*this);
+    QUELTA_LOG_DAEMON("slave connection created");
+    return connection.get();
+}
+
+void SlaveMonitor::startMonitoring()
+{
+    QUELTA_LOG_DAEMON("started to monitor slave");
+    const juce::ScopedLock sl(lock);
+    established = true;
+    lastMessageTime = juce::Time::getMillisecondCounter();
+}
+
+void SlaveMonitor::stopMonitoring()
+{
+    // The status and its time stay as they are, so that the time limits run on.
+    QUELTA_LOG_DAEMON("stopped monitoring slave");
+}
+
+void SlaveMonitor::handleMessage(const SlaveDaemonMessage& message)
+{
+    const juce::ScopedLock sl(lock);
+
+    switch (message.type)
+    {
+        case SlaveMessageType::AUTHENTICATING:
+            setStatus(STATUS_AUTHENTICATING);
+            break;
+        case SlaveMessageType::SLAVE_INFO:
+            numGpus = message.numGpus;
+            slaveVersion = message.slaveVersion;
+            setStatus(STATUS_INITIALIZED);
+            QUELTA_LOG_DAEMON_DETAIL("slave has version %u and provides %u GPU(s)", slaveVersion, numGpus);
+            break;
+        case SlaveMessageType::SLAVE_STATUS:
+            setStatus(STATUS_RUNNING);
+            break;
+        default:
+            logError("received invalid status message from slave");
+            break;
+    }
+}
+
+void SlaveMonitor::setStatus(SlaveStatus newStatus)
+{
+    status = newStatus;
+    lastMessageTime = juce::Time::getMillisecondCounter();
+}
+
+} // namespace quelta

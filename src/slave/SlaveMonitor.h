@@ -1,0 +1,82 @@
+// The local TCP server through which one launched slave is watched: it accepts the slave, records the status,
+// the time and the information that the slave's messages carry, and can ask the slave to end.
+//
+// One monitor serves one launch. The SlaveProcess thread makes it, polls it and destroys it; the server's
+// thread accepts (createConnectionObject, connectionMade); the connection's own thread delivers messages.
+//
+// Connection: none -> connected -> lost. The first to connect keeps its place, also after it is lost; whoever
+// comes later is turned away.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include <juce_events/juce_events.h>
+
+#include "messages/SlaveDaemonMessage.h"
+
+namespace quelta {
+
+class SlaveMonitor final : public juce::InterprocessConnectionServer
+{
+public:
+    class SlaveConnection;
+
+    /** Finds a free port and listens on it, on every interface. Never the daemon's own port. Never fails:
+        without a free port getPort() is 0, and nobody can connect. */
+    explicit SlaveMonitor(uint16_t daemonPort);
+
+    /** Closes the port and the slave's connection. */
+    ~SlaveMonitor() override;
+
+    /** The port that the slave is to connect to; 0 if there is none. */
+    uint16_t getPort() const { return port; }
+
+    /** The slave's status and the milliseconds since its latest sign of life, both of one moment. */
+    void getStatus(SlaveStatus& currentStatus, uint32_t& millisecondsSinceLastMessage) const;
+
+    /** As the slave last reported them; 0 before. */
+    uint32_t getSlaveVersion() const;
+    uint32_t getNumGpus() const;
+
+    /** Asks a connected slave to end; does nothing without one. */
+    void sendStopMessage();
+
+    /** For the server: the object that serves an accepted client, or null to turn it away. */
+    juce::InterprocessConnection* createConnectionObject() override;
+
+    /** For the connection: it is established, it is lost, it has delivered a valid message. */
+    void startMonitoring();
+    void stopMonitoring();
+    void handleMessage(const SlaveDaemonMessage& message);
+
+    /** The port with which a search begins, given that of the process's last monitor (0 for none). */
+    static uint16_t getFirstPort(uint16_t lastPort, uint16_t daemonPort);
+
+    /** The port to try after `candidate`; 65535 is followed by 0. */
+    static uint16_t getNextPort(uint16_t candidate, uint16_t daemonPort);
+
+private:
+    void findPort(uint16_t daemonPort);
+    void stopListening();
+    void setStatus(SlaveStatus newStatus);
+
+    /** Where the last monitor found its port, so that a relaunched slave is served on the same one. */
+    static std::atomic<uint16_t> lastMonitorPort;
+
+    uint16_t port = 0; // constant after construction
+
+    std::atomic<bool> stopping{false};
+    juce::WaitableEvent serverIsLeaving;
+
+    juce::CriticalSection lock; ///< Guards everything below.
+    std::unique_ptr<SlaveConnection> connection;
+    bool established = false; ///< Before, the framework has no socket to send on.
+    SlaveStatus status = STATUS_STARTING;
+    uint32_t lastMessageTime = juce::Time::getMillisecondCounter();
+    uint32_t numGpus = 0;
+    uint32_t slaveVersion = 0;
+};
+
+} // namespace quelta
