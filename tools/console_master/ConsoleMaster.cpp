@@ -1,0 +1,327 @@
+#include "console_master/ConsoleMaster.h"
+
+#include <algorithm>
+#include <ostream>
+
+#include "console_master/HostLookup.h"
+#include "console_master/Report.h"
+
+namespace quelta {
+
+namespace {
+
+constexpr uint32_t beaconInterval = 500;
+constexpr uint32_t tableDelay = 250; ///< Changes come in groups; the table is written once they pause.
+constexpr std::chrono::milliseconds tickInterval{50};
+
+uint32_t now()
+{
+    return juce::Time::getMillisecondCounter();
+}
+
+std::string timeText()
+{
+    return juce::Time::getCurrentTime().toISO8601(true).toStdString();
+}
+
+/** All addresses of this machine count as one: which of them a daemon here connects from is not known. */
+uint32_t machineOf(uint32_t ip)
+{
+    return isThisMachine(ip) ? 0 : ip;
+}
+
+} // namespace
+
+ConsoleMaster::ConsoleMaster(const Options& givenOptions, std::ostream& output, std::ostream& errors,
+                             const std::atomic<bool>& stopFlag)
+    : options(givenOptions),
+      out(output),
+      err(errors),
+      stopRequested(stopFlag),
+      board(givenOptions.command, givenOptions.timeoutMs)
+{}
+
+int ConsoleMaster::run()
+{
+    if (!prepare())
+        return exitLocalFailure;
+
+    while (!isFinished())
+    {
+        sendBeacons();
+
+        for (const auto& event : inbox.take(tickInterval))
+        {
+            handle(event);
+            carryOut();
+        }
+
+        // Nobody reads any more: the same as Ctrl-C.
+        if ((stopRequested || !out) && !std::exchange(released, true))
+            board.release(now());
+
+        board.tick(now());
+        carryOut();
+    }
+
+    showResult();
+    return exitStatus();
+}
+
+bool ConsoleMaster::prepare()
+{
+    std::map<uint32_t, size_t> nodesOnMachine;
+
+    for (const auto& node : options.nodes)
+        if (!addTarget(node, nodesOnMachine))
+            return false;
+
+    if (options.broadcast)
+    {
+        std::map<uint32_t, size_t> noOthers;
+
+        if (!addTarget(*options.broadcast, noOthers))
+            return false;
+    }
+
+    if (!openListeners())
+        return false;
+
+    startedAt = now();
+    beaconsSentAt = startedAt - beaconInterval;
+    addNodes();
+    showListening();
+    return true;
+}
+
+bool ConsoleMaster::addTarget(const NodeName& node, std::map<uint32_t, size_t>& nodesOnMachine)
+{
+    const auto ip = lookUpHost(node.host);
+
+    if (!ip)
+    {
+        err << "unknown host \"" << node.host << "\"\n";
+        return false;
+    }
+
+    const auto announced = options.address ? options.address : localAddressTowards(*ip);
+
+    if (!announced)
+    {
+        err << "no network leads to " << node.host << "; give this machine's address with --address\n";
+        return false;
+    }
+
+    targets.push_back(
+        {formatNode(node), *ip, node.port, nodesOnMachine[machineOf(*ip)]++, {*announced, 0}, false});
+    return true;
+}
+
+bool ConsoleMaster::openListeners()
+{
+    size_t count = 0;
+
+    for (const auto& target : targets)
+        count = std::max(count, target.listener + 1);
+
+    for (size_t i = 0; i < count; ++i)
+    {
+        // A master that announces a loopback address is not to be reached from elsewhere.
+        const auto isPrivate = [i](const Target& t) { return t.listener != i || isLoopback(t.self.ip); };
+        const auto first = std::find_if(targets.begin(), targets.end(),
+                                        [i](const Target& target) { return target.listener == i; });
+        const uint32_t ip = std::all_of(targets.begin(), targets.end(), isPrivate) ? first->self.ip : 0;
+        const auto port = options.listenPort == 0 ? 0 : options.listenPort + i;
+        listeners.push_back(std::make_unique<MasterListener>(i, inbox));
+
+        if (port > 65535 || !listeners.back()->open(ip, static_cast<uint16_t>(port)))
+        {
+            err << "cannot listen on port " << port << " of "
+                << (ip == 0 ? std::string("this machine") : formatIp(ip))
+                << ": is another program using it? Try another --listen-port\n";
+            return false;
+        }
+    }
+
+    for (auto& target : targets)
+        target.self.port = listeners[target.listener]->getPort();
+
+    return true;
+}
+
+void ConsoleMaster::addNodes()
+{
+    for (size_t i = 0; i < options.nodes.size(); ++i)
+    {
+        const auto& target = targets[i];
+        const auto node = board.addNode(target.name, target.self, startedAt);
+        nodeOfMachine[{target.listener, machineOf(target.ip)}] = node;
+    }
+}
+
+void ConsoleMaster::handle(const PeerEvent& event)
+{
+    if (event.kind == PeerEvent::Kind::connected)
+        return handleConnection(event);
+
+    const auto found = nodeOfConnection.find(event.connection);
+
+    if (found == nodeOfConnection.end())
+        return;
+
+    const auto node = found->second;
+
+    if (event.kind == PeerEvent::Kind::record)
+        board.received(node, event.message, now());
+    else if (event.kind == PeerEvent::Kind::junk)
+        board.receivedJunk(node);
+    else
+    {
+        nodeOfConnection.erase(found);
+        connectionOfNode.erase(node);
+        board.disconnected(node, now());
+    }
+}
+
+void ConsoleMaster::handleConnection(const PeerEvent& event)
+{
+    const auto node = findNode(event);
+
+    if (!node)
+    {
+        if (strangers.insert(event.peerIp).second)
+            err << "ignoring a connection from " << formatIp(event.peerIp)
+                << ", which is none of the nodes asked for\n";
+
+        return;
+    }
+
+    // A daemon that connects again has given up its earlier connection, even if this end does not know yet.
+    if (const auto earlier = connectionOfNode.find(*node); earlier != connectionOfNode.end())
+        nodeOfConnection.erase(earlier->second);
+
+    connectionOfNode[*node] = event.connection;
+    nodeOfConnection[event.connection] = *node;
+    board.connected(*node, now());
+}
+
+std::optional<size_t> ConsoleMaster::findNode(const PeerEvent& event)
+{
+    const MachineKey machine{event.connection.listener, machineOf(event.peerIp)};
+
+    if (const auto found = nodeOfMachine.find(machine); found != nodeOfMachine.end())
+        return found->second;
+
+    if (!options.broadcast || event.connection.listener != 0)
+        return std::nullopt;
+
+    const auto name = formatNode({formatIp(event.peerIp), options.broadcast->port});
+    return nodeOfMachine[machine] = board.addNode(name, targets.back().self, now());
+}
+
+void ConsoleMaster::sendBeacons()
+{
+    if (now() - beaconsSentAt < beaconInterval)
+        return;
+
+    beaconsSentAt = now();
+
+    for (auto& target : targets)
+    {
+        const auto beacon = encodeMasterMessage(message(MasterMessageType::SCAN_REQUEST, target.self));
+        const auto sent = beaconSocket.write(juce::String(formatIp(target.ip)), target.port, beacon.data(),
+                                             static_cast<int>(beacon.size()));
+
+        if (sent < 0 && !std::exchange(target.unreachable, true))
+            err << "cannot send a beacon to " << target.name << "; trying on\n";
+    }
+}
+
+void ConsoleMaster::carryOut()
+{
+    for (const auto& request : board.takeRequests())
+    {
+        const auto found = connectionOfNode.find(request.node);
+
+        if (found == connectionOfNode.end())
+            continue;
+
+        const bool inOtherName = options.actAs && request.type == MasterMessageType::STOP_REQUEST;
+        const auto& self = inOtherName ? *options.actAs : board.getNodes()[request.node].self;
+
+        // A send that fails is followed by the loss of the connection, which the board hears of.
+        listeners[found->second.listener]->send(found->second.number, message(request.type, self));
+    }
+
+    showEvents();
+}
+
+void ConsoleMaster::showEvents()
+{
+    for (const auto& event : board.takeEvents())
+    {
+        lastEventAt = now();
+        tableIsOld = true;
+
+        if (options.command == Command::scan)
+            continue;
+
+        const auto& node = board.getNodes()[event.node];
+        out << (options.json ? formatJsonEvent(node, event.kind, timeText()) : formatEvent(node, event.kind))
+            << std::endl;
+    }
+
+    if (options.command == Command::watch && !options.json && tableIsOld && now() - lastEventAt >= tableDelay)
+    {
+        tableIsOld = false;
+        out << "\n" << formatTable(board.getNodes()) << std::endl;
+    }
+}
+
+void ConsoleMaster::showListening()
+{
+    if (options.command == Command::scan || options.command == Command::stop)
+        return;
+
+    std::set<MasterAddress> addresses;
+
+    for (const auto& target : targets)
+        addresses.insert(target.self);
+
+    for (const auto& self : addresses)
+        out << (options.json ? formatJsonListening(self, timeText()) : formatListening(self)) << std::endl;
+}
+
+void ConsoleMaster::showResult()
+{
+    if (options.command != Command::scan)
+        return;
+
+    out << (options.json ? formatJson(board.getNodes()) : formatTable(board.getNodes())) << std::flush;
+}
+
+bool ConsoleMaster::isFinished() const
+{
+    // Who may answer to a broadcast is not known, so a scan waits to the end; watching ends by request only.
+    const bool collecting = options.command == Command::scan && options.broadcast && !released &&
+                            now() - startedAt < options.timeoutMs;
+    const bool watching = options.command == Command::watch && !released;
+    return board.isDone() && !collecting && !watching;
+}
+
+int ConsoleMaster::exitStatus() const
+{
+    const bool nobody = options.command == Command::scan && board.getNodes().empty();
+    return board.isAsAsked() && !nobody ? exitAsAsked : exitNotAsAsked;
+}
+
+MasterDaemonMessage ConsoleMaster::message(MasterMessageType type, const MasterAddress& self) const
+{
+    MasterDaemonMessage message;
+    message.type = type;
+    message.masterAddress = self;
+    message.masterText = options.text;
+    return message;
+}
+
+} // namespace quelta
