@@ -1,0 +1,266 @@
+#include "util/FileName.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/Paths.h"
+#include "support/LogCapture.h"
+
+namespace quelta::test {
+namespace {
+
+using Components = std::vector<std::string>;
+
+const std::string parentsLeft =
+    "Absolute path specified, but after normalization there are still some '..' left. Removing these...";
+const std::string notAbsolute = "FileName::toJuceFile() can be called only on absolute file names";
+
+class FileNameTest : public testing::Test
+{
+protected:
+    static std::string normalise(const char* path) { return FileName(path).toString(); }
+
+    static std::string join(const char* base, const char* relative)
+    {
+        return FileName::combine(FileName(base), FileName(relative)).toString();
+    }
+
+    static void expectParsed(const char* path, const char* root, bool absolute, const Components& components)
+    {
+        const FileName name(path);
+        EXPECT_EQ(name.getRoot(), root) << path;
+        EXPECT_EQ(name.isAbsolute(), absolute) << path;
+        EXPECT_EQ(name.getComponents(), components) << path;
+    }
+
+    LogCapture log;
+};
+
+TEST_F(FileNameTest, NothingGivesTheEmptyRelativeName)
+{
+    expectParsed(nullptr, "", false, {});
+    expectParsed("", "", false, {});
+    EXPECT_EQ(normalise(nullptr), "");
+    EXPECT_EQ(normalise(""), "");
+    EXPECT_EQ(FileName().toString(), "");
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST_F(FileNameTest, ADriveIsAnyFirstCharacterWithAColon)
+{
+    expectParsed("C:\\x\\y", "C:", true, {"x", "y"});
+    expectParsed("d:/x", "d:", true, {"x"});
+    expectParsed("1:/x", "1:", true, {"x"});
+    expectParsed("/:/x", "/:", true, {"x"});
+    expectParsed(":://x", "::", true, {"x"});
+    expectParsed("C:\\", "C:", true, {});
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST_F(FileNameTest, AColonElsewhereIsAnOrdinaryCharacter)
+{
+    expectParsed(":", "", false, {":"});
+    expectParsed("ab:\\c", "", false, {"ab:", "c"});
+    expectParsed("C:\\D:\\x", "C:", true, {"D:", "x"});
+}
+
+TEST_F(FileNameTest, ANetworkRootIsTwoSeparatorsAndAServer)
+{
+    expectParsed("\\\\srv\\share\\f", "\\\\srv", true, {"share", "f"});
+    expectParsed("//srv/x", "\\\\srv", true, {"x"});
+    expectParsed("/\\srv//x", "\\\\srv", true, {"x"});
+    expectParsed("//s", "\\\\s", true, {});
+    expectParsed("//../x", "\\\\..", true, {"x"});
+    EXPECT_EQ(normalise("//srv/share/f"), "\\\\srv\\share\\f");
+    EXPECT_EQ(normalise("//srv"), "\\\\srv\\");
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST_F(FileNameTest, TwoSeparatorsWithoutAServerAreJustTheBeginningOfAnAbsolutePath)
+{
+    expectParsed("//", "", true, {});
+    expectParsed("///srv/x", "", true, {"srv", "x"});
+    expectParsed("\\\\/x", "", true, {"x"});
+    EXPECT_EQ(normalise("//"), "\\");
+}
+
+TEST_F(FileNameTest, ALeadingSeparatorMakesANameAbsolute)
+{
+    expectParsed("/a", "", true, {"a"});
+    expectParsed("\\a", "", true, {"a"});
+    expectParsed("/", "", true, {});
+    expectParsed("a/b", "", false, {"a", "b"});
+}
+
+TEST_F(FileNameTest, RepeatedAndTrailingSeparatorsAreSkippedAndBackslashesPrinted)
+{
+    EXPECT_EQ(normalise("C:/x//y/"), "C:\\x\\y");
+    EXPECT_EQ(normalise("a\\\\/b\\"), "a\\b");
+    EXPECT_EQ(normalise("\\a"), "\\a");
+    EXPECT_EQ(normalise("a"), "a");
+}
+
+TEST_F(FileNameTest, AParentRemovesTheComponentBeforeIt)
+{
+    EXPECT_EQ(normalise("/a/b/../c"), "\\a\\c");
+    EXPECT_EQ(normalise("a/b/c/../../d"), "a\\d");
+    EXPECT_EQ(normalise("a/.."), "");
+    EXPECT_EQ(normalise("a/./../b"), "a\\b");
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST_F(FileNameTest, ARelativeNameKeepsTheParentsInFront)
+{
+    EXPECT_EQ(normalise("../../a"), "..\\..\\a");
+    EXPECT_EQ(normalise("a/../../b"), "..\\b");
+    EXPECT_EQ(normalise(".."), "..");
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST_F(FileNameTest, OnlyExactlyTwoDotsAreAParent)
+{
+    EXPECT_EQ(normalise("a/./b"), "a\\.\\b");
+    EXPECT_EQ(normalise("."), ".");
+    EXPECT_EQ(normalise("a/..."), "a\\...");
+    EXPECT_EQ(normalise("a/..b"), "a\\..b");
+    EXPECT_EQ(normalise("a/.. /b"), "a\\.. \\b");
+}
+
+TEST_F(FileNameTest, ParentsAboveTheDriveAreDroppedWithOneWarning)
+{
+    expectParsed("C:\\..\\x", "C:", true, {"x"});
+    EXPECT_EQ(log.lines(), Lines{parentsLeft});
+}
+
+TEST_F(FileNameTest, HoweverManyParentsAreDroppedTheWarningComesOnce)
+{
+    EXPECT_EQ(normalise("\\..\\..\\x"), "\\x");
+    EXPECT_EQ(log.lines(), Lines{parentsLeft});
+    log.clear();
+    EXPECT_EQ(normalise("/a/../../../b/.."), "\\");
+    EXPECT_EQ(log.lines(), Lines{parentsLeft});
+}
+
+TEST_F(FileNameTest, ADriveWithoutSeparatorIsClearedWithAWarning)
+{
+    expectParsed("C:data", "", false, {"data"});
+    EXPECT_EQ(log.lines(), Lines{"relative path with root given (C:data). root 'C:' will be cleared."});
+    log.clear();
+    expectParsed("C:", "", false, {});
+    EXPECT_EQ(log.lines(), Lines{"relative path with root given (C:). root 'C:' will be cleared."});
+    log.clear();
+    expectParsed("D:../x//y", "", false, {"..", "x", "y"});
+    EXPECT_EQ(log.lines(), Lines{"relative path with root given (D:../x//y). root 'D:' will be cleared."});
+}
+
+TEST_F(FileNameTest, WarningsAreErrors)
+{
+    flags::logPrefix = 1;
+    FileName("C:");
+    EXPECT_EQ(log.lines(),
+              Lines{"ERROR     : relative path with root given (C:). root 'C:' will be cleared."});
+}
+
+TEST_F(FileNameTest, BytesOfAnyValueAreKept)
+{
+    EXPECT_EQ(normalise("/M\xC3\xBCller/\xFF\x01"), "\\M\xC3\xBCller\\\xFF\x01");
+    const std::string longName(100'000, 'n');
+    EXPECT_EQ(normalise(("/" + longName).c_str()), "\\" + longName);
+}
+
+TEST_F(FileNameTest, ARelativeNameIsAppended)
+{
+    EXPECT_EQ(join("C:\\a", "b\\c"), "C:\\a\\b\\c");
+    EXPECT_EQ(join("a", "b"), "a\\b");
+    EXPECT_EQ(join("a", "."), "a\\.");
+    EXPECT_EQ(join("", "b"), "b");
+    EXPECT_EQ(join("/opt/x", ""), "\\opt\\x");
+}
+
+TEST_F(FileNameTest, AppendedParentsRemoveComponentsAndNeverClimbAboveTheRoot)
+{
+    EXPECT_EQ(join("C:\\a", "..\\..\\y"), "C:\\y");
+    EXPECT_EQ(join("C:\\a\\b", "..\\y"), "C:\\a\\y");
+    EXPECT_EQ(join("\\", ".."), "\\");
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST_F(FileNameTest, AppendedParentsPileUpInFrontOfARelativeName)
+{
+    EXPECT_EQ(join("a", "..\\..\\..\\y"), "..\\..\\y");
+    EXPECT_EQ(join("..", "..\\y"), "..\\..\\y");
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST_F(FileNameTest, AnAbsoluteNameWithoutRootKeepsTheRootItIsAppendedTo)
+{
+    EXPECT_EQ(join("C:\\a\\b", "\\z"), "C:\\z");
+    EXPECT_EQ(join("//srv/a", "/z"), "\\\\srv\\z");
+    EXPECT_EQ(join("a\\b", "\\z"), "\\z");
+}
+
+TEST_F(FileNameTest, AnAbsoluteNameWithRootReplacesWhatItIsAppendedTo)
+{
+    EXPECT_EQ(join("C:\\a\\b", "D:\\z"), "D:\\z");
+    EXPECT_EQ(join("a", "\\\\srv\\z"), "\\\\srv\\z");
+    EXPECT_EQ(join("C:\\a", "D:\\"), "D:\\");
+}
+
+TEST_F(FileNameTest, ANameCanBeAppendedToItself)
+{
+    FileName name("a\\b");
+    name.append(name);
+    EXPECT_EQ(name.toString(), "a\\b\\a\\b");
+}
+
+TEST_F(FileNameTest, CombiningLeavesTheBaseAlone)
+{
+    const FileName base("C:\\a");
+    EXPECT_EQ(FileName::combine(base, FileName("b")).toString(), "C:\\a\\b");
+    EXPECT_EQ(base.toString(), "C:\\a");
+}
+
+TEST_F(FileNameTest, TheEmptyNameIsAnEmptyFileWithoutAMessage)
+{
+    EXPECT_EQ(FileName().toJuceFile(), juce::File());
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST_F(FileNameTest, ARelativeNameIsNoFile)
+{
+    EXPECT_EQ(FileName("x\\y").toJuceFile(), juce::File());
+    EXPECT_EQ(log.lines(), Lines{notAbsolute});
+}
+
+TEST_F(FileNameTest, AnAbsoluteNameWithARootIsAFile)
+{
+    if (!platform::absolutePathsHaveRoot())
+        GTEST_SKIP() << "there are no drives here";
+
+    EXPECT_EQ(FileName("C:/x/M\xC3\xBCller/").toJuceFile().getFullPathName(),
+              juce::String::fromUTF8("C:\\x\\M\xC3\xBCller"));
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST_F(FileNameTest, AnAbsoluteNameWithoutRootIsNoFileWhereRootsExist)
+{
+    if (!platform::absolutePathsHaveRoot())
+        GTEST_SKIP() << "absolute paths have no root here";
+
+    EXPECT_EQ(FileName("\\x\\y").toJuceFile(), juce::File());
+    EXPECT_EQ(log.lines(), Lines{notAbsolute});
+}
+
+TEST_F(FileNameTest, AnAbsoluteNameWithoutRootIsANativeFileWhereRootsDoNotExist)
+{
+    if (platform::absolutePathsHaveRoot())
+        GTEST_SKIP() << "absolute paths have a root here";
+
+    EXPECT_EQ(FileName("/opt/M\xC3\xBCller//x").toJuceFile().getFullPathName(),
+              juce::String::fromUTF8("/opt/M\xC3\xBCller/x"));
+    EXPECT_EQ(FileName("/opt/a\\b").toJuceFile().getFullPathName(), juce::String("/opt/a/b"));
+    EXPECT_EQ(FileName("/").toJuceFile().getFullPathName(), juce::String("/"));
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+} // namespace
+} // namespace quelta::test

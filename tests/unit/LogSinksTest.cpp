@@ -1,0 +1,212 @@
+#include <gtest/gtest.h>
+
+#include <utility>
+
+#include "log/LogCore.h"
+#include "platform/Console.h"
+#include "support/LogCapture.h"
+#include "support/StandardStreamCapture.h"
+
+namespace quelta::test {
+namespace {
+
+using namespace std::string_literals;
+using platform::StandardStream;
+
+std::string calls;
+
+template <char letter>
+void noteCall(const char* line)
+{
+    calls += letter;
+    calls += line;
+    calls += ' ';
+}
+
+template <size_t... numbers>
+std::vector<LogSink> makeSinks(std::index_sequence<numbers...>)
+{
+    return {noteCall<static_cast<char>('a' + numbers)>...};
+}
+
+class LogSinkTableTest : public testing::Test
+{
+protected:
+    LogSinkTableTest()
+    {
+        calls.clear();
+        LogCapture::removeAllSinks();
+    }
+
+    const std::vector<LogSink> sinks = makeSinks(std::make_index_sequence<17>());
+    LogCapture log;
+};
+
+TEST_F(LogSinkTableTest, WithoutSinksLinesGoNowhere)
+{
+    logError("x");
+    EXPECT_EQ(calls, "");
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST_F(LogSinkTableTest, SinksAreCalledInTheOrderInWhichTheyWereAdded)
+{
+    EXPECT_TRUE(addLogSink(sinks[2]));
+    EXPECT_TRUE(addLogSink(sinks[0]));
+    EXPECT_TRUE(addLogSink(sinks[1]));
+    logUnprefixed("1");
+    logUnprefixed("2");
+    EXPECT_EQ(calls, "c1 a1 b1 c2 a2 b2 ");
+}
+
+TEST_F(LogSinkTableTest, NoSinkIsRefused)
+{
+    EXPECT_FALSE(addLogSink(nullptr));
+    logUnprefixed("1");
+    EXPECT_EQ(calls, "");
+}
+
+TEST_F(LogSinkTableTest, ASinkThatIsThereIsNotAddedAgain)
+{
+    EXPECT_TRUE(addLogSink(sinks[0]));
+    EXPECT_TRUE(addLogSink(sinks[0]));
+    logUnprefixed("1");
+    EXPECT_EQ(calls, "a1 ");
+}
+
+TEST_F(LogSinkTableTest, SixteenSinksAreTheLimit)
+{
+    for (size_t i = 0; i < 16; ++i)
+        EXPECT_TRUE(addLogSink(sinks[i]));
+
+    EXPECT_FALSE(addLogSink(sinks[16]));
+    EXPECT_FALSE(addLogSink(sinks[3])); // even one that is there
+    logUnprefixed("1");
+    EXPECT_EQ(calls, "a1 b1 c1 d1 e1 f1 g1 h1 i1 j1 k1 l1 m1 n1 o1 p1 ");
+}
+
+/** A console that keeps what it is told. */
+class RecordedConsole final : public platform::Console
+{
+public:
+    bool isRealConsole(StandardStream stream) override
+    {
+        asked.push_back(stream);
+        return isReal;
+    }
+
+    void write(StandardStream stream, std::u16string_view text) override
+    {
+        written.emplace_back(stream, text);
+    }
+
+    using Writes = std::vector<std::pair<StandardStream, std::u16string>>;
+
+    bool isReal = true;
+    std::vector<StandardStream> asked;
+    Writes written;
+};
+
+class LogConsoleTest : public testing::Test
+{
+protected:
+    LogConsoleTest()
+    {
+        platform::setConsole(&console);
+        LogCapture::removeAllSinks();
+        addLogSink(writeToConsole);
+        flags::logToStdout = 1;
+    }
+
+    ~LogConsoleTest() override { platform::setConsole(nullptr); }
+
+    LogCapture log;
+    RecordedConsole console;
+};
+
+TEST_F(LogConsoleTest, ARealConsoleGetsTheLineWithItsNulAndThenTheLineEnd)
+{
+    logUnprefixed("hi");
+    EXPECT_EQ(console.written,
+              (RecordedConsole::Writes{{StandardStream::output, u"hi\0"s}, {StandardStream::output, u"\n"}}));
+}
+
+TEST_F(LogConsoleTest, AnEmptyLineOnARealConsoleIsANulAndTheLineEnd)
+{
+    logUnprefixed("%s", "");
+    EXPECT_EQ(console.written,
+              (RecordedConsole::Writes{{StandardStream::output, u"\0"s}, {StandardStream::output, u"\n"}}));
+}
+
+TEST_F(LogConsoleTest, ARealConsoleGetsUtf16)
+{
+    logUnprefixed("%s", "M\xC3\xBCller \xE2\x82\xAC \xF0\x9F\x98\x80");
+    EXPECT_EQ(console.written.at(0).second, u"M\u00FCller \u20AC \xD83D\xDE00\0"s);
+}
+
+TEST_F(LogConsoleTest, TheStreamIsChosenAnewForEveryLine)
+{
+    logUnprefixed("1");
+    flags::logToStdout = 2;
+    logUnprefixed("2");
+    flags::logToStdout = 3;
+    logUnprefixed("3");
+    EXPECT_EQ(console.asked,
+              (std::vector{StandardStream::output, StandardStream::error, StandardStream::output}));
+    EXPECT_EQ(console.written, (RecordedConsole::Writes{{StandardStream::output, u"1\0"s},
+                                                        {StandardStream::output, u"\n"},
+                                                        {StandardStream::error, u"2\0"s},
+                                                        {StandardStream::error, u"\n"},
+                                                        {StandardStream::output, u"3\0"s},
+                                                        {StandardStream::output, u"\n"}}));
+}
+
+TEST_F(LogConsoleTest, RedirectedStandardOutputGetsEveryLineAtOnce)
+{
+    console.isReal = false;
+    const StandardStreamCapture output(stdout);
+    logUnprefixed("%s", "M\xC3\xBCller");
+    EXPECT_EQ(output.getWritten(), "M\xC3\xBCller\n");
+    logUnprefixed("%s", "");
+    logUnprefixed("two\nlines");
+    EXPECT_EQ(output.getWritten(), "M\xC3\xBCller\n\ntwo\nlines\n");
+    EXPECT_EQ(console.written, RecordedConsole::Writes{});
+}
+
+TEST_F(LogConsoleTest, RedirectedStandardErrorGetsEveryLineAtOnce)
+{
+    console.isReal = false;
+    flags::logToStdout = 2;
+    const StandardStreamCapture output(stdout);
+    const StandardStreamCapture error(stderr);
+    logUnprefixed("one");
+    EXPECT_EQ(error.getWritten(), "one\n");
+    logError("two");
+    EXPECT_EQ(error.getWritten(), "one\ntwo\n");
+    EXPECT_EQ(output.getWritten(), "");
+}
+
+TEST_F(LogConsoleTest, AFileIsNoRealConsole)
+{
+    platform::setConsole(nullptr);
+    const StandardStreamCapture output(stdout);
+    logUnprefixed("x");
+    EXPECT_EQ(output.getWritten(), "x\n");
+}
+
+TEST_F(LogConsoleTest, TheSystemsConversionKeepsTheNul)
+{
+    EXPECT_EQ(platform::toTerminatedUtf16("M\xC3\xBC"), u"M\u00FC\0"s);
+    EXPECT_EQ(platform::toTerminatedUtf16(""), u"\0"s);
+}
+
+TEST_F(LogConsoleTest, TextThatIsNoUtf8DoesNoHarm)
+{
+    logUnprefixed("%s", "a\xFF\xC3");
+    ASSERT_EQ(console.written.size(), 2u);
+    EXPECT_EQ(console.written[0].second.front(), u'a');
+    EXPECT_EQ(console.written[0].second.back(), u'\0');
+}
+
+} // namespace
+} // namespace quelta::test

@@ -1,0 +1,52 @@
+// Sends a standard stream of this process into a file, where a test sees which bytes have really been
+// written, as the reader of a pipe would.
+#pragma once
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+
+#include "TemporaryFolder.h"
+
+namespace quelta::test {
+
+class StandardStreamCapture
+{
+public:
+    explicit StandardStreamCapture(std::FILE* streamToCapture) : stream(streamToCapture)
+    {
+        std::fflush(stream);
+        original = dup(fileno(stream));
+        const int redirected = open(file.getFullPathName().toRawUTF8(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        dup2(redirected, fileno(stream));
+        close(redirected);
+    }
+
+    ~StandardStreamCapture()
+    {
+        std::fflush(stream);
+        dup2(original, fileno(stream));
+        close(original);
+    }
+
+    StandardStreamCapture(const StandardStreamCapture&) = delete;
+    StandardStreamCapture& operator=(const StandardStreamCapture&) = delete;
+
+    /** What has been written so far, with the line ends of C whatever the system makes of them. */
+    std::string getWritten() const
+    {
+        auto bytes = readBytes(file);
+        std::erase(bytes, '\r');
+        return bytes;
+    }
+
+private:
+    const TemporaryFolder folder;
+    const juce::File file = folder.getChild("stream.txt");
+    std::FILE* const stream;
+    int original = -1;
+};
+
+} // namespace quelta::test

@@ -1,0 +1,40 @@
+// A folder of its own for a test, removed with all that is in it.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include <juce_core/juce_core.h>
+
+namespace quelta::test {
+
+class TemporaryFolder
+{
+public:
+    TemporaryFolder() : folder(juce::File::createTempFile("folder")) { folder.createDirectory(); }
+    ~TemporaryFolder() { folder.deleteRecursively(); }
+
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    juce::File getChild(const char* name) const { return folder.getChildFile(name); }
+    std::string getPath() const { return folder.getFullPathName().toStdString(); }
+
+private:
+    juce::File folder;
+};
+
+inline void writeBytes(const juce::File& file, std::string_view bytes)
+{
+    file.replaceWithData(bytes.data(), bytes.size());
+}
+
+/** All bytes of the file as they lie on the disk now; empty if there is none. */
+inline std::string readBytes(const juce::File& file)
+{
+    juce::MemoryBlock bytes;
+    file.loadFileAsData(bytes);
+    return {static_cast<const char*>(bytes.getData()), bytes.getSize()};
+}
+
+} // namespace quelta::test
