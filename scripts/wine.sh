@@ -1,0 +1,68 @@
+# Sourced by ./test: Wine for the Windows programs.
+#
+# One virtual display and one server live through the run. Without a display the framework's message loop never
+# delivers anything, and a server that ends with the last program costs seconds at every start.
+
+wine_server=
+wine_display=
+
+# wine_begin FOLDER: uses the prefix in this folder, which is made at first. Ends with the shell at the latest.
+wine_begin() {
+    mkdir -p "$1" || return
+    WINEPREFIX=$(cd "$1" && pwd)
+    export WINEPREFIX WINEARCH=win64 WINEDEBUG=-all LC_ALL=C.UTF-8
+    # Neither .NET, nor HTML, nor entries in the desktop's menus are of any use here.
+    export WINEDLLOVERRIDES='mscoree=;mshtml=;winemenubuilder.exe='
+
+    if wineserver -k0; then
+        echo "Wine runs already in $WINEPREFIX. If that is left over from a run that was killed, end it with" >&2
+        echo "  WINEPREFIX=$WINEPREFIX wineserver -k" >&2
+        return 1
+    fi
+
+    trap wine_end EXIT
+    wine_begin_display && wine_begin_server && wine_set_up
+}
+
+# The X server picks a display that is free, and tells its number.
+wine_begin_display() {
+    local number
+    coproc WINE_X { exec Xvfb -displayfd 1 -screen 0 640x480x16 -nolisten tcp 2>"$WINEPREFIX/xvfb.log"; }
+    wine_display=$WINE_X_PID
+
+    if ! read -r -t 60 -u "${WINE_X[0]}" number; then
+        echo "Xvfb did not start:" >&2
+        cat "$WINEPREFIX/xvfb.log" >&2
+        return 1
+    fi
+
+    export DISPLAY=:$number
+}
+
+wine_begin_server() {
+    wineserver --foreground --persistent &
+    wine_server=$!
+
+    while ! wineserver -k0; do # which only asks whether it is there
+        kill -0 "$wine_server" || return
+        sleep 0.05
+    done
+}
+
+wine_set_up() {
+    wine wineboot --init >/dev/null 2>&1 || return
+    [ -e "$WINEPREFIX/set-up" ] && return
+
+    # A crashed program just ends: nobody is there to close a dialogue box.
+    wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f >/dev/null &&
+        wine winecfg -v win10 && touch "$WINEPREFIX/set-up"
+}
+
+# Ends what wine_begin has started; programs that still run under its server end with it.
+wine_end() {
+    [ -z "$wine_server" ] || { kill -INT "$wine_server"; wait "$wine_server"; } 2>/dev/null
+    [ -z "$wine_display" ] || { kill "$wine_display"; wait "$wine_display"; } 2>/dev/null
+    wine_server=
+    wine_display=
+    trap - EXIT
+}
