@@ -1,0 +1,97 @@
+"""Fixtures of the end-to-end suite: nodes with a real daemon, and masters on the loopback."""
+
+import socket
+
+import pytest
+
+from support import programs
+from support.master import Master
+from support.node import Node
+from support.ports import Ports
+
+
+def pytest_configure():
+    try:
+        programs.bin_dir()
+    except RuntimeError as missing:
+        raise pytest.UsageError(str(missing)) from missing
+
+
+def pytest_collection_modifyitems(items):
+    other = "linux_only" if programs.ON_WINDOWS else "windows_only"
+    for item in items:
+        marker = item.get_closest_marker(other)
+        if marker:
+            item.add_marker(pytest.mark.skip(reason=f"{other}: {marker.args[0]}"))
+
+
+@pytest.fixture(scope="session")
+def ports(tmp_path_factory, worker_id):
+    own = tmp_path_factory.getbasetemp()
+    return Ports((own if worker_id == "master" else own.parent) / "ports")
+
+
+@pytest.fixture(scope="session")
+def beacon_socket():
+    """One socket for all datagrams, so that no passing socket takes a port that was promised to a daemon."""
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as datagrams:
+        datagrams.bind(("127.0.0.1", 0))
+        yield datagrams
+
+
+@pytest.fixture
+def make_node(tmp_path, ports):
+    """Makes nodes whose daemons and slaves end with the test."""
+    nodes = []
+
+    def make(**settings):
+        nodes.append(Node(tmp_path / f"node{len(nodes)}", ports.free_block(), **settings))
+        return nodes[-1]
+
+    yield make
+    for node in nodes:
+        node.close()
+
+
+@pytest.fixture
+def make_master(beacon_socket):
+    """Makes masters, each on a loopback address of its own unless one is given."""
+    masters = []
+
+    def make(ip=None, text=None, **settings):
+        number = len(masters) + 2
+        masters.append(Master(ip or f"127.0.0.{number}", b"master %d" % number if text is None else text,
+                              beacon_socket, **settings))
+        return masters[-1]
+
+    yield make
+    for master in masters:
+        master.close()
+
+
+@pytest.fixture
+def farm(make_node, make_master):
+    """Makes a node in service and masters that it has connected to: `node, first, second = farm(2)`."""
+
+    def make(masters=1, **settings):
+        node = make_node(**settings).serve()
+        return (node, *(make_master().join(node) for _ in range(masters)))
+
+    return make
+
+
+@pytest.fixture
+def tcp_listener():
+    """Opens listening sockets that end with the test."""
+    sockets = []
+
+    def make(port, ip="0.0.0.0"):
+        listener = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
+        sockets.append(listener)
+        listener.bind((ip, port))
+        listener.listen()
+        return listener
+
+    yield make
+    for listener in sockets:
+        listener.close()

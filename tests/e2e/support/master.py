@@ -1,0 +1,132 @@
+"""A render master made of plain sockets: it beacons, is connected to, and speaks bytes written by hand."""
+
+import select
+import socket
+import time
+
+from . import wire
+from .limits import HANG_LIMIT
+
+BEACON_INTERVAL = 0.2
+
+
+class MasterConnection:
+    """One connection that the daemon has opened to a master."""
+
+    def __init__(self, connection, patience):
+        self._socket = connection
+        self._socket.settimeout(patience)
+        self._socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+
+    def send_bytes(self, data):
+        self._socket.sendall(data)
+
+    def send(self, payload):
+        self.send_bytes(wire.frame(payload))
+
+    def receive(self):
+        """The payload of the next message."""
+        header = self._read(8)
+        magic, length = int.from_bytes(header[:4], "little"), int.from_bytes(header[4:], "little")
+        assert magic == wire.FRAME_MAGIC, header.hex()
+        assert length == wire.MASTER_RECORD_SIZE, header.hex()
+        return self._read(length)
+
+    def _read(self, size):
+        data = b""
+        while len(data) < size:
+            piece = self._socket.recv(size - len(data))
+            if not piece:
+                raise EOFError(f"the daemon closed the connection after {data.hex()!r}")
+            data += piece
+        return data
+
+    def is_closed_by_daemon(self):
+        """Waits for the end of the connection; anything else that arrives is an error of the daemon."""
+        try:
+            late = self._socket.recv(1)
+        except ConnectionResetError:
+            return True
+        assert not late, f"got {late!r} instead of the end of the connection"
+        return True
+
+    def close(self):
+        self._socket.close()
+
+    def shut_sending(self):
+        self._socket.shutdown(socket.SHUT_WR)
+
+
+class Master:
+    """A master with an address of its own on the loopback and a text about itself."""
+
+    def __init__(self, ip, text, beacon_socket, patience=HANG_LIMIT):
+        self.text = text
+        self.connection = None
+        self._beacons = beacon_socket
+        self._patience = patience
+        self._listen((ip, 0))
+        self.address = self._listener.getsockname()
+
+    def _listen(self, address):
+        self._listener = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
+        self._listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        self._listener.bind(address)
+        self._listener.listen()
+
+    def __str__(self):
+        return "%s:%u" % self.address
+
+    def beacon(self, node, address=None):
+        record = wire.master_record(wire.SCAN_REQUEST, address or self.address, self.text)
+        self._beacons.sendto(record, ("127.0.0.1", node.port))
+
+    def accept(self):
+        self._listener.settimeout(self._patience)
+        self.connection = MasterConnection(self._listener.accept()[0], self._patience)
+        return self.connection
+
+    def join(self, node):
+        """Beacons, as masters do, until the daemon has connected."""
+        deadline = time.monotonic() + HANG_LIMIT
+        while time.monotonic() < deadline:
+            self.beacon(node)
+            if select.select([self._listener], [], [], BEACON_INTERVAL)[0]:
+                self.accept()
+                return self
+        raise AssertionError(f"the daemon on port {node.port} never connected to {self}")
+
+    def record(self, kind, address=None, text=None):
+        return wire.master_record(kind, address or self.address, self.text if text is None else text)
+
+    def request(self, kind, address=None, text=None):
+        self.connection.send(self.record(kind, address, text))
+
+    def receive(self):
+        return wire.read_status(self.connection.receive())
+
+    def expect(self, *statuses):
+        """These messages come next, in this order."""
+        for expected in statuses:
+            received = self.receive()
+            assert received == expected, f"{self}: got {received}, expected {expected}"
+
+    def expect_silence(self, status):
+        """Nothing else was sent to this master: the answer to a scan is the very next message."""
+        self.request(wire.SCAN_REQUEST)
+        self.expect(status)
+
+    def vanish(self):
+        """Gone for good: nobody listens any more, and the connection ends."""
+        self._listener.close()
+        self.connection.close()
+
+    def return_to(self, node):
+        """Back at the same address after `vanish`."""
+        self._listen(self.address)
+        return self.join(node)
+
+    def close(self):
+        self._listener.close()
+        if self.connection:
+            self.connection.close()

@@ -1,0 +1,154 @@
+"""The rules of ownership in a few lines, and random steps that exercise them.
+
+A step is plain data and means something in every state, so that a failing run can be played again in part. The model
+takes a step and says which messages each master has to receive, in which order.
+"""
+
+from typing import NamedTuple
+
+from . import wire
+
+MASTERS = 4
+
+# Whose address a request carries; the numbers beyond the masters are these.
+NOBODY, PORTLESS, STRANGER = range(MASTERS, MASTERS + 3)
+
+
+class Step(NamedTuple):
+    """`action` by `master`, in the name of `address`; for `invalid` and `unexpected` a number says which one."""
+
+    action: str
+    master: int
+    address: int = 0
+    number: int = 0
+
+
+class Message(NamedTuple):
+    """A message of the daemon, with the owner as the number of an address and of the master whose text it carries."""
+
+    kind: int
+    owner: int
+    text_of: int
+
+
+FREE = (NOBODY, None)
+UNEXPECTED = (1, 3, 5, 6, 7, 8, 9, 10, 12)
+
+
+class Model:
+    """Who owns the slave, and what everybody hears of it."""
+
+    def __init__(self):
+        self.owner, self.text_of = FREE
+        self.connection = None  # the master over whose connection the slave was asked for
+        self.slave = False
+        self.failed = False
+        self.errors = []
+        self.changes = 0
+        self.sent = None
+
+    def apply(self, step):
+        """The messages that this step causes, as a list for each master."""
+        self.sent = [[] for _ in range(MASTERS)]
+        getattr(self, "_" + step.action)(step)
+        return self.sent
+
+    def _send(self, kind, master):
+        self.sent[master].append(Message(kind, self.owner, self.text_of))
+
+    def _broadcast(self, absent=None):
+        for master in range(MASTERS):
+            if master != absent:
+                self._send(wire.DAEMON_STATUS, master)
+
+    def _start_slave(self, step):
+        if self.slave:
+            self.errors.append("already running slave")
+        self.owner, self.text_of, self.connection = step.address, step.master, step.master
+        self.slave, self.failed = True, False
+        self.changes += 1
+        self._broadcast()
+
+    def _stop_slave(self, tell_all, absent=None):
+        if not self.slave:
+            self.errors.append("we don't have an Quelta slave running")
+            return
+        self.owner, self.text_of, self.connection = *FREE, None
+        self.slave, self.failed = False, False
+        self.changes += 1
+        if tell_all:
+            self._broadcast(absent)
+
+    def _running(self):
+        """A slave that was just started comes up before the next step."""
+        self._send(wire.SLAVE_RUNNING, self.connection)
+
+    def _scan(self, step):
+        has_failed = self.connection == step.master and self.failed
+        self._send(wire.SLAVE_FAILED if has_failed else wire.DAEMON_STATUS, step.master)
+
+    def _start(self, step):
+        free = self.owner in (NOBODY, PORTLESS)
+        if free:
+            self._start_slave(step)
+        self._send(wire.START_REPLY, step.master)
+        if free:
+            self._running()
+
+    def _stop(self, step):
+        if self.owner == step.address:
+            self._stop_slave(True)
+        self._send(wire.STOP_REPLY, step.master)
+
+    def _steal(self, step):
+        robs = self.owner != step.address
+        if robs:
+            self._stop_slave(False)
+            self._start_slave(step)
+        self._send(wire.STEAL_REPLY, step.master)
+        if robs:
+            self._running()
+
+    def _unexpected(self, step):
+        kind = UNEXPECTED[step.number % len(UNEXPECTED)]
+        self.errors.append(f"unexpected message type ({kind})")
+        self._send(wire.UNEXPECTED_REPLY, step.master)
+
+    def _invalid(self, step):
+        """Dropped without a reply."""
+
+    def _reconnect(self, step):
+        """The same master, with everything that it had."""
+
+    def _vanish(self, step):
+        if self.connection == step.master:
+            self._stop_slave(True, absent=step.master)
+
+    def _crash(self, step):
+        if self.slave and not self.failed:
+            self.failed = True
+            self._send(wire.SLAVE_FAILED, self.connection)
+
+
+def random_step(model, random):
+    """A step that is likely to be interesting in this state; changes of the slave are dear and so kept rare."""
+    master = random.randrange(MASTERS)
+    address = master if random.random() < 0.9 else random.randrange(STRANGER + 1)
+    held = model.slave and model.connection is not None
+    action = random.choices(
+        ("scan", "start", "stop", "steal", "unexpected", "invalid", "reconnect", "vanish", "crash"),
+        (60, 8 if held else 6, 12 if held else 4, 0, 4, 5, 0.6, 0.8, 1))[0]
+    if action == "stop" and held and random.random() < 0.6:
+        # Most stops of others, which are denied; the owner's own only now and then.
+        master = address = random.choice([other for other in range(MASTERS) if other != model.owner])
+    if random.random() < (0.025 if held else 0.01):
+        action = "steal"
+    return Step(action, master, address, random.randrange(100))
+
+
+def random_steps(random, count):
+    model, steps = Model(), []
+    for _ in range(count):
+        steps.append(random_step(model, random))
+        model.apply(steps[-1])
+    return steps

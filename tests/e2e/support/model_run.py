@@ -1,0 +1,125 @@
+"""Plays the steps of the model on a real daemon and compares everything that the masters receive."""
+
+import os
+import signal
+
+from . import wire
+from .model import MASTERS, NOBODY, PORTLESS, UNEXPECTED, Model
+from .node import wait_until
+
+STRANGERS_ADDRESS = ("10.9.8.7", 21000)
+
+
+class Disagreement(AssertionError):
+    """The daemon did something else than the model, at this step of the run."""
+
+    def __init__(self, number, step, what):
+        super().__init__(f"step {number}, {step}: {what}")
+        self.number = number
+
+
+class ModelRun:
+    """One daemon and its masters, taken through a list of steps."""
+
+    def __init__(self, node, masters):
+        self.node = node
+        self.masters = masters
+        self.model = Model()
+        self.slaves = set()
+        self.current_slave = None
+
+    def play(self, steps):
+        for number, step in enumerate(steps):
+            try:
+                self._play(step)
+            except (AssertionError, OSError, EOFError) as error:
+                raise Disagreement(number, step, error) from error
+        self._compare_errors()
+
+    def _play(self, step):
+        changes, had_slave = self.model.changes, self.model.slave and not self.model.failed
+        expected = self.model.apply(step)
+        getattr(self, "_" + step.action)(step, had_slave)
+        # The one that asked first: by its reply everything else has been sent.
+        order = [step.master, *(other for other in range(MASTERS) if other != step.master)]
+        for number in order:
+            for message in expected[number]:
+                received, wanted = self.masters[number].receive(), self._status(message)
+                assert received == wanted, f"master {number} got {received}, expected {wanted}"
+        if step.action == "vanish":
+            self.masters[step.master].return_to(self.node)
+        if self.model.changes != changes and self.model.slave:
+            self._note_new_slave()
+
+    def _address(self, number):
+        if number < MASTERS:
+            return self.masters[number].address
+        return {NOBODY: wire.NO_ADDRESS, PORTLESS: (self.masters[0].address[0], 0)}.get(number, STRANGERS_ADDRESS)
+
+    def _status(self, message):
+        text = b"" if message.text_of is None else self.masters[message.text_of].text
+        return self.node.status(message.kind)._replace(owner=self._address(message.owner), text=text)
+
+    def _note_new_slave(self):
+        """Replaced slaves live on, so the current one is the one that was not there before."""
+        new = set(self.node.slave_processes()) - self.slaves
+        assert len(new) == 1, f"{len(new)} new slaves"
+        self.current_slave = new.pop()
+        self.slaves.add(self.current_slave)
+
+    def _request(self, step, kind):
+        self.masters[step.master].request(kind, address=self._address(step.address))
+
+    def _scan(self, step, _):
+        self._request(step, wire.SCAN_REQUEST)
+
+    def _start(self, step, _):
+        self._request(step, wire.START_REQUEST)
+
+    def _stop(self, step, _):
+        self._request(step, wire.STOP_REQUEST)
+
+    def _steal(self, step, _):
+        self._request(step, wire.STEAL_REQUEST)
+
+    def _unexpected(self, step, _):
+        self._request(step, UNEXPECTED[step.number % len(UNEXPECTED)])
+
+    def _invalid(self, step, _):
+        good = self.masters[step.master].record(wire.START_REQUEST)
+        bad = (good[:91], good + b"\0", b"\0" + good[1:], good[:4] + b"\7" + good[5:], good[:8] + b"\x0d" + good[9:])
+        self.masters[step.master].connection.send(bad[step.number % len(bad)])
+
+    def _reconnect(self, step, _):
+        self.masters[step.master].connection.close()
+        self.masters[step.master].accept()
+
+    def _vanish(self, step, _):
+        self.masters[step.master].vanish()
+
+    def _crash(self, step, had_slave):
+        if had_slave:
+            os.kill(self.current_slave, signal.SIGKILL)
+
+    def _compare_errors(self):
+        """The daemon complained exactly where the model did."""
+        told = [line for line in self.node.quit() if line.startswith("ERROR")]
+        wanted = ["ERROR     : " + text for text in self.model.errors]
+        assert told == wanted, f"errors {told}, expected {wanted}"
+        wait_until(lambda: not self.node.slave_processes(), "no slave is left")
+
+
+def shortened(steps, fails, tries):
+    """Leaves out whatever is not needed for the failure, larger pieces first."""
+    size = max(1, len(steps) // 2)
+    while size and tries > 0:
+        start = 0
+        while start < len(steps) and tries > 0:
+            candidate = steps[:start] + steps[start + size:]
+            tries -= 1
+            if candidate and fails(candidate):
+                steps = candidate
+            else:
+                start += size
+        size //= 2
+    return steps

@@ -1,0 +1,171 @@
+"""A render node under test: a daemon in a folder of its own with a stand-in slave in another."""
+
+import os
+import signal
+import subprocess
+import time
+from pathlib import Path
+
+from . import programs, wire
+from .limits import HANG_LIMIT
+from .output import Output
+from .scenario import GPUS, SLAVE_VERSION, scenario
+
+USUAL_FLAGS = "daemon daemonDetail logPrefix"
+FLAGS_FILE = "quelta_daemon_log_flags.txt"
+LOG_FILE = "quelta_daemon_log.txt"
+SLAVE_REPORT = "standin: "
+POLL = 0.01
+
+
+def processes_in(folder):
+    """The ids of the processes whose current directory is the folder: a slave is started in its own."""
+    found = []
+    for entry in Path("/proc").iterdir():
+        if entry.name.isdigit():
+            try:
+                if Path(os.readlink(entry / "cwd")) == folder:
+                    found.append(int(entry.name))
+            except OSError:
+                continue
+    return found
+
+
+def is_udp_port_bound(port):
+    """Whether somebody holds the port on all interfaces, as a daemon that listens for beacons does."""
+    local = "00000000:%04X" % port
+    rows = Path("/proc/net/udp").read_text().splitlines()[1:]
+    return any(row.split()[1] == local for row in rows)
+
+
+def wait_until(condition, what):
+    """Waits for something that no program reports."""
+    deadline = time.monotonic() + HANG_LIMIT
+    while time.monotonic() < deadline:
+        value = condition()
+        if value:
+            return value
+        time.sleep(POLL)
+    raise AssertionError(f"waited in vain until {what}")
+
+
+class Node:
+    """Starts and ends one daemon; what it prints is in `output` and `errors`."""
+
+    def __init__(self, folder, port, flags=USUAL_FLAGS, plays=None, options=(), alias=""):
+        self.folder = folder
+        self.port = port
+        self.alias = alias
+        self.options = [*(["--alias", alias] if alias else []), *options]
+        self.program = programs.install(programs.DAEMON, folder / "daemon")
+        self.slave = programs.install(programs.STANDIN_SLAVE, folder / "slave")
+        self.set_flags(flags)
+        self.play(scenario() if plays is None else plays)
+        self.process = None
+        self.output = None
+        self.errors = None
+
+    @property
+    def flags_file(self):
+        return self.program.with_name(FLAGS_FILE)
+
+    @property
+    def log_file(self):
+        return self.program.with_name(LOG_FILE)
+
+    @property
+    def scenario_file(self):
+        return self.slave.with_suffix(".txt")
+
+    def set_flags(self, text):
+        if text is not None:
+            self.flags_file.write_text(text)
+
+    def play(self, text):
+        """What the stand-in slave does from its next start on."""
+        self.scenario_file.write_text(text)
+
+    def usual_arguments(self):
+        return ["--port", str(self.port), "--slave", programs.native_path(self.slave), *self.options]
+
+    def start(self, arguments=None, **popen):
+        """Starts the daemon in a session of its own, with these arguments or the usual ones."""
+        line = programs.command(self.program, *(self.usual_arguments() if arguments is None else arguments))
+        streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
+        self.process = subprocess.Popen(line, start_new_session=True, cwd=popen.pop("cwd", self.folder),
+                                        **{**streams, **popen})
+        self.output = self.process.stdout and Output(self.process.stdout)
+        self.errors = self.process.stderr and Output(self.process.stderr)
+        return self
+
+    def serve(self, **popen):
+        """Starts the daemon and waits until it is in service."""
+        self.start(**popen)
+        self.wait_until_listening()
+        return self
+
+    def wait_until_listening(self):
+        """The daemon listens for beacons, so its signal handlers are in force and its start-up lines are out."""
+        def listening():
+            assert self.process.poll() is None, "the daemon ended instead of serving"
+            return is_udp_port_bound(self.port)
+
+        wait_until(listening, f"the daemon listens on port {self.port}")
+
+    def own_lines(self):
+        """What the daemon itself has printed; its slave writes to the same stream."""
+        return [line for line in self.output.lines() if not line.startswith(SLAVE_REPORT)]
+
+    def slave_report(self, text, after=-1):
+        """Waits for a line of the stand-in slave."""
+        return self.output.wait(SLAVE_REPORT + text, after)
+
+    def interrupt(self, signal_number=signal.SIGINT):
+        os.kill(self.process.pid, signal_number)
+
+    def wait_exit(self):
+        return self.process.wait(HANG_LIMIT)
+
+    def quit(self):
+        """Asks the daemon to quit and insists on its exit status."""
+        self.interrupt()
+        assert self.wait_exit() == 0
+        return self.output and self.output.rest() and self.own_lines()
+
+    def slave_processes(self):
+        return processes_in(self.slave.parent)
+
+    def slave_process(self):
+        return wait_until(self.slave_processes, "the slave runs")[0]
+
+    def wait_no_slave(self):
+        wait_until(lambda: not self.slave_processes(), "the slave is gone")
+
+    def kill_slave(self, process=None):
+        os.kill(process or self.slave_process(), signal.SIGKILL)
+
+    def monitor_port(self, after=-1):
+        line = r"daemon    : using free port (\d+) to communicate with slave"
+        return int(self.output.wait_match(line, after).group(1))
+
+    def status(self, kind, owner=None, text=None):
+        """The message of this kind that this daemon has to send while `owner` holds its slave."""
+        if owner is None:
+            address, owner_text = wire.NO_ADDRESS, b""
+        else:
+            address, owner_text = owner.address, owner.text if text is None else text
+        return wire.Status(kind, address, owner_text, self.alias.encode()[:32], GPUS, SLAVE_VERSION)
+
+    def close(self):
+        """Leaves nothing behind, whatever the test did."""
+        if self.process and self.process.poll() is None:
+            self.process.kill()
+            self.process.wait(HANG_LIMIT)
+        for slave in self.slave_processes():
+            try:
+                os.kill(slave, signal.SIGKILL)
+            except ProcessLookupError:
+                pass
+        # Copies of the programs would fill the disk in a long run.
+        for program in (self.program, self.slave):
+            program.unlink(missing_ok=True)

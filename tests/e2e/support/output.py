@@ -1,0 +1,91 @@
+"""A stream of a running program, read live and line by line."""
+
+import re
+import threading
+import time
+
+from .limits import HANG_LIMIT
+
+PREFIX_WIDTH = 12
+
+
+def daemon_line(text):
+    """A line under the flags of the daemon, as it looks with logPrefix on."""
+    return "daemon    : " + text
+
+
+def error_line(text):
+    return "ERROR     : " + text
+
+
+def plain_line(text):
+    return " " * PREFIX_WIDTH + text
+
+
+class Output:
+    """Collects the lines of a pipe on a thread of its own; whoever waits for a line is woken by its arrival."""
+
+    def __init__(self, pipe):
+        self._pipe = pipe
+        self._changed = threading.Condition()
+        self._lines = []
+        self._ended = False
+        self._thread = threading.Thread(target=self._read, daemon=True)
+        self._thread.start()
+
+    def _read(self):
+        for raw in self._pipe:
+            line = raw.rstrip(b"\n").rstrip(b"\r").decode("utf-8", "surrogateescape")
+            with self._changed:
+                self._lines.append(line)
+                self._changed.notify_all()
+        with self._changed:
+            self._ended = True
+            self._changed.notify_all()
+
+    def lines(self):
+        with self._changed:
+            return list(self._lines)
+
+    def rest(self):
+        """Every line up to the end of the stream, which has to come."""
+        with self._changed:
+            if not self._changed.wait_for(lambda: self._ended, HANG_LIMIT):
+                raise AssertionError("the stream did not end\n" + self._told())
+            return list(self._lines)
+
+    def wait(self, text, after=-1):
+        """Waits for a line that is exactly `text` and comes behind line number `after`; returns its number."""
+        return self._wait_for(lambda line: line == text, repr(text), after)[0]
+
+    def wait_match(self, pattern, after=-1):
+        """Waits for a whole line that matches; returns the match."""
+        compiled = re.compile(pattern)
+        return self._wait_for(compiled.fullmatch, f"pattern {pattern!r}", after)[1]
+
+    def wait_sequence(self, texts, after=-1):
+        """Waits for these lines in this order, other lines between them allowed; returns the last one's number."""
+        for text in texts:
+            after = self.wait(text, after)
+        return after
+
+    def count(self, text):
+        return self.lines().count(text)
+
+    def _wait_for(self, accept, wanted, after):
+        deadline = time.monotonic() + HANG_LIMIT
+        position = after + 1
+        with self._changed:
+            while True:
+                while position < len(self._lines):
+                    found = accept(self._lines[position])
+                    if found:
+                        return position, found
+                    position += 1
+                if self._ended:
+                    raise AssertionError(f"the stream ended without {wanted} behind line {after}\n" + self._told())
+                if not self._changed.wait(deadline - time.monotonic()):
+                    raise AssertionError(f"waited in vain for {wanted} behind line {after}\n" + self._told())
+
+    def _told(self):
+        return "\n".join(f"{number:4} | {line}" for number, line in enumerate(self._lines))

@@ -1,0 +1,35 @@
+"""Steps that many tests share: a slave started, running, stopped, with every message that goes with it."""
+
+from . import wire
+from .slave import SlaveConnection
+
+
+def started(node, owner, *others):
+    """`owner` starts the slave: everybody hears of it, the owner first, then the owner gets its reply."""
+    owner.request(wire.START_REQUEST)
+    owner.expect(node.status(wire.DAEMON_STATUS, owner), node.status(wire.START_REPLY, owner))
+    for other in others:
+        other.expect(node.status(wire.DAEMON_STATUS, owner))
+
+
+def running(node, owner, *others):
+    """The slave is started and reports itself to its owner alone."""
+    started(node, owner, *others)
+    owner.expect(node.status(wire.SLAVE_RUNNING, owner))
+
+
+def stopped(node, owner, *others):
+    """`owner` stops its slave: everybody hears that the node is free, then the owner gets its reply."""
+    owner.request(wire.STOP_REQUEST)
+    owner.expect(node.status(wire.DAEMON_STATUS), node.status(wire.STOP_REPLY))
+    for other in others:
+        other.expect(node.status(wire.DAEMON_STATUS))
+
+
+def puppet(node, owner, *others):
+    """A slave process that leaves its connection to the test, which gets it."""
+    after = len(node.output.lines()) - 1
+    started(node, owner, *others)
+    port = node.monitor_port(after)
+    node.slave_process()
+    return SlaveConnection(port)

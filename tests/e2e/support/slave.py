@@ -1,0 +1,47 @@
+"""The slave's end of the connection to the daemon, made of a plain socket, for tests that choose every byte."""
+
+import socket
+
+from . import wire
+from .limits import HANG_LIMIT
+
+STOP_MESSAGE = bytes.fromhex("2c9eb4f2 14000000" "0d72ce7f 01000000 03000000 00000000 00000000")
+
+
+class SlaveConnection:
+    """Connects to the daemon's monitor in the place of a slave process that stays away."""
+
+    def __init__(self, monitor_port):
+        self._socket = socket.create_connection(("127.0.0.1", monitor_port), HANG_LIMIT)
+        self._socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+
+    def send_bytes(self, data):
+        self._socket.sendall(data)
+
+    def send(self, payload):
+        self.send_bytes(wire.frame(payload))
+
+    def report(self, kind, gpus=0, slave_version=0):
+        self.send(wire.slave_record(kind, gpus, slave_version))
+
+    def read(self, size):
+        data = b""
+        while len(data) < size:
+            piece = self._socket.recv(size - len(data))
+            if not piece:
+                raise EOFError(f"the daemon closed the slave's connection after {data.hex()!r}")
+            data += piece
+        return data
+
+    def expect_stop(self):
+        assert self.read(len(STOP_MESSAGE)) == STOP_MESSAGE
+
+    def is_closed_by_daemon(self):
+        """Waits for the end of the connection; nothing may come before it."""
+        try:
+            return self._socket.recv(1) == b""
+        except ConnectionResetError:
+            return True
+
+    def close(self):
+        self._socket.close()

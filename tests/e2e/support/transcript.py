@@ -1,0 +1,31 @@
+"""The whole output of a daemon that ends by itself or is asked to, as the lines that have to be there."""
+
+import re
+
+STAMP = r"\d\d\.\d\d\.\d\d \d\d:\d\d:\d\d"
+
+USAGE = [
+    "",
+    "command line syntax:",
+    "  {program}  --port <daemon port>  --slave \"<path to binary>\"  [--alias \"<slave nickname>\"]"
+    "  [--gpus \"<IDs of GPUs to use>\"]"
+    "  [--out-of-core <max OOC memory>[k|K|m|M|g|G][,<headroom>[k|K|m|M|g|G]]",
+    "",
+    "  (k/K = KiloByte, m/M = MegaByte, g/G = GigaByte)",
+]
+
+INFORMATION_RUN = ["Launching slave to gather information:", "", "", "", "", ""]
+
+
+def usage(program):
+    return [line.format(program=program.name) for line in USAGE]
+
+
+def between_start_and_stop(lines):
+    """What was printed between the lines that open and close every log, which are checked here."""
+    assert re.fullmatch("Started logging on " + STAMP, lines[0]), lines
+    assert lines[1] == "", lines
+    assert lines[-3] == "", lines
+    assert re.fullmatch("Stopped logging on " + STAMP, lines[-2]), lines
+    assert lines[-1] == "", lines
+    return lines[2:-3]

@@ -1,0 +1,78 @@
+"""The bytes on the wire, written out here once more, so that a mistake in the product's own code cannot hide."""
+
+import struct
+from typing import NamedTuple
+
+FRAME_MAGIC = 0xF2B49E2C
+
+MASTER_MAGIC = 0x00234341
+MASTER_VERSION = 8
+MASTER_RECORD_SIZE = 92
+
+SCAN_REQUEST = 0
+DAEMON_STATUS = 1
+START_REQUEST = 2
+START_REPLY = 3
+STOP_REQUEST = 4
+STOP_REPLY = 5
+SLAVE_FAILED = 6
+SLAVE_RUNNING = 9
+STEAL_REQUEST = 11
+STEAL_REPLY = 12
+UNEXPECTED_REPLY = 13
+
+SLAVE_HEADER = 0x7FCE720D
+SLAVE_VERSION = 1
+
+AUTHENTICATING = 0
+SLAVE_INFO = 1
+SLAVE_STATUS = 2
+STOP_SLAVE = 3
+
+NO_ADDRESS = ("0.0.0.0", 0)
+
+
+def frame(payload, magic=FRAME_MAGIC, length=None):
+    """A message as it travels over TCP: magic number, length, payload."""
+    return struct.pack("<II", magic, len(payload) if length is None else length & 0xFFFFFFFF) + payload
+
+
+def ip_number(dotted):
+    first, second, third, fourth = (int(part) for part in dotted.split("."))
+    return first << 24 | second << 16 | third << 8 | fourth
+
+
+def dotted(number):
+    return ".".join(str(number >> shift & 255) for shift in (24, 16, 8, 0))
+
+
+def master_record(kind, address=NO_ADDRESS, text=b"", alias=b"", gpus=0, slave_version=0,
+                  magic=MASTER_MAGIC, version=MASTER_VERSION):
+    """The 92 bytes that travel between a master and the daemon."""
+    ip, port = address
+    return struct.pack("<IIIIHH32s32sII", magic, version, kind & 0xFFFFFFFF, ip_number(ip), port, 0, text, alias,
+                       gpus, slave_version)
+
+
+def slave_record(kind, gpus=0, slave_version=0, header=SLAVE_HEADER, version=SLAVE_VERSION):
+    """The 20 bytes that travel between the slave and the daemon."""
+    return struct.pack("<IIIII", header, version, kind & 0xFFFFFFFF, gpus, slave_version)
+
+
+class Status(NamedTuple):
+    """What a message of the daemon says; compared as a whole by the tests."""
+
+    kind: int
+    owner: tuple
+    text: bytes
+    alias: bytes
+    gpus: int
+    slave_version: int
+
+
+def read_status(record):
+    """Takes a daemon's record apart and insists on the fields that never change."""
+    assert len(record) == MASTER_RECORD_SIZE, record.hex()
+    magic, version, kind, ip, port, padding, text, alias, gpus, slave_version = struct.unpack("<IIIIHH32s32sII", record)
+    assert (magic, version, padding) == (MASTER_MAGIC, MASTER_VERSION, 0), record.hex()
+    return Status(kind, (dotted(ip), port), text.rstrip(b"\0"), alias.rstrip(b"\0"), gpus, slave_version)

@@ -1,0 +1,144 @@
+"""An owner without a usable address counts as none, so its slave can be replaced; no replaced slave is ever lost."""
+
+import pytest
+
+from support import wire
+from support.node import wait_until
+from support.output import daemon_line, error_line
+from support.ownership import stopped
+from support.scenario import PUPPET, scenario
+
+ALREADY_RUNNING = error_line("already running slave")
+MOST_KEPT = 8
+
+
+def started_without_port(node, master, *others, running=True):
+    address = (master.address[0], 0)
+    master.request(wire.START_REQUEST, address=address)
+    told = node.status(wire.DAEMON_STATUS, master)._replace(owner=address)
+    master.expect(told, told._replace(kind=wire.START_REPLY))
+    for other in others:
+        other.expect(told)
+    if running:
+        master.expect(told._replace(kind=wire.SLAVE_RUNNING))
+    return told
+
+
+def replaced(node, owner, *others):
+    """A start while the slave of an owner without port runs; `others` are all the other masters."""
+    owner.request(wire.START_REQUEST)
+    owner.expect(*(node.status(kind, owner) for kind in (wire.DAEMON_STATUS, wire.START_REPLY, wire.SLAVE_RUNNING)))
+    for other in others:
+        other.expect(node.status(wire.DAEMON_STATUS, owner))
+
+
+@pytest.mark.parametrize("address", [("127.0.0.2", 0), ("0.0.0.0", 21000)])
+def test_half_an_address_is_no_owner(farm, address):
+    node, careless, other = farm(2)
+    careless.request(wire.START_REQUEST, address=address)
+    told = node.status(wire.DAEMON_STATUS, careless)._replace(owner=address)
+    careless.expect(told, told._replace(kind=wire.START_REPLY), told._replace(kind=wire.SLAVE_RUNNING))
+    other.expect(told)
+    replaced(node, other, careless)
+    node.output.wait_sequence([daemon_line("starting slave for master %s:%u" % address), ALREADY_RUNNING,
+                               daemon_line(f"starting slave for master {other}")])
+
+
+def test_replaced_slave_lives_on_until_the_daemon_quits(farm):
+    node, careless, other = farm(2)
+    started_without_port(node, careless, other)
+    first = node.slave_process()
+    replaced(node, other, careless)
+    assert first in node.slave_processes() and len(node.slave_processes()) == 2
+    stopped(node, other, careless)
+    wait_until(lambda: node.slave_processes() == [first], "only the replaced slave is left")
+    node.quit()
+    assert node.slave_processes() == []
+
+
+def test_failure_of_a_replaced_slave_is_told_to_nobody(farm):
+    node, careless, other = farm(2)
+    started_without_port(node, careless, other)
+    first = node.slave_process()
+    replaced(node, other, careless)
+    node.kill_slave(first)
+    node.output.wait("            slave crashed or was stopped via CTRL-C")
+    for master in (careless, other):
+        master.expect_silence(node.status(wire.DAEMON_STATUS, other))
+    stopped(node, other, careless)
+    node.quit()
+
+
+def test_slave_replaced_before_it_ran_reports_to_nobody(farm):
+    node, careless, other = farm(2, plays=scenario("connect\nwait 1500\ninfo\nwait 300\nbeat 1000"))
+    started_without_port(node, careless, other, running=False)
+    other.request(wire.START_REQUEST)
+    other.expect(node.status(wire.DAEMON_STATUS, other), node.status(wire.START_REPLY, other))
+    careless.expect(node.status(wire.DAEMON_STATUS, other))
+    other.expect(node.status(wire.SLAVE_RUNNING, other))
+    # Both slaves have reported by now: the replaced one was started earlier.
+    other.expect_silence(node.status(wire.DAEMON_STATUS, other))
+    careless.expect_silence(node.status(wire.DAEMON_STATUS, other))
+
+
+def test_owner_without_port_stops_its_slave(farm):
+    node, careless, other = farm(2)
+    started_without_port(node, careless, other)
+    careless.request(wire.STOP_REQUEST, address=(careless.address[0], 0))
+    careless.expect(node.status(wire.DAEMON_STATUS), node.status(wire.STOP_REPLY))
+    other.expect(node.status(wire.DAEMON_STATUS))
+    node.wait_no_slave()
+
+
+def test_slave_of_an_owner_without_port_can_be_stolen(farm):
+    node, careless, thief = farm(2)
+    started_without_port(node, careless, thief)
+    thief.request(wire.STEAL_REQUEST)
+    thief.expect(*(node.status(kind, thief) for kind in (wire.DAEMON_STATUS, wire.STEAL_REPLY, wire.SLAVE_RUNNING)))
+    careless.expect(node.status(wire.DAEMON_STATUS, thief))
+    assert len(node.slave_processes()) == 1
+    assert ALREADY_RUNNING not in node.own_lines()
+
+
+def test_lost_connection_of_an_owner_without_port_stops_its_slave(farm):
+    node, careless, other = farm(2)
+    started_without_port(node, careless, other)
+    careless.vanish()
+    other.expect(node.status(wire.DAEMON_STATUS))
+    node.wait_no_slave()
+
+
+def test_only_so_many_replaced_slaves_are_kept(farm):
+    node, careless = farm()
+    processes = []
+    for _ in range(MOST_KEPT + 3):
+        started_without_port(node, careless)
+        processes += [process for process in node.slave_processes() if process not in processes]
+    wait_until(lambda: len(node.slave_processes()) <= MOST_KEPT + 1, "the oldest slaves are stopped")
+    assert set(node.slave_processes()) == set(processes[-MOST_KEPT - 1:])
+    assert node.own_lines().count(ALREADY_RUNNING) == MOST_KEPT + 2
+    node.quit()
+    assert node.slave_processes() == []
+
+
+def test_shutdown_stops_replaced_slaves_side_by_side(farm):
+    """Three slaves that take two seconds each to stop are asked to at the same time."""
+    node, careless = farm(plays=scenario(settings="on-stop exit-after 2000"))
+    for _ in range(3):
+        started_without_port(node, careless)
+    node.quit()
+    assert node.slave_processes() == []
+    stopping, ended = "standin: stopping in 2000 ms", "standin: exit status 0"
+    reports = [line for line in node.output.lines() if line in (stopping, ended)]
+    # The first end is that of the information run.
+    assert reports == [ended, *[stopping] * 3, *[ended] * 3]
+
+
+@pytest.mark.linux_only("only Linux lets a slave die with its daemon")
+def test_replaced_slaves_die_with_a_daemon_that_is_killed(farm):
+    node, careless = farm(plays=scenario(PUPPET))
+    for count in range(1, 4):
+        started_without_port(node, careless, running=False)
+        wait_until(lambda: len(node.slave_processes()) == count, "one more slave runs")
+    node.process.kill()
+    node.wait_no_slave()

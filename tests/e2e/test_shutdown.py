@@ -1,0 +1,201 @@
+"""The end of the daemon: asked for, by signals, with and without a slave, and by force."""
+
+import os
+import signal
+import subprocess
+import time
+
+import pytest
+
+from support import wire
+from support.node import wait_until
+from support.output import daemon_line, plain_line
+from support.ownership import running, started
+from support.scenario import PUPPET, scenario
+
+SIGNALS = [signal.SIGINT,
+           *(pytest.param(number, marks=pytest.mark.linux_only("Wine does not hand other signals to a program"))
+             for number in (signal.SIGTERM, signal.SIGABRT, signal.SIGFPE, signal.SIGILL, signal.SIGSEGV))]
+
+
+def closing(count):
+    return plain_line(f"closing down all existing master connections ({count})...")
+
+
+def tail(lines, first):
+    """What was printed from this line on, without the lines that close every log."""
+    assert lines[-3] == lines[-1] == plain_line("")
+    assert lines[-2].startswith(plain_line("Stopped logging on "))
+    return lines[lines.index(first):-3]
+
+
+@pytest.mark.parametrize("number", SIGNALS)
+def test_signal_ends_an_idle_daemon_in_order(make_node, number):
+    node = make_node().serve()
+    node.interrupt(number)
+    assert node.wait_exit() == 0
+    node.output.rest()
+    assert tail(node.own_lines(), closing(0)) == [closing(0)]
+    assert node.errors.rest() == []
+
+
+@pytest.mark.parametrize("number", SIGNALS[:2])
+def test_connections_are_closed_in_the_order_of_their_addresses(farm, number):
+    node, *masters = farm(3)
+    node.interrupt(number)
+    assert all(master.connection.is_closed_by_daemon() for master in masters)
+    assert node.wait_exit() == 0
+    node.output.rest()
+    assert tail(node.own_lines(), closing(3)) == [
+        closing(3), *(daemon_line(f"disconnected from master {master}") for master in masters)]
+
+
+@pytest.mark.parametrize("number", SIGNALS[:2])
+def test_slave_is_stopped_with_its_owners_connection(farm, number):
+    node, first, owner, last = farm(3)
+    running(node, owner, first, last)
+    node.interrupt(number)
+    assert first.connection.is_closed_by_daemon()
+    for master in (owner, last):
+        master.expect(node.status(wire.DAEMON_STATUS))
+        assert master.connection.is_closed_by_daemon()
+    assert node.wait_exit() == 0
+    node.output.rest()
+    lines = [line for line in tail(node.own_lines(), closing(3)) if "heartbeat" not in line and "slave conn" not in line
+             and "monitoring" not in line]
+    assert lines == [
+        closing(3),
+        daemon_line(f"disconnected from master {first}"),
+        daemon_line(f"stopping slave because we are disconnecting from its master {owner}"),
+        daemon_line(f"stopping Quelta slave for master {owner}"),
+        daemon_line(f"disconnected from master {owner}"),
+        daemon_line(f"disconnected from master {last}"),
+    ]
+    assert node.slave_processes() == []
+
+
+def test_slave_of_a_lost_connection_is_stopped_at_the_end(farm):
+    """The owner's connection is gone from the registry's point of view only at the next tick; the slave goes anyway."""
+    node, owner = farm()
+    running(node, owner)
+    owner.vanish()
+    assert node.quit()
+    assert node.slave_processes() == []
+
+
+def test_shutdown_with_a_failed_slave(farm):
+    node, owner = farm()
+    running(node, owner)
+    node.kill_slave()
+    owner.expect(node.status(wire.SLAVE_FAILED, owner))
+    lines = tail(node.quit(), closing(1))
+    assert daemon_line(f"stopping Quelta slave for master {owner}") in lines
+    owner.expect(node.status(wire.DAEMON_STATUS))
+
+
+def test_slave_that_ignores_everything_is_killed_at_the_end(farm):
+    node, owner = farm(plays=scenario(settings="on-stop ignore\non-lost ignore"))
+    running(node, owner)
+    begin = time.monotonic()
+    lines = node.quit()
+    assert time.monotonic() - begin >= 12
+    assert plain_line("slave didn't stop gracefully, killing process by force") in lines
+    assert node.slave_processes() == []
+
+
+def seconds_to_quit(node):
+    begin = time.monotonic()
+    node.interrupt()
+    assert node.wait_exit() == 0
+    return time.monotonic() - begin
+
+
+def test_shutdown_without_a_slave_takes_less_than_a_second(farm):
+    """The best of three, so that a busy machine is not mistaken for a slow daemon."""
+    assert min(seconds_to_quit(farm(3)[0]) for _ in range(3)) < 1
+
+
+def test_shutdown_in_a_flood_takes_less_than_a_second(farm, beacon_socket):
+    def flooded():
+        node, *masters = farm(2, flags="logPrefix")
+        for master in masters:
+            master.connection.send_bytes(wire.frame(master.record(wire.SCAN_REQUEST)) * 500)
+        beacon = wire.master_record(wire.SCAN_REQUEST, masters[0].address)
+        for _ in range(500):
+            beacon_socket.sendto(beacon, ("127.0.0.1", node.port))
+        return seconds_to_quit(node)
+
+    assert min(flooded() for _ in range(3)) < 1
+
+
+@pytest.mark.linux_only("Wine reports the end of a process by a signal in its own way")
+def test_second_interrupt_ends_a_slow_shutdown_at_once(farm):
+    node, owner = farm(plays=scenario(settings="on-stop ignore\non-lost ignore"))
+    running(node, owner)
+    node.interrupt()
+    node.output.wait(daemon_line(f"stopping Quelta slave for master {owner}"))
+    node.interrupt()
+    assert node.wait_exit() == -signal.SIGINT
+    node.wait_no_slave()
+
+
+@pytest.mark.linux_only("only Linux lets a slave die with its daemon")
+def test_no_slave_outlives_a_daemon_that_is_killed(farm):
+    node, owner = farm(plays=scenario(settings="on-stop ignore\non-lost ignore"))
+    running(node, owner)
+    node.process.kill()
+    assert node.wait_exit() == -signal.SIGKILL
+    node.wait_no_slave()
+
+
+@pytest.mark.linux_only("only Linux lets a slave die with its daemon")
+def test_no_slave_outlives_a_daemon_killed_in_its_information_run(make_node):
+    node = make_node(plays=scenario(information="connect\nauthenticating\nhang", settings=""))
+    node.start()
+    node.slave_report("hanging")
+    node.process.kill()
+    node.wait_no_slave()
+
+
+@pytest.mark.linux_only("a terminal's Ctrl-C is a signal to a process group on Linux only")
+def test_interrupt_from_the_terminal_reaches_daemon_and_slave(farm):
+    node, owner = farm()
+    running(node, owner)
+    os.killpg(node.process.pid, signal.SIGINT)
+    assert node.wait_exit() == 0
+    node.wait_no_slave()
+
+
+def test_shutdown_before_the_slave_has_connected(farm):
+    node, owner = farm(plays=scenario(PUPPET))
+    started(node, owner)
+    slave = node.slave_process()
+    node.interrupt()
+    node.output.wait(daemon_line(f"stopping Quelta slave for master {owner}"))
+    node.kill_slave(slave)
+    assert node.wait_exit() == 0
+
+
+def test_ports_are_free_again_after_the_end(make_node):
+    node = make_node().serve()
+    node.quit()
+    again = make_node()
+    again.port = node.port
+    again.serve()
+    again.quit()
+
+
+def test_output_ends_with_the_daemon(make_node):
+    """Nothing keeps the daemon's streams open after it: no slave, no helper process."""
+    node = make_node(flags=None).serve()
+    lines = node.quit()
+    assert lines[-2].startswith("Stopped logging on ")
+    assert node.errors.rest() == []
+
+
+def test_interrupted_daemon_needs_no_reader(make_node):
+    """A service manager may throw the output away."""
+    node = make_node().serve(stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    node.interrupt()
+    assert node.wait_exit() == 0
+    wait_until(lambda: not node.slave_processes(), "no slave is left")

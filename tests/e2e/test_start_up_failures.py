@@ -1,0 +1,95 @@
+"""A slave path or a port that cannot work ends the start-up with its text and exit status 0."""
+
+import pytest
+
+from support import programs
+from support.scenario import scenario
+from support.transcript import INFORMATION_RUN, between_start_and_stop
+
+
+def whole_output(node):
+    lines = node.output.rest()
+    assert node.wait_exit() == 0
+    assert node.errors.rest() == []
+    return between_start_and_stop(lines)
+
+
+def test_slave_path_that_is_a_directory(make_node):
+    node = make_node(flags=None)
+    folder = programs.native_path(node.slave.parent)
+    node.start(["--port", "5130", "--slave", folder])
+    assert whole_output(node) == [f'"{folder}" is not an existing file.']
+
+
+def test_slave_path_that_does_not_exist(make_node):
+    node = make_node(flags=None)
+    missing = programs.native_path(node.slave.parent / "nobody here")
+    node.start(["--port", "5130", "--slave", missing])
+    assert whole_output(node) == [f'"{missing}" is not an existing file.']
+
+
+def test_relative_slave_path_is_taken_from_the_current_directory(make_node):
+    node = make_node(flags=None)
+    node.start(["--port", "5130", "--slave", node.slave.name], cwd=node.folder)
+    expected = programs.native_path(node.folder / node.slave.name)
+    assert whole_output(node) == [f'"{expected}" is not an existing file.']
+
+
+@pytest.mark.parametrize("given, taken", [("1023", 1023), ("1", 1), ("66559", 1023), ("-64536", 1000)])
+def test_port_below_1024_is_refused(make_node, given, taken):
+    node = make_node(flags=None)
+    node.start(["--port", given, "--slave", programs.native_path(node.slave)])
+    assert whole_output(node) == [f"daemon port {taken} is invalid, should be in range 1024..65535"]
+
+
+@pytest.mark.parametrize("given, taken", [("1024", 1024), ("70000", 4464), ("  +05130abc", 5130), ("-2", 65534)])
+def test_port_is_the_leading_integer_in_16_bits(make_node, given, taken):
+    node = make_node(flags=None)
+    node.start(["--port", given, "--slave", programs.native_path(node.slave)])
+    node.output.wait(f"  daemon port:   {taken}")
+
+
+def test_missing_slave_is_told_before_a_low_port(make_node):
+    node = make_node(flags=None)
+    missing = programs.native_path(node.folder / "missing")
+    node.start(["--port", "80", "--slave", missing])
+    assert whole_output(node) == [f'"{missing}" is not an existing file.']
+
+
+def test_slave_that_is_no_program(make_node):
+    node = make_node(flags=None)
+    node.slave.unlink()
+    node.slave.write_text("echo I am no program\n")
+    node.slave.chmod(0o755)
+    node.start()
+    error_number = 193 if programs.ON_WINDOWS else 8
+    assert whole_output(node) == [*INFORMATION_RUN, f"failed to launch Quelta slave: {error_number}"]
+
+
+@pytest.mark.linux_only("Windows has no permission to execute")
+def test_slave_that_is_not_executable(make_node):
+    node = make_node(flags=None)
+    node.slave.unlink()
+    node.slave.write_text("#!/bin/true\n")
+    node.slave.chmod(0o644)
+    node.start()
+    assert whole_output(node) == [*INFORMATION_RUN, "failed to launch Quelta slave: 13"]
+
+
+@pytest.mark.linux_only("the interpreter line of a script means something to Linux only")
+def test_script_whose_interpreter_is_missing(make_node):
+    node = make_node(flags=None)
+    node.slave.unlink()
+    node.slave.write_text("#!/nobody/here\n")
+    node.slave.chmod(0o755)
+    node.start()
+    assert whole_output(node) == [*INFORMATION_RUN, "failed to launch Quelta slave: 2"]
+
+
+def test_last_port_of_all_leaves_none_for_the_slave(make_node):
+    node = make_node(flags=None, plays=scenario(information="exit 0"))
+    node.start(["--port", "65535", "--slave", programs.native_path(node.slave)])
+    output = node.output.rest()
+    assert [line for line in output if line.startswith("standin: argument 6")] == ["standin: argument 6: [0]"]
+    assert between_start_and_stop(node.own_lines()) == [
+        *INFORMATION_RUN, "could not find a free socket to monitor slave", "slave crashed or was stopped via CTRL-C"]

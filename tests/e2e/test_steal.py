@@ -1,0 +1,103 @@
+"""A master takes the slave over from another one."""
+
+from support import wire
+from support.node import wait_until
+from support.output import daemon_line, error_line
+from support.ownership import running, stopped
+
+NO_SLAVE_RUNNING = error_line("we don't have an Quelta slave running")
+
+
+def stolen(node, thief, *others):
+    """Everybody hears of the new owner, then the thief gets its reply and a running slave."""
+    thief.request(wire.STEAL_REQUEST)
+    thief.expect(node.status(wire.DAEMON_STATUS, thief), node.status(wire.STEAL_REPLY, thief))
+    for other in others:
+        other.expect(node.status(wire.DAEMON_STATUS, thief))
+    thief.expect(node.status(wire.SLAVE_RUNNING, thief))
+
+
+def test_steal_from_the_owner(farm):
+    node, owner, thief, third = farm(3)
+    running(node, owner, thief, third)
+    before = node.slave_process()
+    stolen(node, thief, owner, third)
+    wait_until(lambda: before not in node.slave_processes(), "the old slave is gone")
+    assert len(node.slave_processes()) == 1
+    node.output.wait_sequence([
+        daemon_line(f"received steal request from master {thief}"),
+        daemon_line(f"stopping Quelta slave for master {owner}"),
+        daemon_line(f"starting slave for master {thief}"),
+        daemon_line(f"notifying master {thief} that the slave is initialized and running")])
+    assert node.output.count(NO_SLAVE_RUNNING) == 0
+
+
+def test_nobody_hears_of_a_free_node_during_a_steal(farm):
+    node, owner, thief = farm(2)
+    running(node, owner, thief)
+    stolen(node, thief, owner)
+    owner.expect_silence(node.status(wire.DAEMON_STATUS, thief))
+    thief.expect_silence(node.status(wire.DAEMON_STATUS, thief))
+
+
+def test_robbed_owner_cannot_stop_the_slave(farm):
+    node, owner, thief = farm(2)
+    running(node, owner, thief)
+    stolen(node, thief, owner)
+    owner.request(wire.STOP_REQUEST)
+    owner.expect(node.status(wire.STOP_REPLY, thief))
+    thief.expect_silence(node.status(wire.DAEMON_STATUS, thief))
+    stopped(node, thief, owner)
+
+
+def test_owner_steals_from_itself_in_vain(farm):
+    node, owner, other = farm(2)
+    running(node, owner, other)
+    slave = node.slave_process()
+    owner.request(wire.STEAL_REQUEST, text=b"another text")
+    owner.expect(node.status(wire.STEAL_REPLY, owner))
+    other.expect_silence(node.status(wire.DAEMON_STATUS, owner))
+    assert node.slave_processes() == [slave]
+
+
+def test_steal_while_free_complains_and_starts(farm):
+    node, thief, other = farm(2)
+    stolen(node, thief, other)
+    node.output.wait_sequence([daemon_line(f"received steal request from master {thief}"), NO_SLAVE_RUNNING,
+                               daemon_line(f"starting slave for master {thief}")])
+    assert node.output.count(daemon_line("stopping Quelta slave for master 0.0.0.0:0")) == 0
+    stopped(node, thief, other)
+
+
+def test_stolen_back(farm):
+    node, first, second = farm(2)
+    running(node, first, second)
+    for thief, robbed in ((second, first), (first, second), (second, first)):
+        stolen(node, thief, robbed)
+    stopped(node, second, first)
+    node.wait_no_slave()
+
+
+def test_steal_by_the_address_in_the_message(farm):
+    """A request that names the owner is the owner's own, whoever sends it."""
+    node, owner, other = farm(2)
+    running(node, owner, other)
+    other.request(wire.STEAL_REQUEST, address=owner.address)
+    other.expect(node.status(wire.STEAL_REPLY, owner))
+    owner.expect_silence(node.status(wire.DAEMON_STATUS, owner))
+
+
+def test_same_host_with_another_port_is_another_master(make_node, make_master):
+    node = make_node().serve()
+    owner, thief = (make_master(ip="127.0.0.9", text=text).join(node) for text in (b"one", b"two"))
+    running(node, owner, thief)
+    stolen(node, thief, owner)
+
+
+def test_steal_of_a_failed_slave(farm):
+    node, owner, thief = farm(2)
+    running(node, owner, thief)
+    node.kill_slave()
+    owner.expect(node.status(wire.SLAVE_FAILED, owner))
+    stolen(node, thief, owner)
+    thief.expect_silence(node.status(wire.DAEMON_STATUS, thief))
