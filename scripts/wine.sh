@@ -1,7 +1,9 @@
 # Sourced by ./test: Wine for the Windows programs.
 #
-# One virtual display and one server live through the run. Without a display the framework's message loop never
-# delivers anything, and a server that ends with the last program costs seconds at every start.
+# One virtual display, one server and one desktop live through the run. Without a display the framework's message
+# loop never delivers anything. A server that ends with the last program costs seconds at every start. And the first
+# program that needs a desktop starts it, as a process that keeps the program's standard output open: whoever reads
+# that output to its end would wait for the desktop's.
 
 wine_server=
 wine_display=
@@ -21,7 +23,7 @@ wine_begin() {
     fi
 
     trap wine_end EXIT
-    wine_begin_display && wine_begin_server && wine_set_up
+    wine_begin_display && wine_begin_server && wine_set_up && wine_begin_desktop
 }
 
 # The X server picks a display that is free, and tells its number.
@@ -40,7 +42,7 @@ wine_begin_display() {
 }
 
 wine_begin_server() {
-    wineserver --foreground --persistent &
+    wineserver --foreground --persistent >"$WINEPREFIX/wineserver.log" 2>&1 &
     wine_server=$!
 
     while ! wineserver -k0; do # which only asks whether it is there
@@ -56,6 +58,28 @@ wine_set_up() {
     # A crashed program just ends: nobody is there to close a dialogue box.
     wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f >/dev/null &&
         wine winecfg -v win10 && touch "$WINEPREFIX/set-up"
+}
+
+# A window that nobody closes holds the desktop.
+wine_begin_desktop() {
+    local tries
+    wine notepad </dev/null >/dev/null 2>&1 &
+
+    for tries in {1..600}; do
+        wine_desktop_is_there && return
+        sleep 0.1
+    done
+
+    echo "Wine made no desktop within a minute" >&2
+    return 1
+}
+
+wine_desktop_is_there() {
+    local process
+    for process in $(grep -lsz '^C:.*\\explorer\.exe' /proc/[0-9]*/cmdline); do
+        grep -qsxzF "WINEPREFIX=$WINEPREFIX" "${process%cmdline}environ" && return
+    done
+    return 1
 }
 
 # Ends what wine_begin has started; programs that still run under its server end with it.
