@@ -23,12 +23,11 @@ for program in quelta_daemon quelta_master quelta_standin_slave; do
     fi
 done
 
+# The latest first: a master gives its slave back while the daemon still listens.
 clean_up() {
     local pid
-    for pid in "${!running[@]}"; do
+    for pid in $(printf '%s\n' "${!running[@]}" | sort -rn); do
         kill -TERM "$pid" 2>/dev/null
-    done
-    for pid in "${!running[@]}"; do
         ended_within 15 "$pid" || kill -KILL "$pid" 2>/dev/null
     done
     rm -rf "$work"
