@@ -97,7 +97,7 @@ def test_slave_of_an_owner_without_port_can_be_stolen(farm):
     thief.expect(*(node.status(kind, thief) for kind in (wire.DAEMON_STATUS, wire.STEAL_REPLY, wire.SLAVE_RUNNING)))
     careless.expect(node.status(wire.DAEMON_STATUS, thief))
     assert len(node.slave_processes()) == 1
-    assert ALREADY_RUNNING not in node.own_lines()
+    assert ALREADY_RUNNING not in node.quit()
 
 
 def test_lost_connection_of_an_owner_without_port_stops_its_slave(farm):
@@ -116,8 +116,7 @@ def test_only_so_many_replaced_slaves_are_kept(farm):
         processes += [process for process in node.slave_processes() if process not in processes]
     wait_until(lambda: len(node.slave_processes()) <= MOST_KEPT + 1, "the oldest slaves are stopped")
     assert set(node.slave_processes()) == set(processes[-MOST_KEPT - 1:])
-    assert node.own_lines().count(ALREADY_RUNNING) == MOST_KEPT + 2
-    node.quit()
+    assert node.quit().count(ALREADY_RUNNING) == MOST_KEPT + 2
     assert node.slave_processes() == []
 
 

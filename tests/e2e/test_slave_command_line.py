@@ -8,7 +8,7 @@ import pytest
 
 from support import programs, wire
 from support.node import wait_until
-from support.ownership import running, started
+from support.ownership import running, start_line, started
 from support.scenario import QUICK_INFORMATION, scenario
 
 
@@ -28,9 +28,8 @@ def arguments_of_slave(node, master, after):
 def seen(farm, **settings):
     """The slave's arguments from the alias on, as a running slave was given them."""
     node, master = farm(**settings)
-    after = len(node.output.lines()) - 1
     started(node, master)
-    return arguments_of_slave(node, master, after)
+    return arguments_of_slave(node, master, start_line(node, master))
 
 
 @pytest.mark.parametrize("alias, taken", [
@@ -95,8 +94,9 @@ def test_executable_with_blanks_and_its_folder(make_node, make_master):
     node.slave = programs.install(programs.STANDIN_SLAVE, node.folder / "own folder", name)
     node.play(scenario())
     node.serve()
-    after = len(node.output.lines()) - 1
-    started(node, make_master().join(node))
+    master = make_master().join(node)
+    started(node, master)
+    after = start_line(node, master)
     node.slave_report(f"argument 0: [{name}]", after)
     node.slave_report(f"folder: [{programs.native_path(node.slave.parent)}]", after)
 
@@ -105,9 +105,8 @@ def test_slave_is_served_on_the_same_port_again(farm):
     node, first, second = farm(2)
     ports = {node.monitor_port()}
     for owner, other in ((first, second), (second, first)):
-        after = len(node.output.lines()) - 1
         running(node, owner, other)
-        ports.add(node.monitor_port(after))
+        ports.add(node.monitor_port(start_line(node, owner)))
         owner.request(wire.STOP_REQUEST)
         owner.expect(node.status(wire.DAEMON_STATUS), node.status(wire.STOP_REPLY))
         other.expect(node.status(wire.DAEMON_STATUS))

@@ -50,7 +50,7 @@ def test_slave_that_never_connects(farm):
     node.kill_slave()
     node.output.wait(failure_notice(owner), line)
     assert_failed(node, owner, other)
-    assert KILLED not in node.own_lines()
+    assert KILLED not in node.quit()
 
 
 def test_slave_that_connects_and_stays_silent(farm):
@@ -193,7 +193,7 @@ def test_stop_is_one_message_to_the_slave(farm):
     owner.expect(node.status(wire.DAEMON_STATUS), node.status(wire.STOP_REPLY))
     other.expect(node.status(wire.DAEMON_STATUS))
     assert slave.is_closed_by_daemon()
-    assert not {KILLED, CRASHED, failure_notice(owner)} & set(node.own_lines())
+    assert not {KILLED, CRASHED, failure_notice(owner)} & set(node.quit())
 
 
 def test_slave_may_take_its_time_to_stop(farm):
@@ -202,7 +202,7 @@ def test_slave_may_take_its_time_to_stop(farm):
     begin = time.monotonic()
     stopped(node, owner, other)
     assert_took(begin, 5)
-    assert not {KILLED, CRASHED, failure_notice(owner)} & set(node.own_lines())
+    assert not {KILLED, CRASHED, failure_notice(owner)} & set(node.quit())
 
 
 def test_slave_that_ignores_the_stop_is_killed_after_twelve_seconds(farm):
@@ -211,9 +211,10 @@ def test_slave_that_ignores_the_stop_is_killed_after_twelve_seconds(farm):
     begin = time.monotonic()
     stopped(node, owner, other)
     assert_took(begin, 12)
-    assert node.own_lines().count(KILLED) == 1
-    assert not {CRASHED, failure_notice(owner)} & set(node.own_lines())
     node.wait_no_slave()
+    lines = node.quit()
+    assert lines.count(KILLED) == 1
+    assert not {CRASHED, failure_notice(owner)} & set(lines)
 
 
 def test_slave_that_was_stopped_before_it_connected_is_killed_after_twelve_seconds(farm):
@@ -239,4 +240,4 @@ def test_stop_during_the_stop_of_a_hanging_slave_tells_nobody_of_a_crash(farm):
     owner.expect(node.status(wire.DAEMON_STATUS), node.status(wire.STOP_REPLY))
     other.expect(node.status(wire.DAEMON_STATUS))
     owner.expect_silence(node.status(wire.DAEMON_STATUS))
-    assert failure_notice(owner) not in node.own_lines()
+    assert failure_notice(owner) not in node.quit()

@@ -1,6 +1,7 @@
 """Steps that many tests share: a slave started, running, stopped, with every message that goes with it."""
 
 from . import wire
+from .output import daemon_line
 from .slave import SlaveConnection
 
 
@@ -26,10 +27,14 @@ def stopped(node, owner, *others):
         other.expect(node.status(wire.DAEMON_STATUS))
 
 
+def start_line(node, owner):
+    """The number of the line behind which everything belongs to the slave that was first started for this owner."""
+    return node.output.wait(daemon_line(f"starting slave for master {owner}"))
+
+
 def puppet(node, owner, *others):
     """A slave process that leaves its connection to the test, which gets it."""
-    after = len(node.output.lines()) - 1
     started(node, owner, *others)
-    port = node.monitor_port(after)
+    port = node.monitor_port(start_line(node, owner))
     node.slave_process()
     return SlaveConnection(port)
