@@ -75,14 +75,16 @@ TEST_F(LogLifecycleTest, TheFirstLinesHaveTimeAndEmptyPrefixLikeAnyOther)
 
 TEST_F(LogLifecycleTest, ByDefaultLinesAppearOnStandardOutputOnly)
 {
-    const StandardStreamCapture output(stdout);
-    const StandardStreamCapture error(stderr);
+    StandardStreamCapture output(stdout);
+    StandardStreamCapture error(stderr);
     flags::logToStdout = 1; // as the application does
     init();
     QUELTA_LOG_DAEMON("a message of the daemon");
     QUELTA_LOG_DAEMON_DETAIL("a detail");
     logError("an error");
     shutdownLog();
+    error.stop();
+    output.stop();
 
     EXPECT_EQ(output.getWritten(),
               "Started logging on 16.11.26 00:43:48\n\nan error\n\nStopped logging on 16.11.26 00:43:48\n\n");
@@ -92,32 +94,36 @@ TEST_F(LogLifecycleTest, ByDefaultLinesAppearOnStandardOutputOnly)
 
 TEST_F(LogLifecycleTest, TheFlagsFileMaySwitchTheConsoleOff)
 {
-    const StandardStreamCapture output(stdout);
+    StandardStreamCapture output(stdout);
     flags::logToStdout = 1;
     writeFlagsFile("logToStdout 0");
     init();
     logError("x");
+    output.stop();
     EXPECT_EQ(output.getWritten(), "");
     EXPECT_EQ(getSinks().size(), 1u); // the capturing one
 }
 
 TEST_F(LogLifecycleTest, TheFlagsFileMayMoveTheConsoleToStandardError)
 {
-    const StandardStreamCapture output(stdout);
-    const StandardStreamCapture error(stderr);
+    StandardStreamCapture output(stdout);
+    StandardStreamCapture error(stderr);
     flags::logToStdout = 1;
     writeFlagsFile("logToStdout 2");
     init();
+    error.stop();
+    output.stop();
     EXPECT_EQ(output.getWritten(), "");
     EXPECT_EQ(error.getWritten(), "Started logging on 16.11.26 00:43:48\n\n");
 }
 
 TEST_F(LogLifecycleTest, SinksAreAddedInOrderConsoleDebuggerFile)
 {
-    const StandardStreamCapture output(stdout);
+    StandardStreamCapture output(stdout);
     LogCapture::removeAllSinks();
     writeFlagsFile("logToFile logToDebugConsole logToStdout");
     init();
+    output.stop();
     EXPECT_EQ(getSinks(), (std::vector<LogSink>{writeToConsole, writeToDebugConsole, writeToLogFile}));
 }
 
@@ -139,9 +145,10 @@ TEST_F(LogLifecycleTest, TheTableOfFileSettingsIsEmptiedFirst)
 TEST_F(LogLifecycleTest, ADumpOfTheFlagsFollowsTheFirstLine)
 {
     flags::logToStdout = 1;
-    const StandardStreamCapture output(stdout);
+    StandardStreamCapture output(stdout);
     writeFlagsFile("logFlags");
     init();
+    output.stop();
     const auto lines = log.lines();
     EXPECT_EQ((Lines{lines.begin(), lines.begin() + 3}),
               (Lines{"Started logging on 16.11.26 00:43:48", "",

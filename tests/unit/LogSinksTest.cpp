@@ -164,12 +164,16 @@ TEST_F(LogConsoleTest, TheStreamIsChosenAnewForEveryLine)
 TEST_F(LogConsoleTest, RedirectedStandardOutputGetsEveryLineAtOnce)
 {
     console.isReal = false;
-    const StandardStreamCapture output(stdout);
+    StandardStreamCapture output(stdout);
     logUnprefixed("%s", "M\xC3\xBCller");
-    EXPECT_EQ(output.getWritten(), "M\xC3\xBCller\n");
+    const auto afterFirst = output.getWritten();
     logUnprefixed("%s", "");
     logUnprefixed("two\nlines");
-    EXPECT_EQ(output.getWritten(), "M\xC3\xBCller\n\ntwo\nlines\n");
+    const auto afterThird = output.getWritten();
+    output.stop();
+
+    EXPECT_EQ(afterFirst, "M\xC3\xBCller\n");
+    EXPECT_EQ(afterThird, "M\xC3\xBCller\n\ntwo\nlines\n");
     EXPECT_EQ(console.written, RecordedConsole::Writes{});
 }
 
@@ -177,20 +181,26 @@ TEST_F(LogConsoleTest, RedirectedStandardErrorGetsEveryLineAtOnce)
 {
     console.isReal = false;
     flags::logToStdout = 2;
-    const StandardStreamCapture output(stdout);
-    const StandardStreamCapture error(stderr);
+    StandardStreamCapture output(stdout);
+    StandardStreamCapture error(stderr);
     logUnprefixed("one");
-    EXPECT_EQ(error.getWritten(), "one\n");
+    const auto afterFirst = error.getWritten();
     logError("two");
-    EXPECT_EQ(error.getWritten(), "one\ntwo\n");
+    const auto afterSecond = error.getWritten();
+    error.stop();
+    output.stop();
+
+    EXPECT_EQ(afterFirst, "one\n");
+    EXPECT_EQ(afterSecond, "one\ntwo\n");
     EXPECT_EQ(output.getWritten(), "");
 }
 
 TEST_F(LogConsoleTest, AFileIsNoRealConsole)
 {
     platform::setConsole(nullptr);
-    const StandardStreamCapture output(stdout);
+    StandardStreamCapture output(stdout);
     logUnprefixed("x");
+    output.stop();
     EXPECT_EQ(output.getWritten(), "x\n");
 }
 

@@ -24,15 +24,22 @@ public:
         close(redirected);
     }
 
-    ~StandardStreamCapture()
-    {
-        std::fflush(stream);
-        dup2(original, fileno(stream));
-        close(original);
-    }
+    ~StandardStreamCapture() { stop(); }
 
     StandardStreamCapture(const StandardStreamCapture&) = delete;
     StandardStreamCapture& operator=(const StandardStreamCapture&) = delete;
+
+    /** Puts the stream back. */
+    void stop()
+    {
+        if (original < 0)
+            return;
+
+        std::fflush(stream);
+        dup2(original, fileno(stream));
+        close(original);
+        original = -1;
+    }
 
     /** What has been written so far, with the line ends of C whatever the system makes of them. */
     std::string getWritten() const
