@@ -20,10 +20,11 @@ constexpr int descriptorReserve = 16;
 } // namespace
 
 DaemonNetworkThread::DaemonNetworkThread(const DaemonSettings& daemonSettings, uint32_t slaveVersionToTell,
-                                         uint32_t numGpusToTell)
+                                         uint32_t numGpusToTell, const SlaveTimeLimits& limits)
     : settings(daemonSettings),
       slaveVersion(slaveVersionToTell),
       numProvidedGpus(numGpusToTell),
+      slaveLimits(limits),
       discovery(std::make_unique<MasterDiscovery>(daemonSettings.daemonPort))
 {
     discovery->setListener(this);
@@ -237,7 +238,7 @@ void DaemonNetworkThread::startSlave(const MasterAddress& address, MasterConnect
     ownerAddress = address;
     ownerConnection = &connection;
     ownerText = masterText;
-    slave = std::make_unique<SlaveProcess>(address.ip, address.port, settings, false, this);
+    slave = std::make_unique<SlaveProcess>(address.ip, address.port, settings, false, this, slaveLimits);
     broadcastStatus();
 }
 

@@ -2,14 +2,14 @@
 // answers their requests, binds the one slave to one master at a time, and tells that master how the slave
 // fares. It runs no thread of its own.
 //
-//   state   event                                      next    what happens
-//   free    start from any master                      owned   slave started, status to all
-//   free    steal from any master                      owned   the same, after an error line
-//   owned   stop from the owner                        free    slave stopped, status to all
-//   owned   steal from another master                  owned   slave stopped, started for the thief, status
-//   to all owned   the owner's connection lost for good       free    slave stopped, status to all owned the
-//   slave fails                            owned   the owner is told; it frees the slave by a stop any any
-//   other start, stop or steal             same    only the reply
+//   state  event                                 next   what happens
+//   free   start from any master                 owned  slave started, status to all
+//   free   steal from any master                 owned  the same, after an error line
+//   owned  stop from the owner                   free   slave stopped, status to all
+//   owned  steal from another master             owned  slave stopped, started for the thief, status to all
+//   owned  the owner's connection lost for good  free   slave stopped, status to all
+//   owned  the slave fails                       owned  the owner is told; it frees the slave by a stop
+//   any    any other start, stop or steal        same   only the reply
 //
 // Threads: the discovery thread (masterDetected), the message thread (constructor, timerCallback,
 // destructor), each connection's own thread (handleRequest) and the SlaveProcess thread (both notifications).
@@ -40,10 +40,10 @@ class DaemonNetworkThread final : public MasterDiscoveryListener, public SlavePr
 public:
     class MasterConnection;
 
-    /** Starts listening for masters. `slaveVersion` and `numProvidedGpus` are what every message tells them.
-     */
+    /** Starts listening for masters. Every message tells them the version and the number of GPUs. The slave
+        has to keep to `limits`. */
     DaemonNetworkThread(const DaemonSettings& daemonSettings, uint32_t slaveVersionToTell,
-                        uint32_t numGpusToTell);
+                        uint32_t numGpusToTell, const SlaveTimeLimits& limits = {});
 
     /** Stops listening, disconnects from all masters and stops the slave. */
     ~DaemonNetworkThread() override;
@@ -79,6 +79,7 @@ private:
     const DaemonSettings settings;
     const uint32_t slaveVersion;
     const uint32_t numProvidedGpus;
+    const SlaveTimeLimits slaveLimits;
 
     juce::CriticalSection lock; ///< Recursive. Guards everything below.
 
