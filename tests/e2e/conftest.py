@@ -25,6 +25,17 @@ def pytest_collection_modifyitems(items):
             item.add_marker(pytest.mark.skip(reason=f"{other}: {marker.args[0]}"))
 
 
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item):
+    """Shows with a failure what its daemons have printed up to then."""
+    report = (yield).get_result()
+    if report.failed and report.when == "call" and "make_node" in item.funcargs:
+        for node in item.funcargs["make_node"].nodes:
+            for name, output in (("output", node.output), ("errors", node.errors)):
+                if output:
+                    report.sections.append((f"{name} of {node.folder.name}", "\n".join(output.lines())))
+
+
 @pytest.fixture(scope="session")
 def ports(tmp_path_factory, worker_id):
     own = tmp_path_factory.getbasetemp()
@@ -48,6 +59,7 @@ def make_node(tmp_path, ports):
         nodes.append(Node(tmp_path / f"node{len(nodes)}", ports.free_block(), **settings))
         return nodes[-1]
 
+    make.nodes = nodes
     yield make
     for node in nodes:
         node.close()

@@ -16,7 +16,7 @@ def failure(make_node, arguments):
     lines = node.output.rest()
     assert node.wait_exit() == 0
     assert node.errors.rest() == []
-    assert not node.slave_processes()
+    node.assert_no_slave()
     return node, between_start_and_stop(lines)
 
 

@@ -21,7 +21,7 @@ def own_output(make_node, information, settings=""):
     node.output.rest()
     assert node.wait_exit() == 0
     assert node.errors.rest() == []
-    assert not node.slave_processes()
+    node.assert_no_slave()
     return between_start_and_stop(node.own_lines())
 
 
@@ -105,7 +105,7 @@ def test_slave_is_told_that_only_information_is_wanted(make_node):
 
 def test_no_slave_is_left_by_the_information_run(make_node):
     node = make_node().serve()
-    assert node.slave_processes() == []
+    node.assert_no_slave()
 
 
 @pytest.mark.linux_only("Wine reports the end of a process by a signal in its own way")

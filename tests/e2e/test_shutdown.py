@@ -71,7 +71,7 @@ def test_slave_is_stopped_with_its_owners_connection(farm, number):
         daemon_line(f"disconnected from master {owner}"),
         daemon_line(f"disconnected from master {last}"),
     ]
-    assert node.slave_processes() == []
+    node.assert_no_slave()
 
 
 def test_slave_of_a_lost_connection_is_stopped_at_the_end(farm):
@@ -80,7 +80,7 @@ def test_slave_of_a_lost_connection_is_stopped_at_the_end(farm):
     running(node, owner)
     owner.vanish()
     assert node.quit()
-    assert node.slave_processes() == []
+    node.assert_no_slave()
 
 
 def test_shutdown_with_a_failed_slave(farm):
@@ -100,7 +100,7 @@ def test_slave_that_ignores_everything_is_killed_at_the_end(farm):
     lines = node.quit()
     assert time.monotonic() - begin >= 12
     assert plain_line("slave didn't stop gracefully, killing process by force") in lines
-    assert node.slave_processes() == []
+    node.assert_no_slave()
 
 
 def seconds_to_quit(node):
@@ -139,7 +139,6 @@ def test_second_interrupt_ends_a_slow_shutdown_at_once(farm):
     node.wait_no_slave()
 
 
-@pytest.mark.linux_only("only Linux lets a slave die with its daemon")
 def test_no_slave_outlives_a_daemon_that_is_killed(farm):
     node, owner = farm(plays=scenario(settings="on-stop ignore\non-lost ignore"))
     running(node, owner)
@@ -148,7 +147,6 @@ def test_no_slave_outlives_a_daemon_that_is_killed(farm):
     node.wait_no_slave()
 
 
-@pytest.mark.linux_only("only Linux lets a slave die with its daemon")
 def test_no_slave_outlives_a_daemon_killed_in_its_information_run(make_node):
     node = make_node(plays=scenario(information="connect\nauthenticating\nhang", settings=""))
     node.start()
@@ -169,10 +167,10 @@ def test_interrupt_from_the_terminal_reaches_daemon_and_slave(farm):
 def test_shutdown_before_the_slave_has_connected(farm):
     node, owner = farm(plays=scenario(PUPPET))
     started(node, owner)
-    slave = node.slave_process()
+    node.slave_report("hanging")
     node.interrupt()
     node.output.wait(daemon_line(f"stopping Quelta slave for master {owner}"))
-    node.kill_slave(slave)
+    node.kill_slave()
     assert node.wait_exit() == 0
 
 

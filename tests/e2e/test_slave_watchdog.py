@@ -20,7 +20,7 @@ CRASHED = plain_line("slave crashed or was stopped via CTRL-C")
 KILLED = plain_line("slave didn't stop gracefully, killing process by force")
 
 # What a busy machine may add to a limit.
-SLACK = 6
+SLACK = 3
 
 
 def failure_notice(owner):

@@ -141,6 +141,12 @@ class Node:
     def wait_no_slave(self):
         wait_until(lambda: not self.slave_processes(), "the slave is gone")
 
+    def assert_no_slave(self):
+        """No slave is left now; Wine's processes take a moment to leave after they have ended."""
+        if programs.ON_WINDOWS:
+            self.wait_no_slave()
+        assert self.slave_processes() == []
+
     def kill_slave(self, process=None):
         os.kill(process or self.slave_process(), signal.SIGKILL)
 

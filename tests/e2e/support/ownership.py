@@ -35,6 +35,6 @@ def start_line(node, owner):
 def puppet(node, owner, *others):
     """A slave process that leaves its connection to the test, which gets it."""
     started(node, owner, *others)
-    port = node.monitor_port(start_line(node, owner))
-    node.slave_process()
-    return SlaveConnection(port)
+    start = start_line(node, owner)
+    node.slave_report("hanging", start)  # a process killed before it has begun would count as never launched
+    return SlaveConnection(node.monitor_port(start))
