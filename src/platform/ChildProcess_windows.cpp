@@ -1,8 +1,6 @@
-#define NOMINMAX
-#define WIN32_LEAN_AND_MEAN
-#include <windows.h>
-
 #include "platform/ChildProcess.h"
+
+#include <windows.h>
 
 #include <vector>
 
@@ -16,18 +14,17 @@ std::vector<wchar_t> toWritableUtf16(const juce::String& text)
     return {begin, begin + wcslen(begin) + 1};
 }
 
-/** The job whose members end with this process: its only handle is never closed, so the system closes it. */
-HANDLE getJobOfSlaves()
+/** Puts this process into a job whose members end with its only handle. The handle is never closed, so the
+    system closes it when this process ends, however that comes about. What this process starts is a member
+    from its first moment on. */
+bool joinJobOfSlaves()
 {
-    static const HANDLE job = [] {
-        const auto created = CreateJobObjectW(nullptr, nullptr);
-        JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
-        limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
-        SetInformationJobObject(created, JobObjectExtendedLimitInformation, &limits, sizeof(limits));
-        return created;
-    }();
-
-    return job;
+    const auto job = CreateJobObjectW(nullptr, nullptr);
+    JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
+    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+    return SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof(limits)) !=
+               FALSE &&
+           AssignProcessToJobObject(job, GetCurrentProcess()) != FALSE;
 }
 
 } // namespace
@@ -45,6 +42,8 @@ ChildProcess::~ChildProcess() = default;
 
 int ChildProcess::launch(const juce::File& executable, const juce::String& commandLine)
 {
+    [[maybe_unused]] static const bool slavesEndWithThisProcess = joinJobOfSlaves();
+
     const auto path = toWritableUtf16(executable.getFullPathName());
     const auto folder = toWritableUtf16(executable.getParentDirectory().getFullPathName());
     auto text = toWritableUtf16(commandLine);
@@ -60,7 +59,6 @@ int ChildProcess::launch(const juce::File& executable, const juce::String& comma
         return static_cast<int>(GetLastError());
 
     handle->process = process.hProcess;
-    AssignProcessToJobObject(getJobOfSlaves(), process.hProcess);
     return 0;
 }
 
