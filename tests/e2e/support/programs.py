@@ -43,6 +43,7 @@ def install(name, folder, as_name=None):
     """
     folder.mkdir(parents=True, exist_ok=True)
     target = folder / (as_name or name)
+    target.unlink(missing_ok=True)  # never through a link into what it links to
     try:
         os.link(bin_dir() / name, target)
     except OSError:
