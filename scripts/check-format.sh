@@ -1,0 +1,6 @@
+#!/usr/bin/env bash
+# Every C++ file is formatted as .clang-format says.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+find src tests tools benchmarks \( -name '*.cpp' -o -name '*.h' \) -print0 |
+    xargs -0 clang-format-14 --dry-run -Werror

@@ -1,0 +1,42 @@
+# Sourced by ./run, ./test and ./bench: installs what they lack, once and quietly.
+
+export DEBIAN_FRONTEND=noninteractive
+
+build_packages=(g++ cmake ninja-build juce-modules-source-data zlib1g-dev libcli11-dev nlohmann-json3-dev)
+test_packages=(googletest python3 python3-pytest python3-pytest-xdist iproute2)
+windows_packages=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 xvfb zip unzip)
+clang_packages=(clang-14 libclang-rt-14-dev llvm-14)
+lint_packages=(clang-14 clang-format-14 clang-tidy-14)
+bench_packages=(libspdlog-dev python3)
+
+# need_packages NAME...: installs those that are missing, through apt.
+need_packages() {
+    local missing=() name
+    for name in "$@"; do
+        dpkg-query -W -f '${Status}' "$name" 2>/dev/null | grep -q '^install ok installed$' || missing+=("$name")
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+
+    local as_root=()
+    if [ "$(id -u)" -ne 0 ]; then
+        if ! command -v sudo >/dev/null 2>&1 || ! sudo -n true 2>/dev/null; then
+            echo "These Debian packages are missing, and this user may not install them:" >&2
+            echo "  ${missing[*]}" >&2
+            echo "Install them as root with: apt-get install ${missing[*]}" >&2
+            return 1
+        fi
+        as_root=(sudo -n env DEBIAN_FRONTEND=noninteractive)
+    fi
+
+    echo "installing Debian packages: ${missing[*]}"
+    local log
+    log=$(mktemp)
+    if ! { "${as_root[@]}" apt-get update -qq &&
+           "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
+        echo "apt-get could not install them; its last words:" >&2
+        tail -n 15 "$log" >&2
+        rm -f "$log"
+        return 1
+    fi
+    rm -f "$log"
+}
