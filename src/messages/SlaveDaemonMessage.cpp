@@ -27,11 +27,11 @@ SlaveDaemonMessage SlaveDaemonMessage::createStopMessage()
     return message;
 }
 
-bool SlaveDaemonMessage::fromData(const void* data, size_t size, SlaveDaemonMessage& message)
+bool SlaveDaemonMessage::fromData(const void* data, size_t length, SlaveDaemonMessage& message)
 {
-    if (size != SlaveDaemonMessage::size)
+    if (length != size)
     {
-        logError("slave daemon message had invalid size (%u)", static_cast<unsigned>(size));
+        logError("slave daemon message had invalid size (%u)", static_cast<unsigned>(length));
         return false;
     }
 

@@ -42,9 +42,9 @@ struct SlaveDaemonMessage
     /** The message that asks the slave to end. */
     static SlaveDaemonMessage createStopMessage();
 
-    /** Checks `size` received bytes and, if they are a valid message, fills `message` and returns true.
+    /** Checks `length` received bytes and, if they are a valid message, fills `message` and returns true.
         Otherwise logs which test failed as an error, leaves `message` alone and returns false. */
-    static bool fromData(const void* data, size_t size, SlaveDaemonMessage& message);
+    static bool fromData(const void* data, size_t length, SlaveDaemonMessage& message);
 
     /** The message's bytes. */
     Bytes encode() const;

@@ -1,8 +1,6 @@
-#define NOMINMAX
-#define WIN32_LEAN_AND_MEAN
-#include <windows.h>
-
 #include "platform/Console.h"
+
+#include <windows.h>
 
 namespace quelta::platform {
 

@@ -1,6 +1,6 @@
-#include <juce_events/juce_events.h>
-
 #include "platform/ProgramEntry.h"
+
+#include <juce_events/juce_events.h>
 
 namespace quelta::platform {
 

@@ -61,7 +61,7 @@ void installQuitHandlers()
             juce::JUCEApplicationBase::quit();
     });
 
-    setHandler(requestQuit, SA_RESETHAND | SA_RESTART);
+    setHandler(requestQuit, static_cast<int>(SA_RESETHAND | SA_RESTART));
 }
 
 void resetQuitHandlers()

@@ -1,10 +1,9 @@
-#define NOMINMAX
-#define WIN32_LEAN_AND_MEAN
-#include <mstcpip.h>
-#include <winsock2.h>
-#include <ws2tcpip.h>
-
 #include "platform/Sockets.h"
+
+#include <winsock2.h>
+
+#include <mstcpip.h>
+#include <ws2tcpip.h>
 
 #include <array>
 
@@ -91,7 +90,7 @@ BeaconSocket::Readiness BeaconSocket::waitUntilReadable(int timeoutMs)
     fd_set readable;
     FD_ZERO(&readable);
     FD_SET(static_cast<SOCKET>(handle), &readable);
-    const timeval timeout{timeoutMs / 1000, (timeoutMs % 1000) * 1000};
+    timeval timeout{timeoutMs / 1000, (timeoutMs % 1000) * 1000};
     const auto result = select(0, &readable, nullptr, nullptr, &timeout);
 
     if (result == SOCKET_ERROR)
