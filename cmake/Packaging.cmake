@@ -1,3 +1,39 @@
-# What cpack makes of a build.
+# What cpack makes of a build: the three programs with all that an operator needs, in one folder.
+
+if(WIN32)
+  set(CPACK_GENERATOR ZIP)
+  set(package_system win64)
+  set(package_newlines DOS)
+  set(package_licences JUCE-modules zlib CLI11 nlohmann-json gcc-runtime mingw-w64-runtime winpthreads)
+else()
+  # zlib and the compiler's runtime are the system's own there.
+  set(CPACK_GENERATOR TGZ)
+  set(package_system linux-${CMAKE_SYSTEM_PROCESSOR})
+  set(package_newlines UNIX)
+  set(package_licences JUCE-modules CLI11 nlohmann-json)
+endif()
+
 set(CPACK_PACKAGE_NAME quelta-daemon)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_FILE_NAME ${CPACK_PACKAGE_NAME}-${PROJECT_VERSION}-${package_system})
+set(CPACK_STRIP_FILES ON)
+set(CPACK_VERBATIM_VARIABLES ON)
+
+# Programs look for their files beside themselves, so everything is in one folder.
+install(TARGETS quelta_daemon quelta_standin_slave quelta_master RUNTIME DESTINATION .)
+
+# package_text(FOLDER NAME): a text of packaging/, with the line ends of the system that gets it.
+function(package_text folder name)
+  configure_file(${CMAKE_SOURCE_DIR}/packaging/${folder}/${name} ${CMAKE_BINARY_DIR}/package/${folder}/${name}
+    @ONLY NEWLINE_STYLE ${package_newlines})
+  install(FILES ${CMAKE_BINARY_DIR}/package/${folder}/${name} DESTINATION ${folder})
+endfunction()
+
+package_text(. README.txt)
+package_text(. quelta_daemon_log_flags.txt)
+
+foreach(name ${package_licences})
+  package_text(licences ${name}.txt)
+endforeach()
+
+include(CPack)

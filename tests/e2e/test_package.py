@@ -1,0 +1,129 @@
+"""The archive for operators: what is in it, and that it works wherever it is unpacked."""
+
+import fcntl
+import json
+import re
+import shutil
+import subprocess
+from pathlib import Path
+
+import pytest
+
+from support import programs
+from support.node import FLAGS_FILE
+from support.transcript import between_start_and_stop, usage
+
+BUILD = programs.bin_dir().parent
+VERSION = "4.0.0"
+NAME = f"quelta-daemon-{VERSION}-" + ("win64" if programs.ON_WINDOWS else "linux-x86_64")
+ARCHIVE = NAME + (".zip" if programs.ON_WINDOWS else ".tar.gz")
+
+PROGRAMS = [name + programs.SUFFIX for name in ("quelta_daemon", "quelta_master", "quelta_standin_slave")]
+LICENCES = ["CLI11", "JUCE-modules", "nlohmann-json"]
+if programs.ON_WINDOWS:
+    LICENCES += ["gcc-runtime", "mingw-w64-runtime", "winpthreads", "zlib"]
+TEXTS = ["README.txt", FLAGS_FILE, *(f"licences/{name}.txt" for name in LICENCES)]
+
+
+def is_packaged_build():
+    cache = BUILD / "CMakeCache.txt"
+    return cache.exists() and "CMAKE_BUILD_TYPE:STRING=Release\n" in cache.read_text()
+
+
+pytestmark = pytest.mark.skipif(not is_packaged_build(), reason="only the build folder of a release is packaged")
+
+
+@pytest.fixture(scope="module")
+def archive(tmp_path_factory, worker_id):
+    """The archive, made once in a run by whichever worker comes first."""
+    own = tmp_path_factory.getbasetemp()
+    folder = (own if worker_id == "master" else own.parent) / "package"
+    folder.mkdir(exist_ok=True)
+    with (folder / "lock").open("w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        if not (folder / ARCHIVE).exists():
+            subprocess.run(["cpack", "--config", str(BUILD / "CPackConfig.cmake"), "-B", str(folder)], check=True,
+                           capture_output=True)
+    return folder / ARCHIVE
+
+
+@pytest.fixture
+def unpacked(archive, tmp_path):
+    shutil.unpack_archive(archive, tmp_path / "Größe 1")
+    folder = tmp_path / "Größe 1" / NAME
+    for name in PROGRAMS:
+        (folder / name).chmod(0o755)  # which the module for archives forgets
+    return folder
+
+
+@pytest.fixture
+def packaged_node(make_node, unpacked):
+    """A node whose programs, and whose flags file, are those of the package."""
+    node = make_node(flags=None)
+    node.program = unpacked / PROGRAMS[0]
+    node.slave = unpacked / PROGRAMS[2]
+    return node
+
+
+def test_contents(unpacked):
+    files = {str(path.relative_to(unpacked)) for path in unpacked.rglob("*") if path.is_file()}
+    assert files == {*PROGRAMS, *TEXTS}
+
+
+@pytest.mark.parametrize("name", TEXTS)
+def test_texts_have_the_systems_line_ends(unpacked, name):
+    text = (unpacked / name).read_bytes()
+    lines = text.count(b"\n")
+    assert lines > 5
+    assert text.count(b"\r\n") == text.count(b"\r") == (lines if programs.ON_WINDOWS else 0)
+    text.decode()
+    assert b"@" not in text or b"@PROJECT" not in text
+
+
+def test_flags_file_changes_nothing_as_it_comes(packaged_node):
+    node = packaged_node
+    node.start([])
+    lines = between_start_and_stop(node.output.rest())
+    assert lines == ["No path to the Quelta render slave given.", *usage(node.program)]
+    assert node.errors.rest() == []
+
+
+def test_flags_file_names_every_flag_with_its_default(packaged_node):
+    node = packaged_node
+    given = re.sub(r'"[^"]*"', "", node.flags_file.read_text())
+    flags = dict(line.split() for line in given.splitlines() if line.strip())
+    node.flags_file.unlink()
+    node.set_flags("logFlags")
+    node.start([])
+    rows = [line.split() for line in node.output.rest() if re.match(r"\w+ +release ", line)]
+    assert len(rows) == 12
+    assert {**flags, "logFlags": "1"} == {row[0]: row[2] for row in rows}
+
+
+def test_one_number_in_the_flags_file_switches_a_flag_on(packaged_node):
+    node = packaged_node
+    text = node.flags_file.read_text()
+    changed = re.sub(r"^(logPrefix +)0", r"\g<1>1", text, flags=re.MULTILINE)
+    assert changed != text
+    node.flags_file.write_text(changed)
+    node.start([])
+    assert "ERROR     : No path to the Quelta render slave given." in node.output.rest()
+
+
+def test_the_three_programs_together(packaged_node, unpacked):
+    node = packaged_node
+    node.alias = "packaged"
+    node.options = ["--alias", node.alias]
+    node.serve()
+    scan = programs.command(unpacked / PROGRAMS[1], "scan", f"127.0.0.1:{node.port}", "--json", "--timeout", "60")
+    told = subprocess.run(scan, check=True, capture_output=True, text=True).stdout
+    (row,) = json.loads(told)
+    assert (row["alias"], row["gpus"], row["state"]) == ("packaged", 1, "free")
+    assert node.quit()
+
+
+def test_readme_names_every_option_and_file():
+    text = (Path(__file__).parents[2] / "packaging" / "README.txt").read_text()
+    for name in ("--port", "--slave", "--alias", "--gpus", "--out-of-core", FLAGS_FILE, "quelta_daemon_log.txt",
+                 *(name.removesuffix(programs.SUFFIX) for name in PROGRAMS)):
+        assert name in text
