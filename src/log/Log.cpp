@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 
 #include "log/LogCore.h"
 
@@ -19,13 +20,13 @@ class LogLine
 public:
     explicit LogLine(const char* prefix)
     {
-        text[0] = '\0';
-
         if (flags::logTime != 0)
             writeTime();
 
         if (flags::logPrefix != 0)
             writePrefix(prefix);
+
+        text[length] = '\0';
     }
 
     void appendFormatted(const char* format, va_list arguments)
@@ -43,23 +44,46 @@ public:
     const char* get() const { return text; }
 
 private:
-    /** The time of day, UTC. */
+    /** "[hh:mm:ss.mmm] ", the time of day, UTC. Not by printf, which would take longer than the text itself.
+     */
     void writeTime()
     {
         constexpr juce::int64 millisecondsOfDay = 86'400'000;
-        const auto time = static_cast<int>(wallClock() % millisecondsOfDay);
-        advance(std::snprintf(text, capacity, "[%02d:%02d:%02d.%03d] ", time / 3'600'000, time / 60'000 % 60,
-                              time / 1'000 % 60, time % 1'000));
+        const auto time = static_cast<unsigned>(wallClock() % millisecondsOfDay);
+        writeCharacter('[');
+        writeDigits(time / 3'600'000, 2);
+        writeCharacter(':');
+        writeDigits(time / 60'000 % 60, 2);
+        writeCharacter(':');
+        writeDigits(time / 1'000 % 60, 2);
+        writeCharacter('.');
+        writeDigits(time % 1'000, 3);
+        writeCharacter(']');
+        writeCharacter(' ');
     }
 
+    /** The first ten characters, padded with blanks, then ": "; only blanks without a prefix. */
     void writePrefix(const char* prefix)
     {
-        const bool hasPrefix = prefix != nullptr && *prefix != '\0';
-        advance(std::snprintf(text + length, capacity - length, "%-10.10s%s", hasPrefix ? prefix : "",
-                              hasPrefix ? ": " : "  "));
+        constexpr size_t longestPrefix = 10;
+        const auto taken = prefix != nullptr ? strnlen(prefix, longestPrefix) : 0;
+
+        for (size_t i = 0; i < longestPrefix; ++i)
+            writeCharacter(i < taken ? prefix[i] : ' ');
+
+        writeCharacter(taken > 0 ? ':' : ' ');
+        writeCharacter(' ');
     }
 
-    void advance(int written) { length += static_cast<size_t>(written); }
+    void writeDigits(unsigned value, size_t count)
+    {
+        for (auto i = count; i > 0; --i, value /= 10)
+            text[length + i - 1] = static_cast<char>('0' + value % 10);
+
+        length += count;
+    }
+
+    void writeCharacter(char character) { text[length++] = character; }
 
     static constexpr size_t capacity = 102'400; ///< Bytes, the final NUL included.
 
@@ -151,7 +175,7 @@ void logString(const char* prefix, const juce::String& text)
 void initLog(const char* folder)
 {
     auto& log = Log::get();
-    const juce::ScopedLock sl(log.lock);
+    const std::scoped_lock sl(log.lock);
 
     log.fileSettings.clear();
     log.file.setFileName(FileName::combine(FileName(folder), FileName("quelta_daemon_log.txt")));
@@ -177,7 +201,7 @@ void initLog(const char* folder)
 void shutdownLog()
 {
     auto& log = Log::get();
-    const juce::ScopedLock sl(log.lock);
+    const std::scoped_lock sl(log.lock);
 
     logUnprefixed("%s", "");
     logWithLocalTime("Stopped logging on ");

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <mutex>
 
 #include "platform/Console.h"
 #include "platform/DebugOutput.h"
@@ -16,7 +17,7 @@ Log& Log::get()
 
 void Log::dispatch(const char* line)
 {
-    const juce::ScopedLock sl(lock);
+    const std::scoped_lock sl(lock);
 
     for (int32_t i = 0; i < sinkCount; ++i)
         sinks[static_cast<size_t>(i)](line);
@@ -25,7 +26,7 @@ void Log::dispatch(const char* line)
 bool addLogSink(LogSink sink)
 {
     auto& log = Log::get();
-    const juce::ScopedLock sl(log.lock);
+    const std::scoped_lock sl(log.lock);
 
     if (sink == nullptr || log.sinkCount == static_cast<int32_t>(log.sinks.size()))
         return false;
@@ -41,7 +42,7 @@ bool addLogSink(LogSink sink)
 void flushLog()
 {
     auto& log = Log::get();
-    const juce::ScopedLock sl(log.lock);
+    const std::scoped_lock sl(log.lock);
     log.file.flush();
 }
 

@@ -9,6 +9,7 @@
 
 #include "log/Log.h"
 #include "log/LogFile.h"
+#include "platform/RecursiveMutex.h"
 
 namespace quelta {
 
@@ -25,7 +26,7 @@ public:
     /** Gives a finished line to every sink, in table order. */
     void dispatch(const char* line);
 
-    juce::CriticalSection lock;
+    platform::RecursiveMutex lock;
     std::array<LogSink, 16> sinks{};
     int32_t sinkCount = 0;
     LogFile file;

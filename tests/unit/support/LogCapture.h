@@ -73,7 +73,7 @@ public:
     static void removeAllSinks()
     {
         auto& log = Log::get();
-        const juce::ScopedLock sl(log.lock);
+        const std::scoped_lock sl(log.lock);
         log.sinkCount = 0;
     }
 
