@@ -1,0 +1,55 @@
+// The floor for beacons: the same two system calls as the daemon's, waiting and receiving, and nothing else.
+// Usage: PORT. Ends when its standard input does.
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <thread>
+
+#include "support/Loopback.h"
+
+namespace {
+
+constexpr int waitMs = 100;
+
+void receiveForEver(int handle)
+{
+    std::array<char, 1000> datagram;
+    pollfd waited{handle, POLLIN, 0};
+
+    for (;;)
+    {
+        if (poll(&waited, 1, waitMs) <= 0)
+            continue;
+
+        sockaddr_in sender{};
+        socklen_t senderSize = sizeof(sender);
+        recvfrom(handle, datagram.data(), datagram.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&sender),
+                 &senderSize);
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 2)
+        return 2;
+
+    const int handle = socket(AF_INET, SOCK_DGRAM, 0);
+    const auto address =
+        quelta::bench::makeSocketAddress(INADDR_ANY, static_cast<uint16_t>(std::atoi(argv[1])));
+
+    if (bind(handle, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0)
+        return 1;
+
+    std::thread(receiveForEver, handle).detach();
+    char ignored = 0;
+
+    while (read(STDIN_FILENO, &ignored, 1) > 0)
+    {}
+
+    _exit(0); // the thread never ends by itself
+}

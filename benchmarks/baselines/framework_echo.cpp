@@ -1,0 +1,70 @@
+// What the framework alone costs: connects to the masters as the daemon does, with the framework's own
+// connection class, and sends back every record as it came. A start request goes to every master, as the news
+// of a new owner does. Usage: PORT MASTERS. Ends when its standard input does.
+#include <unistd.h>
+
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+#include <juce_events/juce_events.h>
+
+#include "support/Frame.h"
+#include "support/Loopback.h"
+
+namespace {
+
+using namespace quelta;
+
+class EchoConnection;
+
+/** Constant once all are connected, and no request comes before. */
+std::vector<std::unique_ptr<EchoConnection>> connections;
+
+class EchoConnection final : public juce::InterprocessConnection
+{
+public:
+    EchoConnection() : InterprocessConnection(false, frameMagic) {}
+    ~EchoConnection() override { disconnect(); }
+
+    void connectionMade() override {}
+    void connectionLost() override {}
+
+    void messageReceived(const juce::MemoryBlock& payload) override
+    {
+        const auto* const record = static_cast<const uint8_t*>(payload.getData());
+
+        if (bench::getType(record) == MasterMessageType::START_REQUEST)
+            for (const auto& connection : connections)
+                connection->sendMessage(payload);
+        else
+            sendMessage(payload);
+    }
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 3)
+        return 2;
+
+    const int port = std::atoi(argv[1]);
+
+    for (int i = 0; i < std::atoi(argv[2]); ++i)
+    {
+        const juce::IPAddress address(bench::getMasterIp(i));
+        connections.push_back(std::make_unique<EchoConnection>());
+
+        if (!connections.back()->connectToSocket(address.toString(), port, 1000))
+            return 1;
+    }
+
+    char ignored = 0;
+
+    while (read(STDIN_FILENO, &ignored, 1) > 0)
+    {}
+
+    connections.clear();
+    return 0;
+}

@@ -1,0 +1,110 @@
+"""Measures the daemon against its baselines. Called by ./bench, which builds the programs first."""
+
+import argparse
+import os
+import pathlib
+import sys
+import time
+
+from row_beacons import beacons
+from figures import Figure
+from row_idle import idle
+from row_log import log
+from processes import BenchmarkError
+from report import noisy, table, write_chart, write_json
+from row_requests import broadcast, scan, throughput
+from row_slave import launch, startup
+
+BENCHMARKS = {each.__name__: each for each in (scan, throughput, beacons, broadcast, log, idle, launch, startup)}
+BUSY = 0.15  # of the processors, by others
+
+
+class Bench:
+    """What a benchmark needs: where the programs are, how much it may do, and whom it tells how far it is."""
+
+    def __init__(self, programs, short):
+        self.programs = programs
+        self.short = short
+
+    def rounds(self, usual):
+        return 1 if self.short else usual
+
+    def milliseconds(self, usual):
+        return max(50, usual // 20) if self.short else usual
+
+    def count(self, usual):
+        return usual // 20 if self.short else usual
+
+    def step(self):
+        print(".", end="", file=sys.stderr, flush=True)
+
+
+def busy_share():
+    """The part of all processors' time that is in use while nothing of ours runs."""
+    def read():
+        fields = [int(n) for n in pathlib.Path("/proc/stat").read_text().splitlines()[0].split()[1:]]
+        return sum(fields[:8]), fields[3] + fields[4]
+
+    total, idle_time = read()
+    time.sleep(0.5)
+    total_after, idle_after = read()
+    return 1 - (idle_after - idle_time) / max(1, total_after - total)
+
+
+def describe_machine():
+    memory = os.sysconf("SC_PAGE_SIZE") * os.sysconf("SC_PHYS_PAGES") / 2**30
+    return f"{os.cpu_count()} cores, {memory:.0f} GiB of memory"
+
+
+def parse_arguments():
+    parser = argparse.ArgumentParser(prog="./bench", description=__doc__.splitlines()[0],
+                                     formatter_class=argparse.RawDescriptionHelpFormatter,
+                                     epilog="rows:\n" + "\n".join(f"  {name:11} {each.__doc__}"
+                                                                  for name, each in BENCHMARKS.items()))
+    parser.add_argument("row", nargs="*", choices=[[], *BENCHMARKS], help="only these; all without any")
+    parser.add_argument("--short", action="store_true", help="a few seconds a row: proves that everything works, "
+                        "the figures mean nothing")
+    parser.add_argument("--build", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
+    return parser.parse_args()
+
+
+def measure(bench, names):
+    """All rows, and the largest part of the machine that others used."""
+    rows, busiest = [], 0.0
+    for number, name in enumerate(names, 1):
+        busiest = max(busiest, busy_share())
+        print(f"[{number}/{len(names)}] {name}: {BENCHMARKS[name].__doc__} ", end="", file=sys.stderr, flush=True)
+        started = time.monotonic()
+        try:
+            rows += BENCHMARKS[name](bench)
+        except BenchmarkError as error:
+            print(f" failed: {error}", file=sys.stderr)
+            return None, busiest
+        print(f" {time.monotonic() - started:.0f} s", file=sys.stderr)
+    return rows, busiest
+
+
+def main():
+    arguments = parse_arguments()
+    bench = Bench(arguments.build / "bin", arguments.short)
+    rows, busiest = measure(bench, arguments.row or list(BENCHMARKS))
+    if rows is None:
+        return 1
+
+    machine = f"{describe_machine()}; others used up to {100 * busiest:.0f} % of it"
+    write_json(arguments.build / "results.json", rows)
+    write_chart(arguments.build / "results.svg", rows, machine)
+    print(table(rows))
+    print(f"\n±: half the distance between the lowest and the highest round. Machine: {machine}.")
+    if busiest > BUSY:
+        print("This machine is busy with other work: take the figures with care, or run again when it is quiet.")
+    if uncertain := noisy(rows):
+        print(f"{len(uncertain)} of {len(rows)} rows are uncertain: their rounds differ by more than ±20 %.")
+    if arguments.short:
+        print("This was a short run: it shows that everything works, and its figures mean nothing.")
+    print(f"Written: {arguments.build / 'results.json'}, {arguments.build / 'results.svg'}")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,222 @@
+"""The processes of a benchmark: the daemon, the generator of masters, and the bare programs beside them."""
+
+import json
+import os
+import pathlib
+import queue
+import re
+import select
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import threading
+import time
+from contextlib import ExitStack, contextmanager
+
+TIME_LIMIT = 30  # seconds; only a hang takes so long
+
+QUICK_SLAVE = """
+[info]
+connect
+info
+exit 0
+
+[run]
+connect
+info
+beat 1000
+"""
+
+
+class BenchmarkError(Exception):
+    pass
+
+
+def free_port():
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+class Program:
+    """A started program; its lines come with the time at which they were read. It ends when its input does."""
+
+    def __init__(self, arguments, folder=None):
+        self.started_ns = time.monotonic_ns()
+        self.process = subprocess.Popen([str(a) for a in arguments], cwd=folder, stdin=subprocess.PIPE,
+                                        stdout=subprocess.PIPE, text=True, bufsize=1)
+        self.pid = self.process.pid
+        self.name = pathlib.Path(arguments[0]).name
+        self.lines = queue.Queue()
+        threading.Thread(target=self._read, daemon=True).start()
+
+    def _read(self):
+        for line in self.process.stdout:
+            self.lines.put((time.monotonic_ns(), line.rstrip("\n")))
+        self.lines.put((time.monotonic_ns(), None))
+
+    def next_line(self):
+        try:
+            at, line = self.lines.get(timeout=TIME_LIMIT)
+        except queue.Empty:
+            raise BenchmarkError(f"{self.name} has said nothing for {TIME_LIMIT} s") from None
+        if line is None:
+            raise BenchmarkError(f"{self.name} has ended")
+        return at, line
+
+    def line_with(self, text):
+        """The time and the text of the next line that holds the text; what comes before is dropped."""
+        while True:
+            at, line = self.next_line()
+            if text in line:
+                return at, line
+
+    def cpu_ns(self):
+        """The processor time of all its threads so far, of those that have ended too."""
+        return time.clock_gettime_ns((~self.pid << 3) | 2)
+
+    def footprint(self):
+        """(wake-ups so far, resident bytes, threads)"""
+        switches = threads = resident = 0
+        for task in pathlib.Path(f"/proc/{self.pid}/task").iterdir():
+            status = (task / "status").read_text()
+            switches += sum(int(n) for n in re.findall(r"ctxt_switches:\s+(\d+)", status))
+            resident = int(re.search(r"VmRSS:\s+(\d+)", status)[1]) * 1024
+            threads += 1
+        return switches, resident, threads
+
+    def pause(self):
+        os.kill(self.pid, signal.SIGSTOP)
+
+    def resume(self):
+        os.kill(self.pid, signal.SIGCONT)
+
+    def ask_to_end(self):
+        self.process.stdin.close()
+
+    def end(self):
+        """The nanoseconds that it takes to end."""
+        handle = os.pidfd_open(self.pid)
+        try:
+            asked = time.monotonic_ns()
+            self.ask_to_end()
+            if not select.select([handle], [], [], TIME_LIMIT)[0]:
+                self.process.kill()
+            took = time.monotonic_ns() - asked
+        finally:
+            os.close(handle)
+        self.process.wait()
+        return took
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        if self.process.poll() is None:
+            self.end()
+
+
+class Daemon(Program):
+    """The daemon in a folder of its own, where its flags and the slave's scenario lie beside the executables."""
+
+    def __init__(self, programs, scenario=QUICK_SLAVE):
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="quelta-bench-"))
+        self.port = free_port()
+        for name in ("quelta_daemon", "quelta_standin_slave"):
+            shutil.copy2(programs / name, self.folder)
+        (self.folder / "quelta_standin_slave.txt").write_text(scenario)
+        super().__init__([self.folder / "quelta_daemon", "--port", self.port,
+                          "--slave", self.folder / "quelta_standin_slave"], self.folder)
+
+    def ask_to_end(self):
+        self.process.send_signal(signal.SIGTERM)
+
+    def pass_over_start(self):
+        """Drops the lines up to the summary, among which are those of the information run."""
+        self.line_with("Out-of-core rendering: ")
+
+    def slave_pid(self):
+        return int(self.line_with("standin: pid: ")[1].split()[-1])
+
+    def __exit__(self, *arguments):
+        super().__exit__(*arguments)
+        shutil.rmtree(self.folder)
+
+
+class Masters(Program):
+    """Masters on the loopback, for a daemon that hears beacons on `daemon_port`."""
+
+    def __init__(self, programs, count, daemon_port=0):
+        super().__init__([programs / "quelta_bench_masters", count, daemon_port])
+        self.count = count
+        self.port = self.answer()["port"]
+
+    def command(self, *words):
+        print(*words, file=self.process.stdin, flush=True)
+
+    def answer(self):
+        answer = json.loads(self.next_line()[1])
+        if "error" in answer:
+            raise BenchmarkError(f"the masters failed: {answer['error']}")
+        return answer
+
+    def do(self, *words):
+        self.command(*words)
+        return self.answer()
+
+
+class Subject:
+    """A program under measurement and the masters that it is connected to."""
+
+    def __init__(self, stack, programs, name, masters, *more):
+        if name == "daemon":
+            self.program = stack.enter_context(Daemon(programs))
+            self.masters = stack.enter_context(Masters(programs, masters, self.program.port))
+            self.program.pass_over_start()
+            if masters:
+                self.masters.do("announce")
+        else:
+            self.masters = stack.enter_context(Masters(programs, masters))
+            self.program = stack.enter_context(
+                Program([programs / f"quelta_bench_{name}", self.masters.port, masters, *more]))
+            self.masters.do("accept")
+
+
+@contextmanager
+def side_by_side(programs, names, masters):
+    """Subjects by name. All are paused; `running` lets one of them run."""
+    with ExitStack() as stack:
+        subjects = {name: Subject(stack, programs, name, masters) for name in names}
+        for subject in subjects.values():
+            subject.program.pause()
+        try:
+            yield subjects
+        finally:
+            for subject in subjects.values():
+                subject.program.resume()
+
+
+@contextmanager
+def running(subject):
+    subject.program.resume()
+    try:
+        yield
+    finally:
+        subject.program.pause()
+
+
+@contextmanager
+def enough_descriptors(masters):
+    """Lets the programs have as many files as the system allows at most."""
+    import resource
+    soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+    needed = 2 * masters + 100
+    if hard != resource.RLIM_INFINITY and hard < needed:
+        raise BenchmarkError(f"{masters} masters take {needed} file descriptors, and the limit is {hard}")
+    resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
+    try:
+        yield
+    finally:
+        resource.setrlimit(resource.RLIMIT_NOFILE, (soft, hard))

@@ -1,0 +1,69 @@
+"""Requests of connected masters: how long a scan takes, what it costs, how many a second, and a broadcast."""
+
+from collections import defaultdict
+
+from figures import Figure, Goal, Row
+from processes import enough_descriptors, running, side_by_side
+
+ECHOES = {"framework_echo": "framework echo", "plain_echo": "plain TCP echo"}
+
+
+def scan_rounds(bench, masters, rounds, milliseconds):
+    """Per subject and figure the list of what each round gave."""
+    seen = defaultdict(lambda: defaultdict(list))
+    with side_by_side(bench.programs, ["daemon", *ECHOES], masters) as subjects:
+        for number in range(rounds + 1):
+            for name, subject in subjects.items():
+                with running(subject):
+                    before = subject.program.cpu_ns()
+                    answer = subject.masters.do("scan", masters, milliseconds)
+                    cpu = subject.program.cpu_ns() - before
+                if number == 0:
+                    continue  # warms up
+                figures = seen[name]
+                figures["median"].append(answer["median_ns"] / 1000)
+                figures["p99"].append(answer["p99_ns"] / 1000)
+                figures["cpu"].append(cpu / answer["requests"] / 1000)
+                figures["rate"].append(answer["requests"] * 1e9 / answer["ns"])
+            bench.step()
+    return {name: {key: Figure.of(values) for key, values in figures.items()} for name, figures in seen.items()}
+
+
+def scan(bench):
+    """Round trip of a scan request with one master: time and processor time"""
+    goals = {"median": Goal.ratio_at_most(1.15), "cpu": Goal.ratio_at_most(1.25)}
+    texts = {"median": "median round trip", "p99": "99th percentile of round trips", "cpu": "CPU time a request"}
+    figures = scan_rounds(bench, 1, bench.rounds(9), bench.milliseconds(600))
+    for key, text in texts.items():
+        for echo, echo_text in ECHOES.items():
+            goal = goals.get(key) if echo == "framework_echo" else None
+            yield Row(f"scan: {text}, against a {echo_text}", figures["daemon"][key], "us", figures[echo][key], goal)
+
+
+def throughput(bench):
+    """Scans a second with 1, 10 and 100 masters asking at once"""
+    for masters in (1, 10, 100):
+        figures = scan_rounds(bench, masters, bench.rounds(5), bench.milliseconds(500))
+        for echo, echo_text in ECHOES.items():
+            asking = "1 master" if masters == 1 else f"{masters} masters"
+            yield Row(f"scans with {asking} at once, against a {echo_text}", figures["daemon"]["rate"], "/s",
+                      figures[echo]["rate"])
+
+
+def broadcast(bench):
+    """From a start request to the last master knowing of it"""
+    for masters in (10, 100, 1000):
+        with enough_descriptors(masters), \
+                side_by_side(bench.programs, ["daemon", "framework_echo"], masters) as subjects:
+            seen = defaultdict(list)
+            for _ in range(bench.rounds(7)):
+                for name, subject in subjects.items():
+                    with running(subject):
+                        answer = subject.masters.do("start")
+                        seen[name].append((answer["last_status_ns"] - answer["sent_ns"]) / 1e6)
+                        if name == "daemon":
+                            subject.masters.do("stop", subject.program.slave_pid())
+                bench.step()
+        goal = Goal.value_below(50, "ms") if masters == 1000 else None
+        yield Row(f"broadcast: start request to the last of {masters} masters, against the framework's sends alone",
+                  Figure.of(seen["daemon"]), "ms", Figure.of(seen["framework_echo"]), goal)

@@ -1,0 +1,104 @@
+"""The slave's start and end, and the daemon's own."""
+
+import os
+import random
+import subprocess
+import time
+from contextlib import ExitStack
+
+from figures import Figure, Goal, Row
+from processes import Daemon, Masters, Subject
+
+POLL = 100  # ms: the watch of a slave, the wait for the information run, and the wait for beacons
+STOP_CHECK = 2  # ms: how often the end of the watching thread is looked for
+TICK = 500  # ms: when masters that have been heard are connected
+
+
+def start_slave(daemon, masters):
+    """The slave's process number, and the milliseconds from the request to its first line."""
+    sent = masters.do("start")["sent_ns"]
+    at, _ = daemon.line_with("standin: argument 0: ")
+    pid = daemon.slave_pid()
+    daemon.line_with("sending SLAVE_INFO")
+    return pid, (at - sent) / 1e6
+
+
+def plain_launch(slave):
+    """Milliseconds from a bare spawn of the slave to its first line."""
+    output, child_output = os.pipe()
+    started = time.monotonic_ns()
+    child = os.posix_spawn(slave, [slave], os.environ,
+                           file_actions=[(os.POSIX_SPAWN_DUP2, child_output, 1)])
+    os.read(output, 1)
+    took = (time.monotonic_ns() - started) / 1e6
+    os.waitpid(child, 0)
+    os.close(output)
+    os.close(child_output)
+    return took
+
+
+def polls(milliseconds):
+    return Figure(milliseconds, 0.0)
+
+
+def launch(bench):
+    """From a request to a running slave, and from its end to the news of it"""
+    launched, plain, told, replied = [], [], [], []
+    with ExitStack() as stack:
+        subject = Subject(stack, bench.programs, "daemon", 1)
+        daemon, masters = subject.program, subject.masters
+        for _ in range(bench.rounds(12)):
+            pid, took = start_slave(daemon, masters)
+            launched.append(took)
+            plain.append(plain_launch(str(daemon.folder / "quelta_standin_slave")))
+            time.sleep(random.uniform(0, POLL / 1000))
+            answer = masters.do("kill", pid)
+            told.append((answer["told_ns"] - answer["ended_ns"]) / 1e6)
+            masters.do("stop")
+
+            pid, took = start_slave(daemon, masters)
+            launched.append(took)
+            time.sleep(random.uniform(0, POLL / 1000))
+            answer = masters.do("stop", pid)
+            replied.append((answer["replied_ns"] - answer["ended_ns"]) / 1e6)
+            bench.step()
+
+    yield Row("launch: start request to the slave's first line, against a bare spawn", Figure.of(launched), "ms",
+              Figure.of(plain), Goal.value_below(10, "ms"))
+    yield Row("end of a slave to the owner being told (longest), against the poll", Figure.of(told, max), "ms",
+              polls(POLL), Goal.value_below(POLL + 10, "ms"))
+    yield Row("end of an obedient slave to the stop reply (longest), against the polls", Figure.of(replied, max),
+              "ms", polls(POLL + STOP_CHECK), Goal.value_below(POLL + STOP_CHECK + 10, "ms"))
+
+
+def start_up(bench):
+    """Milliseconds from the launch of a daemon to a master's connection, without the slave's own time."""
+    with ExitStack() as stack:
+        daemon = stack.enter_context(Daemon(bench.programs))
+        masters = stack.enter_context(Masters(bench.programs, 1, daemon.port))
+        masters.command("announce")
+        slave_started, _ = daemon.line_with("standin: argument 0: ")
+        slave_ended, _ = daemon.line_with("standin: exit status 0")
+        connected = masters.answer()["connected_ns"]
+        return (connected - daemon.started_ns - (slave_ended - slave_started)) / 1e6
+
+
+def shut_down(bench, kind, masters):
+    with ExitStack() as stack:
+        return Subject(stack, bench.programs, kind, masters).program.end() / 1e6
+
+
+def startup(bench):
+    """Start-up to a master's connection, and shutdown"""
+    starts, ends, bare_ends = [], [], []
+    for _ in range(bench.rounds(8)):
+        starts.append(start_up(bench))
+        ends.append(shut_down(bench, "daemon", 10))
+        bare_ends.append(shut_down(bench, "bare_idle", 10))
+        bench.step()
+
+    demanded = 2 * POLL + TICK
+    yield Row("start-up to a master's connection (longest), against the polls", Figure.of(starts, max), "ms",
+              polls(demanded), Goal.value_below(demanded + 50, "ms"))
+    yield Row("shutdown without a slave, 10 masters (longest), against a bare program", Figure.of(ends, max), "ms",
+              Figure.of(bare_ends, max), Goal.value_below(250, "ms"))

@@ -1,0 +1,80 @@
+// Up to a thousand masters in one thread: each has an address of its own on the loopback, all have one port,
+// and each takes one connection. Reads whatever arrives, with the time at which it did.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "support/Frame.h"
+
+namespace quelta::bench {
+
+/** Nanoseconds of the monotonic clock, which is one for all processes. */
+int64_t now();
+
+class MasterSwarm
+{
+public:
+    using OnRecord = std::function<void(int master, MasterMessageType type)>;
+
+    /** Listens for `count` masters; throws std::runtime_error with the system's text if it cannot. */
+    explicit MasterSwarm(int count);
+    ~MasterSwarm();
+
+    MasterSwarm(const MasterSwarm&) = delete;
+    MasterSwarm& operator=(const MasterSwarm&) = delete;
+
+    uint16_t getPort() const { return port; }
+    int getCount() const { return static_cast<int>(masters.size()); }
+    int getNumConnected() const { return numConnected; }
+    bool isConnected(int master) const { return at(master).connection >= 0; }
+
+    /** When the latest master was connected. */
+    int64_t getLastConnected() const { return lastConnected; }
+
+    /** Sends a request of this type, which carries the master's own address. */
+    void send(int master, MasterMessageType type);
+
+    /** The 92 bytes of a master's beacon. */
+    MasterDaemonMessage::Bytes makeBeacon(int master) const;
+
+    /** Reads until `done` says so, giving each record to `onRecord`. False when `timeoutMs` are over first.
+       `idle` is called at least every `idleMs`. */
+    bool readUntil(const std::function<bool()>& done, int timeoutMs, const OnRecord& onRecord,
+                   const std::function<void()>& idle = {}, int idleMs = 1000);
+
+    /** Waits, beside everything else, for the end of a process. */
+    void watchProcess(int pid);
+
+    /** When the watched process ended; 0 before. */
+    int64_t getProcessEnded() const { return processEnded; }
+
+private:
+    struct Master
+    {
+        int listener = -1;
+        int connection = -1;
+        std::vector<uint8_t> unread;
+    };
+
+    Master& at(int master) { return masters[static_cast<size_t>(master)]; }
+    const Master& at(int master) const { return masters[static_cast<size_t>(master)]; }
+
+    bool listenOnOnePort();
+    void closeAll();
+    void watch(int handle, uint32_t kind, int master);
+    void accept(int master);
+    void read(int master, const OnRecord& onRecord);
+
+    std::vector<Master> masters;
+    uint16_t port = 0;
+    int numConnected = 0;
+    int64_t lastConnected = 0;
+    int poller = -1;
+    int process = -1;
+    int64_t processEnded = 0;
+};
+
+} // namespace quelta::bench

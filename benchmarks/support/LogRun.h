@@ -1,0 +1,39 @@
+// How both logs are measured: so many threads, each with its share of the lines, timed until the file is
+// closed.
+#pragma once
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace quelta::bench {
+
+/** What a line says; both logs print the same. */
+constexpr const char* sampleIp = "192.168.100.17";
+constexpr unsigned samplePort = 21000;
+
+/** Calls `logLines (count)` on every thread, then `finish`, and prints the lines a second. Arguments: FOLDER
+   THREADS LINES; the folder is emptied of the file that `finish` leaves there. */
+template <typename LogLines, typename Finish>
+int measureLog(int threads, int lines, LogLines logLines, Finish finish)
+{
+    const auto started = std::chrono::steady_clock::now();
+    std::vector<std::thread> running;
+
+    for (int i = 0; i < threads; ++i)
+        running.emplace_back(logLines, lines / threads);
+
+    for (auto& thread : running)
+        thread.join();
+
+    finish();
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;
+    std::printf("{\"lines_per_second\": %.0f}\n", lines / threads * threads / seconds.count());
+    return 0;
+}
+
+} // namespace quelta::bench
