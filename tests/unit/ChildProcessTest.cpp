@@ -1,0 +1,227 @@
+#include "platform/ChildProcess.h"
+
+#include "platform/Paths.h"
+#include "support/Children.h"
+#include "support/StandardStreamCapture.h"
+#include "support/StandinSlave.h"
+#include "support/ThreadedTest.h"
+
+#include <thread>
+
+namespace quelta::test {
+namespace {
+
+class ChildProcessTest : public ThreadedTest
+{
+protected:
+    bool waitForEnd()
+    {
+        const auto start = juce::Time::getMillisecondCounter();
+
+        while (child.isRunning() && juce::Time::getMillisecondCounter() - start < hangLimitMs)
+            juce::Thread::sleep(1);
+
+        return !child.isRunning();
+    }
+
+    /** An executable file with these bytes. */
+    juce::File makeExecutable(const char* name, std::string_view bytes) const
+    {
+        const auto file = folder.getChild(name);
+        writeBytes(file, bytes);
+        file.setExecutePermission(true);
+        return file;
+    }
+
+    /** The lines that the stand-in prints when it is given this command line. */
+    Lines runStandin(const StandinSlave& standin, const juce::String& commandLine)
+    {
+        juce::StringArray printed;
+
+        {
+            const StandardStreamCapture capture(stdout);
+            EXPECT_EQ(child.launch(standin.getFile(), commandLine), 0);
+            EXPECT_TRUE(waitForEnd());
+            printed.addLines(capture.getWritten());
+        }
+
+        Lines lines;
+
+        for (const auto& line : printed)
+            lines.push_back(line.toStdString());
+
+        return lines;
+    }
+
+    const TemporaryFolder folder;
+    platform::ChildProcess child;
+};
+
+TEST_F(ChildProcessTest, BeforeALaunchNothingRuns)
+{
+    EXPECT_FALSE(child.isRunning());
+}
+
+TEST_F(ChildProcessTest, AMissingExecutableIsAnError)
+{
+    EXPECT_EQ(child.launch(folder.getChild("missing"), "\"missing\""), 2);
+    EXPECT_FALSE(child.isRunning());
+}
+
+TEST_F(ChildProcessTest, AFolderIsNotAnExecutable)
+{
+    const auto file = folder.getChild("slave");
+    file.createDirectory();
+    EXPECT_EQ(child.launch(file, "\"slave\""), platform::absolutePathsHaveRoot() ? 5 : 13);
+    EXPECT_FALSE(child.isRunning());
+}
+
+TEST_F(ChildProcessTest, AProgramRunsUntilItEnds)
+{
+    const StandinSlave standin("wait 200\nexit 3");
+    EXPECT_EQ(child.launch(standin.getFile(), "slave --daemon-port 1"), 0);
+    EXPECT_TRUE(child.isRunning());
+    EXPECT_TRUE(waitForEnd());
+}
+
+TEST_F(ChildProcessTest, AKilledProgramHasEnded)
+{
+    const StandinSlave standin("hang");
+    ASSERT_EQ(child.launch(standin.getFile(), "slave --daemon-port 1"), 0);
+    child.kill();
+    EXPECT_TRUE(waitForEnd());
+}
+
+/** What only the system behind the POSIX half has: permissions, descriptors, signals, zombies. */
+class ChildProcessPosixTest : public ChildProcessTest
+{
+protected:
+    void SetUp() override
+    {
+        if (platform::absolutePathsHaveRoot() || !processesAreShownAsFiles())
+            GTEST_SKIP() << "there are no file permissions, descriptors and signals to test on this system";
+    }
+
+    /** What a program of the system prints. */
+    std::string runProgram(const char* path, const juce::String& commandLine)
+    {
+        const StandardStreamCapture capture(stdout);
+        EXPECT_EQ(child.launch(juce::File(path), commandLine), 0);
+        EXPECT_TRUE(waitForEnd());
+        return capture.getWritten();
+    }
+};
+
+TEST_F(ChildProcessPosixTest, AFileWithoutPermissionIsAnError)
+{
+    const auto file = folder.getChild("slave");
+    writeBytes(file, "#!/bin/sh\n");
+    EXPECT_EQ(child.launch(file, "\"slave\""), 13);
+    EXPECT_EQ(getChildren().size(), 0u);
+}
+
+TEST_F(ChildProcessPosixTest, AFileThatIsNoProgramIsAnError)
+{
+    EXPECT_EQ(child.launch(makeExecutable("slave", "no program"), "\"slave\""), 8);
+    EXPECT_EQ(getChildren().size(), 0u);
+}
+
+TEST_F(ChildProcessPosixTest, AScriptWhoseInterpreterIsMissingIsAnError)
+{
+    EXPECT_EQ(child.launch(makeExecutable("slave", "#!/nowhere/sh\n"), "\"slave\""), 2);
+    EXPECT_EQ(getChildren().size(), 0u);
+}
+
+TEST_F(ChildProcessPosixTest, AScriptIsLaunched)
+{
+    EXPECT_EQ(child.launch(makeExecutable("slave", "#!/bin/sh\nexit 0\n"), "\"slave\""), 0);
+    EXPECT_TRUE(waitForEnd());
+}
+
+TEST_F(ChildProcessPosixTest, AFailedLaunchCanBeFollowedByAnother)
+{
+    ASSERT_EQ(child.launch(folder.getChild("missing"), "\"missing\""), 2);
+    EXPECT_EQ(child.launch(juce::File("/bin/true"), "true"), 0);
+    EXPECT_TRUE(waitForEnd());
+}
+
+TEST_F(ChildProcessPosixTest, AnEndedProgramIsReapedByLookingAtIt)
+{
+    ASSERT_EQ(child.launch(juce::File("/bin/true"), "true"), 0);
+    EXPECT_TRUE(waitForEnd());
+    EXPECT_EQ(getChildren().size(), 0u);
+}
+
+TEST_F(ChildProcessPosixTest, AKilledProgramIsReapedAtOnce)
+{
+    ASSERT_EQ(child.launch(juce::File("/bin/sleep"), "sleep 1000"), 0);
+    ASSERT_EQ(getChildren().size(), 1u);
+    EXPECT_LT(timeOf([this] { child.kill(); }), 500u); // as long as reaping may take
+    EXPECT_EQ(getChildren().size(), 0u);
+}
+
+TEST_F(ChildProcessPosixTest, NoProgramOutlivesItsObject)
+{
+    {
+        platform::ChildProcess shortLived;
+        ASSERT_EQ(shortLived.launch(juce::File("/bin/sleep"), "sleep 1000"), 0);
+    }
+
+    EXPECT_EQ(getChildren().size(), 0u);
+}
+
+TEST_F(ChildProcessPosixTest, AProgramGoesWithTheThreadThatLaunchedIt)
+{
+    std::thread([this] { EXPECT_EQ(child.launch(juce::File("/bin/sleep"), "sleep 1000"), 0); }).join();
+    EXPECT_TRUE(waitForEnd());
+}
+
+TEST_F(ChildProcessPosixTest, OnlyTheStandardStreamsAreInherited)
+{
+    const int inheritable = open("/dev/null", O_RDONLY);
+    juce::StreamingSocket listener;
+    ASSERT_TRUE(listener.createListener(0, "127.0.0.1"));
+
+    // The fourth is the folder that is being listed.
+    EXPECT_EQ(runProgram("/bin/ls", "ls /proc/self/fd"), "0\n1\n2\n3\n");
+    close(inheritable);
+}
+
+TEST_F(ChildProcessPosixTest, NoSignalIsBlockedOrIgnored)
+{
+    ASSERT_NE(getStatusValue(juce::File("/proc/self"), "SigIgn"), "0000000000000000");
+    const auto status = runProgram("/bin/cat", "cat /proc/self/status");
+    EXPECT_NE(status.find("SigBlk:\t0000000000000000"), std::string::npos) << status;
+    EXPECT_NE(status.find("SigIgn:\t0000000000000000"), std::string::npos) << status;
+}
+
+TEST_F(ChildProcessPosixTest, TheProgramSharesTheDaemonsProcessGroup)
+{
+    const auto own = getStatusValue(juce::File("/proc/self"), "NSpgid");
+    const auto status = runProgram("/bin/cat", "cat /proc/self/status");
+    EXPECT_NE(status.find("NSpgid:\t" + own + "\n"), std::string::npos) << status;
+}
+
+TEST_F(ChildProcessPosixTest, TheProgramWorksInItsOwnFolder)
+{
+    const auto slave = makeExecutable("slave", "#!/bin/sh\npwd -P\n");
+    EXPECT_EQ(runProgram(slave.getFullPathName().toRawUTF8(), "slave"), folder.getPath() + "\n");
+}
+
+TEST_F(ChildProcessPosixTest, TheCommandLineIsCutIntoArguments)
+{
+    const StandinSlave standin("exit 0", "slave with blanks");
+    const auto lines =
+        runStandin(standin, juce::String::fromUTF8("\"slave with blanks\" --daemon-port 1"
+                                                   " --alias \"a  b\\\"c\"\"d\\\\\" -g\t0 \"\" \xC3\xBC"));
+    ASSERT_GE(lines.size(), 9u);
+    EXPECT_EQ(
+        Lines(lines.begin(), lines.begin() + 9),
+        (Lines{"standin: argument 0: [slave with blanks]", "standin: argument 1: [--daemon-port]",
+               "standin: argument 2: [1]", "standin: argument 3: [--alias]",
+               "standin: argument 4: [a  b\"c\"d\\]", "standin: argument 5: [-g]", "standin: argument 6: [0]",
+               "standin: argument 7: []", "standin: argument 8: [\xC3\xBC]"}));
+}
+
+} // namespace
+} // namespace quelta::test

@@ -1,0 +1,332 @@
+#include "support/DaemonTest.h"
+
+namespace quelta::test {
+namespace {
+
+using Types = std::vector<uint32_t>;
+
+constexpr MasterAddress nobody{};
+
+class DaemonNetworkThreadOwnershipTest : public DaemonTest
+{
+protected:
+    DaemonNetworkThreadOwnershipTest()
+    {
+        startDaemon();
+        first = introduce();
+        second = introduce();
+    }
+
+    ~DaemonNetworkThreadOwnershipTest() override { daemon.reset(); }
+
+    /** The next record must be of this type and name this owner. */
+    static void expectNext(FakeMaster& master, uint32_t type, const MasterAddress& owner,
+                           const std::string& text = {})
+    {
+        const auto record = master.next();
+        ASSERT_TRUE(record);
+        EXPECT_EQ(record->type, type);
+        EXPECT_EQ(formatAddress(record->owner), formatAddress(owner));
+        EXPECT_EQ(record->ownerText, paddedTo32(text));
+    }
+
+    /** Has the first master start the slave, and takes all records that follow from that. */
+    void startForFirst()
+    {
+        startSlaveFor(*first);
+        second->nextTypes(1);
+    }
+
+    std::unique_ptr<FakeMaster> first;
+    std::unique_ptr<FakeMaster> second;
+};
+
+TEST_F(DaemonNetworkThreadOwnershipTest, AStartBindsTheSlaveToTheRequesterAndAllAreTold)
+{
+    log.clear();
+    first->send(startRequest, "render one");
+    expectNext(*first, daemonStatus, first->getAddress(), "render one");
+    expectNext(*first, startReply, first->getAddress(), "render one");
+    expectNext(*second, daemonStatus, first->getAddress(), "render one");
+    EXPECT_EQ(getFirstLines(3), (Lines{"received start request from master " + first->getName(),
+                                       "starting slave for master " + first->getName(), "\n"}));
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, TheOwnerIsToldThatTheSlaveRuns)
+{
+    first->send(startRequest, "render one");
+    EXPECT_EQ(first->nextTypes(2), (Types{daemonStatus, startReply}));
+    expectNext(*first, slaveRunning, first->getAddress(), "render one");
+    EXPECT_TRUE(
+        wasLogged("notifying master " + first->getName() + " that the slave is initialized and running"));
+    EXPECT_EQ(second->nextTypes(1), Types{daemonStatus});
+    EXPECT_TRUE(second->hasNoRecord());
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, AStartWhileAnotherOwnsTheSlaveOnlyLearnsTheOwner)
+{
+    first->send(startRequest, "one");
+    EXPECT_EQ(first->nextTypes(2), (Types{daemonStatus, startReply}));
+    EXPECT_EQ(second->nextTypes(1), Types{daemonStatus});
+    second->send(startRequest, "two");
+    expectNext(*second, startReply, first->getAddress(), "one");
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, AStopFromTheOwnerFreesTheSlaveAndAllAreTold)
+{
+    startForFirst();
+    log.clear();
+    first->send(stopRequest);
+    expectNext(*first, daemonStatus, nobody);
+    expectNext(*first, stopReply, nobody);
+    expectNext(*second, daemonStatus, nobody);
+    EXPECT_EQ(getFirstLines(2), (Lines{"received stop request from master " + first->getName(),
+                                       "stopping Quelta slave for master " + first->getName()}));
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, AStopFromAnotherMasterChangesNothing)
+{
+    startForFirst();
+    second->send(stopRequest);
+    expectNext(*second, stopReply, first->getAddress());
+    first->send(scanRequest);
+    expectNext(*first, daemonStatus, first->getAddress());
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, AStopWithoutASlaveOnlyGetsItsReply)
+{
+    log.clear();
+    first->send(stopRequest);
+    expectNext(*first, stopReply, nobody);
+    EXPECT_EQ(log.lines(), Lines{"received stop request from master " + first->getName()});
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, AStopGoesByTheAddressInTheMessage)
+{
+    startForFirst();
+    second->sendFrame(makeRecord(stopRequest, first->getAddress()));
+    expectNext(*second, daemonStatus, nobody);
+    expectNext(*second, stopReply, nobody);
+    expectNext(*first, daemonStatus, nobody);
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, AStealHandsTheSlaveOverAndTheThiefIsToldBeforeItsReply)
+{
+    startForFirst();
+    log.clear();
+    second->send(stealRequest, "mine");
+    expectNext(*second, daemonStatus, second->getAddress(), "mine");
+    expectNext(*second, stealReply, second->getAddress(), "mine");
+    expectNext(*first, daemonStatus, second->getAddress(), "mine");
+    EXPECT_TRUE(second->nextOf(slaveRunning));
+    EXPECT_TRUE(wasLogged("received steal request from master " + second->getName()));
+    EXPECT_TRUE(wasLogged("stopping Quelta slave for master " + first->getName()));
+    EXPECT_TRUE(wasLogged("starting slave for master " + second->getName()));
+    EXPECT_TRUE(first->hasNoRecord());
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, AfterAStealTheOldOwnersStopHasNoEffect)
+{
+    startForFirst();
+    second->send(stealRequest);
+    ASSERT_TRUE(second->nextOf(slaveRunning));
+    EXPECT_EQ(first->nextTypes(1), Types{daemonStatus});
+    first->send(stopRequest);
+    expectNext(*first, stopReply, second->getAddress());
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, AStealFromTheOwnerItselfChangesNothing)
+{
+    startForFirst();
+    log.clear();
+    first->send(stealRequest, "another text");
+    expectNext(*first, stealReply, first->getAddress());
+    EXPECT_EQ(log.lines(), Lines{"received steal request from master " + first->getName()});
+    EXPECT_TRUE(second->hasNoRecord());
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, AStealWhileNobodyOwnsTheSlaveStartsItAfterAnErrorLine)
+{
+    flags::logPrefix = 1;
+    log.clear();
+    first->send(stealRequest);
+    expectNext(*first, daemonStatus, first->getAddress());
+    expectNext(*first, stealReply, first->getAddress());
+    EXPECT_EQ(getFirstLines(3), (Lines{"daemon    : received steal request from master " + first->getName(),
+                                       "ERROR     : we don't have an Quelta slave running",
+                                       "daemon    : starting slave for master " + first->getName()}));
+    EXPECT_TRUE(first->nextOf(slaveRunning));
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, AFullTextOfTheOwnerIsKeptWholeAndACutOneEndsAtItsFirstNul)
+{
+    const std::string full = "0123456789abcdef0123456789ABCDEF";
+    first->send(startRequest, full);
+    expectNext(*first, daemonStatus, first->getAddress(), full);
+    second->nextTypes(1);
+    ASSERT_TRUE(first->nextOf(slaveRunning));
+    second->send(stealRequest, std::string("ab\0cd", 5));
+    expectNext(*second, daemonStatus, second->getAddress(), "ab");
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, AfterAFailureTheOwnersScanSaysSoAndNobodyElses)
+{
+    slave.play("[run]\nconnect\ninfo\nwait 150\nexit 3");
+    startForFirst();
+    EXPECT_EQ(first->nextTypes(1), Types{slaveFailed});
+    EXPECT_TRUE(wasLogged("notifying master " + first->getName() + " that the slave has crashed"));
+
+    first->send(scanRequest);
+    expectNext(*first, slaveFailed, first->getAddress());
+    second->send(scanRequest);
+    expectNext(*second, daemonStatus, first->getAddress());
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, AScanGoesByTheConnectionNotByTheAddressInTheMessage)
+{
+    slave.play("[run]\nexit 3");
+    first->send(startRequest);
+    ASSERT_TRUE(first->nextOf(slaveFailed));
+    EXPECT_EQ(second->nextTypes(1), Types{daemonStatus});
+    second->sendFrame(makeRecord(scanRequest, first->getAddress()));
+    expectNext(*second, daemonStatus, first->getAddress());
+    first->sendFrame(makeRecord(scanRequest, second->getAddress()));
+    expectNext(*first, slaveFailed, first->getAddress());
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, AFailedSlaveStaysWithItsOwnerUntilItsStop)
+{
+    slave.play("[run]\nexit 3");
+    first->send(startRequest);
+    ASSERT_TRUE(first->nextOf(slaveFailed));
+    EXPECT_EQ(second->nextTypes(1), Types{daemonStatus});
+    second->send(startRequest);
+    expectNext(*second, startReply, first->getAddress());
+    first->send(stopRequest);
+    expectNext(*first, daemonStatus, nobody);
+    expectNext(*first, stopReply, nobody);
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, ASlaveThatCannotBeLaunchedIsToldOnlyByScans)
+{
+    slave.getFile().deleteFile();
+    first->send(startRequest);
+    EXPECT_EQ(first->nextTypes(2), (Types{daemonStatus, startReply}));
+    ASSERT_TRUE(log.waitForLine("failed to launch Quelta slave: 2"));
+    first->send(scanRequest);
+    expectNext(*first, slaveFailed, first->getAddress());
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, AnOwnerThatIsLostForGoodLosesTheSlaveAndTheOthersAreTold)
+{
+    startForFirst();
+    first->vanish();
+    ASSERT_TRUE(log.waitForLine("disconnected from master " + first->getName()));
+    tick();
+    expectNext(*second, daemonStatus, nobody);
+    EXPECT_TRUE(wasLogged("stopping Quelta slave for master " + first->getName()));
+    second->send(startRequest);
+    expectNext(*second, daemonStatus, second->getAddress());
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, AnOwnerThatComesBackInTimeKeepsTheSlave)
+{
+    startForFirst();
+    first->hangUp();
+    ASSERT_TRUE(log.waitForLine("disconnected from master " + first->getName()));
+    tick();
+    ASSERT_TRUE(first->waitForConnection(2));
+    first->send(scanRequest);
+    expectNext(*first, daemonStatus, first->getAddress());
+}
+
+TEST_F(DaemonNetworkThreadOwnershipTest, TheEndStopsTheSlaveAndTellsThoseThatAreStillConnected)
+{
+    startForFirst();
+    log.clear();
+    daemon.reset();
+    EXPECT_TRUE(wasLogged("stopping slave because we are disconnecting from its master " + first->getName()));
+    EXPECT_TRUE(wasLogged("stopping Quelta slave for master " + first->getName()));
+    expectNext(*first, daemonStatus, nobody);
+
+    // The second hears of it if its connection is closed after the owner's.
+    if (first->getAddress() < second->getAddress())
+        expectNext(*second, daemonStatus, nobody);
+    else
+        EXPECT_TRUE(second->hasNoRecord());
+}
+
+// An owner whose address counts as none
+
+class DaemonNetworkThreadReplacementTest : public DaemonNetworkThreadOwnershipTest
+{
+protected:
+    /** A start in the name of somebody who can own nothing. */
+    void startForNobody(const MasterAddress& address)
+    {
+        first->sendFrame(makeRecord(startRequest, address));
+        EXPECT_EQ(first->nextTypes(2), (Types{daemonStatus, startReply}));
+    }
+};
+
+TEST_F(DaemonNetworkThreadReplacementTest, ASlaveWhoseOwnerCountsAsNoneIsReplacedWithoutBeingStopped)
+{
+    flags::daemonDetail = 1;
+    startForNobody({0, 21000});
+    ASSERT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
+    log.clear();
+    first->nextOf(slaveRunning);
+    startForNobody({0x7F000001, 0});
+    EXPECT_TRUE(wasLogged("already running slave"));
+    EXPECT_FALSE(wasLogged("stopping Quelta slave for master 0.0.0.0:21000"));
+
+    // It goes on beating while the new one reports its information.
+    EXPECT_TRUE(log.waitForLine("slave has version 4000000 and provides 1 GPU(s)"));
+    log.clear();
+    EXPECT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
+}
+
+TEST_F(DaemonNetworkThreadReplacementTest, WhatHappensToAReplacedSlaveIsNobodysBusiness)
+{
+    slave.play("[run]\nconnect\nauthenticating\nwait 400\ninfo\nwait 300\nexit 3");
+    startForNobody({0, 1});
+    ASSERT_TRUE(log.waitForLine("started to monitor slave")); // so it has read its scenario
+    slave.play(wellBehaved);
+    startForNobody({0, 1});
+    EXPECT_EQ(first->nextTypes(1), Types{slaveRunning});
+    ASSERT_TRUE(log.waitForLine("slave crashed or was stopped via CTRL-C"));
+    first->send(scanRequest);
+    expectNext(*first, daemonStatus, {0, 1});
+}
+
+TEST_F(DaemonNetworkThreadReplacementTest, ReplacedSlavesAreStoppedAtTheEndAllAtTheSameTime)
+{
+    slave.play("[run]\non-stop exit-after 500\nconnect\ninfo\nwait 150\nbeat 50");
+
+    for (int i = 0; i < 5; ++i)
+    {
+        startForNobody({0, 1});
+        ASSERT_TRUE(first->nextOf(slaveRunning));
+    }
+
+    // 500 ms each: two in a row, since the last one is stopped on its own.
+    EXPECT_LT(timeOf([this] { daemon.reset(); }), 2'000u);
+}
+
+TEST_F(DaemonNetworkThreadReplacementTest, BeyondEightTheOldestIsStopped)
+{
+    flags::daemonDetail = 1;
+
+    for (int i = 0; i < 10; ++i)
+    {
+        startForNobody({0, 1});
+        ASSERT_TRUE(first->nextOf(slaveRunning));
+    }
+
+    EXPECT_TRUE(log.waitForLine("stopped monitoring slave"));
+    const auto lines = log.lines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "stopped monitoring slave"), 1);
+}
+
+} // namespace
+} // namespace quelta::test

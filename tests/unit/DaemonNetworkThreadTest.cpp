@@ -1,0 +1,202 @@
+#include "master/DaemonNetworkThread.h"
+
+#include "support/DaemonTest.h"
+#include "support/Hex.h"
+
+namespace quelta::test {
+namespace {
+
+class DaemonNetworkThreadTest : public DaemonTest
+{
+protected:
+    DaemonNetworkThreadTest() { startDaemon(); }
+
+    /** How often a line has been logged. */
+    auto countLines(const std::string& line) const
+    {
+        const auto lines = log.lines();
+        return std::count(lines.begin(), lines.end(), line);
+    }
+};
+
+TEST_F(DaemonNetworkThreadTest, AMasterThatIsHeardIsConnectedAtTheNextTick)
+{
+    FakeMaster master;
+    daemon->masterDetected(master.getAddress());
+    EXPECT_TRUE(wasLogged("detected new master on address " + master.getName()));
+    EXPECT_FALSE(wasLogged("connected to master " + master.getName()));
+    tick();
+    EXPECT_TRUE(master.waitForConnection());
+    EXPECT_TRUE(wasLogged("connected to master " + master.getName()));
+}
+
+TEST_F(DaemonNetworkThreadTest, AMasterIsRegisteredOnceHoweverOftenItIsHeard)
+{
+    const auto master = introduce();
+    daemon->masterDetected(master->getAddress());
+    tick();
+    daemon->masterDetected(master->getAddress());
+    tick();
+    EXPECT_EQ(countLines("detected new master on address " + master->getName()), 1);
+    EXPECT_EQ(countLines("connected to master " + master->getName()), 1);
+}
+
+TEST_F(DaemonNetworkThreadTest, ABeaconIsEnoughToBeConnected)
+{
+    FakeMaster master;
+    BeaconSender sender(settings.daemonPort);
+
+    while (!wasLogged("detected new master on address " + master.getName()))
+    {
+        sender.send(makeRecord(scanRequest, master.getAddress()));
+        juce::Thread::sleep(5);
+    }
+
+    tick();
+    EXPECT_TRUE(master.waitForConnection());
+}
+
+TEST_F(DaemonNetworkThreadTest, WithoutAnOwnerARecordHasTheseBytes)
+{
+    const auto master = introduce();
+    master->send(scanRequest);
+    const auto reply = master->next();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(toHex(reply->bytes),
+              "41 43 23 00 08 00 00 00 01 00 00 00 00 00 00 00 00 00 00 00 "
+              "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+              "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+              "6E 6F 64 65 37 00 00 00 00 00 00 00 00 00 00 00 "
+              "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+              "02 00 00 00 01 02 00 00 ");
+}
+
+TEST_F(DaemonNetworkThreadTest, AScanIsLoggedInDetailOnly)
+{
+    const auto master = introduce();
+    log.clear();
+    master->send(scanRequest);
+    ASSERT_TRUE(master->next());
+    EXPECT_EQ(log.lines(), Lines{});
+
+    flags::daemonDetail = 1;
+    master->send(scanRequest);
+    ASSERT_TRUE(master->next());
+    EXPECT_EQ(log.lines(), Lines{"received scan request from master " + master->getName()});
+}
+
+TEST_F(DaemonNetworkThreadTest, RequestsThatNobodyKnowsAreAnsweredSo)
+{
+    flags::logPrefix = 1;
+    const auto master = introduce();
+
+    for (const uint32_t type : {1, 3, 5, 6, 7, 8, 9, 10, 12})
+    {
+        log.clear();
+        master->send(type);
+        EXPECT_EQ(master->nextTypes(1), std::vector<uint32_t>{unexpectedRequest});
+        EXPECT_EQ(log.lines(), Lines{"ERROR     : unexpected message type (" + std::to_string(type) + ")"});
+    }
+}
+
+TEST_F(DaemonNetworkThreadTest, AMasterWhoseConnectionBreaksIsConnectedAgain)
+{
+    const auto master = introduce();
+    master->hangUp();
+    ASSERT_TRUE(log.waitForLine("disconnected from master " + master->getName()));
+    tick();
+    EXPECT_TRUE(master->waitForConnection(2));
+    EXPECT_EQ(countLines("detected new master on address " + master->getName()), 1);
+}
+
+TEST_F(DaemonNetworkThreadTest, AMasterThatCannotBeReachedIsForgottenUntilItIsHeardAgain)
+{
+    const auto master = introduce();
+    master->vanish();
+    ASSERT_TRUE(log.waitForLine("disconnected from master " + master->getName()));
+    tick();
+    daemon->masterDetected(master->getAddress());
+    EXPECT_EQ(countLines("detected new master on address " + master->getName()), 2);
+}
+
+TEST_F(DaemonNetworkThreadTest, ANotificationWithoutAnOwnerIsAnError)
+{
+    flags::logPrefix = 1;
+    log.clear();
+    daemon->notifySlaveRunning();
+    daemon->notifySlaveFailed();
+    EXPECT_EQ(log.lines(),
+              (Lines{"ERROR     : slave is initialized, although no master is bound to it?!?",
+                     "ERROR     : detected a slave crash, although no master is bound to it?!?"}));
+}
+
+TEST_F(DaemonNetworkThreadTest, TheEndIsAnnouncedWithTheNumberOfMasters)
+{
+    const auto first = introduce();
+    const auto second = introduce();
+    log.clear();
+    daemon.reset();
+    EXPECT_EQ(log.lines().at(0), "closing down all existing master connections (2)...");
+    EXPECT_TRUE(first->waitForDisconnection());
+    EXPECT_TRUE(second->waitForDisconnection());
+}
+
+TEST_F(DaemonNetworkThreadTest, TheEndIsAnnouncedWithoutAnyFlag)
+{
+    flags::daemon = 0;
+    log.clear();
+    daemon.reset();
+    EXPECT_EQ(log.lines(), Lines{"closing down all existing master connections (0)..."});
+}
+
+TEST_F(DaemonNetworkThreadTest, WithoutASlaveTheEndTakesLessThanASecond)
+{
+    std::vector<std::unique_ptr<FakeMaster>> masters;
+
+    for (int i = 0; i < 10; ++i)
+        masters.push_back(introduce());
+
+    EXPECT_LT(timeOf([this] { daemon.reset(); }), 1'000u);
+}
+
+// The connection itself
+
+TEST_F(DaemonNetworkThreadTest, AMalformedRecordIsLoggedAndIgnoredAndTheConnectionStays)
+{
+    const auto master = introduce();
+    auto foreign = makeRecord(startRequest, master->getAddress());
+    foreign[0] = 0x40;
+    log.clear();
+    master->sendFrame(foreign);
+    master->sendFrame(Bytes(91));
+    master->sendFrame(Bytes(93));
+    master->sendFrame(makeRecord(13, master->getAddress()));
+    master->send(scanRequest);
+    EXPECT_EQ(master->nextTypes(1), std::vector<uint32_t>{daemonStatus});
+    EXPECT_EQ(log.lines(),
+              (Lines{"master daemon message has invalid magic", "master daemon message has invalid size (91)",
+                     "master daemon message has invalid size (93)",
+                     "master daemon message had invalid type (13)"}));
+}
+
+TEST_F(DaemonNetworkThreadTest, AnEmptyFrameIsDropped)
+{
+    const auto master = introduce();
+    log.clear();
+    master->sendFrame({});
+    master->send(scanRequest);
+    EXPECT_EQ(master->nextTypes(1), std::vector<uint32_t>{daemonStatus});
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST_F(DaemonNetworkThreadTest, TheGoingOfAMasterIsLogged)
+{
+    const auto master = introduce();
+    log.clear();
+    master->hangUp();
+    EXPECT_TRUE(log.waitForLine("disconnected from master " + master->getName()));
+    EXPECT_EQ(log.lines().size(), 1u);
+}
+
+} // namespace
+} // namespace quelta::test

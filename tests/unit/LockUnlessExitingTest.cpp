@@ -1,0 +1,193 @@
+#include "util/LockUnlessExiting.h"
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "support/ThreadedTest.h"
+
+namespace quelta::test {
+namespace {
+
+enum class Outcome
+{
+    unknown,
+    locked,
+    gaveUp
+};
+
+/** A framework thread that takes the lock once and says how that went. */
+class TakingThread final : public juce::Thread
+{
+public:
+    explicit TakingThread(const juce::CriticalSection& lockToTake) : Thread("taking"), lock(lockToTake) {}
+    ~TakingThread() override { stopThread(-1); }
+
+    void run() override
+    {
+        begun = true;
+
+        if (exitAtOnce)
+            signalThreadShouldExit();
+
+        const LockUnlessExiting held(lock);
+        outcome = held.isLocked() ? Outcome::locked : Outcome::gaveUp;
+    }
+
+    /** Starts it and waits until it is about to take the lock, or a little further. */
+    void startAndWait()
+    {
+        startThread();
+
+        while (!begun)
+            sleep(1);
+
+        sleep(20);
+    }
+
+    Outcome waitForOutcome()
+    {
+        waitForThreadToExit(-1);
+        return outcome;
+    }
+
+    bool exitAtOnce = false; ///< Before the thread is started.
+    std::atomic<bool> begun{false};
+    std::atomic<Outcome> outcome{Outcome::unknown};
+
+private:
+    const juce::CriticalSection& lock;
+};
+
+class LockUnlessExitingTest : public ThreadedTest
+{
+protected:
+    /** Whether another thread could take the lock now. */
+    bool isFree() const
+    {
+        bool taken = false;
+        std::thread([this, &taken] {
+            taken = lock.tryEnter();
+
+            if (taken)
+                lock.exit();
+        }).join();
+        return taken;
+    }
+
+    const juce::CriticalSection lock;
+};
+
+TEST_F(LockUnlessExitingTest, AFreeLockIsTakenAndReleasedAgain)
+{
+    {
+        const LockUnlessExiting held(lock);
+        EXPECT_TRUE(held.isLocked());
+        EXPECT_FALSE(isFree());
+    }
+
+    EXPECT_TRUE(isFree());
+}
+
+TEST_F(LockUnlessExitingTest, TheHolderMayTakeItAgain)
+{
+    const LockUnlessExiting first(lock);
+
+    {
+        const LockUnlessExiting second(lock);
+        EXPECT_TRUE(second.isLocked());
+    }
+
+    EXPECT_FALSE(isFree());
+}
+
+TEST_F(LockUnlessExitingTest, AFrameworkThreadWaitsForTheLock)
+{
+    TakingThread thread(lock);
+
+    {
+        const juce::ScopedLock sl(lock);
+        thread.startAndWait();
+        EXPECT_EQ(thread.outcome, Outcome::unknown);
+    }
+
+    EXPECT_EQ(thread.waitForOutcome(), Outcome::locked);
+    EXPECT_TRUE(isFree());
+}
+
+TEST_F(LockUnlessExitingTest, AFrameworkThreadGivesUpOnceItIsAskedToExit)
+{
+    TakingThread thread(lock);
+    const juce::ScopedLock sl(lock);
+    thread.startAndWait();
+    thread.signalThreadShouldExit();
+    EXPECT_EQ(thread.waitForOutcome(), Outcome::gaveUp);
+}
+
+TEST_F(LockUnlessExitingTest, TheHolderMayWaitForTheThreadThatWantsTheLock)
+{
+    TakingThread thread(lock);
+    const juce::ScopedLock sl(lock);
+    thread.startAndWait();
+
+    // A pause of the waiting thread ends with the request; 32 ms is the longest it could sleep on.
+    EXPECT_LT(timeOf([&thread] { EXPECT_TRUE(thread.stopThread(10'000)); }), 1'000u);
+    EXPECT_EQ(thread.outcome, Outcome::gaveUp);
+}
+
+TEST_F(LockUnlessExitingTest, GivingUpReleasesNothing)
+{
+    TakingThread thread(lock);
+    const juce::ScopedLock sl(lock);
+    thread.startAndWait();
+    thread.stopThread(-1);
+    EXPECT_FALSE(isFree());
+}
+
+TEST_F(LockUnlessExitingTest, AFreeLockIsTakenEvenByAThreadThatIsExiting)
+{
+    TakingThread thread(lock);
+    thread.exitAtOnce = true;
+    thread.startThread();
+    EXPECT_EQ(thread.waitForOutcome(), Outcome::locked);
+}
+
+TEST_F(LockUnlessExitingTest, AThreadThatIsNoneOfTheFrameworksWaitsAsLongAsItTakes)
+{
+    std::atomic<bool> locked{false};
+    std::thread thread;
+
+    {
+        const juce::ScopedLock sl(lock);
+        thread = std::thread([this, &locked] { locked = LockUnlessExiting(lock).isLocked(); });
+        juce::Thread::sleep(50);
+        EXPECT_FALSE(locked);
+    }
+
+    thread.join();
+    EXPECT_TRUE(locked);
+}
+
+TEST_F(LockUnlessExitingTest, ManyThreadsTakeItOneAtATime)
+{
+    constexpr int rounds = 2'000;
+    int counter = 0; // unguarded but for the lock
+    std::vector<std::thread> threads;
+
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([this, &counter] {
+            for (int round = 0; round < rounds; ++round)
+            {
+                const LockUnlessExiting held(lock);
+                ++counter;
+            }
+        });
+
+    for (auto& thread : threads)
+        thread.join();
+
+    EXPECT_EQ(counter, 4 * rounds);
+}
+
+} // namespace
+} // namespace quelta::test

@@ -1,0 +1,223 @@
+#include "master/MasterDiscovery.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include "platform/Paths.h"
+#include "support/BeaconSender.h"
+#include "support/MasterRecords.h"
+#include "support/ThreadedTest.h"
+
+namespace quelta::test {
+namespace {
+
+class RecordingListener final : public MasterDiscoveryListener
+{
+public:
+    void masterDetected(const MasterAddress& address) override
+    {
+        const std::lock_guard guard(lock);
+        heard.push_back(formatAddress(address));
+        changed.notify_all();
+    }
+
+    /** Waits until so many have been heard. */
+    Lines waitFor(size_t count)
+    {
+        std::unique_lock guard(lock);
+        changed.wait_for(guard, LogCapture::hangLimit, [this, count] { return heard.size() >= count; });
+        return heard;
+    }
+
+private:
+    std::mutex lock;
+    std::condition_variable changed;
+    Lines heard;
+};
+
+constexpr auto decodeLine = "failed to decode beacon message from master 127.0.0.1:0";
+
+class MasterDiscoveryTest : public ThreadedTest
+{
+protected:
+    void start()
+    {
+        discovery.setListener(&listener);
+        discovery.startThread();
+        ASSERT_TRUE(log.waitForLine("start listening for masters on port " + std::to_string(port)));
+        sendUntilHeard();
+        log.clear();
+    }
+
+    /** The socket may take a moment longer than the line; what arrives before is lost. */
+    void sendUntilHeard()
+    {
+        while (!wasLogged(decodeLine))
+        {
+            sender.send(Bytes(1));
+            juce::Thread::sleep(1);
+        }
+
+        // What is still under way has been served when this one has.
+        sender.send(Bytes(3));
+        ASSERT_TRUE(log.waitForLine("master daemon message has invalid size (3)"));
+
+        while (log.lines().back() != decodeLine)
+            juce::Thread::sleep(1);
+    }
+
+    void expectRejected(const Bytes& datagram, const std::string& text)
+    {
+        log.clear();
+        sender.send(datagram);
+        EXPECT_TRUE(log.waitForLine(decodeLine));
+        EXPECT_EQ(log.lines(), (Lines{text, decodeLine}));
+    }
+
+    const uint16_t port = findFreeBeaconPort();
+    BeaconSender sender{port};
+    RecordingListener listener;
+    MasterDiscovery discovery{port};
+};
+
+constexpr MasterAddress someMaster{0x0A000005, 21000};
+
+TEST_F(MasterDiscoveryTest, AMasterIsKnownByTheAddressInItsBeaconNotByTheSendersAddress)
+{
+    start();
+    sender.send(makeRecord(scanRequest, someMaster));
+    EXPECT_EQ(listener.waitFor(1), Lines{"10.0.0.5:21000"});
+}
+
+TEST_F(MasterDiscoveryTest, EveryBeaconIsReported)
+{
+    start();
+    sender.send(makeRecord(scanRequest, someMaster));
+    sender.send(makeRecord(scanRequest, {0x7F000002, 1}));
+    sender.send(makeRecord(scanRequest, someMaster));
+    EXPECT_EQ(listener.waitFor(3), (Lines{"10.0.0.5:21000", "127.0.0.2:1", "10.0.0.5:21000"}));
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST_F(MasterDiscoveryTest, AnyValidRecordIsABeacon)
+{
+    start();
+
+    for (uint32_t type = 0; type < 13; ++type)
+        sender.send(makeRecord(type, someMaster));
+
+    EXPECT_EQ(listener.waitFor(13), Lines(13, "10.0.0.5:21000"));
+}
+
+TEST_F(MasterDiscoveryTest, AMalformedDatagramIsReportedWithItsSenderAndPortZero)
+{
+    start();
+    const auto valid = makeRecord(scanRequest, someMaster);
+    expectRejected(Bytes(valid.begin(), valid.end() - 1), "master daemon message has invalid size (91)");
+
+    auto tooLong = valid;
+    tooLong.push_back(0);
+    expectRejected(tooLong, "master daemon message has invalid size (93)");
+
+    auto foreign = valid;
+    foreign[0] = 0x40;
+    expectRejected(foreign, "master daemon message has invalid magic");
+
+    auto old = valid;
+    old[4] = 7;
+    expectRejected(old, "master daemon message has invalid version (7)");
+
+    expectRejected(makeRecord(13, someMaster), "master daemon message had invalid type (13)");
+    expectRejected(makeRecord(0xFFFFFFFF, someMaster), "master daemon message had invalid type (-1)");
+
+    sender.send(valid);
+    EXPECT_EQ(listener.waitFor(1), Lines{"10.0.0.5:21000"});
+}
+
+TEST_F(MasterDiscoveryTest, ALongDatagramIsCutToAThousandBytes)
+{
+    start();
+    expectRejected(Bytes(1000), "master daemon message has invalid size (1000)");
+    expectRejected(Bytes(1001), "master daemon message has invalid size (1000)");
+    expectRejected(Bytes(9000), "master daemon message has invalid size (1000)");
+}
+
+TEST_F(MasterDiscoveryTest, AnEmptyDatagramIsMalformedToo)
+{
+    start();
+    expectRejected({}, "master daemon message has invalid size (0)");
+}
+
+TEST_F(MasterDiscoveryTest, WithoutTheFlagNothingIsSaidOfMalformedDatagrams)
+{
+    start();
+    flags::daemon = 0;
+    sender.send(Bytes(91));
+    sender.send(makeRecord(scanRequest, someMaster));
+    EXPECT_EQ(listener.waitFor(1).size(), 1u);
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST_F(MasterDiscoveryTest, WithoutAListenerBeaconsAreDropped)
+{
+    discovery.startThread();
+    ASSERT_TRUE(log.waitForLine("start listening for masters on port " + std::to_string(port)));
+    sendUntilHeard();
+    sender.send(makeRecord(scanRequest, someMaster));
+    expectRejected(Bytes(91), "master daemon message has invalid size (91)");
+}
+
+TEST_F(MasterDiscoveryTest, ARequestToExitIsHonouredWithinAPoll)
+{
+    start();
+    // The thread wakes every 100 ms; the rest is for a machine that is busy with something else.
+    EXPECT_LT(timeOf([this] { EXPECT_TRUE(discovery.stopThread(10'000)); }), 1'000u);
+    EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST_F(MasterDiscoveryTest, ItExitsWhileDatagramsPourIn)
+{
+    start();
+    std::atomic<bool> enough{false};
+    std::thread flood([this, &enough] {
+        while (!enough)
+            sender.send(makeRecord(scanRequest, someMaster));
+    });
+    EXPECT_GE(listener.waitFor(100).size(), 100u);
+    EXPECT_LT(timeOf([this] { EXPECT_TRUE(discovery.stopThread(10'000)); }), 1'000u);
+    enough = true;
+    flood.join();
+}
+
+TEST_F(MasterDiscoveryTest, ThePortIsFreeOnceItHasEnded)
+{
+    start();
+    discovery.stopThread(-1);
+    platform::BeaconSocket next;
+    EXPECT_TRUE(next.create());
+    EXPECT_TRUE(next.bindTo(port));
+}
+
+TEST_F(MasterDiscoveryTest, APortThatIsTakenEndsDiscovery)
+{
+    flags::logPrefix = 1;
+    platform::BeaconSocket taken;
+    ASSERT_TRUE(taken.create());
+    ASSERT_TRUE(taken.bindTo(port));
+    discovery.startThread();
+    ASSERT_TRUE(discovery.waitForThreadToExit(static_cast<int>(hangLimitMs)));
+
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0], "daemon    : start listening for masters on port " + std::to_string(port));
+
+    if (platform::absolutePathsHaveRoot())
+        EXPECT_TRUE(lines[1].starts_with("ERROR     : failed to bind to address: ")) << lines[1];
+    else
+        EXPECT_EQ(lines[1], "ERROR     : failed to bind to address: Address already in use (98)");
+}
+
+} // namespace
+} // namespace quelta::test

@@ -1,0 +1,176 @@
+#include "slave/SlaveMonitor.h"
+
+#include "support/Descriptors.h"
+#include "support/SlaveVoice.h"
+#include "support/ThreadedTest.h"
+
+namespace quelta::test {
+namespace {
+
+/** A port that was free a moment ago, with the two behind it in range. */
+uint16_t findFreePort()
+{
+    for (;;)
+    {
+        juce::StreamingSocket socket;
+        socket.createListener(0, {});
+
+        if (const auto port = socket.getBoundPort(); port > 1024 && port < 65000)
+            return static_cast<uint16_t>(port);
+    }
+}
+
+class SlaveMonitorPortTest : public ThreadedTest
+{};
+
+TEST_F(SlaveMonitorPortTest, TheFirstSearchBeginsBehindTheDaemonsPort)
+{
+    EXPECT_EQ(SlaveMonitor::getFirstPort(0, 5000), 5001);
+    EXPECT_EQ(SlaveMonitor::getFirstPort(0, 1024), 1025);
+    EXPECT_EQ(SlaveMonitor::getFirstPort(0, 65535), 0);
+}
+
+TEST_F(SlaveMonitorPortTest, TheFirstSearchKeepsOutOfTheSystemsPorts)
+{
+    EXPECT_EQ(SlaveMonitor::getFirstPort(0, 80), 1024);
+    EXPECT_EQ(SlaveMonitor::getFirstPort(0, 1023), 1024);
+}
+
+TEST_F(SlaveMonitorPortTest, ALaterSearchBeginsWithThePortOfTheLastMonitor)
+{
+    EXPECT_EQ(SlaveMonitor::getFirstPort(5007, 5000), 5007);
+    EXPECT_EQ(SlaveMonitor::getFirstPort(1, 80), 1);
+}
+
+TEST_F(SlaveMonitorPortTest, ThePortsAreTriedInRisingOrder)
+{
+    EXPECT_EQ(SlaveMonitor::getNextPort(5001, 5000), 5002);
+    EXPECT_EQ(SlaveMonitor::getNextPort(0, 5000), 1);
+}
+
+TEST_F(SlaveMonitorPortTest, TheHighestPortIsFollowedByTheLowest)
+{
+    EXPECT_EQ(SlaveMonitor::getNextPort(65535, 5000), 0);
+}
+
+TEST_F(SlaveMonitorPortTest, TheDaemonsPortIsLeftOut)
+{
+    EXPECT_EQ(SlaveMonitor::getNextPort(5999, 6000), 6001);
+    EXPECT_EQ(SlaveMonitor::getNextPort(65534, 65535), 0);
+    EXPECT_EQ(SlaveMonitor::getNextPort(65535, 0), 1);
+}
+
+TEST_F(SlaveMonitorPortTest, ASearchTriesEveryPortButTheDaemonsOnce)
+{
+    uint16_t candidate = 5001;
+    int tries = 0;
+
+    do
+    {
+        ASSERT_NE(candidate, 5000);
+        candidate = SlaveMonitor::getNextPort(candidate, 5000);
+        ++tries;
+    } while (candidate != 5001);
+
+    EXPECT_EQ(tries, 65535);
+}
+
+TEST_F(SlaveMonitorPortTest, ASecondMonitorGetsThePortOfTheFirst)
+{
+    const auto first = std::make_unique<SlaveMonitor>(uint16_t{5000})->getPort();
+    EXPECT_EQ(SlaveMonitor(6000).getPort(), first);
+}
+
+TEST_F(SlaveMonitorPortTest, APortThatIsTakenIsSkipped)
+{
+    const SlaveMonitor first(5000);
+    const SlaveMonitor second(5000);
+    EXPECT_GT(second.getPort(), first.getPort());
+}
+
+TEST_F(SlaveMonitorPortTest, TheDaemonsOwnPortIsNeverTakenEvenIfItIsFree)
+{
+    const SlaveMonitor first(5000);
+    const auto daemonPort = static_cast<uint16_t>(first.getPort() + 1);
+    EXPECT_GT(SlaveMonitor(daemonPort).getPort(), daemonPort);
+}
+
+TEST_F(SlaveMonitorPortTest, TheEndOfAMonitorClosesTheConnectionAndFreesThePort)
+{
+    auto monitor = std::make_unique<SlaveMonitor>(uint16_t{5000});
+    const auto port = monitor->getPort();
+    SlaveVoice slave(port);
+    ASSERT_TRUE(log.waitForLine("started to monitor slave"));
+    monitor.reset();
+    EXPECT_TRUE(slave.waitUntilClosed());
+    EXPECT_TRUE(wasLogged("slave connection closed"));
+
+    juce::StreamingSocket listener;
+    EXPECT_TRUE(listener.createListener(port, {}));
+}
+
+TEST_F(SlaveMonitorPortTest, MonitorsLeaveNoDescriptorBehind)
+{
+    if (!descriptorsCanBeCounted())
+        GTEST_SKIP() << "the system does not show a process's descriptors as files";
+
+    SlaveMonitor(5000).getPort();
+    const auto before = countDescriptors();
+
+    for (int round = 0; round < 50; ++round)
+    {
+        const SlaveMonitor monitor(5000);
+        const SlaveVoice slave(monitor.getPort());
+        const SlaveVoice stranger(monitor.getPort());
+    }
+
+    EXPECT_EQ(countDescriptors(), before);
+}
+
+// What only the first monitor of a process does happens in a process of its own.
+
+class SlaveMonitorDeathTest : public ThreadedTest
+{
+protected:
+    SlaveMonitorDeathTest() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+
+    /** Ends the process with a status that tells whether `condition` holds. */
+    [[noreturn]] static void endWith(bool condition) { std::_Exit(condition ? 0 : 1); }
+};
+
+TEST_F(SlaveMonitorDeathTest, TheFirstPortTriedIsTheOneBehindTheDaemons)
+{
+    const auto startsThere = [] {
+        const auto port = findFreePort();
+        endWith(SlaveMonitor(static_cast<uint16_t>(port - 1)).getPort() == port);
+    };
+    EXPECT_EXIT(startsThere(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(SlaveMonitorDeathTest, IfThatIsTakenTheNextOneIsTried)
+{
+    const auto goesOn = [] {
+        const auto port = findFreePort();
+        juce::StreamingSocket taken;
+        taken.createListener(port, {});
+        endWith(SlaveMonitor(static_cast<uint16_t>(port - 1)).getPort() > port);
+    };
+    EXPECT_EXIT(goesOn(), testing::ExitedWithCode(0), "");
+}
+
+/** The socket layer takes number 0 as a wish for any port, so a listener is there that nobody is told of. */
+TEST_F(SlaveMonitorDeathTest, BehindTheHighestPortThereIsNoneAndTheNextMonitorBeginsAnew)
+{
+    const auto findsNone = [this] {
+        const SlaveMonitor without(65535);
+        const bool noPort = without.getPort() == 0 && without.getBoundPort() > 0 &&
+                            log.lines() == Lines{"using free port 0 to communicate with slave",
+                                                 "could not find a free socket to monitor slave"};
+        const auto port = findFreePort();
+        endWith(noPort && SlaveMonitor(static_cast<uint16_t>(port - 1)).getPort() == port);
+    };
+    EXPECT_EXIT(findsNone(), testing::ExitedWithCode(0), "");
+}
+
+} // namespace
+} // namespace quelta::test

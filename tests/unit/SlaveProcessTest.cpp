@@ -1,0 +1,202 @@
+#include "app/SlaveProcess.h"
+
+#include "support/SlaveListener.h"
+#include "support/StandinSlave.h"
+#include "support/ThreadedTest.h"
+
+namespace quelta::test {
+namespace {
+
+/** Long enough for a slow machine to start a process, short enough for a test. */
+constexpr SlaveTimeLimits quickLimits{5'000, 300, 600, 400};
+
+constexpr auto crashLine = "slave crashed or was stopped via CTRL-C";
+constexpr auto killLine = "slave didn't stop gracefully, killing process by force";
+
+class SlaveProcessTest : public ThreadedTest
+{
+protected:
+    void start(const char* scenario, const SlaveTimeLimits& limits = quickLimits, bool infoRequest = false)
+    {
+        flags::daemonDetail = 1;
+        slave.play(scenario);
+        settings.slaveExecutable = slave.getFile();
+        settings.daemonPort = 5000;
+        process.emplace(0x7F000001, 5130, settings, infoRequest, &owner, limits);
+    }
+
+    void runToTheEnd(const char* scenario, const SlaveTimeLimits& limits = quickLimits,
+                     bool infoRequest = false)
+    {
+        start(scenario, limits, infoRequest);
+        waitForEnd();
+    }
+
+    void waitForEnd() { ASSERT_TRUE(process->waitForThreadToExit(static_cast<int>(hangLimitMs))); }
+
+    /** What is said of the slave, without the monitor's and the messages' lines. */
+    Lines getVerdicts() const
+    {
+        Lines verdicts;
+
+        for (const auto& line : log.lines())
+            if (line.starts_with("detected") || line == crashLine || line == killLine ||
+                line.starts_with("failed"))
+                verdicts.push_back(line);
+
+        return verdicts;
+    }
+
+    void expectOutcome(bool failed, int timesRunning, int timesFailed, const Lines& verdicts)
+    {
+        EXPECT_EQ(process->hasFailed(), failed);
+        EXPECT_EQ(owner.timesRunning, timesRunning);
+        EXPECT_EQ(owner.timesFailed, timesFailed);
+        EXPECT_EQ(getVerdicts(), verdicts);
+    }
+
+    StandinSlave slave{""};
+    DaemonSettings settings;
+    SlaveListener owner;
+    std::optional<SlaveProcess> process;
+};
+
+TEST_F(SlaveProcessTest, AMissingExecutableIsAFailureThatTheOwnerIsNotToldOf)
+{
+    flags::logPrefix = 1;
+    settings.slaveExecutable = slave.getFile().getSiblingFile("missing");
+    settings.daemonPort = 5000;
+    process.emplace(0, 0, settings, false, &owner, quickLimits);
+    waitForEnd();
+    EXPECT_TRUE(wasLogged("ERROR     : failed to launch Quelta slave: 2"));
+    expectOutcome(true, 0, 0, {});
+}
+
+TEST_F(SlaveProcessTest, AnEmptyLineIsPrintedBeforeEveryLaunch)
+{
+    start("[run]\nconnect\nhang");
+    EXPECT_EQ(log.lines().at(0), "\n");
+}
+
+TEST_F(SlaveProcessTest, ASlaveThatNeverConnectsHangsInStartup)
+{
+    runToTheEnd("[run]\nhang", {300, 300, 600, 200});
+    expectOutcome(true, 0, 1, {"detected that slave is hanging during startup -> stopping slave", killLine});
+}
+
+TEST_F(SlaveProcessTest, AConnectionIsASignOfLifeOnlyOnce)
+{
+    runToTheEnd("[run]\nconnect\nhang", {600, 300, 600, 400});
+    expectOutcome(true, 0, 1, {"detected that slave is hanging during startup -> stopping slave"});
+}
+
+TEST_F(SlaveProcessTest, AnAuthenticatingSlaveHasAllTheTimeItWants)
+{
+    start("[run]\nconnect\nauthenticating\nhang", {5'000, 100, 100, 400});
+    ASSERT_TRUE(log.waitForLine("received heartbeat message 'AUTHENTICATING' from slave"));
+    EXPECT_FALSE(process->waitForThreadToExit(700)); // seven times any limit
+    process->stopThread(-1);
+    expectOutcome(false, 0, 0, {});
+}
+
+TEST_F(SlaveProcessTest, AnInitialisedSlaveThatFallsSilentHangs)
+{
+    runToTheEnd("[run]\nconnect\ninfo\nhang");
+    expectOutcome(true, 1, 1, {"detected that slave is hanging after initialization -> stopping slave"});
+}
+
+TEST_F(SlaveProcessTest, ASlaveWhoseHeartBeatStopsIsStopped)
+{
+    runToTheEnd("[run]\nconnect\ninfo\nwait 150\nbeat 50 for 400\nhang");
+    expectOutcome(true, 1, 1, {"detected that heart beat of slave stopped -> stopping slave"});
+}
+
+TEST_F(SlaveProcessTest, AHangingSlaveThatIgnoresTheStopIsKilled)
+{
+    runToTheEnd("[run]\non-stop ignore\nconnect\nstatus\nhang");
+    expectOutcome(true, 0, 1, {"detected that heart beat of slave stopped -> stopping slave", killLine});
+}
+
+TEST_F(SlaveProcessTest, ARunningSlaveThatEndsByItselfHasCrashedWhateverItsStatus)
+{
+    runToTheEnd("[run]\nconnect\ninfo\nwait 150\nbeat 50 for 150\nexit 0");
+    expectOutcome(true, 1, 1, {crashLine});
+}
+
+TEST_F(SlaveProcessTest, ASlaveThatDiesWithoutAWordHasCrashed)
+{
+    runToTheEnd("[run]\nexit 3");
+    expectOutcome(true, 0, 1, {crashLine});
+}
+
+TEST_F(SlaveProcessTest, TheLastMessageOfASlaveThatDiesAtOnceStillCounts)
+{
+    // Without a limit that a slow machine could reach.
+    runToTheEnd("[run]\nconnect\ninfo\nexit 0", {60'000, 60'000, 60'000, 400});
+    expectOutcome(true, 1, 1, {crashLine});
+}
+
+TEST_F(SlaveProcessTest, TheOwnerIsToldOnceThatTheSlaveRuns)
+{
+    start("[run]\nconnect\ninfo\nwait 150\nbeat 50 for 200\ninfo\nwait 150\nbeat 50");
+    ASSERT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_INFO' from slave"));
+    juce::Thread::sleep(700); // far into the second information
+    process->stopThread(-1);
+    expectOutcome(false, 1, 0, {});
+    EXPECT_EQ(process->getSlaveVersion(), 4'000'000u);
+    EXPECT_EQ(process->getNumProvidedGpus(), 1u);
+}
+
+TEST_F(SlaveProcessTest, AStopThatIsObeyedIsNotWorthALine)
+{
+    start("[run]\non-stop exit-after 200\nconnect\ninfo\nwait 100\nbeat 50");
+    ASSERT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
+    EXPECT_GE(timeOf([this] { process->stopThread(-1); }), 200u);
+    EXPECT_FALSE(process->hasFailed());
+    EXPECT_EQ(owner.timesFailed, 0);
+    EXPECT_EQ(getVerdicts(), Lines{});
+}
+
+TEST_F(SlaveProcessTest, AStopThatIsIgnoredEndsWithForceWhenItsTimeIsUp)
+{
+    start("[run]\non-stop ignore\nconnect\nstatus\nbeat 50");
+    ASSERT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
+    const auto time = timeOf([this] { process->stopThread(-1); });
+    EXPECT_GE(time, quickLimits.gracefulStop);
+    EXPECT_LT(time, quickLimits.gracefulStop + 2'000);
+    expectOutcome(false, 0, 0, {killLine});
+}
+
+TEST_F(SlaveProcessTest, AnInformationRunEndsWellOnceTheSlaveHasReported)
+{
+    runToTheEnd("[info]\nversion 513\ngpus 7\nconnect\nauthenticating\ninfo\nwait 150\nexit 9", quickLimits,
+                true);
+    expectOutcome(false, 0, 0, {});
+    EXPECT_EQ(process->getSlaveVersion(), 513u);
+    EXPECT_EQ(process->getNumProvidedGpus(), 7u);
+}
+
+TEST_F(SlaveProcessTest, AnInformationRunThatEndsBeforeTheReportFailsAndNobodyElseIsTold)
+{
+    runToTheEnd("[info]\nconnect\nauthenticating\nwait 150\nexit 0", quickLimits, true);
+    expectOutcome(true, 0, 0, {crashLine});
+}
+
+TEST_F(SlaveProcessTest, AnInformationRunThatHangsFailsAndNobodyElseIsTold)
+{
+    runToTheEnd("[info]\nconnect\ninfo\nhang", quickLimits, true);
+    expectOutcome(true, 0, 0, {"detected that slave is hanging after initialization -> stopping slave"});
+}
+
+TEST_F(SlaveProcessTest, WithoutAnOwnerNobodyIsTold)
+{
+    slave.play("[run]\nconnect\ninfo\nwait 150\nexit 0");
+    settings.slaveExecutable = slave.getFile();
+    settings.daemonPort = 5000;
+    process.emplace(0, 0, settings, false, nullptr, quickLimits);
+    waitForEnd();
+    expectOutcome(true, 0, 0, {crashLine});
+}
+
+} // namespace
+} // namespace quelta::test
