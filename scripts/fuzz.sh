@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# scripts/fuzz.sh BIN_DIR SECONDS: runs every fuzz target for so long, as many at once as there are cores.
+# New inputs stay in the build folder; those that crash are named and fail the run.
+set -uo pipefail
+bin=$(cd "$1" && pwd) || exit 1
+export bin seconds=$2
+cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit 1
+
+fuzz_one() {
+    local name=$1 work="$bin/../fuzzing/$1"
+    mkdir -p "$work/found" "$work/crashes"
+    if "$bin/fuzz_$name" -max_total_time="$seconds" -max_len=4096 -rss_limit_mb=2048 -timeout=10 \
+        -artifact_prefix="$work/crashes/" "$work/found" "tests/fuzz/corpus/$name" >"$work/log" 2>&1; then
+        echo "  $name: $(grep -o 'Done [0-9]* runs' "$work/log" | tail -n 1)"
+    else
+        echo "  $name: FAILED, input kept in $work/crashes"
+        tail -n 40 "$work/log"
+        return 1
+    fi
+}
+export -f fuzz_one
+
+find tests/fuzz/corpus -mindepth 1 -maxdepth 1 -printf '%f\n' | sort |
+    xargs -P "$(nproc)" -I{} bash -c 'fuzz_one {}'

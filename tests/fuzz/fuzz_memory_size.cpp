@@ -1,0 +1,20 @@
+// A memory size; its sign survives, however large the number.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "app/CommandLine.h"
+#include "util/LeadingInteger.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    const std::string bytes(reinterpret_cast<const char*>(data), size);
+    const auto text = juce::String::fromUTF8(bytes.c_str());
+    const auto result = quelta::parseMemorySize(text);
+    const auto number = quelta::parseLeadingInt64(text.toRawUTF8());
+
+    if ((number < 0) != (result < 0) || (number == 0) != (result == 0))
+        std::abort();
+    return 0;
+}
