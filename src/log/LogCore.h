@@ -4,18 +4,18 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 
 #include <juce_events/juce_events.h>
 
 #include "log/Log.h"
 #include "log/LogFile.h"
-#include "platform/RecursiveMutex.h"
 
 namespace quelta {
 
 /** The process-wide log. Made on first use and never destroyed, because threads of the framework may log
     until the process ends. `lock` guards every member; it is recursive because log calls are made while it is
-    held. */
+    held. (The framework's own lock inherits priorities, for which every contended line would pay.) */
 class Log
 {
 public:
@@ -26,7 +26,7 @@ public:
     /** Gives a finished line to every sink, in table order. */
     void dispatch(const char* line);
 
-    platform::RecursiveMutex lock;
+    std::recursive_mutex lock;
     std::array<LogSink, 16> sinks{};
     int32_t sinkCount = 0;
     LogFile file;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <limits>
 
@@ -29,15 +30,11 @@ void prepareProcess()
 int countFreeDescriptors()
 {
     rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
     auto* const directory = opendir("/proc/self/fd");
 
-    if (directory == nullptr || getrlimit(RLIMIT_NOFILE, &limit) != 0)
-    {
-        if (directory != nullptr)
-            closedir(directory);
-
-        return 0; // it takes a free descriptor to find out
-    }
+    if (directory == nullptr) // it takes a free descriptor to find out, and a /proc
+        return errno == EMFILE || errno == ENFILE ? 0 : std::numeric_limits<int>::max();
 
     // Three entries are none of those in use afterwards: ".", ".." and the directory itself.
     rlim_t used = 0;
