@@ -1,0 +1,75 @@
+"""Peers that mean no good, or that might as well."""
+
+import socket
+import time
+from contextlib import contextmanager
+
+from . import wire
+from .limits import HANG_LIMIT
+
+FORCED = "!! killing thread by force !!"
+
+
+def timed(action, *arguments):
+    """How many seconds it took."""
+    begin = time.monotonic()
+    action(*arguments)
+    return time.monotonic() - begin
+
+
+def assert_nothing_forced(lines):
+    """The framework tells when it ends a thread by force; with the flag logJuce its words are in the log."""
+    assert not [line for line in lines if FORCED in line], lines
+
+
+def flood(beacon_socket, node, datagram, count):
+    for _ in range(count):
+        beacon_socket.sendto(datagram, ("127.0.0.1", node.port))
+
+
+def announce(beacon_socket, node, addresses):
+    """A beacon for each of these addresses."""
+    for address in addresses:
+        beacon_socket.sendto(wire.master_record(wire.SCAN_REQUEST, address), ("127.0.0.1", node.port))
+
+
+def loopback_addresses(count, port, first="127.9.0.0"):
+    """So many addresses that lead to this port of this machine, all behind those of the masters."""
+    begin = wire.ip_number(first)
+    return [(wire.dotted(begin + number), port) for number in range(count)]
+
+
+@contextmanager
+def black_hole():
+    """A port on which connections neither come about nor are refused: its queue is full."""
+    with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as listener:
+        listener.bind(("0.0.0.0", 0))
+        listener.listen(0)
+        address = ("127.0.0.1", listener.getsockname()[1])
+        waiting = []
+        try:
+            while len(waiting) < 16:
+                visitor = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
+                waiting.append(visitor)
+                visitor.settimeout(0.5)
+                try:
+                    visitor.connect(address)
+                except TimeoutError:
+                    yield address[1]
+                    return
+            raise AssertionError("the queue of the listener was never full")
+        finally:
+            for visitor in waiting:
+                visitor.close()
+
+
+def scan_without_reading(master):
+    """Asks and asks until the daemon, which cannot get rid of its answers, hangs up."""
+    scans = wire.frame(master.record(wire.SCAN_REQUEST)) * 100
+    deadline = time.monotonic() + HANG_LIMIT
+    while time.monotonic() < deadline:
+        try:
+            master.connection.send_bytes(scans)
+        except (ConnectionResetError, BrokenPipeError):
+            return
+    raise AssertionError("the daemon put up with a master that never reads")

@@ -1,0 +1,169 @@
+"""Masters that never read, that do not exist or that point back at the daemon, and strangers at the slave's door."""
+
+import time
+
+import pytest
+
+from support import wire
+from support.hostile import (announce, assert_nothing_forced, black_hole, flood, loopback_addresses,
+                             scan_without_reading, timed)
+from support.node import wait_until
+from support.output import daemon_line, error_line, plain_line
+from support.ownership import running, start_line, started, stopped
+from support.ports import refusing_socket
+from support.scenario import scenario
+from support.slave import SlaveConnection
+
+FLAGS = "daemon logPrefix logJuce"
+HANGS_AT_START = plain_line("detected that slave is hanging during startup -> stopping slave")
+REFUSED = error_line("multiple connections requested for slave monitor")
+
+
+def seconds_to_be_served(master, expected):
+    return timed(master.expect_silence, expected)
+
+
+def test_master_that_never_reads_holds_nobody_up_and_is_connected_anew(farm):
+    """The daemon gives a send 200 ms, hangs up at its next tick and connects again."""
+    node, patient, deaf = farm(2, flags=FLAGS)
+    free = node.status(wire.DAEMON_STATUS)
+    scan_without_reading(deaf)
+    assert seconds_to_be_served(patient, free) < 2
+    deaf.accept()
+    deaf.expect_silence(free)
+    running(node, patient, deaf)
+    stopped(node, patient, deaf)
+    lines = node.quit()
+    assert lines.count(daemon_line(f"connected to master {deaf}")) == 2
+    assert_nothing_forced(lines)
+
+
+def test_change_is_told_to_the_others_although_one_never_reads(farm):
+    node, owner, other, *deaf = farm(5, flags=FLAGS)
+    for master in deaf:
+        # No more than the buffers on the way can hold: the daemon's next send falls short, not the test's.
+        for _ in range(60):
+            master.connection.send_bytes(wire.frame(master.record(wire.SCAN_REQUEST)) * 100)
+    assert timed(running, node, owner, other) < 5
+    assert timed(stopped, node, owner, other) < 5
+    assert_nothing_forced(node.quit())
+
+
+def test_owner_that_never_reads_keeps_its_slave_over_the_new_connection(farm):
+    node, other, owner = farm(2, flags=FLAGS)
+    running(node, owner, other)
+    slave = node.slave_process()
+    scan_without_reading(owner)
+    owner.accept()
+    owner.expect_silence(node.status(wire.DAEMON_STATUS, owner))
+    assert node.slave_processes() == [slave]
+    stopped(node, owner, other)
+
+
+@pytest.mark.parametrize("junk", [b"", b"x", bytes(1000), wire.master_record(wire.SCAN_REQUEST, version=9)],
+                         ids=["nothing", "a byte", "zeros", "another version"])
+def test_beacon_is_heard_after_20000_junk_datagrams(farm, make_master, beacon_socket, junk):
+    node, first = farm(flags="logPrefix")
+    flood(beacon_socket, node, junk, 20000)
+    make_master().join(node).expect_silence(node.status(wire.DAEMON_STATUS))
+    first.expect_silence(node.status(wire.DAEMON_STATUS))
+    assert [line for line in node.quit() if line.startswith("ERROR")] == []
+
+
+@pytest.mark.linux_only("Windows takes a second to learn that a connection is refused")
+def test_thousands_of_masters_that_refuse_are_forgotten_at_once(farm, make_master, beacon_socket):
+    node, owner = farm(flags=FLAGS)
+    with refusing_socket("0.0.0.0") as nobody:
+        announce(beacon_socket, node, loopback_addresses(3000, nobody.getsockname()[1]))
+        assert timed(running, node, owner) < 10
+        make_master().join(node)
+    assert timed(node.quit) < 5
+
+
+def test_thousands_of_masters_that_never_answer_leave_time_for_the_others(farm, beacon_socket):
+    """A tick spends a second on them and goes on behind the last one at the next; then requests have their turn."""
+    node, owner, other = farm(2, flags=FLAGS)
+    with black_hole() as port:
+        addresses = loopback_addresses(3000, port)
+        announce(beacon_socket, node, addresses)
+        first_heard = daemon_line("detected new master on address %s:%u" % addresses[0])
+        node.output.wait(first_heard)
+        for _ in range(4):
+            assert seconds_to_be_served(other, node.status(wire.DAEMON_STATUS)) < 4
+        running(node, owner, other)
+        stopped(node, owner, other)
+
+        def heard_again():
+            announce(beacon_socket, node, addresses[:1])
+            return node.output.count(first_heard) > 1
+
+        wait_until(heard_again, "the first of them is forgotten after its failed attempt, and heard anew")
+        assert timed(node.quit) < 5
+    assert_nothing_forced(node.own_lines())
+
+
+def test_beacons_that_name_the_daemons_own_ports(farm, beacon_socket):
+    """On its beacon port nobody listens for connections; at the slave's door it is one more stranger."""
+    node, owner, other = farm(2, flags=FLAGS)
+    running(node, owner, other)
+    monitor = node.monitor_port(start_line(node, owner))
+    announce(beacon_socket, node, [("127.0.0.1", node.port), ("127.0.0.1", monitor), ("0.0.0.0", monitor)])
+    node.output.wait(daemon_line(f"connected to master 127.0.0.1:{monitor}"))
+    node.output.wait(REFUSED)
+    other.expect_silence(node.status(wire.DAEMON_STATUS, owner))
+    stopped(node, owner, other)
+    running(node, owner, other)
+    lines = node.quit()
+    assert_nothing_forced(lines)
+    assert daemon_line(f"connected to master 127.0.0.1:{node.port}") not in lines
+    node.assert_no_slave()
+
+
+def test_daemon_that_is_first_at_its_own_slaves_door_is_only_a_stranger(farm, beacon_socket):
+    """It takes the slave's place there: that start fails, and the daemon survives talking to itself."""
+    node, owner, other = farm(2, flags=FLAGS, plays=scenario("wait 4000\nconnect\nexit 0", settings="on-lost ignore"))
+    started(node, owner, other)
+    monitor = node.monitor_port(start_line(node, owner))
+    announce(beacon_socket, node, [("127.0.0.1", monitor)])
+    node.output.wait(daemon_line(f"connected to master 127.0.0.1:{monitor}"))
+    owner.expect(node.status(wire.SLAVE_FAILED, owner))
+    node.output.wait(REFUSED)
+    stopped(node, owner, other)
+    node.play(scenario())
+    running(node, owner, other)
+    assert_nothing_forced(node.quit())
+
+
+def test_stranger_that_is_first_at_the_slaves_door_costs_that_one_start(farm):
+    """The first to connect keeps the place, so the slave itself is refused and counts as hanging."""
+    node, owner, other = farm(2, flags=FLAGS, plays=scenario("wait 3000\nconnect\nwait 9500\nexit 0",
+                                                            settings="on-lost ignore"))
+    begin = time.monotonic()
+    started(node, owner, other)
+    start = start_line(node, owner)
+    stranger = SlaveConnection(node.monitor_port(start))
+    stranger.send_bytes(b"GET / HTTP/1.1\r\n")
+    node.output.wait(daemon_line("started to monitor slave"), start)
+    line = node.output.wait(REFUSED, start)
+    other.expect_silence(node.status(wire.DAEMON_STATUS, owner))
+    line = node.output.wait(HANGS_AT_START, line)
+    assert time.monotonic() - begin >= 10
+    owner.expect(node.status(wire.SLAVE_FAILED, owner))
+    node.output.wait(daemon_line(f"notifying master {owner} that the slave has crashed"), line)
+    stranger.close()
+    stopped(node, owner, other)
+    node.play(scenario())
+    running(node, owner, other)
+    assert_nothing_forced(node.quit())
+
+
+def test_strangers_in_numbers_at_a_running_slaves_door(farm):
+    node, owner, other = farm(2, flags=FLAGS)
+    running(node, owner, other)
+    monitor = node.monitor_port(start_line(node, owner))
+    for _ in range(200):
+        assert SlaveConnection(monitor).is_closed_by_daemon()
+    assert node.output.count(REFUSED) == 200
+    other.expect_silence(node.status(wire.DAEMON_STATUS, owner))
+    stopped(node, owner, other)
+    assert_nothing_forced(node.quit())
