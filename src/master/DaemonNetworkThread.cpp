@@ -87,6 +87,10 @@ void DaemonNetworkThread::timerCallback()
 
     replacedSlaves.forgetEnded();
     platform::reapKilledChildren();
+
+    // The interval counts from the end of a tick: after one that took long the next would come at once, and
+    // no request would find the lock free.
+    startTimer(tickMs);
 }
 
 /** Connects to every master that is not connected, and gives those that could not be reached. Stops once it
