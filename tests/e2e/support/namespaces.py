@@ -1,0 +1,114 @@
+"""Two machines in one: network namespaces joined by a cable that a test can cut."""
+
+import ctypes
+import itertools
+import os
+import shutil
+import socket
+import subprocess
+from contextlib import contextmanager
+
+from . import wire
+from .limits import HANG_LIMIT
+from .master import Master
+
+CLONE_NEWNET = 0x40000000
+_numbers = itertools.count()
+_libc = ctypes.CDLL(None, use_errno=True)
+
+
+def ip(*arguments):
+    result = subprocess.run(["ip", *arguments], capture_output=True, text=True, timeout=HANG_LIMIT)
+    if result.returncode != 0:
+        raise OSError(f"ip {' '.join(arguments)}: {result.stderr.strip()}")
+
+
+def why_not():
+    """The reason why no namespaces can be made here, or an empty text."""
+    if not shutil.which("ip"):
+        return "there is no ip command"
+    name = f"quelta-probe-{os.getpid()}"
+    try:
+        ip("netns", "add", name)
+        ip("netns", "del", name)
+    except OSError as refused:
+        return f"no network namespaces can be made: {refused}"
+    return ""
+
+
+class Machine:
+    """A network namespace with a loopback and one end of a cable."""
+
+    def __init__(self, name, device, address, hardware):
+        self.name = name
+        self.device = device
+        self.address = address
+        self.hardware = hardware
+
+    def connect(self, other):
+        """The other's hardware address is fixed: it is reached, or not, without being asked for first."""
+        ip("-n", self.name, "addr", "add", f"{self.address}/24", "dev", self.device)
+        ip("-n", self.name, "link", "set", "lo", "up")
+        ip("-n", self.name, "link", "set", self.device, "up")
+        ip("-n", self.name, "neigh", "replace", other.address, "lladdr", other.hardware, "dev", self.device,
+           "nud", "permanent")
+
+    @contextmanager
+    def entered(self):
+        """What the calling thread makes in here, sockets or processes, lives on this machine."""
+        with open("/proc/thread-self/ns/net") as home, open(f"/run/netns/{self.name}") as there:
+            self._switch(there)
+            try:
+                yield self
+            finally:
+                self._switch(home)
+
+    @staticmethod
+    def _switch(namespace):
+        if _libc.setns(namespace.fileno(), CLONE_NEWNET) != 0:
+            raise OSError(ctypes.get_errno(), "setns")
+
+
+class RemoteMaster(Master):
+    """A master on one machine that beacons to a daemon on another."""
+
+    def __init__(self, machine, daemon_machine):
+        self._daemon_address = daemon_machine.address
+        with machine.entered():
+            datagrams = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+            super().__init__(machine.address, b"far away", datagrams)
+
+    def beacon(self, node, address=None):
+        record = self.record(wire.SCAN_REQUEST, address)
+        self._beacons.sendto(record, (self._daemon_address, node.port))
+
+    def close(self):
+        super().close()
+        self._beacons.close()
+
+
+class Cable:
+    """Two machines and what joins them."""
+
+    def __init__(self):
+        tag = f"{os.getpid()}-{next(_numbers)}"
+        short = f"{os.getpid() % 100000}{next(_numbers)}"
+        self.near = Machine(f"quelta-near-{tag}", f"qn{short}", "10.231.0.1", "02:00:00:00:00:01")
+        self.far = Machine(f"quelta-far-{tag}", f"qf{short}", "10.231.0.2", "02:00:00:00:00:02")
+
+    def lay(self):
+        for machine in (self.near, self.far):
+            ip("netns", "add", machine.name)
+        ip("link", "add", self.near.device, "address", self.near.hardware, "netns", self.near.name, "type", "veth",
+           "peer", "name", self.far.device, "address", self.far.hardware, "netns", self.far.name)
+        self.near.connect(self.far)
+        self.far.connect(self.near)
+        return self
+
+    def cut(self):
+        """As if the far machine had lost its power: what is sent arrives nowhere, and nobody says so."""
+        ip("-n", self.far.name, "link", "set", self.far.device, "down")
+
+    def remove(self):
+        for machine in (self.near, self.far):
+            subprocess.run(["ip", "netns", "del", machine.name], capture_output=True, timeout=HANG_LIMIT)

@@ -1,0 +1,81 @@
+"""A daemon that is itself killed by force leaves no slave behind, whatever the slave was doing."""
+
+import signal
+import time
+
+import pytest
+
+from support import wire
+from support.ownership import running, start_line, started
+from support.scenario import PUPPET, scenario
+
+STUBBORN = "on-stop ignore\non-lost ignore"
+
+
+def kill_daemon(node):
+    """SIGKILL, or what Wine makes of it: the end of the process without a word to it."""
+    node.process.kill()
+    assert node.wait_exit() == -signal.SIGKILL
+
+
+def assert_nothing_left(node):
+    node.wait_no_slave()
+    lines = node.output.rest()  # the slave has the same stream, which ends with the last that holds it
+    assert not [line for line in lines if line.startswith("Stopped logging on ")]
+
+
+@pytest.mark.parametrize("settings, run", [
+    ("", "connect\ninfo\nwait 300\nbeat 1000"),
+    (STUBBORN, "connect\ninfo\nwait 300\nbeat 1000"),
+    (STUBBORN, "connect\nauthenticating\nhang"),
+    (STUBBORN, "connect\ninfo\nhang"),
+    (STUBBORN, "hang"),
+], ids=["well-behaved", "stubborn", "authenticating", "hanging", "never connected"])
+def test_slave_in_every_state(farm, settings, run):
+    node, owner = farm(plays=scenario(run, settings=settings))
+    started(node, owner)
+    start = start_line(node, owner)
+    node.output.wait_match(r"standin: (sending (SLAVE_STATUS|AUTHENTICATING)|hanging)", start)
+    kill_daemon(node)
+    assert_nothing_left(node)
+
+
+@pytest.mark.parametrize("delay_ms", [0, 1, 2, 4, 8, 16, 32])
+def test_in_the_middle_of_a_start(farm, delay_ms):
+    """From the request on, through the launch, to the first sign of life."""
+    node, owner = farm(plays=scenario(PUPPET, settings=STUBBORN))
+    owner.request(wire.START_REQUEST)
+    time.sleep(delay_ms / 1000)
+    kill_daemon(node)
+    assert_nothing_left(node)
+
+
+def test_while_the_slave_is_being_stopped(farm):
+    node, owner = farm(plays=scenario(settings=STUBBORN))
+    running(node, owner)
+    owner.request(wire.STOP_REQUEST)
+    node.slave_report("ignoring the stop message")
+    kill_daemon(node)
+    assert_nothing_left(node)
+
+
+def test_in_a_steal(farm):
+    node, owner, thief = farm(2, plays=scenario(settings=STUBBORN))
+    running(node, owner, thief)
+    thief.request(wire.STEAL_REQUEST)
+    node.slave_report("ignoring the stop message")
+    kill_daemon(node)
+    assert_nothing_left(node)
+
+
+def test_next_daemon_takes_the_same_ports(farm, make_node):
+    node, owner = farm(plays=scenario(settings=STUBBORN))
+    running(node, owner)
+    kill_daemon(node)
+    assert_nothing_left(node)
+    successor = make_node()
+    successor.port = node.port
+    successor.serve()
+    owner.vanish()
+    owner.return_to(successor)
+    running(successor, owner)
