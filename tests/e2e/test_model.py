@@ -27,7 +27,7 @@ def play(make_node, make_master):
     """Plays steps on a fresh daemon; returns what it disagreed about, or None."""
 
     def run(steps):
-        node = make_node(alias="model", plays=scenario("connect\ninfo\nwait 200\nbeat 2000")).serve()
+        node = make_node(alias="model", plays=scenario("connect\ninfo\nwait 2500\nbeat 2000")).serve()
         masters = [make_master(ip=f"127.77.0.{number + 1}", patience=PATIENCE).join(node) for number in range(MASTERS)]
         try:
             ModelRun(node, masters).play(steps)

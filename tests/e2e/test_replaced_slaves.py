@@ -70,7 +70,7 @@ def test_failure_of_a_replaced_slave_is_told_to_nobody(farm):
 
 
 def test_slave_replaced_before_it_ran_reports_to_nobody(farm):
-    node, careless, other = farm(2, plays=scenario("connect\nwait 1500\ninfo\nwait 300\nbeat 1000"))
+    node, careless, other = farm(2, plays=scenario("connect\nwait 1500\ninfo\nwait 2500\nbeat 1000"))
     started_without_port(node, careless, other, running=False)
     other.request(wire.START_REQUEST)
     other.expect(node.status(wire.DAEMON_STATUS, other), node.status(wire.START_REPLY, other))

@@ -141,7 +141,7 @@ def test_second_connection_is_refused_and_the_first_lives_on(watched):
 
 
 def test_second_connection_of_a_stand_in(farm):
-    node, owner = farm(plays=scenario("connect\ninfo\nwait 300\nsecond-connection\nbeat 1000"))
+    node, owner = farm(plays=scenario("connect\ninfo\nwait 2500\nsecond-connection\nbeat 1000"))
     started(node, owner)
     node.output.wait(error_line("multiple connections requested for slave monitor"))
     node.slave_report("second connection was closed by the daemon")
@@ -167,7 +167,7 @@ def test_slave_cannot_connect_again(watched):
 def test_stand_in_speaks_malformed_bytes(farm):
     node, owner = farm(plays=scenario(
         "connect\nframe 0d72ce7f02000000020000000000000000000000\nraw 2c9eb4f200000000\n"
-        "frame 0d times 21\ninfo\nwait 300\nbeat 1000"))
+        "frame 0d times 21\ninfo\nwait 2500\nbeat 1000"))
     started(node, owner)
     owner.expect(node.status(wire.SLAVE_RUNNING, owner))
     node.output.wait_sequence([error_line("slave daemon message had invalid version (2)"), INVALID,

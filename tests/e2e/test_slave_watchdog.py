@@ -171,6 +171,20 @@ def test_slave_that_only_beats_never_counts_as_initialised(farm):
     stopped(node, owner)
 
 
+def test_failure_belongs_to_the_connection_that_asked_for_the_slave(farm):
+    """Even if the slave was asked for in another master's name, who is still the one to stop it."""
+    node, named, asking = farm(2)
+    asking.request(wire.START_REQUEST, address=named.address)
+    told = node.status(wire.DAEMON_STATUS, named, text=asking.text)
+    asking.expect(told, told._replace(kind=wire.START_REPLY), told._replace(kind=wire.SLAVE_RUNNING))
+    named.expect(told)
+    node.kill_slave()
+    asking.expect(told._replace(kind=wire.SLAVE_FAILED))
+    asking.expect_silence(told._replace(kind=wire.SLAVE_FAILED))
+    named.expect_silence(told)
+    stopped(node, named, asking)
+
+
 def test_failed_slave_stays_with_its_owner(farm):
     node, owner, other = farm(2)
     running(node, owner, other)

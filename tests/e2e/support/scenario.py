@@ -3,10 +3,10 @@
 SLAVE_VERSION = 4000000
 GPUS = 1
 
-QUICK_INFORMATION = "connect\ninfo\nwait 150\nexit 0\n"
+QUICK_INFORMATION = "connect\ninfo\nwait 300\nexit 0\n"
 
 # Reports, stays silent for long enough to be seen as initialised, then beats until it is stopped.
-QUICK_SERVICE = "connect\ninfo\nwait 300\nbeat 1000\n"
+QUICK_SERVICE = "connect\ninfo\nwait 2500\nbeat 1000\n"
 
 # A process that does nothing by itself: the test speaks to the daemon in its place.
 PUPPET = "hang\n"
