@@ -1,12 +1,28 @@
+#include "platform/ProgramEntry.h"
+
+#include <string>
+#include <vector>
+
 #include <juce_events/juce_events.h>
 
-#include "platform/ProgramEntry.h"
+#include "util/ValidUtf8.h"
 
 namespace quelta::platform {
 
 int runApplication(int argc, char** argv)
 {
-    return juce::JUCEApplicationBase::main(argc, const_cast<const char**>(argv));
+    // A shell passes on any bytes; the framework keeps the pointers for as long as it runs.
+    std::vector<std::string> parameters;
+
+    for (int i = 0; i < argc; ++i)
+        parameters.push_back(toValidUtf8(argv[i]));
+
+    std::vector<const char*> pointers;
+
+    for (const auto& parameter : parameters)
+        pointers.push_back(parameter.c_str());
+
+    return juce::JUCEApplicationBase::main(argc, pointers.data());
 }
 
 } // namespace quelta::platform

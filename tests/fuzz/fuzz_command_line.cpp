@@ -5,10 +5,11 @@
 #include <string>
 
 #include "app/CommandLine.h"
+#include "util/ValidUtf8.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    const std::string text(reinterpret_cast<const char*>(data), size);
+    const auto text = quelta::toValidUtf8({reinterpret_cast<const char*>(data), size});
     juce::StringArray parameters;
     parameters.addLines(juce::String::fromUTF8(text.c_str()));
 

@@ -6,10 +6,11 @@
 
 #include "app/CommandLine.h"
 #include "util/LeadingInteger.h"
+#include "util/ValidUtf8.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    const std::string bytes(reinterpret_cast<const char*>(data), size);
+    const auto bytes = quelta::toValidUtf8({reinterpret_cast<const char*>(data), size});
     const auto text = juce::String::fromUTF8(bytes.c_str());
     const auto result = quelta::parseMemorySize(text);
     const auto number = quelta::parseLeadingInt64(text.toRawUTF8());

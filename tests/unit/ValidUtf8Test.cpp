@@ -1,0 +1,36 @@
+#include "util/ValidUtf8.h"
+
+#include <gtest/gtest.h>
+
+using quelta::toValidUtf8;
+
+TEST(ValidUtf8, KeepsTextThatIsValid)
+{
+    EXPECT_EQ(toValidUtf8("node 7"), "node 7");
+    EXPECT_EQ(toValidUtf8("n\xC3\xB6"
+                          "de \xE2\x82\xAC \xF0\x9F\x8E\xA8"),
+              "n\xC3\xB6"
+              "de \xE2\x82\xAC \xF0\x9F\x8E\xA8");
+    EXPECT_EQ(toValidUtf8(""), "");
+}
+
+TEST(ValidUtf8, TakesOtherBytesForLatin1)
+{
+    EXPECT_EQ(toValidUtf8("n\xF6"
+                          "de"),
+              "n\xC3\xB6"
+              "de");
+    EXPECT_EQ(toValidUtf8("\xFF\x80"), "\xC3\xBF\xC2\x80");
+}
+
+TEST(ValidUtf8, TakesACharacterThatBreaksOffAtTheEndForLatin1)
+{
+    // The framework would read on behind the end of such a text.
+    EXPECT_EQ(toValidUtf8("0\xE2\x82"), "0\xC3\xA2\xC2\x82");
+    EXPECT_EQ(toValidUtf8("\xC3"), "\xC3\x83");
+}
+
+TEST(ValidUtf8, EndsAtTheFirstNul)
+{
+    EXPECT_EQ(toValidUtf8(std::string_view("a\0\xFF", 3)), "a");
+}
