@@ -1,0 +1,113 @@
+"""A daemon that has run out of descriptors: it keeps what it has, says what it lacks, and recovers."""
+
+import re
+import resource
+import time
+
+import pytest
+
+from support import measure, wire
+from support.hostile import assert_nothing_forced
+from support.node import wait_until
+from support.output import daemon_line
+from support.ownership import running, start_line, stopped
+from support.slave import SlaveConnection
+
+pytestmark = pytest.mark.linux_only("limits the descriptors of a Linux process")
+
+LIMIT = 64
+MASTERS = 200
+RESERVE = 16
+NOT_CONNECTING = re.compile(r"daemon    : not connecting to master (127\.0\.0\.\d+:\d+): only (\d+) file descriptors left")
+BUSY_SECONDS = 4
+IDLE_SHARE = 0.3  # of a processor; a daemon that tried without end would use a whole one
+
+
+def limited():
+    resource.setrlimit(resource.RLIMIT_NOFILE, (LIMIT, LIMIT))
+
+
+def announce_all(node, masters):
+    for master in masters:
+        master.beacon(node)
+
+
+def turned_away(node):
+    """What the daemon has said about those it did not connect to."""
+    return {match[1]: int(match[2]) for match in map(NOT_CONNECTING.fullmatch, node.output.lines()) if match}
+
+
+def accepted(node, masters):
+    """Those that the daemon says it is connected to."""
+    lines = set(node.output.lines())
+    found = [master for master in masters if daemon_line(f"connected to master {master}") in lines]
+    for master in found:
+        master.accept()
+    return found
+
+
+@pytest.fixture
+def crowded(make_node, make_master):
+    """A node that has as many masters as it can take, and many more that it cannot: `node, inside, outside`."""
+    node = make_node(flags="daemon logPrefix logJuce").serve(preexec_fn=limited)
+    masters = [make_master() for _ in range(MASTERS)]
+
+    def everybody_knows():
+        announce_all(node, masters)
+        connected = [line for line in node.output.lines() if line.startswith(daemon_line("connected to master "))]
+        return len(connected) + len(turned_away(node)) == MASTERS
+
+    wait_until(everybody_knows, "every master is either connected or turned away")
+    inside = accepted(node, masters)
+    outside = [master for master in masters if master not in inside]
+    assert len(inside) > LIMIT / 2 and outside
+    return node, inside, outside
+
+
+def test_daemon_serves_those_it_has_and_starts_the_slave(crowded):
+    node, inside, outside = crowded
+    assert set(turned_away(node)) == {str(master) for master in outside}
+    assert max(turned_away(node).values()) <= RESERVE
+    for _ in range(3):
+        running(node, *inside)
+        stopped(node, *inside)
+    for master in inside:
+        master.expect_silence(node.status(wire.DAEMON_STATUS))
+    assert len(measure.descriptors(node.process.pid)) <= LIMIT - RESERVE
+    lines = node.quit()
+    assert_nothing_forced(lines)
+    assert not [line for line in lines if line.startswith("ERROR")]
+
+
+def test_daemon_does_not_spin(crowded):
+    node, _, outside = crowded
+    begin, used = time.monotonic(), measure.cpu_seconds(node.process.pid)
+    while time.monotonic() - begin < BUSY_SECONDS:
+        announce_all(node, outside)
+        time.sleep(1)
+    share = (measure.cpu_seconds(node.process.pid) - used) / (time.monotonic() - begin)
+    assert share < IDLE_SHARE
+
+
+def test_strangers_at_the_slaves_door_get_nothing_of_the_reserve(crowded):
+    node, inside, _ = crowded
+    running(node, *inside)
+    monitor = node.monitor_port(start_line(node, inside[0]))
+    for _ in range(2 * RESERVE):
+        assert SlaveConnection(monitor).is_closed_by_daemon()
+    stopped(node, *inside)
+    running(node, *inside)
+
+
+def test_daemon_recovers_when_they_go(crowded):
+    node, inside, outside = crowded
+    running(node, *inside)
+    owner, *others = inside
+    for master in others:
+        master.vanish()
+    # Half of them, because the slave that runs now has taken some descriptors of its own.
+    newcomers = [master.join(node) for master in outside[:len(others) // 2]]
+    for newcomer in newcomers:
+        newcomer.expect_silence(node.status(wire.DAEMON_STATUS, owner))
+    stopped(node, owner, *newcomers)
+    assert_nothing_forced(node.quit())
