@@ -69,6 +69,12 @@ public:
         return waitUntil([this, number] { return connectionsMade >= number; });
     }
 
+    bool isConnected()
+    {
+        const std::lock_guard guard(lock);
+        return connection != nullptr;
+    }
+
     /** Waits until the daemon has closed the connection. */
     bool waitForDisconnection()
     {

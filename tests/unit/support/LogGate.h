@@ -36,7 +36,7 @@ public:
     bool waitUntilReached()
     {
         std::unique_lock guard(state.lock);
-        return state.changed.wait_for(guard, LogCapture::hangLimit, [] { return state.reached; });
+        return state.changed.wait_for(guard, LogCapture::hangLimit, [this] { return state.reached; });
     }
 
     void open()
@@ -58,6 +58,7 @@ private:
 
     static void wait(const char* line)
     {
+        auto& state = getState();
         std::unique_lock guard(state.lock);
 
         if (!state.armed || state.line != line)
@@ -65,10 +66,17 @@ private:
 
         state.reached = true;
         state.changed.notify_all();
-        state.changed.wait(guard, [] { return !state.armed; });
+        state.changed.wait(guard, [&state] { return !state.armed; });
     }
 
-    static inline State state; // a sink is a plain function and has nothing else to look at
+    /** The one there is: a sink is a plain function and has nothing else to look at. */
+    static State& getState()
+    {
+        static State state;
+        return state;
+    }
+
+    State& state = getState();
 };
 
 } // namespace quelta::test

@@ -1,0 +1,170 @@
+// The owner of the slave goes, changes or asks while something happens to the slave.
+#include <algorithm>
+#include <thread>
+
+#include "support/LogGate.h"
+#include "support/RaceTest.h"
+
+namespace quelta::test {
+namespace {
+
+class RacesTestOwner : public RaceTest
+{
+protected:
+    RacesTestOwner()
+    {
+        startRaceDaemon();
+        witness = introduce();
+    }
+
+    ~RacesTestOwner() override { daemon.reset(); }
+
+    /** Ticks until the witness is told that nobody owns the slave. The bound is that of a stop and of the two
+        ticks that it can take to notice that somebody is gone. */
+    void expectFreedByTicks()
+    {
+        bool isFree = false;
+        const auto time = timeOf([this, &isFree] {
+            for (int ticks = 0; ticks < 100 && !isFree; ++ticks)
+            {
+                tick();
+                isFree = askForOwner(*witness) == MasterAddress{};
+                juce::Thread::sleep(isFree ? 0 : 10);
+            }
+        });
+        EXPECT_TRUE(isFree);
+        EXPECT_LT(time, stopBoundMs + 2 * 500);
+    }
+
+    std::unique_ptr<FakeMaster> witness; ///< Owns nothing and hears all.
+};
+
+TEST_F(RacesTestOwner, AnOwnerThatIsLostInMidStartLosesTheSlave)
+{
+    for (const std::string moment :
+         {"starting slave for master #", "\n", "slave connection created", "started to monitor slave",
+          "slave has version 4000000 and provides 1 GPU(s)",
+          "notifying master # that the slave is initialized and running"})
+    {
+        SCOPED_TRACE(moment);
+        log.clear();
+        const auto owner = introduce();
+        LogGate gate(juce::String(moment).replace("#", owner->getName()).toStdString());
+        owner->send(startRequest);
+        ASSERT_TRUE(gate.waitUntilReached());
+        owner->vanish();
+        gate.open();
+        ASSERT_TRUE(log.waitForLine("disconnected from master " + owner->getName()));
+        expectFreedByTicks();
+        EXPECT_TRUE(wasLogged("stopping Quelta slave for master " + owner->getName()));
+    }
+}
+
+TEST_F(RacesTestOwner, AnOwnerThatIsLostInMidStopLeavesTheSlaveFree)
+{
+    slave.play("[run]\non-stop exit-after 150\nconnect\ninfo\nwait 120\nbeat 50");
+
+    for (int delayMs = 0; delayMs <= 240; delayMs += 60)
+    {
+        SCOPED_TRACE(delayMs);
+        log.clear();
+        const auto owner = introduce();
+        startSlaveFor(*owner);
+        owner->send(stopRequest);
+        ASSERT_TRUE(log.waitForLine("stopping Quelta slave for master " + owner->getName()));
+        juce::Thread::sleep(delayMs);
+        owner->vanish();
+        expectFreedByTicks();
+        const auto lines = log.lines();
+        EXPECT_EQ(
+            std::count(lines.begin(), lines.end(), "stopping Quelta slave for master " + owner->getName()),
+            1);
+    }
+}
+
+/** Every steal takes a stop and a start, one thief after the other. */
+TEST_F(RacesTestOwner, StealsAtTheSameTimeAreServedOneByOne)
+{
+    constexpr int rounds = 6;
+    constexpr size_t numThieves = 3;
+    std::vector<std::unique_ptr<FakeMaster>> thieves;
+
+    while (thieves.size() < numThieves)
+        thieves.push_back(introduce());
+
+    for (int round = 0; round < rounds; ++round)
+    {
+        std::vector<std::thread> threads;
+
+        for (auto& thief : thieves)
+            threads.emplace_back([&thief] {
+                thief->send(stealRequest);
+                const auto time = timeOf([&thief] {
+                    const auto reply = thief->nextOf(stealReply);
+                    ASSERT_TRUE(reply);
+                    EXPECT_EQ(formatAddress(reply->owner), thief->getName());
+                });
+                EXPECT_LT(time, numThieves * stopBoundMs);
+            });
+
+        for (auto& thread : threads)
+            thread.join();
+    }
+
+    // Each change of hands was told once; the thief of a round that owned the slave already changed nothing.
+    witness->send(stopRequest);
+    size_t changes = 0;
+
+    for (auto record = witness->next(); record && record->type != stopReply; record = witness->next())
+        changes += record->type == daemonStatus ? 1 : 0;
+
+    EXPECT_LE(changes, rounds * numThieves);
+    EXPECT_GE(changes, rounds * (numThieves - 1));
+
+    if (processesAreShownAsFiles())
+    {
+        EXPECT_LE(getChildren().size(), 1u); // the last one may just be on its way
+    }
+}
+
+/** The stop comes while the slave dies, at all distances. A failure may be told before the reply, never
+    behind it. */
+TEST_F(RacesTestOwner, AStopWhileTheSlaveCrashesIsObeyedInTime)
+{
+    slave.play("[run]\nconnect\ninfo\nwait 120\nexit 3");
+
+    for (int delayMs = 0; delayMs <= 225; delayMs += 15)
+    {
+        SCOPED_TRACE(delayMs);
+        witness->send(startRequest);
+        ASSERT_TRUE(witness->nextOf(slaveRunning));
+        juce::Thread::sleep(delayMs);
+        witness->send(stopRequest);
+        expectStopped(*witness);
+    }
+}
+
+/** The request of another master waits while the owner's slave is being stopped, and that master goes. */
+TEST_F(RacesTestOwner, AMasterThatVanishesWhileItsRequestWaitsOwnsNothingInTheEnd)
+{
+    slave.play("[run]\non-stop exit-after 150\nconnect\ninfo\nwait 120\nbeat 50");
+
+    for (const auto request : {startRequest, stealRequest, startRequest, stealRequest, scanRequest})
+    {
+        SCOPED_TRACE(request);
+        log.clear();
+        const auto vanishing = introduce();
+        startSlaveFor(*witness);
+        witness->send(stopRequest);
+        ASSERT_TRUE(log.waitForLine("stopping Quelta slave for master " + witness->getName()));
+        vanishing->send(request);
+        juce::Thread::sleep(20); // for its reader thread to come to the lock
+        vanishing->vanish();
+        expectFreedByTicks();
+        ASSERT_TRUE(log.waitForLine("disconnected from master " + vanishing->getName()));
+        expectFreedByTicks();
+    }
+}
+
+} // namespace
+} // namespace quelta::test

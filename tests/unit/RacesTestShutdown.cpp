@@ -1,0 +1,179 @@
+// The daemon ends while everybody goes on.
+#include <atomic>
+#include <thread>
+
+#include "support/LogGate.h"
+#include "support/RaceTest.h"
+
+namespace quelta::test {
+namespace {
+
+/** Does the same again and again, on a thread of its own, until it goes. */
+class Repeating
+{
+public:
+    template <typename Action>
+    explicit Repeating(Action action)
+        : thread([this, action] {
+              while (!enough)
+                  action();
+          })
+    {}
+
+    ~Repeating()
+    {
+        enough = true;
+        thread.join();
+    }
+
+    Repeating(const Repeating&) = delete;
+    Repeating& operator=(const Repeating&) = delete;
+
+private:
+    std::atomic<bool> enough{false};
+    std::thread thread;
+};
+
+class RacesTestShutdown : public RaceTest
+{
+protected:
+    void expectEndWithin(uint32_t milliseconds)
+    {
+        EXPECT_LT(timeOf([this] { daemon.reset(); }), milliseconds);
+    }
+};
+
+TEST_F(RacesTestShutdown, TheEndUnderAFloodOfScansTakesLessThanASecond)
+{
+    for (int round = 0; round < 8; ++round)
+    {
+        startRaceDaemon();
+        const auto first = introduce();
+        const auto second = introduce();
+        const Repeating firstFlood([&first] { first->send(scanRequest); });
+        const Repeating secondFlood([&second] { second->send(scanRequest); });
+        EXPECT_TRUE(first->next());
+        EXPECT_TRUE(second->next());
+        expectEndWithin(endBoundMs);
+        log.clear();
+    }
+}
+
+TEST_F(RacesTestShutdown, TheEndUnderAFloodOfBeaconsTakesLessThanASecond)
+{
+    for (int round = 0; round < 8; ++round)
+    {
+        startRaceDaemon();
+        uint16_t port = 1;
+        BeaconSender sender(settings.daemonPort);
+        const Repeating flood([&sender, &port] {
+            sender.send(makeRecord(scanRequest, {0x7F000001, port}));
+            port = port == 5'000 ? 1 : static_cast<uint16_t>(port + 1);
+        });
+        EXPECT_TRUE(log.waitForLine("detected new master on address 127.0.0.1:9"));
+        expectEndWithin(endBoundMs);
+        log.clear();
+    }
+}
+
+/** All requests, so that the slave is in any state; at most one has to be stopped. */
+TEST_F(RacesTestShutdown, TheEndUnderAFloodOfRequestsStopsTheSlave)
+{
+    for (int round = 0; round < 8; ++round)
+    {
+        startRaceDaemon();
+        const auto first = introduce();
+        const auto second = introduce();
+        const Repeating firstFlood([&first] {
+            first->send(startRequest);
+            juce::Thread::sleep(5);
+            first->send(stopRequest);
+        });
+        const Repeating secondFlood([&second] {
+            second->send(stealRequest);
+            juce::Thread::sleep(7);
+        });
+        EXPECT_TRUE(first->nextOf(startReply));
+        juce::Thread::sleep(20 * round);
+
+        // One stop may be under way, with a steal behind it; the destructor's comes on top.
+        expectEndWithin(4 * stopBoundMs);
+        log.clear();
+    }
+}
+
+TEST_F(RacesTestShutdown, TheEndAtEveryMomentOfAStartStopsTheSlave)
+{
+    for (const std::string moment :
+         {"starting slave for master #", "\n", "slave connection created", "slave connection established",
+          "started to monitor slave", "received heartbeat message 'AUTHENTICATING' from slave",
+          "slave has version 4000000 and provides 1 GPU(s)",
+          "notifying master # that the slave is initialized and running",
+          "received heartbeat message 'SLAVE_STATUS' from slave"})
+    {
+        SCOPED_TRACE(moment);
+        startRaceDaemon();
+        const auto owner = introduce();
+        log.clear();
+        LogGate gate(juce::String(moment).replace("#", owner->getName()).toStdString());
+        owner->send(startRequest);
+        ASSERT_TRUE(gate.waitUntilReached());
+        std::thread opener([&gate] {
+            juce::Thread::sleep(10); // for the destructor to come to the lock
+            gate.open();
+        });
+        expectEndWithin(stopBoundMs);
+        opener.join();
+    }
+}
+
+TEST_F(RacesTestShutdown, ASlaveThatIgnoresTheStopDoesNotHoldTheEndUp)
+{
+    slave.play("[run]\non-stop ignore\nconnect\ninfo\nwait 120\nbeat 50");
+
+    for (int round = 0; round < 3; ++round)
+    {
+        startRaceDaemon();
+        const auto owner = introduce();
+        startSlaveFor(*owner);
+        log.clear();
+        expectEndWithin(stopBoundMs);
+        EXPECT_TRUE(wasLogged("slave didn't stop gracefully, killing process by force"));
+    }
+}
+
+TEST_F(RacesTestShutdown, ASlaveThatCrashesMeanwhileDoesNotHoldTheEndUp)
+{
+    slave.play("[run]\nconnect\ninfo\nwait 120\nexit 3");
+
+    for (int delayMs = 0; delayMs <= 200; delayMs += 40)
+    {
+        SCOPED_TRACE(delayMs);
+        startRaceDaemon();
+        const auto owner = introduce();
+        startSlaveFor(*owner);
+        juce::Thread::sleep(delayMs);
+        expectEndWithin(stopBoundMs);
+        log.clear();
+    }
+}
+
+TEST_F(RacesTestShutdown, MastersThatComeAndGoDoNotHoldTheEndUp)
+{
+    for (int round = 0; round < 8; ++round)
+    {
+        startRaceDaemon();
+        const auto first = introduce();
+        const auto second = introduce();
+        std::thread leaving([&first, &second] {
+            first->vanish();
+            second->hangUp();
+        });
+        expectEndWithin(endBoundMs);
+        leaving.join();
+        log.clear();
+    }
+}
+
+} // namespace
+} // namespace quelta::test
