@@ -61,15 +61,15 @@ def test_slave_whose_heartbeat_stops_in_the_information_run(make_node):
 
 
 @pytest.mark.parametrize("information, version, gpus", [
-    ("connect\ninfo 4000000 1\nwait 300\nexit 0", 4000000, 1),
-    ("connect\ninfo 4294967295 4294967295\nwait 300\nexit 1", 4294967295, 4294967295),
-    ("connect\ninfo 0 0\nwait 300\nexit 0", 0, 0),
-    ("connect\ninfo 1 2\ninfo 3 4\nwait 300\nexit 0", 3, 4),
-    ("connect\ninfo 5 6\nstatus\nwait 300\nexit 0", 5, 6),
-    ("connect\nstatus\nwait 300\nexit 0", 0, 0),
-    ("connect\ninfo 7 8\nwait 300\ncrash", 7, 8),
-    ("connect\ninfo 7 8\nwait 300\ndisconnect\nwait 300\nexit 0", 7, 8),
-    ("connect\nframe 0d72ce7f 01000000 01000000 03000000 2a000000\nwait 300\nexit 0", 42, 3),
+    ("connect\ninfo 4000000 1\nwait 1000\nexit 0", 4000000, 1),
+    ("connect\ninfo 4294967295 4294967295\nwait 1000\nexit 1", 4294967295, 4294967295),
+    ("connect\ninfo 0 0\nwait 1000\nexit 0", 0, 0),
+    ("connect\ninfo 1 2\ninfo 3 4\nwait 1000\nexit 0", 3, 4),
+    ("connect\ninfo 5 6\nstatus\nwait 1000\nexit 0", 5, 6),
+    ("connect\nstatus\nwait 1000\nexit 0", 0, 0),
+    ("connect\ninfo 7 8\nwait 1000\ncrash", 7, 8),
+    ("connect\ninfo 7 8\nwait 1000\ndisconnect\nwait 300\nexit 0", 7, 8),
+    ("connect\nframe 0d72ce7f 01000000 01000000 03000000 2a000000\nwait 1000\nexit 0", 42, 3),
 ])
 def test_slave_that_ends_after_it_was_initialised(make_node, information, version, gpus):
     node = make_node(flags=None, plays=scenario(information=information))
