@@ -10,7 +10,6 @@ namespace quelta {
 namespace {
 
 constexpr int waitMs = 100;
-constexpr int stopTimeoutMs = 5000;
 constexpr size_t datagramCapacity = 1000; ///< Bytes; longer datagrams are cut and so have a wrong size.
 
 } // namespace
@@ -19,7 +18,7 @@ MasterDiscovery::MasterDiscovery(uint16_t portToListenOn) : Thread("MasterDiscov
 
 MasterDiscovery::~MasterDiscovery()
 {
-    stopThread(stopTimeoutMs);
+    stopThread(-1); // with a limit, a thread that waits for the reader of the log would be killed by force
 }
 
 void MasterDiscovery::run()

@@ -8,6 +8,7 @@ namespace quelta {
 namespace {
 
 constexpr int wakeUpTimeoutMs = 1000;
+constexpr int busyPollMs = 10;
 constexpr int numPorts = 65536;
 
 } // namespace
@@ -77,7 +78,9 @@ void SlaveMonitor::findPort(uint16_t daemonPort)
 }
 
 /** Closing the listener makes the framework connect to itself to wake its thread, and what that connection's
-    other end holds is not always released. So the thread is brought to leave by itself beforehand. */
+    other end holds is not always released. So the thread is brought to leave by itself beforehand. It is
+    never closed over a call of ours: the framework would kill the thread by force if that took long, as it
+    does when the reader of the log is slow. */
 void SlaveMonitor::stopListening()
 {
     stopping = true;
@@ -89,6 +92,9 @@ void SlaveMonitor::stopListening()
         if (wakeUp.connect("127.0.0.1", boundPort, wakeUpTimeoutMs))
             serverIsLeaving.wait(wakeUpTimeoutMs);
     }
+
+    while (serverIsBusy)
+        juce::Thread::sleep(busyPollMs);
 
     stop();
 }
@@ -127,6 +133,17 @@ void SlaveMonitor::sendStopMessage()
 
 juce::InterprocessConnection* SlaveMonitor::createConnectionObject()
 {
+    serverIsBusy = true;
+
+    if (auto* const accepted = acceptConnection())
+        return accepted; // startMonitoring follows on this thread
+
+    serverIsBusy = false;
+    return nullptr;
+}
+
+juce::InterprocessConnection* SlaveMonitor::acceptConnection()
+{
     if (stopping)
     {
         juce::Thread::getCurrentThread()->signalThreadShouldExit();
@@ -150,9 +167,14 @@ juce::InterprocessConnection* SlaveMonitor::createConnectionObject()
 void SlaveMonitor::startMonitoring()
 {
     QUELTA_LOG_DAEMON("started to monitor slave");
-    const juce::ScopedLock sl(lock);
-    established = true;
-    lastMessageTime = juce::Time::getMillisecondCounter();
+
+    {
+        const juce::ScopedLock sl(lock);
+        established = true;
+        lastMessageTime = juce::Time::getMillisecondCounter();
+    }
+
+    serverIsBusy = false;
 }
 
 void SlaveMonitor::stopMonitoring()

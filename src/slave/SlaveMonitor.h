@@ -59,6 +59,7 @@ public:
 
 private:
     void findPort(uint16_t daemonPort);
+    juce::InterprocessConnection* acceptConnection();
     void stopListening();
     void setStatus(SlaveStatus newStatus);
 
@@ -68,6 +69,7 @@ private:
     uint16_t port = 0; // constant after construction
 
     std::atomic<bool> stopping{false};
+    std::atomic<bool> serverIsBusy{false}; ///< The server's thread is in a call of ours.
     juce::WaitableEvent serverIsLeaving;
 
     juce::CriticalSection lock; ///< Guards everything below.
