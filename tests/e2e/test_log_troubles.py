@@ -1,0 +1,210 @@
+"""Trouble with where the log goes: a full disk, a read-only folder, a lost file, a reader that is gone or asleep."""
+
+import os
+import select
+import time
+from pathlib import Path
+
+import pytest
+
+from support import measure, mounts, programs, wire
+from support.hostile import assert_nothing_forced, flood
+from support.node import LOG_FILE, wait_until
+from support.output import Output, daemon_line, error_line, plain_line
+from support.ownership import running, started, stopped
+from support.scenario import PUPPET, scenario
+from support.slave import SlaveConnection
+
+pytestmark = pytest.mark.linux_only("made of Linux's devices, mounts and pipes")
+
+FILE_FLAGS = "daemon logPrefix logJuce logToFile logForceFlush=1"
+NO_MOUNTS = "needs Linux's mounts" if programs.ON_WINDOWS else mounts.why_not()
+LONGER_THAN_ANY_FORCE = 7  # seconds; the framework would use force after 5 at the latest
+MORE_THAN_A_PIPE_HOLDS = 2000
+own_mounts = pytest.mark.skipif(bool(NO_MOUNTS), reason=NO_MOUNTS or "-")
+
+
+def assert_goes_on(node, make_master):
+    """Everything but the log is as ever."""
+    owner, other = (make_master().join(node) for _ in range(2))
+    running(node, owner, other)
+    stopped(node, owner, other)
+    return owner, other
+
+
+@pytest.mark.parametrize("flags", ["logForceFlush=1", "logFlushTime=50", ""])
+def test_log_file_on_a_full_disk(make_node, make_master, flags):
+    node = make_node(flags=f"daemon logPrefix logToFile logAppendToFile {flags}")
+    node.log_file.symlink_to("/dev/full")
+    assert_goes_on(node.serve(), make_master)
+    node.quit()
+
+
+def test_standard_output_on_a_full_disk(make_node, make_master):
+    with open("/dev/full", "w") as full:
+        node = make_node(flags=FILE_FLAGS).serve(stdout=full, stderr=full)
+    assert_goes_on(node, make_master)
+    node.quit()
+    assert "Stopped logging on " in node.log_file.read_text()
+
+
+@own_mounts
+def test_log_goes_on_when_the_disk_has_room_again(make_node, make_master):
+    node = make_node(flags=FILE_FLAGS + " logAppendToFile")
+    disk = node.folder / "disk"
+    disk.mkdir()
+    node.log_file.symlink_to(disk / LOG_FILE)
+    node.serve(preexec_fn=mounts.small(disk, 64))
+    seen_by_daemon = Path(f"/proc/{node.process.pid}/root{disk}")
+    filler = seen_by_daemon / "filler"
+    with pytest.raises(OSError, match="No space left"):
+        filler.write_bytes(bytes(1 << 20))
+    full = (seen_by_daemon / LOG_FILE).stat().st_size
+    owner, other = assert_goes_on(node, make_master)
+    grown = (seen_by_daemon / LOG_FILE).stat().st_size
+    assert grown - full < 4096  # what was left of the last page
+    filler.unlink()
+    running(node, owner, other)
+    last = daemon_line(f"notifying master {owner} that the slave is initialized and running")
+    assert (seen_by_daemon / LOG_FILE).read_text().splitlines()[-1] == last
+    node.quit()
+
+
+@own_mounts
+def test_read_only_folder_sends_the_log_to_the_temporary_one(make_node, make_master, tmp_path):
+    temporary = tmp_path / "temporary"
+    temporary.mkdir()
+    node = make_node(flags=FILE_FLAGS)
+    node.serve(preexec_fn=mounts.read_only(node.program.parent), env={**os.environ, "TMPDIR": str(temporary)})
+    assert_goes_on(node, make_master)
+    lines = node.quit()
+    assert not node.log_file.exists()
+    assert (temporary / LOG_FILE).read_text().splitlines() == lines
+
+
+@own_mounts
+def test_nowhere_to_write_a_log_file(make_node, make_master, tmp_path):
+    temporary = tmp_path / "temporary"
+    temporary.mkdir()
+    node = make_node(flags=FILE_FLAGS)
+    node.serve(preexec_fn=mounts.read_only(node.program.parent, temporary),
+               env={**os.environ, "TMPDIR": str(temporary)})
+    assert_goes_on(node, make_master)
+    node.quit()
+    assert not node.log_file.exists() and not (temporary / LOG_FILE).exists()
+
+
+@pytest.mark.parametrize("lose", [Path.unlink, lambda file: file.rename(file.with_suffix(".old"))],
+                         ids=["deleted", "moved"])
+def test_log_file_lost_under_way(make_node, make_master, lose):
+    """The daemon goes on writing to the file that it has open; it makes no new one."""
+    node = make_node(flags=FILE_FLAGS).serve()
+    lose(node.log_file)
+    assert_goes_on(node, make_master)
+    node.quit()
+    assert not node.log_file.exists()
+
+
+@pytest.mark.parametrize("stream", [1, 2])
+def test_reader_that_is_gone(make_node, make_master, stream):
+    node = make_node(flags=f"{FILE_FLAGS} logToStdout={stream}")
+    reader, writer = os.pipe()
+    node.serve(stdout=writer, stderr=writer)
+    os.close(writer)
+    os.close(reader)
+    assert_goes_on(node, make_master)
+    node.quit()
+    assert "Stopped logging on " in node.log_file.read_text()
+
+
+class SleepyReader:
+    """Holds the pipe with the daemon's output, but reads it only from the moment on in which it is woken."""
+
+    def __init__(self, node):
+        self.node = node
+        self.pipe, writer = os.pipe()
+        node.serve(stdout=writer)
+        os.close(writer)
+
+    def wake(self):
+        self.node.output = Output(os.fdopen(self.pipe, "rb"))
+        return self.node.output
+
+
+def assert_waits(node, *silent, seconds):
+    """The daemon is still there and has sent nothing to these connections all the time."""
+    arrived, _, _ = select.select([connection._socket for connection in silent], [], [], seconds)
+    assert not arrived and node.process.poll() is None
+
+
+def fall_behind(beacon_socket, node):
+    """Junk until the daemon's own complaints have filled the pipe, and so stop its beacon thread."""
+    def stopped_listening():
+        flood(beacon_socket, node, b"junk", 100)
+        before = measure.datagrams_waiting(node.port)
+        time.sleep(0.2)
+        return 0 < before <= measure.datagrams_waiting(node.port)
+
+    wait_until(stopped_listening, "the daemon waits for the reader of its log")
+
+
+def test_daemon_waits_for_a_reader_that_sleeps_and_then_goes_on(make_node, make_master, beacon_socket):
+    node = make_node(flags="daemon logPrefix logJuce")
+    reader = SleepyReader(node)
+    owner, other = (make_master().join(node) for _ in range(2))
+    fall_behind(beacon_socket, node)
+    owner.request(wire.START_REQUEST)
+    assert_waits(node, owner.connection, other.connection, seconds=1)
+    reader.wake()
+    owner.expect(*(node.status(kind, owner) for kind in (wire.DAEMON_STATUS, wire.START_REPLY, wire.SLAVE_RUNNING)))
+    other.expect(node.status(wire.DAEMON_STATUS, owner))
+    stopped(node, owner, other)
+    assert_nothing_forced(node.quit())
+
+
+def test_end_waits_for_a_reader_that_sleeps_and_forces_nothing(make_node, make_master, beacon_socket):
+    """The beacon thread is stuck in the log while the daemon ends: it has to come to its own end."""
+    node = make_node(flags="daemon logPrefix logJuce")
+    reader = SleepyReader(node)
+    make_master().join(node)
+    fall_behind(beacon_socket, node)
+    node.interrupt()
+    assert_waits(node, seconds=LONGER_THAN_ANY_FORCE)
+    lines = reader.wake().rest()
+    assert node.wait_exit() == 0
+    assert_nothing_forced(lines)
+    assert lines[-2].startswith(plain_line("Stopped logging on "))
+
+
+def test_stop_waits_for_a_reader_that_sleeps_and_forces_nothing(make_node, make_master):
+    """The slave's connection and the door that turns strangers away are both stuck in the log."""
+    node = make_node(flags="logPrefix logJuce", plays=scenario(PUPPET))
+    reader = SleepyReader(node)
+    owner = make_master().join(node)
+    started(node, owner)
+    slave = slave_connection(node)
+    slave.send_bytes(wire.frame(b"x") * MORE_THAN_A_PIPE_HOLDS)
+    owner.request(wire.STOP_REQUEST)
+    slave.expect_stop()
+    stranger = SlaveConnection(node.port + 1)
+    assert_waits(node, owner.connection, stranger, seconds=1)
+    node.kill_slave()
+    assert_waits(node, owner.connection, seconds=LONGER_THAN_ANY_FORCE)
+    reader.wake()
+    owner.expect(node.status(wire.DAEMON_STATUS), node.status(wire.STOP_REPLY))
+    assert stranger.is_closed_by_daemon()
+    lines = node.quit()
+    assert_nothing_forced(lines)
+    assert lines.count(error_line("multiple connections requested for slave monitor")) == 1
+
+
+def slave_connection(node):
+    """The slave process is there before it has said a word that anybody reads."""
+    def connected():
+        try:
+            return SlaveConnection(node.port + 1)
+        except ConnectionRefusedError:
+            return None
+
+    node.slave_process()
+    return wait_until(connected, "the monitor listens")
