@@ -17,6 +17,7 @@
 
 #include "messages/Framing.h"
 #include "support/Loopback.h"
+#include "support/ServeUntilInputEnds.h"
 
 namespace {
 
@@ -148,6 +149,7 @@ int main(int argc, char** argv)
     if (argc > 3 && server.beginWaitingForSocket(0, "127.0.0.1"))
         slave = std::make_unique<SlaveLoop>(argv[3], server.getBoundPort());
 
+    bench::sayReady();
     runUntilInputEnds();
     return 0;
 }

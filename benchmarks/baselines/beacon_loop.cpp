@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "support/Loopback.h"
+#include "support/ServeUntilInputEnds.h"
 
 namespace {
 
@@ -46,10 +47,6 @@ int main(int argc, char** argv)
         return 1;
 
     std::thread(receiveForEver, handle).detach();
-    char ignored = 0;
-
-    while (read(STDIN_FILENO, &ignored, 1) > 0)
-    {}
-
+    quelta::bench::serveUntilInputEnds();
     _exit(0); // the thread never ends by itself
 }

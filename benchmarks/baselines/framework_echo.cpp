@@ -11,6 +11,7 @@
 
 #include "support/Frame.h"
 #include "support/Loopback.h"
+#include "support/ServeUntilInputEnds.h"
 
 namespace {
 
@@ -60,11 +61,7 @@ int main(int argc, char** argv)
             return 1;
     }
 
-    char ignored = 0;
-
-    while (read(STDIN_FILENO, &ignored, 1) > 0)
-    {}
-
+    bench::serveUntilInputEnds();
     connections.clear();
     return 0;
 }

@@ -9,6 +9,7 @@
 
 #include "support/Frame.h"
 #include "support/Loopback.h"
+#include "support/ServeUntilInputEnds.h"
 
 namespace {
 
@@ -53,10 +54,6 @@ int main(int argc, char** argv)
         std::thread(echo, handle).detach();
     }
 
-    char ignored = 0;
-
-    while (read(STDIN_FILENO, &ignored, 1) > 0)
-    {}
-
+    quelta::bench::serveUntilInputEnds();
     _exit(0); // the threads never end by themselves
 }

@@ -41,7 +41,7 @@ def write_json(path, rows):
     path.write_text(json.dumps([row.as_json() for row in rows], indent=2) + "\n")
 
 
-LINE_HEIGHT, TEXT_WIDTH, BAR_WIDTH, RIGHT_WIDTH = 22, 600, 460, 240
+LINE_HEIGHT, TEXT_WIDTH, BAR_WIDTH, RIGHT_WIDTH = 22, 600, 460, 330
 LOWEST, HIGHEST = 0.1, 10.0  # ratios at the ends of the scale
 
 
@@ -53,7 +53,7 @@ def x_of(ratio):
 def bar(row, y):
     left, right = sorted((x_of(1), x_of(row.ratio)))
     colour = {True: "#3a7d44", False: "#b3261e", None: "#6b7280"}[row.reached]
-    label = f"{row.ratio:.2f} x   {with_spread(row.value)} {row.unit}"
+    label = f"{row.ratio:.2f} x: {with_spread(row.value)} against {with_spread(row.baseline)} {row.unit}"
     return (f'<text x="{TEXT_WIDTH - 10}" y="{y + 15}" text-anchor="end">{escape(row.figure)}</text>'
             f'<rect x="{left:.1f}" y="{y + 4}" width="{max(right - left, 2):.1f}" height="14" fill="{colour}"/>'
             f'<text x="{TEXT_WIDTH + BAR_WIDTH + 10}" y="{y + 15}">{escape(label)}</text>')
