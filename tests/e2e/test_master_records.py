@@ -31,6 +31,7 @@ MALFORMED_FRAMES = [(record, complaint) for record, complaint in MALFORMED if re
 @pytest.mark.parametrize("datagram, complaint", MALFORMED)
 def test_malformed_beacon_is_told_with_its_sender(farm, beacon_socket, datagram, complaint):
     node, master = farm()
+    node.output.wait(daemon_line(f"connected to master {master}"))
     beacon_socket.sendto(datagram, ("127.0.0.1", node.port))
     line = node.output.wait(daemon_line(complaint))
     assert node.output.wait(daemon_line("failed to decode beacon message from master 127.0.0.1:0"), line) == line + 1
