@@ -14,6 +14,9 @@ namespace {
 constexpr int tickMs = 500;
 constexpr uint32_t failedAttemptsBudgetMs = 1000; ///< Per tick, so that requests are served in between.
 
+/** Far more than any network has; whoever invents masters gets no further, and not at the memory. */
+constexpr size_t mostMasters = 10'000;
+
 /** Kept free for the slave's monitor, its launch and the log; no master gets one of these. */
 constexpr int descriptorReserve = 16;
 
@@ -71,6 +74,13 @@ void DaemonNetworkThread::masterDetected(const MasterAddress& address)
 
     if (!held.isLocked() || masters.contains(address))
         return;
+
+    if (masters.size() >= mostMasters)
+    {
+        QUELTA_LOG_DAEMON("not registering master %s: there are %u already", formatAddress(address).c_str(),
+                          static_cast<unsigned>(masters.size()));
+        return;
+    }
 
     QUELTA_LOG_DAEMON("detected new master on address %s", formatAddress(address).c_str());
     masters.emplace(address, std::make_unique<MasterConnection>(address, *this));

@@ -4,7 +4,7 @@ import time
 
 import pytest
 
-from support import wire
+from support import measure, wire
 from support.hostile import (announce, assert_nothing_forced, black_hole, flood, loopback_addresses,
                              scan_without_reading, timed)
 from support.node import wait_until
@@ -16,6 +16,7 @@ from support.slave import SlaveConnection
 
 FLAGS = "daemon logPrefix logJuce"
 HANGS_AT_START = plain_line("detected that slave is hanging during startup -> stopping slave")
+MOST_MASTERS = 10000
 SEVERAL_TICKS = 6  # seconds; each takes one, and half a second goes by before the next
 REFUSED = error_line("multiple connections requested for slave monitor")
 
@@ -103,6 +104,26 @@ def test_thousands_of_masters_that_never_answer_leave_time_for_the_others(farm, 
         wait_until(heard_again, "the first of them is forgotten after its failed attempt, and heard anew")
         assert timed(node.quit) < 5
     assert_nothing_forced(node.own_lines())
+
+
+@pytest.mark.linux_only("reads the memory of a Linux process")
+def test_invented_masters_are_registered_up_to_a_limit(farm, beacon_socket):
+    node, owner = farm(flags=FLAGS)
+    before = measure.resident_kilobytes(node.process.pid)
+    with black_hole() as port:
+        addresses = loopback_addresses(MOST_MASTERS + 2000, port)
+        refused = daemon_line("not registering master %s:%u: there are %u already" % (*addresses[-1], MOST_MASTERS))
+
+        def full():
+            announce(beacon_socket, node, addresses)
+            return refused in node.output.lines()
+
+        wait_until(full, "there are as many masters as the daemon keeps")
+        assert measure.SANITIZED or measure.resident_kilobytes(node.process.pid) - before < 40 * 1024
+        owner.expect_silence(node.status(wire.DAEMON_STATUS))
+        assert timed(node.quit) < 10
+    kept = node.output.wait_match(r" +closing down all existing master connections \((\d+)\)\.\.\.").group(1)
+    assert MOST_MASTERS - 10 <= int(kept) <= MOST_MASTERS  # a tick or two may have forgotten one
 
 
 def test_beacons_that_name_the_daemons_own_ports(farm, beacon_socket):
