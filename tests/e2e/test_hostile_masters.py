@@ -1,6 +1,7 @@
 """Masters that never read, that do not exist or that point back at the daemon, and strangers at the slave's door."""
 
 import time
+from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 
@@ -29,8 +30,11 @@ def test_master_that_never_reads_holds_nobody_up_and_is_connected_anew(farm):
     """The daemon gives a send 200 ms, hangs up at its next tick and connects again."""
     node, patient, deaf = farm(2, flags=FLAGS)
     free = node.status(wire.DAEMON_STATUS)
-    scan_without_reading(deaf)
-    assert seconds_to_be_served(patient, free) < 2
+    with ThreadPoolExecutor() as elsewhere:
+        scanning = elsewhere.submit(scan_without_reading, deaf)
+        while not scanning.done():
+            assert seconds_to_be_served(patient, free) < 2
+        scanning.result()
     deaf.accept()
     deaf.expect_silence(free)
     running(node, patient, deaf)
