@@ -115,11 +115,9 @@ void FileName::append(const FileName& other)
 
     for (const auto& component : std::vector<std::string>(other.components))
     {
-        if (component != parent)
-            components.push_back(component);
-        else if (endsInOrdinaryComponent())
+        if (component == parent && endsInOrdinaryComponent())
             components.pop_back();
-        else if (!absolute)
+        else if (component != parent || !absolute)
             components.push_back(component);
     }
 
