@@ -18,7 +18,7 @@ pytestmark = pytest.mark.linux_only("limits the descriptors of a Linux process")
 LIMIT = 64
 MASTERS = 200
 RESERVE = 16
-NOT_CONNECTING = re.compile(r"daemon    : not connecting to master (127\.0\.0\.\d+:\d+): only (\d+) file descriptors left")
+NOT_CONNECTING = re.compile(r"daemon    : not connecting to master ([\d.]+:\d+): only (\d+) file descriptors left")
 BUSY_SECONDS = 4
 IDLE_SHARE = 0.3  # of a processor; a daemon that tried without end would use a whole one
 
