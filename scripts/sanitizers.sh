@@ -1,6 +1,6 @@
 # Sourced by ./test: collects what the sanitizers report, also from processes that are killed in a test.
 
-sanitizer_prefix=()
+sanitizer_prefix=() # put in front of programs and of whatever starts them
 
 # sanitizer_begin PRESET
 sanitizer_begin() {
@@ -13,16 +13,15 @@ sanitizer_begin() {
     export TSAN_OPTIONS="log_path=$sanitizer_reports/tsan:suppressions=$PWD/tests/sanitizers/tsan.supp:second_deadlock_stack=1"
 
     # The thread sanitizer's shadow does not fit beside the addresses of kernels that randomise more of them.
-    sanitizer_prefix=()
     if [ "$1" = tsan ] && setarch -R true 2>/dev/null; then
         sanitizer_prefix=(setarch -R)
-        export QUELTA_COMMAND_PREFIX="setarch -R"
     fi
 }
 
 # sanitizer_end: fails if there is any report, and shows them.
 sanitizer_end() {
-    unset ASAN_OPTIONS LSAN_OPTIONS UBSAN_OPTIONS TSAN_OPTIONS QUELTA_COMMAND_PREFIX
+    unset ASAN_OPTIONS LSAN_OPTIONS UBSAN_OPTIONS TSAN_OPTIONS
+    sanitizer_prefix=()
     local reports=("$sanitizer_reports"/*)
     [ -e "${reports[0]}" ] || return 0
     head -n 60 "${reports[@]}"
