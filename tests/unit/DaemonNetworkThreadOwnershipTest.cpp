@@ -10,8 +10,9 @@ constexpr MasterAddress nobody{};
 class DaemonNetworkThreadOwnershipTest : public DaemonTest
 {
 protected:
-    DaemonNetworkThreadOwnershipTest()
+    explicit DaemonNetworkThreadOwnershipTest(bool logInDetail = false)
     {
+        flags::daemonDetail = logInDetail ? 1 : 0;
         startDaemon();
         first = introduce();
         second = introduce();
@@ -147,7 +148,8 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AStealFromTheOwnerItselfChangesNothing)
 
 TEST_F(DaemonNetworkThreadOwnershipTest, AStealWhileNobodyOwnsTheSlaveStartsItAfterAnErrorLine)
 {
-    flags::logPrefix = 1;
+    restartWith(flags::logPrefix, 1);
+    first = introduce();
     log.clear();
     first->send(stealRequest);
     expectNext(*first, daemonStatus, first->getAddress());
@@ -261,6 +263,8 @@ TEST_F(DaemonNetworkThreadOwnershipTest, TheEndStopsTheSlaveAndTellsThoseThatAre
 class DaemonNetworkThreadReplacementTest : public DaemonNetworkThreadOwnershipTest
 {
 protected:
+    DaemonNetworkThreadReplacementTest() : DaemonNetworkThreadOwnershipTest(true) {}
+
     /** A start in the name of somebody who can own nothing. */
     void startForNobody(const MasterAddress& address)
     {
@@ -271,7 +275,6 @@ protected:
 
 TEST_F(DaemonNetworkThreadReplacementTest, ASlaveWhoseOwnerCountsAsNoneIsReplacedWithoutBeingStopped)
 {
-    flags::daemonDetail = 1;
     startForNobody({0, 21000});
     ASSERT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
     log.clear();
@@ -315,8 +318,6 @@ TEST_F(DaemonNetworkThreadReplacementTest, ReplacedSlavesAreStoppedAtTheEndAllAt
 
 TEST_F(DaemonNetworkThreadReplacementTest, BeyondEightTheOldestIsStopped)
 {
-    flags::daemonDetail = 1;
-
     for (int i = 0; i < 10; ++i)
     {
         startForNobody({0, 1});

@@ -71,15 +71,20 @@ TEST_F(DaemonNetworkThreadTest, WithoutAnOwnerARecordHasTheseBytes)
               "02 00 00 00 01 02 00 00 ");
 }
 
-TEST_F(DaemonNetworkThreadTest, AScanIsLoggedInDetailOnly)
+TEST_F(DaemonNetworkThreadTest, AScanIsNotLogged)
 {
     const auto master = introduce();
     log.clear();
     master->send(scanRequest);
     ASSERT_TRUE(master->next());
     EXPECT_EQ(log.lines(), Lines{});
+}
 
-    flags::daemonDetail = 1;
+TEST_F(DaemonNetworkThreadTest, AScanIsLoggedInDetail)
+{
+    restartWith(flags::daemonDetail, 1);
+    const auto master = introduce();
+    log.clear();
     master->send(scanRequest);
     ASSERT_TRUE(master->next());
     EXPECT_EQ(log.lines(), Lines{"received scan request from master " + master->getName()});
@@ -87,10 +92,10 @@ TEST_F(DaemonNetworkThreadTest, AScanIsLoggedInDetailOnly)
 
 TEST_F(DaemonNetworkThreadTest, RequestsThatNobodyKnowsAreAnsweredSo)
 {
-    flags::logPrefix = 1;
+    restartWith(flags::logPrefix, 1);
     const auto master = introduce();
 
-    for (const uint32_t type : {1, 3, 5, 6, 7, 8, 9, 10, 12})
+    for (const uint32_t type : {1u, 3u, 5u, 6u, 7u, 8u, 9u, 10u, 12u})
     {
         log.clear();
         master->send(type);
@@ -121,7 +126,7 @@ TEST_F(DaemonNetworkThreadTest, AMasterThatCannotBeReachedIsForgottenUntilItIsHe
 
 TEST_F(DaemonNetworkThreadTest, ANotificationWithoutAnOwnerIsAnError)
 {
-    flags::logPrefix = 1;
+    restartWith(flags::logPrefix, 1);
     log.clear();
     daemon->notifySlaveRunning();
     daemon->notifySlaveFailed();
@@ -143,7 +148,7 @@ TEST_F(DaemonNetworkThreadTest, TheEndIsAnnouncedWithTheNumberOfMasters)
 
 TEST_F(DaemonNetworkThreadTest, TheEndIsAnnouncedWithoutAnyFlag)
 {
-    flags::daemon = 0;
+    restartWith(flags::daemon, 0);
     log.clear();
     daemon.reset();
     EXPECT_EQ(log.lines(), Lines{"closing down all existing master connections (0)..."});

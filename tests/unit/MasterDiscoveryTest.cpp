@@ -31,8 +31,14 @@ public:
         return heard;
     }
 
+    size_t count()
+    {
+        const std::lock_guard guard(lock);
+        return heard.size();
+    }
+
 private:
-    std::mutex lock;
+    std::mutex lock; ///< Guards `heard`.
     std::condition_variable changed;
     Lines heard;
 };
@@ -152,11 +158,17 @@ TEST_F(MasterDiscoveryTest, AnEmptyDatagramIsMalformedToo)
 
 TEST_F(MasterDiscoveryTest, WithoutTheFlagNothingIsSaidOfMalformedDatagrams)
 {
-    start();
     flags::daemon = 0;
-    sender.send(Bytes(91));
-    sender.send(makeRecord(scanRequest, someMaster));
-    EXPECT_EQ(listener.waitFor(1).size(), 1u);
+    discovery.setListener(&listener);
+    discovery.startThread();
+
+    while (listener.count() == 0)
+    {
+        sender.send(Bytes(91));
+        sender.send(makeRecord(scanRequest, someMaster));
+        juce::Thread::sleep(1);
+    }
+
     EXPECT_EQ(log.lines(), Lines{});
 }
 

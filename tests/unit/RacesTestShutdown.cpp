@@ -1,38 +1,12 @@
 // The daemon ends while everybody goes on.
-#include <atomic>
 #include <thread>
 
 #include "support/LogGate.h"
 #include "support/RaceTest.h"
+#include "support/Repeating.h"
 
 namespace quelta::test {
 namespace {
-
-/** Does the same again and again, on a thread of its own, until it goes. */
-class Repeating
-{
-public:
-    template <typename Action>
-    explicit Repeating(Action action)
-        : thread([this, action] {
-              while (!enough)
-                  action();
-          })
-    {}
-
-    ~Repeating()
-    {
-        enough = true;
-        thread.join();
-    }
-
-    Repeating(const Repeating&) = delete;
-    Repeating& operator=(const Repeating&) = delete;
-
-private:
-    std::atomic<bool> enough{false};
-    std::thread thread;
-};
 
 class RacesTestShutdown : public RaceTest
 {

@@ -1,6 +1,7 @@
 #include "slave/SlaveMonitor.h"
 
 #include <memory>
+#include <optional>
 
 #include "support/SlaveVoice.h"
 #include "support/ThreadedTest.h"
@@ -136,24 +137,6 @@ TEST_F(SlaveMonitorTest, TheInformationOfTheLatestMessageCounts)
     EXPECT_EQ(monitor.getNumGpus(), 0u);
 }
 
-TEST_F(SlaveMonitorTest, EveryMessageIsLoggedInDetail)
-{
-    flags::daemonDetail = 1;
-    const auto slave = connect();
-    log.clear();
-    slave->sayAuthenticating();
-    slave->sayStatus();
-    slave->sayInfo();
-    slave->say("0D 72 CE 7F 01 00 00 00 04 00 00 00 00 00 00 00 00 00 00 00");
-    EXPECT_TRUE(log.waitForLine("received invalid status message from slave"));
-    EXPECT_EQ(log.lines(), (Lines{"received heartbeat message 'AUTHENTICATING' from slave",
-                                  "received heartbeat message 'SLAVE_STATUS' from slave",
-                                  "received heartbeat message 'SLAVE_INFO' from slave",
-                                  "slave has version 513 and provides 2 GPU(s)",
-                                  "received heartbeat message 'unknown' from slave",
-                                  "received invalid status message from slave"}));
-}
-
 TEST_F(SlaveMonitorTest, MessagesThatAreNotTheSlavesAreRefusedAndAreNoHeartBeat)
 {
     const auto slave = connect();
@@ -178,12 +161,10 @@ TEST_F(SlaveMonitorTest, MalformedMessagesAreReportedTwiceAndChangeNothing)
     const auto expectRejected = [this, &slave](const std::string& hex, const std::string& text) {
         log.clear();
         slave->say(hex);
-        EXPECT_TRUE(log.waitForLine("ERROR     : received invalid message from slave"));
-        EXPECT_EQ(log.lines(),
-                  (Lines{"ERROR     : " + text, "ERROR     : received invalid message from slave"}));
+        EXPECT_TRUE(log.waitForLine("received invalid message from slave"));
+        EXPECT_EQ(log.lines(), (Lines{text, "received invalid message from slave"}));
         EXPECT_EQ(getStatus(), STATUS_STARTING);
     };
-    flags::logPrefix = 1;
 
     expectRejected("0D 72 CE 7F 01 00 00 00 02 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00",
                    "slave daemon message had invalid size (24)");
@@ -245,6 +226,52 @@ TEST_F(SlaveMonitorTest, AStopMessageForALostSlaveFails)
     log.clear();
     monitor.sendStopMessage();
     EXPECT_EQ(log.lines(), Lines{"failed to send stop message to slave"});
+}
+
+/** With the detail flag and the prefixes, which the monitor finds when it begins. */
+class SlaveMonitorLogTest : public ThreadedTest
+{
+protected:
+    SlaveMonitorLogTest()
+    {
+        flags::daemonDetail = 1;
+        flags::logPrefix = 1;
+        monitor.emplace(daemonPort);
+        slave.emplace(monitor->getPort());
+        EXPECT_TRUE(log.waitForLine("daemon    : started to monitor slave"));
+        log.clear();
+    }
+
+    std::optional<SlaveMonitor> monitor;
+    std::optional<SlaveVoice> slave;
+};
+
+TEST_F(SlaveMonitorLogTest, EveryMessageIsLoggedInDetail)
+{
+    slave->sayAuthenticating();
+    slave->sayStatus();
+    slave->sayInfo();
+    slave->say("0D 72 CE 7F 01 00 00 00 04 00 00 00 00 00 00 00 00 00 00 00");
+    EXPECT_TRUE(log.waitForLine("ERROR     : received invalid status message from slave"));
+    EXPECT_EQ(log.lines(), (Lines{"daemon    : received heartbeat message 'AUTHENTICATING' from slave",
+                                  "daemon    : received heartbeat message 'SLAVE_STATUS' from slave",
+                                  "daemon    : received heartbeat message 'SLAVE_INFO' from slave",
+                                  "daemon    : slave has version 513 and provides 2 GPU(s)",
+                                  "daemon    : received heartbeat message 'unknown' from slave",
+                                  "ERROR     : received invalid status message from slave"}));
+}
+
+TEST_F(SlaveMonitorLogTest, WhatIsWrongIsLoggedAsAnError)
+{
+    slave->say("00");
+    EXPECT_TRUE(log.waitForLine("ERROR     : received invalid message from slave"));
+    EXPECT_TRUE(wasLogged("ERROR     : slave daemon message had invalid size (1)"));
+    SlaveVoice other(monitor->getPort());
+    EXPECT_TRUE(log.waitForLine("ERROR     : multiple connections requested for slave monitor"));
+    slave.reset();
+    EXPECT_TRUE(log.waitForLine("daemon    : stopped monitoring slave"));
+    monitor->sendStopMessage();
+    EXPECT_TRUE(wasLogged("ERROR     : failed to send stop message to slave"));
 }
 
 class SlaveMonitorFramesTest : public SlaveMonitorTest

@@ -31,6 +31,14 @@ protected:
         daemon = std::make_unique<DaemonNetworkThread>(settings, 513, 2, limits);
     }
 
+    /** Nobody may log while a flag is written. */
+    void restartWith(int32_t& flag, int32_t value)
+    {
+        daemon.reset();
+        flag = value;
+        startDaemon();
+    }
+
     /** A master that the daemon has heard of and connected to. */
     std::unique_ptr<FakeMaster> introduce()
     {

@@ -20,11 +20,14 @@ public:
     /** Stops the next thread that logs `line`. */
     explicit LogGate(std::string line)
     {
-        const std::lock_guard guard(state.lock);
-        state.line = std::move(line);
-        state.armed = true;
-        state.reached = false;
-        addLogSink(wait);
+        {
+            const std::lock_guard guard(state.lock);
+            state.line = std::move(line);
+            state.armed = true;
+            state.reached = false;
+        }
+
+        addLogSink(wait); // takes the log's lock, under which a sink takes the one above
     }
 
     ~LogGate() { open(); }

@@ -1,5 +1,7 @@
 // The base of tests that run threads of the program: captures the log, fails when the framework kills a
 // thread or asserts, and ends the program when a test hangs.
+//
+// Log flags are read without a lock, so a test sets them before it starts a thread that logs.
 #pragma once
 
 #include <gtest/gtest.h>
