@@ -2,7 +2,6 @@
 
 import os
 import random
-import subprocess
 import time
 from contextlib import ExitStack
 

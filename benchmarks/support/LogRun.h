@@ -16,8 +16,8 @@ namespace quelta::bench {
 constexpr const char* sampleIp = "192.168.100.17";
 constexpr unsigned samplePort = 21000;
 
-/** Calls `logLines (count)` on every thread, then `finish`, and prints the lines a second. Arguments: FOLDER
-   THREADS LINES; the folder is emptied of the file that `finish` leaves there. */
+/** Calls `logLines (count)` on every thread, then `finish`, which closes the file, and prints the lines a
+   second. Gives the program's exit status. */
 template <typename LogLines, typename Finish>
 int measureLog(int threads, int lines, LogLines logLines, Finish finish)
 {
