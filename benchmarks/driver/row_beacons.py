@@ -80,4 +80,5 @@ def beacons(bench):
 
     yield Row("beacons: CPU time a beacon of a known master, against a bare loop", Figure.of(costs[0]), "us",
               Figure.of(costs[1]), Goal.ratio_at_most(1.3))
-    yield Row("beacons a second without loss, against a bare loop", Figure.of(rates[0]), "/s", Figure.of(rates[1]))
+    yield Row("beacons a second without loss (best round), against a bare loop", Figure.of(rates[0], max), "/s",
+              Figure.of(rates[1], max))

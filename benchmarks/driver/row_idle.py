@@ -35,46 +35,63 @@ class Watched:
 UNITS = {"CPU time": "ms/s", "wake-ups": "/s", "resident memory": "MB", "threads": "threads"}
 
 
+class Pair:
+    """A daemon and a bare program with as many masters, and with a slave if asked for."""
+
+    def __init__(self, stack, bench, masters, with_slave=False):
+        daemon = Subject(stack, bench.programs, "daemon", masters)
+        slave = [daemon.program.folder / "quelta_standin_slave"] if with_slave else []
+        bare = Subject(stack, bench.programs, "bare_idle", masters, *slave)
+        if with_slave:
+            daemon.masters.do("start")
+            for subject in (daemon, bare):
+                subject.program.line_with("sending SLAVE_INFO")
+        self.watched = [Watched(subject.program) for subject in (daemon, bare)]
+
+
 def watch(bench, pairs):
-    watched = {name: [Watched(subject.program) for subject in pair] for name, pair in pairs.items()}
+    time.sleep(1)  # the last connections settle
+    watched = [each for pair in pairs for each in pair.watched]
+    for each in watched:
+        each.restart()
     for _ in range(WINDOWS):
         time.sleep(bench.milliseconds(30_000 // WINDOWS) / 1000)
-        for pair in watched.values():
-            for each in pair:
-                each.close_window()
+        for each in watched:
+            each.close_window()
         bench.step()
-    return watched
 
 
-def rows(name, pair):
+def rows(name, pairs):
+    """A row a figure; the windows of all pairs count alike."""
     for key, unit in UNITS.items():
         goal = Goal.ratio_at_most(1.10)
         if key == "resident memory" and name == "10 masters":
             goal = goal.and_also(Goal.value_below(8, "MB"))
-        ours, bare = (Figure.of(each.figures[key]) for each in pair)
+        ours, bare = (Figure.of([value for pair in pairs for value in pair.watched[which].figures[key]])
+                      for which in (0, 1))
         yield Row(f"idle, {name}: {key}, against a bare program", ours, unit, bare, goal)
 
 
 def idle(bench):
     """Idle footprint over 30 s with 0 to 1,000 masters and with a running slave"""
-    small = {"no master": 0, "1 master": 1, "10 masters": 10, "100 masters": 100}
+    # Several where a few wake-ups count, for their timers fall together by chance.
+    few = bench.rounds(3)
     with ExitStack() as stack:
-        pairs = {name: [Subject(stack, bench.programs, kind, masters) for kind in ("daemon", "bare_idle")]
-                 for name, masters in small.items()}
-        with_slave = Subject(stack, bench.programs, "daemon", 1)
-        with_slave.masters.do("start")
-        with_slave.program.line_with("sending SLAVE_INFO")
-        bare = Subject(stack, bench.programs, "bare_idle", 1, with_slave.program.folder / "quelta_standin_slave")
-        bare.program.line_with("sending SLAVE_INFO")
-        pairs["1 master and a slave"] = [with_slave, bare]
-        time.sleep(1)  # the last connections settle
-        for name, pair in watch(bench, pairs).items():
-            yield from rows(name, pair)
+        pairs = {
+            "no master": [Pair(stack, bench, 0) for _ in range(few)],
+            "1 master": [Pair(stack, bench, 1) for _ in range(few)],
+            "10 masters": [Pair(stack, bench, 10) for _ in range(few)],
+            "100 masters": [Pair(stack, bench, 100)],
+            "1 master and a slave": [Pair(stack, bench, 1, with_slave=True) for _ in range(few)],
+        }
+        watch(bench, [pair for each in pairs.values() for pair in each])
+        for name, each in pairs.items():
+            yield from rows(name, each)
 
     if not bench.can_have(1000):
         return
 
     with ExitStack() as stack:
-        pair = [Subject(stack, bench.programs, kind, 1000) for kind in ("daemon", "bare_idle")]
-        time.sleep(1)
-        yield from rows("1000 masters", watch(bench, {"": pair})[""])
+        pair = Pair(stack, bench, 1000)
+        watch(bench, [pair])
+        yield from rows("1000 masters", [pair])
