@@ -304,7 +304,7 @@ TEST_F(DaemonNetworkThreadReplacementTest, WhatHappensToAReplacedSlaveIsNobodysB
 
 TEST_F(DaemonNetworkThreadReplacementTest, ReplacedSlavesAreStoppedAtTheEndAllAtTheSameTime)
 {
-    slave.play("[run]\non-stop exit-after 500\nconnect\ninfo\nwait 150\nbeat 50");
+    slave.play("[run]\non-stop exit-after 500\nconnect\ninfo\nwait 400\nbeat 50");
 
     for (int i = 0; i < 5; ++i)
     {

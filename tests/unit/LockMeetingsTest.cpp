@@ -28,7 +28,7 @@ protected:
 /** Holder: the destructor, which stops the owner's slave and then closes the other master's connection. */
 TEST_F(LockMeetingsTest, AReaderThreadThatBringsARequestGivesUpWhenItsConnectionIsClosed)
 {
-    slave.play("[run]\non-stop exit-after 500\nconnect\ninfo\nwait 150\nbeat 50");
+    slave.play("[run]\non-stop exit-after 500\nconnect\ninfo\nwait 400\nbeat 50");
     startDaemon();
     std::unique_ptr<FakeMaster> masters[] = {introduce(), introduce()};
     const auto byAddress = [](const auto& a, const auto& b) { return a->getAddress() < b->getAddress(); };

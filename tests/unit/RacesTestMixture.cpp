@@ -8,7 +8,7 @@
 namespace quelta::test {
 namespace {
 
-constexpr uint32_t durationMs = 3'000;
+constexpr uint32_t durationMs = 2'000;
 
 class RacesTestMixture : public RaceTest
 {
@@ -48,7 +48,7 @@ protected:
 
 TEST_F(RacesTestMixture, InTheEndEveryRequestIsServedAndTheSlaveIsFree)
 {
-    slave.play("[run]\nconnect\nauthenticating\ninfo\nwait 120\nbeat 50 for 200\ncrash");
+    slave.play("[run]\nconnect\nauthenticating\ninfo\nwait 400\nbeat 50 for 200\ncrash");
     const auto seed = std::random_device{}();
     SCOPED_TRACE(seed);
     startRaceDaemon();

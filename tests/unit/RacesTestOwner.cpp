@@ -62,7 +62,7 @@ TEST_F(RacesTestOwner, AnOwnerThatIsLostInMidStartLosesTheSlave)
 
 TEST_F(RacesTestOwner, AnOwnerThatIsLostInMidStopLeavesTheSlaveFree)
 {
-    slave.play("[run]\non-stop exit-after 150\nconnect\ninfo\nwait 120\nbeat 50");
+    slave.play("[run]\non-stop exit-after 150\nconnect\ninfo\nwait 400\nbeat 50");
 
     for (int delayMs = 0; delayMs <= 240; delayMs += 60)
     {
@@ -85,7 +85,7 @@ TEST_F(RacesTestOwner, AnOwnerThatIsLostInMidStopLeavesTheSlaveFree)
 /** Every steal takes a stop and a start, one thief after the other. */
 TEST_F(RacesTestOwner, StealsAtTheSameTimeAreServedOneByOne)
 {
-    constexpr int rounds = 6;
+    constexpr int rounds = 4;
     constexpr size_t numThieves = 3;
     std::vector<std::unique_ptr<FakeMaster>> thieves;
 
@@ -133,7 +133,7 @@ TEST_F(RacesTestOwner, AStopWhileTheSlaveCrashesIsObeyedInTime)
 {
     slave.play("[run]\nconnect\ninfo\nwait 120\nexit 3");
 
-    for (int delayMs = 0; delayMs <= 225; delayMs += 15)
+    for (int delayMs = 0; delayMs <= 225; delayMs += 25)
     {
         SCOPED_TRACE(delayMs);
         witness->send(startRequest);
@@ -147,7 +147,7 @@ TEST_F(RacesTestOwner, AStopWhileTheSlaveCrashesIsObeyedInTime)
 /** The request of another master waits while the owner's slave is being stopped, and that master goes. */
 TEST_F(RacesTestOwner, AMasterThatVanishesWhileItsRequestWaitsOwnsNothingInTheEnd)
 {
-    slave.play("[run]\non-stop exit-after 150\nconnect\ninfo\nwait 120\nbeat 50");
+    slave.play("[run]\non-stop exit-after 150\nconnect\ninfo\nwait 400\nbeat 50");
 
     for (const auto request : {startRequest, stealRequest, startRequest, stealRequest, scanRequest})
     {

@@ -53,7 +53,7 @@ TEST_F(RacesTestShutdown, TheEndUnderAFloodOfBeaconsTakesLessThanASecond)
 /** All requests, so that the slave is in any state; at most one has to be stopped. */
 TEST_F(RacesTestShutdown, TheEndUnderAFloodOfRequestsStopsTheSlave)
 {
-    for (int round = 0; round < 8; ++round)
+    for (int round = 0; round < 5; ++round)
     {
         startRaceDaemon();
         const auto first = introduce();
@@ -103,7 +103,7 @@ TEST_F(RacesTestShutdown, TheEndAtEveryMomentOfAStartStopsTheSlave)
 
 TEST_F(RacesTestShutdown, ASlaveThatIgnoresTheStopDoesNotHoldTheEndUp)
 {
-    slave.play("[run]\non-stop ignore\nconnect\ninfo\nwait 120\nbeat 50");
+    slave.play("[run]\non-stop ignore\nconnect\ninfo\nwait 400\nbeat 50");
 
     for (int round = 0; round < 3; ++round)
     {

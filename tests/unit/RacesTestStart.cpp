@@ -55,7 +55,7 @@ TEST_F(RacesTestStart, AStopAtEveryMomentOfAStartIsObeyedInTime)
 /** From the very same packet to the time when it runs. */
 TEST_F(RacesTestStart, AStopAnyTimeAfterAStartIsObeyedInTime)
 {
-    for (int delayMs = 0; delayMs <= 160; delayMs += 10)
+    for (int delayMs = 0; delayMs <= 160; delayMs += 16)
     {
         SCOPED_TRACE(delayMs);
         master->send(startRequest);

@@ -15,7 +15,8 @@ namespace quelta::test {
 class DaemonTest : public ThreadedTest
 {
 protected:
-    static constexpr auto wellBehaved = "[run]\nconnect\nauthenticating\ninfo\nwait 150\nbeat 50\n";
+    /** The pause lets even a busy machine see that the slave is initialised before it runs. */
+    static constexpr auto wellBehaved = "[run]\nconnect\nauthenticating\ninfo\nwait 400\nbeat 50\n";
 
     DaemonTest()
     {
@@ -29,6 +30,14 @@ protected:
     void startDaemon(const SlaveTimeLimits& limits = {10'000, 4'000, 10'000, 2'000})
     {
         daemon = std::make_unique<DaemonNetworkThread>(settings, 513, 2, limits);
+
+        const auto line = "start listening for masters on port " + std::to_string(settings.daemonPort);
+
+        // The discovery thread logs it whenever it comes to it.
+        if (flags::daemon != 0)
+        {
+            EXPECT_TRUE(log.waitForLine((flags::logPrefix != 0 ? "daemon    : " : "") + line));
+        }
     }
 
     /** Nobody may log while a flag is written. */
