@@ -45,6 +45,7 @@ protected:
     {
         daemon.reset();
         flag = value;
+        log.clear();
         startDaemon();
     }
 
