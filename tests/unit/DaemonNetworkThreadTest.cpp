@@ -1,7 +1,11 @@
 #include "master/DaemonNetworkThread.h"
 
+#include <algorithm>
+#include <thread>
+
 #include "support/DaemonTest.h"
 #include "support/Hex.h"
+#include "support/LogGate.h"
 
 namespace quelta::test {
 namespace {
@@ -192,6 +196,48 @@ TEST_F(DaemonNetworkThreadTest, AnEmptyFrameIsDropped)
     master->send(scanRequest);
     EXPECT_EQ(master->nextTypes(1), std::vector<uint32_t>{daemonStatus});
     EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST_F(DaemonNetworkThreadTest, ARequestWaitsWhileAnotherMasterIsBeingConnected)
+{
+    const auto first = introduce();
+    FakeMaster second;
+    daemon->masterDetected(second.getAddress());
+    LogGate secondIsConnected("connected to master " + second.getName());
+    std::thread ticking([this] { tick(); });
+    EXPECT_TRUE(secondIsConnected.waitUntilReached());
+    first->send(scanRequest);
+    juce::Thread::sleep(100); // in which it would be answered
+    EXPECT_TRUE(first->hasNoRecord());
+    secondIsConnected.open();
+    EXPECT_EQ(first->nextTypes(1), std::vector<uint32_t>{daemonStatus});
+    ticking.join();
+}
+
+/** 20,000 replies fit into no socket. */
+TEST_F(DaemonNetworkThreadTest, AMasterThatDoesNotReadIsConnectedAnewAndHoldsNobodyUp)
+{
+    const auto deaf = introduce();
+    const auto other = introduce();
+    deaf->setReading(false);
+    std::thread flood([&deaf] {
+        for (int i = 0; i < 20'000; ++i)
+            deaf->send(scanRequest);
+    });
+
+    for (int i = 0; i < 10; ++i)
+    {
+        other->send(scanRequest);
+        EXPECT_LT(timeOf([&other] { EXPECT_TRUE(other->next()); }), 2'000u);
+    }
+
+    flood.join();
+    deaf->setReading(true);
+    tick();
+    EXPECT_TRUE(deaf->waitForConnection(2));
+    deaf->send(stopRequest);
+    EXPECT_TRUE(deaf->nextOf(stopReply));
+    EXPECT_EQ(countLines("disconnected from master " + deaf->getName()), 1);
 }
 
 TEST_F(DaemonNetworkThreadTest, TheGoingOfAMasterIsLogged)

@@ -125,6 +125,9 @@ public:
         return records.empty();
     }
 
+    /** Leaves what comes in the socket until it is told to read again. */
+    void setReading(bool shouldRead) { reading = shouldRead; }
+
     /** Closes the connection and goes on listening. */
     void hangUp()
     {
@@ -145,7 +148,9 @@ private:
     {
         while (!stopping)
         {
-            if (connection == nullptr)
+            if (!reading)
+                juce::Thread::sleep(pollMs);
+            else if (connection == nullptr)
                 acceptOne();
             else if (hangingUp.exchange(false) || !readOne())
                 setConnection(nullptr);
@@ -216,6 +221,7 @@ private:
     juce::StreamingSocket listener;
     std::atomic<bool> stopping{false};
     std::atomic<bool> hangingUp{false};
+    std::atomic<bool> reading{true};
 
     std::mutex lock; ///< Guards everything below; only the thread writes `connection`.
     std::condition_variable changed;

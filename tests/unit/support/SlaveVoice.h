@@ -14,7 +14,10 @@ namespace quelta::test {
 class SlaveVoice
 {
 public:
-    explicit SlaveVoice(uint16_t monitorPort) { connected = socket.connect("127.0.0.1", monitorPort, 3000); }
+    explicit SlaveVoice(uint16_t monitorPort, int timeoutMs = 3000)
+    {
+        connected = socket.connect("127.0.0.1", monitorPort, timeoutMs);
+    }
 
     bool isConnected() const { return connected; }
 
