@@ -3,11 +3,14 @@
 
 #include <juce_core/juce_core.h>
 
+#include "platform/Paths.h"
+
 namespace quelta::test {
 
+/** Not where paths have drives: Wine shows the folder there, but of a process of its own. */
 inline bool descriptorsCanBeCounted()
 {
-    return juce::File("/proc/self/fd").isDirectory();
+    return !platform::absolutePathsHaveRoot() && juce::File("/proc/self/fd").isDirectory();
 }
 
 inline int countDescriptors()
