@@ -214,32 +214,6 @@ TEST_F(DaemonNetworkThreadTest, ARequestWaitsWhileAnotherMasterIsBeingConnected)
     ticking.join();
 }
 
-/** 20,000 replies fit into no socket. */
-TEST_F(DaemonNetworkThreadTest, AMasterThatDoesNotReadIsConnectedAnewAndHoldsNobodyUp)
-{
-    const auto deaf = introduce();
-    const auto other = introduce();
-    deaf->setReading(false);
-    std::thread flood([&deaf] {
-        for (int i = 0; i < 20'000; ++i)
-            deaf->send(scanRequest);
-    });
-
-    for (int i = 0; i < 10; ++i)
-    {
-        other->send(scanRequest);
-        EXPECT_LT(timeOf([&other] { EXPECT_TRUE(other->next()); }), 2'000u);
-    }
-
-    flood.join();
-    deaf->setReading(true);
-    tick();
-    EXPECT_TRUE(deaf->waitForConnection(2));
-    deaf->send(stopRequest);
-    EXPECT_TRUE(deaf->nextOf(stopReply));
-    EXPECT_EQ(countLines("disconnected from master " + deaf->getName()), 1);
-}
-
 TEST_F(DaemonNetworkThreadTest, TheGoingOfAMasterIsLogged)
 {
     const auto master = introduce();

@@ -125,9 +125,6 @@ public:
         return records.empty();
     }
 
-    /** Leaves what comes in the socket until it is told to read again. */
-    void setReading(bool shouldRead) { reading = shouldRead; }
-
     /** Closes the connection and goes on listening. */
     void hangUp()
     {
@@ -148,9 +145,7 @@ private:
     {
         while (!stopping)
         {
-            if (!reading)
-                juce::Thread::sleep(pollMs);
-            else if (connection == nullptr)
+            if (connection == nullptr)
                 acceptOne();
             else if (hangingUp.exchange(false) || !readOne())
                 setConnection(nullptr);
@@ -221,7 +216,6 @@ private:
     juce::StreamingSocket listener;
     std::atomic<bool> stopping{false};
     std::atomic<bool> hangingUp{false};
-    std::atomic<bool> reading{true};
 
     std::mutex lock; ///< Guards everything below; only the thread writes `connection`.
     std::condition_variable changed;
