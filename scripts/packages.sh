@@ -5,8 +5,8 @@ export DEBIAN_FRONTEND=noninteractive
 build_packages=(g++ cmake ninja-build juce-modules-source-data zlib1g-dev libcli11-dev nlohmann-json3-dev)
 test_packages=(googletest python3 python3-pytest python3-pytest-xdist iproute2)
 windows_packages=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 xvfb zip unzip)
-clang_packages=(clang-14 libclang-rt-14-dev llvm-14)
-lint_packages=(clang-14 clang-format-14 clang-tidy-14)
+clang_packages=(clang libclang-rt-14-dev llvm)
+lint_packages=(clang-format-14 clang-tidy-14 git)
 bench_packages=(libspdlog-dev python3)
 
 # need_packages NAME...: installs those that are missing, through apt.
