@@ -20,6 +20,7 @@ target_compile_definitions(quelta_juce PUBLIC
   $<IF:$<CONFIG:Debug>,DEBUG=1,NDEBUG=1>)
 
 target_compile_options(quelta_juce PRIVATE -w)
+set_target_properties(quelta_juce PROPERTIES UNITY_BUILD OFF) # a module expects to be alone
 
 if(WIN32)
   target_compile_definitions(quelta_juce PUBLIC _WIN32_WINNT=0x0A00)

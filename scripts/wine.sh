@@ -82,24 +82,6 @@ wine_desktop_is_there() {
     return 1
 }
 
-# wine_unit_tests PROGRAM: all its tests, in parts side by side, because most of them wait. Shows what failed.
-wine_unit_tests() {
-    local part parts=3 running=() failed=0
-    local log=$WINEPREFIX/unit-tests
-
-    for ((part = 0; part < parts; part++)); do
-        GTEST_TOTAL_SHARDS=$parts GTEST_SHARD_INDEX=$part wine "$1" --gtest_brief=1 >"$log.$part" 2>&1 &
-        running+=($!)
-    done
-
-    for ((part = 0; part < parts; part++)); do
-        wait "${running[part]}" || { failed=1; cat "$log.$part"; }
-        grep -a '^\[==========\]\|^\[  PASSED' "$log.$part"
-    done
-
-    return "$failed"
-}
-
 # Ends what wine_begin has started; programs that still run under its server end with it.
 wine_end() {
     [ -z "$wine_server" ] || { kill -INT "$wine_server"; wait "$wine_server"; } 2>/dev/null

@@ -73,7 +73,8 @@ def parse_arguments():
     parser.add_argument("row", nargs="*", metavar="ROW", help="only these; all without any")
     parser.add_argument("--short", action="store_true", help="a few seconds a row: proves that everything works, "
                         "the figures mean nothing")
-    parser.add_argument("--build", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
+    parser.add_argument("--programs", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
+    parser.add_argument("--results", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
     arguments = parser.parse_args()
     for name in arguments.row:
         if name not in BENCHMARKS:
@@ -99,14 +100,14 @@ def measure(bench, names):
 
 def main():
     arguments = parse_arguments()
-    bench = Bench(arguments.build / "bin", arguments.short)
+    bench = Bench(arguments.programs, arguments.short)
     rows, busiest = measure(bench, arguments.row or list(BENCHMARKS))
     if rows is None:
         return 1
 
     machine = f"{describe_machine()}; others used up to {100 * busiest:.0f} % of it"
-    write_json(arguments.build / "results.json", rows)
-    write_chart(arguments.build / "results.svg", rows, machine)
+    write_json(arguments.results / "results.json", rows)
+    write_chart(arguments.results / "results.svg", rows, machine)
     print(table(rows))
     print(f"\n±: half the distance between the lowest and the highest round. Machine: {machine}.")
     if busiest > BUSY:
@@ -115,7 +116,7 @@ def main():
         print(f"{len(uncertain)} of {len(rows)} rows are uncertain: their rounds differ by more than ±20 %.")
     if arguments.short:
         print("This was a short run: it shows that everything works, and its figures mean nothing.")
-    print(f"Written: {arguments.build / 'results.json'}, {arguments.build / 'results.svg'}")
+    print(f"Written: {arguments.results / 'results.json'}, {arguments.results / 'results.svg'}")
     return 0
 
 

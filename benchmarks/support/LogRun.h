@@ -32,7 +32,8 @@ int measureLog(int threads, int lines, LogLines logLines, Finish finish)
 
     finish();
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started;
-    std::printf("{\"lines_per_second\": %.0f}\n", lines / threads * threads / seconds.count());
+    const int written = lines / threads * threads;
+    std::printf("{\"lines_per_second\": %.0f}\n", written / seconds.count());
     return 0;
 }
 

@@ -11,7 +11,7 @@ namespace quelta {
 
 namespace {
 
-constexpr int pollIntervalMs = 100;
+constexpr int informationPollIntervalMs = 100;
 constexpr int lowestPort = 1024;
 
 } // namespace
@@ -109,7 +109,7 @@ bool SlaveDaemonApp::gatherInformation(const DaemonSettings& settings, SlaveInfo
     SlaveProcess slave(0, 0, settings, true, nullptr);
 
     while (slave.isThreadRunning())
-        juce::Thread::sleep(pollIntervalMs);
+        juce::Thread::sleep(informationPollIntervalMs);
 
     information = {slave.getSlaveVersion(), slave.getNumProvidedGpus()};
     return !slave.hasFailed();

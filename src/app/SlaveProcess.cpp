@@ -7,7 +7,7 @@ namespace quelta {
 
 namespace {
 
-constexpr int pollIntervalMs = 100;
+constexpr int slavePollIntervalMs = 100;
 
 const char* describe(SlaveHang hang)
 {
@@ -82,7 +82,7 @@ SlaveNextStep SlaveProcess::watch(const SlaveMonitor& monitor)
 
     while (!threadShouldExit())
     {
-        sleep(pollIntervalMs);
+        sleep(slavePollIntervalMs);
         const auto verdict = judgeSlave(observe(monitor), limits);
 
         if (verdict.hang != SlaveHang::none)
@@ -146,7 +146,7 @@ bool SlaveProcess::stopGracefully(SlaveMonitor& monitor)
 
     for (;;)
     {
-        sleep(pollIntervalMs);
+        sleep(slavePollIntervalMs);
 
         if (!process.isRunning())
             return true;

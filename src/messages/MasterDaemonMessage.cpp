@@ -9,22 +9,25 @@ namespace quelta {
 
 namespace {
 
-enum Offset : size_t
+struct MasterOffset
 {
-    magicAt = 0,
-    versionAt = 4,
-    typeAt = 8,
-    ipAt = 12,
-    portAt = 16,
-    masterTextAt = 20,
-    slaveAliasAt = 52,
-    numGpusAt = 84,
-    slaveVersionAt = 88
+    enum : size_t
+    {
+        magic = 0,
+        version = 4,
+        type = 8,
+        ip = 12,
+        port = 16,
+        masterText = 20,
+        slaveAlias = 52,
+        numGpus = 84,
+        slaveVersion = 88
+    };
 };
 
-static_assert(slaveAliasAt == masterTextAt + MasterDaemonMessage::textSize);
-static_assert(numGpusAt == slaveAliasAt + MasterDaemonMessage::textSize);
-static_assert(MasterDaemonMessage::size == slaveVersionAt + sizeof(uint32_t));
+static_assert(MasterOffset::slaveAlias == MasterOffset::masterText + MasterDaemonMessage::textSize);
+static_assert(MasterOffset::numGpus == MasterOffset::slaveAlias + MasterDaemonMessage::textSize);
+static_assert(MasterDaemonMessage::size == MasterOffset::slaveVersion + sizeof(uint32_t));
 
 void writeText(uint8_t* field, std::string_view text)
 {
@@ -45,19 +48,21 @@ bool isValidMasterMessage(const uint8_t* bytes, size_t size)
         return false;
     }
 
-    if (readLittleEndian32(bytes + magicAt) != MasterDaemonMessage::magic)
+    if (readLittleEndian32(bytes + MasterOffset::magic) != MasterDaemonMessage::magic)
     {
         QUELTA_LOG_DAEMON("master daemon message has invalid magic");
         return false;
     }
 
-    if (const auto version = readLittleEndian32(bytes + versionAt); version != MasterDaemonMessage::version)
+    if (const auto version = readLittleEndian32(bytes + MasterOffset::version);
+        version != MasterDaemonMessage::version)
     {
         QUELTA_LOG_DAEMON("master daemon message has invalid version (%u)", version);
         return false;
     }
 
-    if (const auto type = readLittleEndian32(bytes + typeAt); type >= MasterDaemonMessage::typeLimit)
+    if (const auto type = readLittleEndian32(bytes + MasterOffset::type);
+        type >= MasterDaemonMessage::typeLimit)
     {
         QUELTA_LOG_DAEMON("master daemon message had invalid type (%d)", static_cast<int>(type));
         return false;
@@ -76,15 +81,15 @@ std::string_view textBeforeNul(std::string_view field)
 MasterDaemonMessage::Bytes encodeMasterMessage(const MasterDaemonMessage& message)
 {
     MasterDaemonMessage::Bytes bytes{};
-    writeLittleEndian32(&bytes[magicAt], MasterDaemonMessage::magic);
-    writeLittleEndian32(&bytes[versionAt], MasterDaemonMessage::version);
-    writeLittleEndian32(&bytes[typeAt], static_cast<uint32_t>(message.type));
-    writeLittleEndian32(&bytes[ipAt], message.masterAddress.ip);
-    writeLittleEndian16(&bytes[portAt], message.masterAddress.port);
-    writeText(&bytes[masterTextAt], message.masterText);
-    writeText(&bytes[slaveAliasAt], message.slaveAlias);
-    writeLittleEndian32(&bytes[numGpusAt], message.numGpus);
-    writeLittleEndian32(&bytes[slaveVersionAt], message.slaveVersion);
+    writeLittleEndian32(&bytes[MasterOffset::magic], MasterDaemonMessage::magic);
+    writeLittleEndian32(&bytes[MasterOffset::version], MasterDaemonMessage::version);
+    writeLittleEndian32(&bytes[MasterOffset::type], static_cast<uint32_t>(message.type));
+    writeLittleEndian32(&bytes[MasterOffset::ip], message.masterAddress.ip);
+    writeLittleEndian16(&bytes[MasterOffset::port], message.masterAddress.port);
+    writeText(&bytes[MasterOffset::masterText], message.masterText);
+    writeText(&bytes[MasterOffset::slaveAlias], message.slaveAlias);
+    writeLittleEndian32(&bytes[MasterOffset::numGpus], message.numGpus);
+    writeLittleEndian32(&bytes[MasterOffset::slaveVersion], message.slaveVersion);
     return bytes;
 }
 
@@ -95,13 +100,13 @@ bool parseMasterMessage(const void* data, size_t size, MasterDaemonMessage& out)
     if (!isValidMasterMessage(bytes, size))
         return false;
 
-    out.type = static_cast<MasterMessageType>(readLittleEndian32(bytes + typeAt));
-    out.masterAddress.ip = readLittleEndian32(bytes + ipAt);
-    out.masterAddress.port = readLittleEndian16(bytes + portAt);
-    out.masterText = readText(bytes + masterTextAt);
-    out.slaveAlias = readText(bytes + slaveAliasAt);
-    out.numGpus = readLittleEndian32(bytes + numGpusAt);
-    out.slaveVersion = readLittleEndian32(bytes + slaveVersionAt);
+    out.type = static_cast<MasterMessageType>(readLittleEndian32(bytes + MasterOffset::type));
+    out.masterAddress.ip = readLittleEndian32(bytes + MasterOffset::ip);
+    out.masterAddress.port = readLittleEndian16(bytes + MasterOffset::port);
+    out.masterText = readText(bytes + MasterOffset::masterText);
+    out.slaveAlias = readText(bytes + MasterOffset::slaveAlias);
+    out.numGpus = readLittleEndian32(bytes + MasterOffset::numGpus);
+    out.slaveVersion = readLittleEndian32(bytes + MasterOffset::slaveVersion);
     return true;
 }
 

@@ -7,16 +7,19 @@ namespace quelta {
 
 namespace {
 
-enum Offset : size_t
+struct SlaveOffset
 {
-    headerAt = 0,
-    versionAt = 4,
-    typeAt = 8,
-    numGpusAt = 12,
-    slaveVersionAt = 16
+    enum : size_t
+    {
+        header = 0,
+        version = 4,
+        type = 8,
+        numGpus = 12,
+        slaveVersion = 16
+    };
 };
 
-static_assert(SlaveDaemonMessage::size == slaveVersionAt + sizeof(uint32_t));
+static_assert(SlaveDaemonMessage::size == SlaveOffset::slaveVersion + sizeof(uint32_t));
 
 } // namespace
 
@@ -37,19 +40,19 @@ bool SlaveDaemonMessage::fromData(const void* data, size_t length, SlaveDaemonMe
 
     const auto* bytes = static_cast<const uint8_t*>(data);
 
-    if (readLittleEndian32(bytes + headerAt) != headerValue)
+    if (readLittleEndian32(bytes + SlaveOffset::header) != headerValue)
     {
         logError("slave daemon message had invalid header");
         return false;
     }
 
-    if (const auto version = readLittleEndian32(bytes + versionAt); version != versionValue)
+    if (const auto version = readLittleEndian32(bytes + SlaveOffset::version); version != versionValue)
     {
         logError("slave daemon message had invalid version (%u)", version);
         return false;
     }
 
-    const auto type = readLittleEndian32(bytes + typeAt);
+    const auto type = readLittleEndian32(bytes + SlaveOffset::type);
 
     if (type > highestType)
     {
@@ -58,19 +61,19 @@ bool SlaveDaemonMessage::fromData(const void* data, size_t length, SlaveDaemonMe
     }
 
     message.type = static_cast<SlaveMessageType>(type);
-    message.numGpus = readLittleEndian32(bytes + numGpusAt);
-    message.slaveVersion = readLittleEndian32(bytes + slaveVersionAt);
+    message.numGpus = readLittleEndian32(bytes + SlaveOffset::numGpus);
+    message.slaveVersion = readLittleEndian32(bytes + SlaveOffset::slaveVersion);
     return true;
 }
 
 SlaveDaemonMessage::Bytes SlaveDaemonMessage::encode() const
 {
     Bytes bytes{};
-    writeLittleEndian32(&bytes[headerAt], headerValue);
-    writeLittleEndian32(&bytes[versionAt], versionValue);
-    writeLittleEndian32(&bytes[typeAt], static_cast<uint32_t>(type));
-    writeLittleEndian32(&bytes[numGpusAt], numGpus);
-    writeLittleEndian32(&bytes[slaveVersionAt], slaveVersion);
+    writeLittleEndian32(&bytes[SlaveOffset::header], headerValue);
+    writeLittleEndian32(&bytes[SlaveOffset::version], versionValue);
+    writeLittleEndian32(&bytes[SlaveOffset::type], static_cast<uint32_t>(type));
+    writeLittleEndian32(&bytes[SlaveOffset::numGpus], numGpus);
+    writeLittleEndian32(&bytes[SlaveOffset::slaveVersion], slaveVersion);
     return bytes;
 }
 

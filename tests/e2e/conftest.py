@@ -9,6 +9,8 @@ from support.master import Master
 from support.node import Node
 from support.ports import Ports
 
+APART = 7
+
 
 def pytest_configure():
     try:
@@ -23,9 +25,20 @@ def pytest_collection_modifyitems(items):
         marker = item.get_closest_marker(other)
         if marker:
             item.add_marker(pytest.mark.skip(reason=f"{other}: {marker.args[0]}"))
+    items[:] = slow_ones_early(items)
     if programs.ON_WINDOWS:
         # Wine's server keeps a processor busy with the sockets of killed daemons until it ends, so these come last.
         items.sort(key=lambda item: item.path.name == "test_killed_daemon.py")
+
+
+def slow_ones_early(items):
+    """The tests with the slow ones at the front, but apart, since processes get neighbours to run one by one."""
+    slow = [item for item in items if item.get_closest_marker("slow")]
+    quick = [item for item in items if not item.get_closest_marker("slow")]
+    ordered = []
+    for number, item in enumerate(slow):
+        ordered += [item, *quick[number * APART:(number + 1) * APART]]
+    return ordered + quick[len(slow) * APART:]
 
 
 @pytest.hookimpl(hookwrapper=True)

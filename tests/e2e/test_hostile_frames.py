@@ -89,6 +89,7 @@ def test_half_a_frame_holds_nobody_up_at_the_end(farm):
 
 @limited_memory
 @pytest.mark.linux_only("reads the memory of a Linux process")
+@pytest.mark.slow
 def test_announced_gibibytes_cost_only_what_arrives(make_node, make_master):
     node = make_node(flags=FLAGS).serve()
     owner, *hostile = (make_master().join(node) for _ in range(9))

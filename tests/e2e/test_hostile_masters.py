@@ -87,6 +87,7 @@ def test_thousands_of_masters_that_refuse_are_forgotten_at_once(farm, make_maste
     assert timed(node.quit) < 5
 
 
+@pytest.mark.slow
 def test_thousands_of_masters_that_never_answer_leave_time_for_the_others(farm, beacon_socket):
     """A tick spends a second on them and goes on behind the last one at the next; then requests have their turn."""
     node, owner, other = farm(2, flags=FLAGS)
@@ -151,6 +152,7 @@ def test_beacons_that_name_the_daemons_own_ports(farm, beacon_socket):
     node.assert_no_slave()
 
 
+@pytest.mark.slow
 def test_daemon_that_is_first_at_its_own_slaves_door_is_only_a_stranger(farm, beacon_socket):
     """It takes the slave's place there: that start fails, and the daemon survives talking to itself."""
     node, owner, other = farm(2, flags=FLAGS, plays=scenario("wait 4000\nconnect\nexit 0", settings="on-lost ignore"))
@@ -165,6 +167,7 @@ def test_daemon_that_is_first_at_its_own_slaves_door_is_only_a_stranger(farm, be
     assert_nothing_forced(node.quit())
 
 
+@pytest.mark.slow
 def test_stranger_that_is_first_at_the_slaves_door_costs_that_one_start(farm):
     """The first to connect keeps the place, so the slave itself is refused and counts as hanging."""
     node, owner, other = farm(2, flags=FLAGS, plays=scenario("wait 3000\nconnect\nwait 9500\nexit 0",

@@ -38,15 +38,18 @@ def test_slave_that_ends_before_it_is_initialised(make_node, information):
     assert own_output(make_node, information) == [*INFORMATION_RUN, CRASHED]
 
 
+@pytest.mark.slow
 def test_slave_that_never_connects(make_node):
     lines = own_output(make_node, "wait 11500\nexit 0")
     assert lines == [*INFORMATION_RUN, HANGING_AT_START]
 
 
+@pytest.mark.slow
 def test_slave_that_connects_and_stays_silent(make_node):
     assert own_output(make_node, "connect\nhang") == [*INFORMATION_RUN, HANGING_AT_START]
 
 
+@pytest.mark.slow
 def test_slave_that_hangs_and_ignores_the_stop_is_killed(make_node):
     lines = own_output(make_node, "connect\nhang", "on-stop ignore\non-lost ignore\n")
     assert lines == [*INFORMATION_RUN, HANGING_AT_START, KILLED]
@@ -56,6 +59,7 @@ def test_slave_that_reports_but_does_not_end(make_node):
     assert own_output(make_node, "connect\ninfo\nhang") == [*INFORMATION_RUN, HANGING_AFTER_INFO]
 
 
+@pytest.mark.slow
 def test_slave_whose_heartbeat_stops_in_the_information_run(make_node):
     assert own_output(make_node, "connect\ninfo\nstatus\nhang") == [*INFORMATION_RUN, HEARTBEAT_STOPPED]
 
@@ -85,6 +89,7 @@ def test_slave_without_a_scenario_behaves_well(make_node):
     node.output.wait("  version:       4000000")
 
 
+@pytest.mark.slow
 def test_authenticating_has_no_time_limit(make_node):
     node = make_node(flags=None, plays=scenario(
         information="connect\nauthenticating\nwait 12000\ninfo\nwait 300\nexit 0"))

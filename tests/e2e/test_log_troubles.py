@@ -162,6 +162,7 @@ def test_daemon_waits_for_a_reader_that_sleeps_and_then_goes_on(make_node, make_
     assert_nothing_forced(node.quit())
 
 
+@pytest.mark.slow
 def test_end_waits_for_a_reader_that_sleeps_and_forces_nothing(make_node, make_master, beacon_socket):
     """The beacon thread is stuck in the log while the daemon ends: it has to come to its own end."""
     node = make_node(flags="daemon logPrefix logJuce")
@@ -176,6 +177,7 @@ def test_end_waits_for_a_reader_that_sleeps_and_forces_nothing(make_node, make_m
     assert lines[-2].startswith(plain_line("Stopped logging on "))
 
 
+@pytest.mark.slow
 def test_stop_waits_for_a_reader_that_sleeps_and_forces_nothing(make_node, make_master):
     """The slave's connection and the door that turns strangers away are both stuck in the log."""
     node = make_node(flags="logPrefix logJuce", plays=scenario(PUPPET))

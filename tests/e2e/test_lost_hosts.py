@@ -56,6 +56,7 @@ def assert_noticed(node, near, lost, cut_at):
     assert_nothing_forced(node.quit())
 
 
+@pytest.mark.slow
 def test_lost_while_nothing_is_sent(far_apart, cable):
     node, near, lost = far_apart()
     running(node, lost, near)
@@ -63,6 +64,7 @@ def test_lost_while_nothing_is_sent(far_apart, cable):
     assert_noticed(node, near, lost, time.monotonic())
 
 
+@pytest.mark.slow
 def test_lost_with_a_broadcast_in_flight(far_apart, cable):
     """Its start request waits behind a slow stop when its machine goes; then it is told of both."""
     node, near, lost = far_apart(plays=scenario(settings="on-stop exit-after 1500"))
@@ -77,6 +79,7 @@ def test_lost_with_a_broadcast_in_flight(far_apart, cable):
     assert_noticed(node, near, lost, cut_at)
 
 
+@pytest.mark.slow
 def test_lost_master_without_a_slave_costs_the_others_nothing(far_apart, cable):
     node, near, lost = far_apart()
     cable.cut()

@@ -42,6 +42,7 @@ def play(make_node, make_master):
     return run
 
 
+@pytest.mark.slow
 @pytest.mark.parametrize("part", range(PARTS))
 def test_daemon_agrees_with_the_model(play, part):
     print(f"QUELTA_MODEL_SEED={SEED}")

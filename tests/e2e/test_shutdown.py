@@ -93,6 +93,7 @@ def test_shutdown_with_a_failed_slave(farm):
     owner.expect(node.status(wire.DAEMON_STATUS))
 
 
+@pytest.mark.slow
 def test_slave_that_ignores_everything_is_killed_at_the_end(farm):
     node, owner = farm(plays=scenario(settings="on-stop ignore\non-lost ignore"))
     running(node, owner)

@@ -41,6 +41,7 @@ def assert_took(since, limit):
     assert limit <= time.monotonic() - since <= limit + SLACK
 
 
+@pytest.mark.slow
 def test_slave_that_never_connects(farm):
     node, owner, other = farm(2, plays=scenario(PUPPET))
     begin = time.monotonic()
@@ -53,6 +54,7 @@ def test_slave_that_never_connects(farm):
     assert KILLED not in node.quit()
 
 
+@pytest.mark.slow
 def test_slave_that_connects_and_stays_silent(farm):
     node, owner, other = farm(2, plays=scenario(PUPPET))
     begin = time.monotonic()
@@ -77,6 +79,7 @@ def test_slave_that_hangs_after_its_initialisation(farm):
     assert_failed(node, owner, other)
 
 
+@pytest.mark.slow
 def test_slave_whose_heartbeat_stops(farm):
     node, owner, other = farm(2, plays=scenario(PUPPET))
     slave = puppet(node, owner, other)
@@ -91,6 +94,7 @@ def test_slave_whose_heartbeat_stops(farm):
     assert_failed(node, owner, other)
 
 
+@pytest.mark.slow
 def test_heartbeats_may_be_up_to_ten_seconds_apart(farm):
     node, owner = farm(plays=scenario("connect\nstatus\nwait 8500\nstatus\nwait 8500\nstatus\nbeat 1000"))
     after = -1
@@ -100,6 +104,7 @@ def test_heartbeats_may_be_up_to_ten_seconds_apart(farm):
     owner.expect_silence(node.status(wire.DAEMON_STATUS, owner))
 
 
+@pytest.mark.slow
 def test_slave_that_ignores_the_stop_after_a_hang_is_killed_after_its_owner_was_told(farm):
     node, owner = farm(plays=scenario("connect\ninfo\nhang", settings="on-stop ignore"))
     begin = time.monotonic()
@@ -219,6 +224,7 @@ def test_slave_may_take_its_time_to_stop(farm):
     assert not {KILLED, CRASHED, failure_notice(owner)} & set(node.quit())
 
 
+@pytest.mark.slow
 def test_slave_that_ignores_the_stop_is_killed_after_twelve_seconds(farm):
     node, owner, other = farm(2, plays=scenario(settings="on-stop ignore"))
     running(node, owner, other)
@@ -231,6 +237,7 @@ def test_slave_that_ignores_the_stop_is_killed_after_twelve_seconds(farm):
     assert not {CRASHED, failure_notice(owner)} & set(lines)
 
 
+@pytest.mark.slow
 def test_slave_that_was_stopped_before_it_connected_is_killed_after_twelve_seconds(farm):
     node, owner = farm(plays=scenario(PUPPET))
     started(node, owner)

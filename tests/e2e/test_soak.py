@@ -72,6 +72,7 @@ def lose_the_owner(node, owner, other):
     owner.vanish()
     other.expect(node.status(wire.DAEMON_STATUS))
     owner.return_to(node)
+    owner.expect_silence(node.status(wire.DAEMON_STATUS))  # once it is served, all its threads are there
 
 
 def hang_until_the_limit(node, owner, other):
@@ -103,6 +104,7 @@ def held(process):
 
 
 @pytest.mark.skipif(measure.SANITIZED, reason="a sanitizer has threads of its own, which come when they are needed")
+@pytest.mark.slow
 def test_as_much_is_held_after_many_slaves_as_before(farm):
     node, owner, other = farm(2, flags="daemon logPrefix logJuce")
     daemon = node.process.pid

@@ -155,7 +155,7 @@ TEST_F(FileNameTest, ADriveWithoutSeparatorIsClearedWithAWarning)
 TEST_F(FileNameTest, WarningsAreErrors)
 {
     flags::logPrefix = 1;
-    FileName("C:");
+    const FileName name("C:");
     EXPECT_EQ(log.lines(),
               Lines{"ERROR     : relative path with root given (C:). root 'C:' will be cleared."});
 }

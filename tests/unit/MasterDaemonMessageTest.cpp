@@ -9,7 +9,7 @@ namespace quelta::test {
 namespace {
 
 // A daemon tells the master at 10.0.0.5:21000 that its slave runs.
-const std::string slaveRunning =
+const std::string slaveRunningBytes =
     "41 43 23 00 08 00 00 00 09 00 00 00 "                                                             //
     "05 00 00 0A 08 52 00 00 "                                                                         //
     "72 65 6E 64 65 72 2D 6D 61 73 74 65 72 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 " //
@@ -56,7 +56,7 @@ TEST_F(MasterDaemonMessageTest, ARecordForTheOwnerHasTheseBytes)
     message.slaveAlias = "node7";
     message.numGpus = 2;
     message.slaveVersion = 0x01020304;
-    EXPECT_EQ(toHex(encodeMasterMessage(message)), slaveRunning);
+    EXPECT_EQ(toHex(encodeMasterMessage(message)), slaveRunningBytes);
 }
 
 TEST_F(MasterDaemonMessageTest, WithoutAnOwnerOnlyAliasGpusAndVersionAreFilled)
@@ -118,7 +118,7 @@ TEST_F(MasterDaemonMessageTest, WhatFollowsAFirstNulIsSentAsNuls)
 
 TEST_F(MasterDaemonMessageTest, AReceivedRecordIsReadFromItsBytes)
 {
-    EXPECT_TRUE(receive(slaveRunning));
+    EXPECT_TRUE(receive(slaveRunningBytes));
     EXPECT_EQ(message.type, MasterMessageType::SLAVE_RUNNING);
     EXPECT_EQ(message.masterAddress, (MasterAddress{0x0A000005, 21000}));
     EXPECT_EQ(message.masterText, std::string("render-master") + std::string(19, '\0'));
@@ -130,7 +130,7 @@ TEST_F(MasterDaemonMessageTest, AReceivedRecordIsReadFromItsBytes)
 
 TEST_F(MasterDaemonMessageTest, ThePaddingIsNotInterpreted)
 {
-    auto bytes = fromHex(slaveRunning);
+    auto bytes = fromHex(slaveRunningBytes);
     bytes[18] = 0xFF;
     bytes[19] = 0xFF;
     EXPECT_TRUE(parseMasterMessage(bytes.data(), bytes.size(), message));
@@ -139,7 +139,7 @@ TEST_F(MasterDaemonMessageTest, ThePaddingIsNotInterpreted)
 
 TEST_F(MasterDaemonMessageTest, ATextOf32BytesIsKeptWholeAndSentBackWithoutATerminator)
 {
-    auto bytes = fromHex(slaveRunning);
+    auto bytes = fromHex(slaveRunningBytes);
     std::fill(bytes.begin() + 20, bytes.begin() + 52, static_cast<uint8_t>('m'));
     EXPECT_TRUE(parseMasterMessage(bytes.data(), bytes.size(), message));
     EXPECT_EQ(message.masterText, std::string(32, 'm'));
@@ -151,7 +151,7 @@ TEST_F(MasterDaemonMessageTest, ATextOf32BytesIsKeptWholeAndSentBackWithoutATerm
 
 TEST_F(MasterDaemonMessageTest, AllBytesOfAReceivedTextAreKept)
 {
-    auto bytes = fromHex(slaveRunning);
+    auto bytes = fromHex(slaveRunningBytes);
     bytes[51] = 0xFE; // long after the first NUL
     EXPECT_TRUE(parseMasterMessage(bytes.data(), bytes.size(), message));
     EXPECT_EQ(message.masterText, std::string("render-master") + std::string(18, '\0') + "\xFE");
@@ -168,9 +168,9 @@ TEST_F(MasterDaemonMessageTest, AFieldWithoutNulIsAllText)
 TEST_F(MasterDaemonMessageTest, Only92BytesAreARecordWhateverTheyHold)
 {
     expectRejected("", "master daemon message has invalid size (0)");
-    expectRejected(slaveRunning.substr(3), "master daemon message has invalid size (91)");
-    expectRejected(slaveRunning.substr(0, 91 * 3), "master daemon message has invalid size (91)");
-    expectRejected(slaveRunning + "00 ", "master daemon message has invalid size (93)");
+    expectRejected(slaveRunningBytes.substr(3), "master daemon message has invalid size (91)");
+    expectRejected(slaveRunningBytes.substr(0, 91 * 3), "master daemon message has invalid size (91)");
+    expectRejected(slaveRunningBytes + "00 ", "master daemon message has invalid size (93)");
 }
 
 TEST_F(MasterDaemonMessageTest, AForeignMagicIsRejected)

@@ -1,7 +1,5 @@
 #include "standin_slave/platform/Platform.h"
 
-#define NOMINMAX
-#define WIN32_LEAN_AND_MEAN
 #include <windows.h>
 
 #include <cstdio>
