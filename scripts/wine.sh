@@ -7,6 +7,7 @@
 
 wine_server=
 wine_display=
+wine_window=
 
 # wine_begin FOLDER: uses the prefix in this folder, which is made at first. Ends with the shell at the latest.
 wine_begin() {
@@ -51,6 +52,11 @@ wine_begin_server() {
     done
 }
 
+# The server says so itself, and its programs end with it.
+wine_server_has_crashed() {
+    [ -n "$wine_server" ] && ! kill -0 "$wine_server" 2>/dev/null && grep -q 'Assertion .* failed' "$WINEPREFIX/wineserver.log"
+}
+
 wine_set_up() {
     wine wineboot --init >/dev/null 2>&1 || return
     [ -e "$WINEPREFIX/set-up" ] && return
@@ -64,6 +70,7 @@ wine_set_up() {
 wine_begin_desktop() {
     local tries
     wine notepad </dev/null >/dev/null 2>&1 &
+    wine_window=$!
 
     for tries in {1..600}; do
         wine_desktop_is_there && return
@@ -76,17 +83,31 @@ wine_begin_desktop() {
 
 wine_desktop_is_there() {
     local process
-    for process in $(grep -lsz '^C:.*\\explorer\.exe' /proc/[0-9]*/cmdline); do
-        grep -qsxzF "WINEPREFIX=$WINEPREFIX" "${process%cmdline}environ" && return
+    for process in $(wine_processes); do
+        grep -qsz '^C:.*\\explorer\.exe' "/proc/$process/cmdline" && return
     done
     return 1
 }
 
+# The ids of all that runs in this prefix.
+wine_processes() {
+    grep -lsxzF "WINEPREFIX=$WINEPREFIX" /proc/[0-9]*/environ | tr -dc '0-9\n' | grep -vx "$$"
+}
+
 # Ends what wine_begin has started; programs that still run under its server end with it.
 wine_end() {
+    local left
+    # Programs may wait for ever for a server that has crashed, and those that find none start another.
+    if wine_server_has_crashed; then
+        wineserver -k
+        left=$(wine_processes)
+        kill -KILL $left 2>/dev/null
+    fi
     [ -z "$wine_server" ] || { kill -INT "$wine_server"; wait "$wine_server"; } 2>/dev/null
+    [ -z "$wine_window" ] || { kill -KILL "$wine_window"; wait "$wine_window"; } 2>/dev/null
     [ -z "$wine_display" ] || { kill "$wine_display"; wait "$wine_display"; } 2>/dev/null
     wine_server=
     wine_display=
+    wine_window=
     trap - EXIT
 }

@@ -19,7 +19,7 @@ namespace quelta::platform {
 
 namespace {
 
-constexpr int longestReapMs = 500;
+constexpr juce::uint32 longestReapMs = 500;
 
 /** Children that were killed but had not ended in time, such as one stuck in a driver. */
 struct KilledChildren
@@ -198,7 +198,9 @@ void ChildProcess::kill()
 
     ::kill(handle->pid, SIGKILL);
 
-    for (int waited = 0; isRunning() && waited < longestReapMs; ++waited)
+    const auto killedAt = juce::Time::getMillisecondCounter();
+
+    while (isRunning() && juce::Time::getMillisecondCounter() - killedAt < longestReapMs)
         juce::Thread::sleep(1);
 
     if (handle->pid == 0)

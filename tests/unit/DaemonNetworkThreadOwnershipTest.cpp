@@ -1,3 +1,4 @@
+#include "master/MasterConnection.h"
 #include "support/DaemonTest.h"
 
 namespace quelta::test {
@@ -61,6 +62,23 @@ TEST_F(DaemonNetworkThreadOwnershipTest, TheOwnerIsToldThatTheSlaveRuns)
     EXPECT_TRUE(
         wasLogged("notifying master " + first->getName() + " that the slave is initialized and running"));
     EXPECT_EQ(second->nextTypes(1), Types{daemonStatus});
+    EXPECT_TRUE(second->hasNoRecord());
+}
+
+/** It may have waited for the lock while its master was forgotten, and heard of anew. */
+TEST_F(DaemonNetworkThreadOwnershipTest, ARequestOverAConnectionThatIsNotRegisteredIsDropped)
+{
+    for (const auto& address : {FakeMaster().getAddress(), first->getAddress()})
+    {
+        DaemonNetworkThread::MasterConnection forgotten(address, *daemon);
+        MasterDaemonMessage request;
+        request.type = MasterMessageType::START_REQUEST;
+        request.masterAddress = address;
+        daemon->handleRequest(request, forgotten);
+    }
+
+    first->send(scanRequest);
+    expectNext(*first, daemonStatus, nobody);
     EXPECT_TRUE(second->hasNoRecord());
 }
 
