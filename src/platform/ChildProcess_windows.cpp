@@ -14,18 +14,29 @@ std::vector<wchar_t> toWritableUtf16(const juce::String& text)
     return {begin, begin + wcslen(begin) + 1};
 }
 
-/** Puts this process into a job whose members end with its only handle. The handle is never closed, so the
-    system closes it when this process ends, however that comes about. What this process starts is a member
-    from its first moment on. */
-bool joinJobOfSlaves()
+/** A job whose members end with its only handle. The handle is never closed, so the system closes it when
+    this process ends, however that comes about. This process is a member itself, and so is all that it
+    starts, from its first moment on. */
+struct JobOfSlaves
 {
-    const auto job = CreateJobObjectW(nullptr, nullptr);
-    JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
-    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
-    return SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof(limits)) !=
-               FALSE &&
-           AssignProcessToJobObject(job, GetCurrentProcess()) != FALSE;
-}
+    JobOfSlaves() : job(CreateJobObjectW(nullptr, nullptr))
+    {
+        JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
+        limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+        SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof(limits));
+        hasThisProcess = AssignProcessToJobObject(job, GetCurrentProcess()) != FALSE;
+    }
+
+    /** A job that this process was born into may forbid it another one; then slaves join alone. */
+    void take(HANDLE slave) const
+    {
+        if (!hasThisProcess)
+            AssignProcessToJobObject(job, slave);
+    }
+
+    const HANDLE job;
+    bool hasThisProcess = false;
+};
 
 } // namespace
 
@@ -38,11 +49,15 @@ ChildProcess::ChildProcess() : handle(std::make_unique<Handle>()) {}
 
 // Neither the process's handle nor that of its first thread is ever closed; two handles a launch are the
 // price.
-ChildProcess::~ChildProcess() = default;
+ChildProcess::~ChildProcess()
+{
+    if (isRunning())
+        kill();
+}
 
 int ChildProcess::launch(const juce::File& executable, const juce::String& commandLine)
 {
-    [[maybe_unused]] static const bool slavesEndWithThisProcess = joinJobOfSlaves();
+    static const JobOfSlaves slavesEndWithThisProcess;
 
     const auto path = toWritableUtf16(executable.getFullPathName());
     const auto folder = toWritableUtf16(executable.getParentDirectory().getFullPathName());
@@ -58,6 +73,7 @@ int ChildProcess::launch(const juce::File& executable, const juce::String& comma
     if (created == FALSE || process.hProcess == nullptr)
         return static_cast<int>(GetLastError());
 
+    slavesEndWithThisProcess.take(process.hProcess);
     handle->process = process.hProcess;
     return 0;
 }
