@@ -16,6 +16,7 @@ FLAGS_FILE = "quelta_daemon_log_flags.txt"
 LOG_FILE = "quelta_daemon_log.txt"
 SLAVE_REPORT = "standin: "
 POLL = 0.01
+QUICK_END = 1.0  # seconds; a daemon takes longer when it has to stop a slave that does not obey
 
 
 def processes_in(folder):
@@ -165,6 +166,8 @@ class Node:
     def close(self):
         """Leaves nothing behind, whatever the test did."""
         if self.process and self.process.poll() is None:
+            if programs.ON_WINDOWS:
+                self._end_by_itself()
             self.process.kill()
             self.process.wait(HANG_LIMIT)
         for slave in self.slave_processes():
@@ -175,3 +178,11 @@ class Node:
         # Copies of the programs would fill the disk in a long run.
         for program in (self.program, self.slave):
             program.unlink(missing_ok=True)
+
+    def _end_by_itself(self):
+        """Wine's server keeps sockets that it was just busy with when a process is killed, and itself busy with them."""
+        self.interrupt()
+        try:
+            self.process.wait(QUICK_END)
+        except subprocess.TimeoutExpired:
+            pass
