@@ -8,6 +8,7 @@
 wine_server=
 wine_display=
 wine_window=
+wine_watcher=
 
 # wine_begin FOLDER: uses the prefix in this folder, which is made at first. Ends with the shell at the latest.
 wine_begin() {
@@ -24,7 +25,9 @@ wine_begin() {
     fi
 
     trap wine_end EXIT
-    wine_begin_display && wine_begin_server && wine_set_up && wine_begin_desktop
+    wine_begin_display && wine_begin_server && wine_set_up && wine_begin_desktop || return
+    wine_watch_server &
+    wine_watcher=$!
 }
 
 # The X server picks a display that is free, and tells its number.
@@ -52,7 +55,15 @@ wine_begin_server() {
     done
 }
 
-# The server says so itself, and its programs end with it.
+# Programs wait for ever for a server that has crashed, and whoever waits for them does too.
+wine_watch_server() {
+    while kill -0 "$wine_server" 2>/dev/null; do
+        sleep 1
+    done
+    wine_kill_processes
+}
+
+# The server says so itself.
 wine_server_has_crashed() {
     [ -n "$wine_server" ] && ! kill -0 "$wine_server" 2>/dev/null && grep -q 'Assertion .* failed' "$WINEPREFIX/wineserver.log"
 }
@@ -89,19 +100,28 @@ wine_desktop_is_there() {
     return 1
 }
 
-# The ids of all that runs in this prefix.
+# The ids of all programs of Wine's that run in this prefix.
 wine_processes() {
-    grep -lsxzF "WINEPREFIX=$WINEPREFIX" /proc/[0-9]*/environ | tr -dc '0-9\n' | grep -vx "$$"
+    local environ
+    for environ in $(grep -lsxzF "WINEPREFIX=$WINEPREFIX" /proc/[0-9]*/environ); do
+        environ=${environ%/environ}
+        [[ $(readlink "$environ/exe") != */wine/* ]] || echo "${environ#/proc/}"
+    done
+}
+
+wine_kill_processes() {
+    local processes
+    processes=$(wine_processes)
+    [ -z "$processes" ] || kill -KILL $processes 2>/dev/null
 }
 
 # Ends what wine_begin has started; programs that still run under its server end with it.
 wine_end() {
-    local left
-    # Programs may wait for ever for a server that has crashed, and those that find none start another.
+    [ -z "$wine_watcher" ] || { kill "$wine_watcher"; wait "$wine_watcher"; } 2>/dev/null
+    # Programs that find no server start another.
     if wine_server_has_crashed; then
         wineserver -k
-        left=$(wine_processes)
-        kill -KILL $left 2>/dev/null
+        wine_kill_processes
     fi
     [ -z "$wine_server" ] || { kill -INT "$wine_server"; wait "$wine_server"; } 2>/dev/null
     [ -z "$wine_window" ] || { kill -KILL "$wine_window"; wait "$wine_window"; } 2>/dev/null
@@ -109,5 +129,6 @@ wine_end() {
     wine_server=
     wine_display=
     wine_window=
+    wine_watcher=
     trap - EXIT
 }
