@@ -99,6 +99,26 @@ TEST_F(ChildProcessTest, AKilledProgramHasEnded)
     EXPECT_TRUE(waitForEnd());
 }
 
+TEST_F(ChildProcessTest, AProgramEndsWithItsObject)
+{
+    const StandinSlave standin("connect\nhang");
+    juce::StreamingSocket door;
+    ASSERT_TRUE(door.createListener(0, "127.0.0.1"));
+    std::unique_ptr<juce::StreamingSocket> connection;
+
+    {
+        platform::ChildProcess shortLived;
+        const auto port = juce::String(door.getBoundPort());
+        ASSERT_EQ(shortLived.launch(standin.getFile(), "slave --daemon-port " + port), 0);
+        connection.reset(door.waitForNextConnection());
+        ASSERT_TRUE(connection);
+    }
+
+    char byte = 0;
+    ASSERT_EQ(connection->waitUntilReady(true, hangLimitMs), 1);
+    EXPECT_LE(connection->read(&byte, 1, true), 0);
+}
+
 /** What only the system behind the POSIX half has: permissions, descriptors, signals, zombies. */
 class ChildProcessPosixTest : public ChildProcessTest
 {
