@@ -1,7 +1,10 @@
 """Trouble with where the log goes: a full disk, a read-only folder, a lost file, a reader that is gone or asleep."""
 
+import fcntl
 import os
 import select
+import sys
+import termios
 import time
 from pathlib import Path
 
@@ -126,6 +129,14 @@ class SleepyReader:
         node.serve(stdout=writer)
         os.close(writer)
 
+    def wait_until_behind(self):
+        """The last bytes of a pipe's pages stay free where the next line does not fit."""
+        nearly_full = fcntl.fcntl(self.pipe, fcntl.F_GETPIPE_SZ) * 3 // 4
+        wait_until(lambda: self._waiting() > nearly_full, "the pipe of the log is full")
+
+    def _waiting(self):
+        return int.from_bytes(fcntl.ioctl(self.pipe, termios.FIONREAD, bytes(4)), sys.byteorder)
+
     def wake(self):
         self.node.output = Output(os.fdopen(self.pipe, "rb"))
         return self.node.output
@@ -186,6 +197,7 @@ def test_stop_waits_for_a_reader_that_sleeps_and_forces_nothing(make_node, make_
     started(node, owner)
     slave = slave_connection(node)
     slave.send_bytes(wire.frame(b"x") * MORE_THAN_A_PIPE_HOLDS)
+    reader.wait_until_behind()  # before its connection is accepted, a slave is told nothing
     owner.request(wire.STOP_REQUEST)
     slave.expect_stop()
     stranger = SlaveConnection(node.port + 1)

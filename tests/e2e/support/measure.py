@@ -1,6 +1,7 @@
 """What a daemon costs its machine, as Linux tells it."""
 
 import os
+import time
 from pathlib import Path
 
 # A program built with a sanitizer keeps books of its own: its memory and address space say nothing about ours.
@@ -33,6 +34,16 @@ def threads(process):
 
 def resident_kilobytes(process):
     return int(_status(process, "VmRSS"))
+
+
+def handles_signals(process):
+    return int(_status(process, "SigCgt"), 16) != 0
+
+
+def age(process):
+    """In seconds."""
+    started = int(Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[19])
+    return time.clock_gettime(time.CLOCK_BOOTTIME) - started / os.sysconf("SC_CLK_TCK")
 
 
 def children(process):

@@ -6,7 +6,7 @@ import subprocess
 import time
 from pathlib import Path
 
-from . import programs, wire
+from . import measure, programs, wire
 from .limits import HANG_LIMIT
 from .output import Output
 from .scenario import GPUS, SLAVE_VERSION, scenario
@@ -16,6 +16,7 @@ FLAGS_FILE = "quelta_daemon_log_flags.txt"
 LOG_FILE = "quelta_daemon_log.txt"
 SLAVE_REPORT = "standin: "
 POLL = 0.01
+BIRTH_LIMIT = 5.0  # seconds
 QUICK_END = 1.0  # seconds; a daemon takes longer when it has to stop a slave that does not obey
 
 
@@ -30,6 +31,16 @@ def processes_in(folder):
             except OSError:
                 continue
     return found
+
+
+def _end_if_never_born(process):
+    """A process that is ended before Wine's server knows it waits for ever for that server's first answer, and no
+    program comes of it. Windows has no such state."""
+    try:
+        if measure.age(process) > BIRTH_LIMIT and not measure.handles_signals(process):
+            os.kill(process, signal.SIGKILL)
+    except OSError:
+        pass  # it has just ended
 
 
 def is_udp_port_bound(port):
@@ -108,7 +119,8 @@ class Node:
     def wait_until_listening(self):
         """The daemon listens for beacons, so its signal handlers are in force and its start-up lines are out."""
         def listening():
-            assert self.process.poll() is None, "the daemon ended instead of serving"
+            ended = self.process.poll()
+            assert ended is None, f"the daemon ended with {ended} instead of serving"
             return is_udp_port_bound(self.port)
 
         wait_until(listening, f"the daemon listens on port {self.port}")
@@ -140,7 +152,14 @@ class Node:
         return wait_until(self.slave_processes, "the slave runs")[0]
 
     def wait_no_slave(self):
-        wait_until(lambda: not self.slave_processes(), "the slave is gone")
+        def gone():
+            slaves = self.slave_processes()
+            if programs.ON_WINDOWS:
+                for slave in slaves:
+                    _end_if_never_born(slave)
+            return not slaves
+
+        wait_until(gone, "the slave is gone")
 
     def assert_no_slave(self):
         """No slave is left now; Wine's processes take a moment to leave after they have ended."""
