@@ -1,6 +1,7 @@
 """A daemon that is itself killed by force leaves no slave behind, whatever the slave was doing."""
 
 import signal
+import subprocess
 import time
 
 import pytest
@@ -10,6 +11,8 @@ from support.ownership import running, start_line, started
 from support.scenario import PUPPET, scenario
 
 SLAVE_GAVE_UP = "standin: without a connection for "
+SLAVE_ID = "standin: pid: "
+TERMINATE = "quelta_windows_terminate.exe"
 STUBBORN = "on-stop ignore\non-lost ignore"
 
 
@@ -19,6 +22,13 @@ def kill_daemon(node):
     assert node.wait_exit() == -signal.SIGKILL
 
 
+def terminate_daemon(node):
+    """TerminateProcess from another program, which takes the latest slave's parent."""
+    slave = [line for line in node.output.lines() if line.startswith(SLAVE_ID)][-1].removeprefix(SLAVE_ID)
+    subprocess.run(programs.command(programs.bin_dir() / TERMINATE, slave), check=True)
+    node.wait_exit()
+
+
 def assert_nothing_left(node):
     node.wait_no_slave()
     # The slave has the same stream, which ends with the last that holds it; Wine's server may hold it for ever.
@@ -26,6 +36,10 @@ def assert_nothing_left(node):
     assert not [line for line in lines if line.startswith(("Stopped logging on ", SLAVE_GAVE_UP))]
 
 
+@pytest.mark.parametrize("end", [
+    kill_daemon,
+    pytest.param(terminate_daemon, marks=pytest.mark.windows_only("Linux knows SIGKILL alone")),
+])
 @pytest.mark.parametrize("settings, run", [
     ("", "connect\ninfo\nwait 300\nbeat 1000"),
     (STUBBORN, "connect\ninfo\nwait 300\nbeat 1000"),
@@ -33,12 +47,12 @@ def assert_nothing_left(node):
     (STUBBORN, "connect\ninfo\nhang"),
     (STUBBORN, "hang"),
 ], ids=["well-behaved", "stubborn", "authenticating", "hanging", "never connected"])
-def test_slave_in_every_state(farm, settings, run):
+def test_slave_in_every_state(farm, settings, run, end):
     node, owner = farm(plays=scenario(run, settings=settings))
     started(node, owner)
     start = start_line(node, owner)
     node.output.wait_match(r"standin: (sending (SLAVE_STATUS|AUTHENTICATING)|hanging)", start)
-    kill_daemon(node)
+    end(node)
     assert_nothing_left(node)
 
 
