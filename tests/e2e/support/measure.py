@@ -5,7 +5,8 @@ import time
 from pathlib import Path
 
 # A program built with a sanitizer keeps books of its own: its memory and address space say nothing about ours.
-SANITIZED = any(name in os.environ for name in ("ASAN_OPTIONS", "TSAN_OPTIONS"))
+THREAD_SANITIZED = "TSAN_OPTIONS" in os.environ
+SANITIZED = THREAD_SANITIZED or "ASAN_OPTIONS" in os.environ
 
 
 def descriptors(process):
