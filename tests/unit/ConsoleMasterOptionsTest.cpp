@@ -12,7 +12,7 @@ namespace quelta {
 
 namespace {
 
-constexpr MasterAddress other{0x0A000005, 21001};
+constexpr MasterAddress rig{0x0A000005, 21001};
 
 struct Parsed
 {
@@ -67,7 +67,7 @@ TEST(ConsoleMasterHostList, ReadsDottedAddressesOnlyInFull)
     for (const auto* bad : {"", "10.0.0", "10.0.0.256", "10.0.0.5.1", "10.0.0.5 ", "a.b.c.d", "10..0.5"})
         EXPECT_EQ(parseIp(bad), std::nullopt) << bad;
 
-    EXPECT_EQ(parseAddress("10.0.0.5:21001"), other);
+    EXPECT_EQ(parseAddress("10.0.0.5:21001"), rig);
     EXPECT_EQ(parseAddress("render07:21001"), std::nullopt);
 }
 
@@ -83,7 +83,7 @@ TEST(ConsoleMasterOptions, FillsInEveryOption)
     EXPECT_EQ(parsed.options.timeoutMs, 250u);
     EXPECT_EQ(parsed.options.text, "me");
     EXPECT_TRUE(parsed.options.json);
-    EXPECT_EQ(parsed.options.actAs, other);
+    EXPECT_EQ(parsed.options.actAs, rig);
 }
 
 TEST(ConsoleMasterOptions, ScanNeedsNodesOrABroadcast)
