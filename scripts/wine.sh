@@ -65,7 +65,8 @@ wine_watch_server() {
 
 # The server says so itself.
 wine_server_has_crashed() {
-    [ -n "$wine_server" ] && ! kill -0 "$wine_server" 2>/dev/null && grep -q 'Assertion .* failed' "$WINEPREFIX/wineserver.log"
+    [ -n "$wine_server" ] && ! kill -0 "$wine_server" 2>/dev/null &&
+        grep -q -e 'Assertion .* failed' -e 'wineserver crashed' "$WINEPREFIX/wineserver.log"
 }
 
 wine_set_up() {
