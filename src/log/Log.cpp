@@ -116,7 +116,10 @@ void addChosenSinks(Log& log)
         addLogSink(writeToLogFile);
 
         if (flags::logFlushTime > 0)
+        {
+            log.flushTimer.reset(); // never two at a time
             log.flushTimer = std::make_unique<Log::LogFlushTimer>();
+        }
     }
 }
 

@@ -21,11 +21,17 @@ void LogFile::writeLine(const char* line)
     stream->write(line, std::strlen(line));
     stream->writeByte('\n');
 
-    if (flags::logForceFlush != 0 && --linesUntilFlush <= 0)
+    if (flags::logForceFlush == 0)
+        return;
+
+    if (linesUntilFlush > 1)
     {
-        stream->flush();
-        linesUntilFlush = flags::logForceFlush;
+        --linesUntilFlush;
+        return;
     }
+
+    stream->flush();
+    linesUntilFlush = flags::logForceFlush;
 }
 
 void LogFile::flush()

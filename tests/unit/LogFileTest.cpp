@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "support/LogCapture.h"
 #include "support/TemporaryFolder.h"
 
@@ -119,7 +121,7 @@ TEST_F(LogFileTest, AForcedFlushComesEverySoManyLines)
 
 TEST_F(LogFileTest, OneOrANegativeCountFlushesEveryLine)
 {
-    for (const auto count : {1, -1, -5})
+    for (const auto count : {1, -1, -5, std::numeric_limits<int32_t>::min()})
     {
         flags::logForceFlush = count;
         logFile.close();
