@@ -1,6 +1,7 @@
 #include "app/SlaveProcess.h"
 
 #include "log/Log.h"
+#include "platform/ChildProcess.h"
 #include "slave/SlaveMonitor.h"
 
 namespace quelta {
@@ -40,7 +41,12 @@ SlaveProcess::SlaveProcess(uint32_t address, uint16_t port, const DaemonSettings
       limits(timeLimits)
 {
     logUnprefixed("\n");
-    startThread();
+
+    if (!startThread())
+    {
+        failed = true;
+        QUELTA_LOG_DAEMON("the system refused the thread that runs the slave");
+    }
 }
 
 SlaveProcess::~SlaveProcess()
@@ -51,21 +57,22 @@ SlaveProcess::~SlaveProcess()
 void SlaveProcess::run()
 {
     SlaveMonitor monitor(settings.daemonPort);
+    platform::ChildProcess slave;
 
-    if (!launch(monitor))
+    if (!launchSlave(slave, monitor))
         return;
 
-    const auto step = watch(monitor);
+    const auto step = watch(slave, monitor);
     slaveVersion = monitor.getSlaveVersion();
     numProvidedGpus = monitor.getNumGpus();
-    conclude(monitor, step);
+    conclude(slave, monitor, step);
 }
 
-bool SlaveProcess::launch(const SlaveMonitor& monitor)
+bool SlaveProcess::launchSlave(platform::ChildProcess& slave, const SlaveMonitor& monitor)
 {
     const auto commandLine =
         buildSlaveCommandLine(settings, masterAddress, masterPort, monitor.getPort(), infoRequest);
-    const auto error = process.launch(settings.slaveExecutable, commandLine);
+    const auto error = slave.launch(settings.slaveExecutable, commandLine);
 
     if (error == 0)
         return true;
@@ -76,14 +83,14 @@ bool SlaveProcess::launch(const SlaveMonitor& monitor)
 }
 
 /** Returns when there is nothing more to watch: the slave has ended or has to be stopped. */
-SlaveNextStep SlaveProcess::watch(const SlaveMonitor& monitor)
+SlaveNextStep SlaveProcess::watch(platform::ChildProcess& slave, const SlaveMonitor& monitor)
 {
     bool initialisedSeen = false;
 
     while (!threadShouldExit())
     {
         sleep(slavePollIntervalMs);
-        const auto verdict = judgeSlave(observe(monitor), limits);
+        const auto verdict = judgeSlave(observe(slave, monitor), limits);
 
         if (verdict.hang != SlaveHang::none)
         {
@@ -108,17 +115,17 @@ SlaveNextStep SlaveProcess::watch(const SlaveMonitor& monitor)
 
 /** The status is read after the exit state, so that the last message of a slave that has ended still counts.
  */
-SlaveObservation SlaveProcess::observe(const SlaveMonitor& monitor)
+SlaveObservation SlaveProcess::observe(platform::ChildProcess& slave, const SlaveMonitor& monitor)
 {
     SlaveObservation seen;
-    seen.running = process.isRunning();
+    seen.running = slave.isRunning();
     monitor.getStatus(seen.status, seen.millisecondsSinceLastMessage);
     seen.askedToStop = threadShouldExit();
     seen.infoRequest = infoRequest;
     return seen;
 }
 
-void SlaveProcess::conclude(SlaveMonitor& monitor, SlaveNextStep step)
+void SlaveProcess::conclude(platform::ChildProcess& slave, SlaveMonitor& monitor, SlaveNextStep step)
 {
     if (step == SlaveNextStep::crashed)
     {
@@ -126,7 +133,7 @@ void SlaveProcess::conclude(SlaveMonitor& monitor, SlaveNextStep step)
         logUnprefixed("slave crashed or was stopped via CTRL-C");
     }
 
-    const bool stillRunning = step == SlaveNextStep::stop && !stopGracefully(monitor);
+    const bool stillRunning = step == SlaveNextStep::stop && !stopGracefully(slave, monitor);
 
     if (failed && hasListener())
         owner->notifySlaveFailed();
@@ -134,12 +141,12 @@ void SlaveProcess::conclude(SlaveMonitor& monitor, SlaveNextStep step)
     if (stillRunning)
     {
         logUnprefixed("slave didn't stop gracefully, killing process by force");
-        process.kill();
+        slave.kill();
     }
 }
 
 /** Asks the slave to end and waits for it; false if it is still there when its time is up. */
-bool SlaveProcess::stopGracefully(SlaveMonitor& monitor)
+bool SlaveProcess::stopGracefully(platform::ChildProcess& slave, SlaveMonitor& monitor)
 {
     monitor.sendStopMessage();
     const auto asked = juce::Time::getMillisecondCounter();
@@ -148,7 +155,7 @@ bool SlaveProcess::stopGracefully(SlaveMonitor& monitor)
     {
         sleep(slavePollIntervalMs);
 
-        if (!process.isRunning())
+        if (!slave.isRunning())
             return true;
 
         if (juce::Time::getMillisecondCounter() - asked >= limits.gracefulStop)

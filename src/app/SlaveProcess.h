@@ -15,9 +15,12 @@
 
 #include "app/DaemonSettings.h"
 #include "app/SlaveJudgement.h"
-#include "platform/ChildProcess.h"
 
 namespace quelta {
+
+namespace platform {
+class ChildProcess;
+}
 
 class SlaveMonitor;
 
@@ -51,17 +54,18 @@ public:
     uint32_t getSlaveVersion() const { return slaveVersion; }
     uint32_t getNumProvidedGpus() const { return numProvidedGpus; }
 
-    /** Whether the launch failed, the slave hung or it ended unexpectedly. Any thread. */
+    /** Whether the launch failed (so also if the system refused the thread), the slave hung or it ended
+       unexpectedly. Any thread. */
     bool hasFailed() const { return failed; }
 
     void run() override;
 
 private:
-    bool launch(const SlaveMonitor& monitor);
-    SlaveNextStep watch(const SlaveMonitor& monitor);
-    SlaveObservation observe(const SlaveMonitor& monitor);
-    void conclude(SlaveMonitor& monitor, SlaveNextStep step);
-    bool stopGracefully(SlaveMonitor& monitor);
+    bool launchSlave(platform::ChildProcess& slave, const SlaveMonitor& monitor);
+    SlaveNextStep watch(platform::ChildProcess& slave, const SlaveMonitor& monitor);
+    SlaveObservation observe(platform::ChildProcess& slave, const SlaveMonitor& monitor);
+    void conclude(platform::ChildProcess& slave, SlaveMonitor& monitor, SlaveNextStep step);
+    bool stopGracefully(platform::ChildProcess& slave, SlaveMonitor& monitor);
     bool hasListener() const { return !infoRequest && owner != nullptr; }
 
     const uint32_t masterAddress;
@@ -73,8 +77,6 @@ private:
     std::atomic<bool> failed{false};
     SlaveProcessOwner* const owner;
     const SlaveTimeLimits limits;
-
-    platform::ChildProcess process; ///< Used by this thread only.
 };
 
 /** The slave's command line, as one text. `monitorPort` is where the slave reports to. */

@@ -7,8 +7,11 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 
 #include <juce_events/juce_events.h>
+
+#include "log/Log.h"
 
 namespace quelta::platform {
 
@@ -52,7 +55,11 @@ void restoreDefaultInterrupt()
 void installQuitHandlers()
 {
     if (pipe2(wakePipe.data(), O_CLOEXEC | O_NONBLOCK) != 0)
-        return; // without a way to the message loop the default handling is the better one
+    {
+        // Without a way to the message loop the default handling is the better one.
+        QUELTA_LOG_DAEMON("signals end the daemon without a shutdown: %s", std::strerror(errno));
+        return;
+    }
 
     juce::LinuxEventLoop::registerFdCallback(wakePipe[0], [](int pipe) {
         char byte = 0;

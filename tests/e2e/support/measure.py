@@ -37,6 +37,10 @@ def resident_kilobytes(process):
     return int(_status(process, "VmRSS"))
 
 
+def address_space_kilobytes(process):
+    return int(_status(process, "VmSize"))
+
+
 def handles_signals(process):
     return int(_status(process, "SigCgt"), 16) != 0
 
