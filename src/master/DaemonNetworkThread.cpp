@@ -12,6 +12,7 @@ namespace quelta {
 namespace {
 
 constexpr int tickMs = 500;
+constexpr int failureNotificationPollMs = 100;
 constexpr uint32_t failedAttemptsBudgetMs = 1000; ///< Per tick, so that requests are served in between.
 
 /** Far more than any network has; whoever invents masters gets no further, and not at the memory. */
@@ -31,7 +32,10 @@ DaemonNetworkThread::DaemonNetworkThread(const DaemonSettings& daemonSettings, u
       discovery(std::make_unique<MasterDiscovery>(daemonSettings.daemonPort))
 {
     discovery->setListener(this);
-    discovery->startThread();
+
+    if (!discovery->startThread())
+        QUELTA_LOG_DAEMON("the system refused the thread that listens for masters");
+
     startTimer(tickMs);
 }
 
@@ -149,7 +153,8 @@ bool DaemonNetworkThread::connectWithReserve(MasterConnection& connection,
     if (!freeDescriptors)
         freeDescriptors = platform::countFreeDescriptors();
 
-    if (*freeDescriptors <= descriptorReserve)
+    // The owner has left its place free; it must not lose its slave for the lack of one.
+    if (&connection != ownerConnection && *freeDescriptors <= descriptorReserve)
     {
         QUELTA_LOG_DAEMON("not connecting to master %s: only %d file descriptors left",
                           formatAddress(connection.getAddress()).c_str(), *freeDescriptors);
@@ -297,19 +302,22 @@ void DaemonNetworkThread::notifySlaveRunning()
 
 void DaemonNetworkThread::notifySlaveFailed()
 {
-    const LockUnlessExiting held(lock);
-
-    if (!held.isLocked() || replacedSlaves.contains(juce::Thread::getCurrentThread()))
-        return;
-
-    if (ownerConnection == nullptr)
     {
-        logError("detected a slave crash, although no master is bound to it?!?");
-        return;
+        const LockUnlessExiting held(lock, failureNotificationPollMs);
+
+        if (!held.isLocked() || replacedSlaves.contains(juce::Thread::getCurrentThread()))
+            return;
+
+        if (ownerConnection != nullptr)
+        {
+            QUELTA_LOG_DAEMON("notifying master %s that the slave has crashed",
+                              formatAddress(ownerAddress).c_str());
+            sendStatus(MasterMessageType::SLAVE_FAILED, *ownerConnection);
+            return;
+        }
     }
 
-    QUELTA_LOG_DAEMON("notifying master %s that the slave has crashed", formatAddress(ownerAddress).c_str());
-    sendStatus(MasterMessageType::SLAVE_FAILED, *ownerConnection);
+    logError("detected a slave crash, although no master is bound to it?!?");
 }
 
 MasterDaemonMessage::Bytes DaemonNetworkThread::buildMasterMessage(MasterMessageType type) const

@@ -20,21 +20,26 @@ void pause(int milliseconds)
 
 } // namespace
 
-LockUnlessExiting::LockUnlessExiting(const juce::CriticalSection& lockToTake) : lock(lockToTake)
+LockUnlessExiting::LockUnlessExiting(const juce::CriticalSection& lockToTake, int pollMs) : lock(lockToTake)
 {
     for (int attempt = 0, pauseMs = 1; !(locked = lock.tryEnter()); ++attempt)
     {
         if (juce::Thread::currentThreadShouldExit())
             return;
 
-        if (attempt < triesBeforePausing)
+        if (pollMs > 0)
+        {
+            pause(pollMs);
+        }
+        else if (attempt < triesBeforePausing)
         {
             juce::Thread::yield();
-            continue;
         }
-
-        pause(pauseMs);
-        pauseMs = std::min(2 * pauseMs, longestPauseMs);
+        else
+        {
+            pause(pauseMs);
+            pauseMs = std::min(2 * pauseMs, longestPauseMs);
+        }
     }
 }
 

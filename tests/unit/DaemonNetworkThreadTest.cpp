@@ -45,6 +45,27 @@ TEST_F(DaemonNetworkThreadTest, AMasterIsRegisteredOnceHoweverOftenItIsHeard)
     EXPECT_EQ(countLines("connected to master " + master->getName()), 1);
 }
 
+TEST_F(DaemonNetworkThreadTest, MastersAreConnectedInTheOrderOfTheirAddresses)
+{
+    std::vector<std::unique_ptr<FakeMaster>> masters(5);
+    std::generate(masters.begin(), masters.end(), [] { return std::make_unique<FakeMaster>(); });
+    std::sort(masters.begin(), masters.end(),
+              [](const auto& a, const auto& b) { return a->getAddress().port > b->getAddress().port; });
+
+    for (const auto& master : masters)
+        daemon->masterDetected(master->getAddress());
+
+    log.clear();
+    tick();
+
+    Lines expected;
+
+    for (auto master = masters.rbegin(); master != masters.rend(); ++master)
+        expected.push_back("connected to master " + (*master)->getName());
+
+    EXPECT_EQ(log.lines(), expected);
+}
+
 TEST_F(DaemonNetworkThreadTest, ABeaconIsEnoughToBeConnected)
 {
     FakeMaster master;

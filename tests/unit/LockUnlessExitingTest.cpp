@@ -30,7 +30,7 @@ public:
         if (exitAtOnce)
             signalThreadShouldExit();
 
-        const LockUnlessExiting held(lock);
+        const LockUnlessExiting held(lock, pollMs);
         outcome = held.isLocked() ? Outcome::locked : Outcome::gaveUp;
     }
 
@@ -51,7 +51,8 @@ public:
         return outcome;
     }
 
-    bool exitAtOnce = false; ///< Before the thread is started.
+    bool exitAtOnce = false; ///< Both are set before the thread is started.
+    int pollMs = 0;
     std::atomic<bool> begun{false};
     std::atomic<Outcome> outcome{Outcome::unknown};
 
@@ -115,6 +116,21 @@ TEST_F(LockUnlessExitingTest, AFrameworkThreadWaitsForTheLock)
     EXPECT_TRUE(isFree());
 }
 
+TEST_F(LockUnlessExitingTest, APollingThreadTriesNoSoonerThanItsInterval)
+{
+    TakingThread thread(lock);
+    thread.pollMs = 300;
+    const auto taken = timeOf([this, &thread] {
+        {
+            const juce::ScopedLock sl(lock);
+            thread.startAndWait();
+        }
+
+        EXPECT_EQ(thread.waitForOutcome(), Outcome::locked);
+    });
+    EXPECT_GE(taken, 290u);
+}
+
 TEST_F(LockUnlessExitingTest, AFrameworkThreadGivesUpOnceItIsAskedToExit)
 {
     TakingThread thread(lock);
@@ -132,6 +148,16 @@ TEST_F(LockUnlessExitingTest, TheHolderMayWaitForTheThreadThatWantsTheLock)
 
     // A pause of the waiting thread ends with the request; 32 ms is the longest it could sleep on.
     EXPECT_LT(timeOf([&thread] { EXPECT_TRUE(thread.stopThread(10'000)); }), 1'000u);
+    EXPECT_EQ(thread.outcome, Outcome::gaveUp);
+}
+
+TEST_F(LockUnlessExitingTest, APollingThreadGivesUpBeforeItsIntervalIsOver)
+{
+    TakingThread thread(lock);
+    thread.pollMs = 60'000;
+    const juce::ScopedLock sl(lock);
+    thread.startAndWait();
+    thread.stopThread(-1);
     EXPECT_EQ(thread.outcome, Outcome::gaveUp);
 }
 
