@@ -68,7 +68,7 @@ def beacon_socket():
 
 @pytest.fixture
 def make_node(tmp_path, ports):
-    """Makes nodes whose daemons and slaves end with the test."""
+    """Makes nodes whose daemons and slaves end with the test, and whose daemons must not have ended a thread by force."""
     nodes = []
 
     def make(**settings):
@@ -79,6 +79,8 @@ def make_node(tmp_path, ports):
     yield make
     for node in nodes:
         node.close()
+    for node in nodes:
+        node.assert_nothing_forced()
 
 
 @pytest.fixture

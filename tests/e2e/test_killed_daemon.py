@@ -11,7 +11,6 @@ from support.ownership import running, start_line, started
 from support.scenario import PUPPET, scenario
 
 SLAVE_GAVE_UP = "standin: without a connection for "
-SLAVE_ID = "standin: pid: "
 TERMINATE = "quelta_windows_terminate.exe"
 STUBBORN = "on-stop ignore\non-lost ignore"
 
@@ -24,8 +23,7 @@ def kill_daemon(node):
 
 def terminate_daemon(node):
     """TerminateProcess from another program, which takes the latest slave's parent."""
-    slave = [line for line in node.output.lines() if line.startswith(SLAVE_ID)][-1].removeprefix(SLAVE_ID)
-    subprocess.run(programs.command(programs.bin_dir() / TERMINATE, slave), check=True)
+    subprocess.run(programs.command(programs.bin_dir() / TERMINATE, node.slave_id()), check=True)
     node.wait_exit()
 
 

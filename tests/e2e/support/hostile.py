@@ -7,19 +7,12 @@ from contextlib import contextmanager
 from . import wire
 from .limits import HANG_LIMIT
 
-FORCED = "!! killing thread by force !!"
-
 
 def timed(action, *arguments):
     """How many seconds it took."""
     begin = time.monotonic()
     action(*arguments)
     return time.monotonic() - begin
-
-
-def assert_nothing_forced(lines):
-    """The framework tells when it ends a thread by force; with the flag logJuce its words are in the log."""
-    assert not [line for line in lines if FORCED in line], lines
 
 
 def flood(beacon_socket, node, datagram, count):

@@ -15,6 +15,8 @@ USUAL_FLAGS = "daemon daemonDetail logPrefix"
 FLAGS_FILE = "quelta_daemon_log_flags.txt"
 LOG_FILE = "quelta_daemon_log.txt"
 SLAVE_REPORT = "standin: "
+SLAVE_ID = SLAVE_REPORT + "pid: "
+FORCED = "!! killing thread by force !!"
 POLL = 0.01
 BIRTH_LIMIT = 5.0  # seconds
 QUICK_END = 1.0  # seconds; a daemon takes longer when it has to stop a slave that does not obey
@@ -129,6 +131,12 @@ class Node:
         """What the daemon itself has printed; its slave writes to the same stream."""
         return [line for line in self.output.lines() if not line.startswith(SLAVE_REPORT)]
 
+    def assert_nothing_forced(self):
+        """The framework tells when it ends a thread by force; with the flag logJuce its words are in the log."""
+        log = self.log_file.read_text(errors="replace").splitlines() if self.log_file.is_file() else []
+        for lines in (self.output.lines() if self.output else [], self.errors.lines() if self.errors else [], log):
+            assert not [line for line in lines if FORCED in line], lines
+
     def slave_report(self, text, after=-1):
         """Waits for a line of the stand-in slave."""
         return self.output.wait(SLAVE_REPORT + text, after)
@@ -144,6 +152,11 @@ class Node:
         self.interrupt()
         assert self.wait_exit() == 0
         return self.output and self.output.rest() and self.own_lines()
+
+    def slave_id(self):
+        """The latest slave's own idea of its id, which Windows programs understand."""
+        reports = [line for line in self.output.lines() if line.startswith(SLAVE_ID)]
+        return reports[-1].removeprefix(SLAVE_ID)
 
     def slave_processes(self):
         return processes_in(self.slave.parent)
