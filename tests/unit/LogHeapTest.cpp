@@ -1,12 +1,15 @@
-// Lines are built and written without the heap: the operators that take memory from it are replaced in this
-// program, and count. Except under a sanitizer, which brings its own.
+// Lines are built and written without the heap: what takes memory from it is replaced in this program, the
+// operators and the C library's functions, and counts. Except under a sanitizer, which brings its own
+// operators.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
 #include "log/LogCore.h"
 #include "support/LogCapture.h"
+#include "support/StandardStreamCapture.h"
 #include "support/TemporaryFolder.h"
 
 #if defined(__has_feature)
@@ -17,16 +20,49 @@
 
 namespace {
 
-thread_local int allocations = 0;
+/** Null while nobody counts. Not a thread-local count, which may itself take memory at its first use. */
+std::atomic<void*> countedThread{nullptr};
+std::atomic<int> allocations{0};
+
+void countAllocation()
+{
+    if (auto* const counted = countedThread.load();
+        counted != nullptr && counted == juce::Thread::getCurrentThreadId())
+        ++allocations;
+}
 
 } // namespace
+
+// What the linker makes of the calls of malloc and its kin in this program.
+extern "C" {
+
+void* __real_malloc(size_t);
+void* __real_calloc(size_t, size_t);
+void* __real_realloc(void*, size_t);
+
+void* __wrap_malloc(size_t size)
+{
+    countAllocation();
+    return __real_malloc(size);
+}
+
+void* __wrap_calloc(size_t count, size_t size)
+{
+    countAllocation();
+    return __real_calloc(count, size);
+}
+
+void* __wrap_realloc(void* memory, size_t size)
+{
+    countAllocation();
+    return __real_realloc(memory, size);
+}
+}
 
 #ifndef QUELTA_SANITIZER_OPERATORS
 
 static void* allocate(std::size_t size)
 {
-    ++allocations;
-
     if (auto* const memory = std::malloc(size > 0 ? size : 1))
         return memory;
 
@@ -71,9 +107,11 @@ namespace {
 template <typename Action>
 int countAllocations(Action action)
 {
-    const auto before = allocations;
+    allocations = 0;
+    countedThread = juce::Thread::getCurrentThreadId();
     action();
-    return allocations - before;
+    countedThread = nullptr;
+    return allocations;
 }
 
 int linesSeen = 0;
@@ -87,6 +125,7 @@ protected:
         GTEST_SKIP() << "a sanitizer's operators do not count";
 #endif
         ASSERT_EQ(countAllocations([] { ::operator delete(::operator new(1)); }), 1);
+        ASSERT_EQ(countAllocations([] { const juce::HeapBlock<char> block(1); }), 1);
         linesSeen = 0;
         LogCapture::removeAllSinks(); // the capture itself keeps its lines on the heap
         addLogSink([](const char*) { ++linesSeen; });
@@ -130,6 +169,24 @@ TEST_F(LogHeapTest, LinesReachAnOpenFileWithoutTheHeap)
     EXPECT_EQ(taken, 0);
     file.close();
     EXPECT_EQ(folder.getChild("log.txt").getSize(), 15 + 100 * 200'001);
+}
+
+TEST_F(LogHeapTest, LinesReachARedirectedStreamWithoutTheHeap)
+{
+    for (const auto stream : {1, 2})
+    {
+        flags::logToStdout = stream;
+        StandardStreamCapture capture(stream == 2 ? stderr : stdout);
+        writeToConsole("makes the stream take its buffer");
+
+        const auto taken = countAllocations([this] {
+            for (int i = 0; i < 100; ++i)
+                writeToConsole(longText.c_str());
+        });
+        capture.stop();
+        EXPECT_EQ(taken, 0);
+        EXPECT_EQ(capture.getWritten().size(), 33 + 100 * 200'001u);
+    }
 }
 
 } // namespace

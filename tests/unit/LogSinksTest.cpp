@@ -4,6 +4,7 @@
 
 #include "log/LogCore.h"
 #include "platform/Console.h"
+#include "support/DebugOutputCapture.h"
 #include "support/LogCapture.h"
 #include "support/StandardStreamCapture.h"
 
@@ -83,6 +84,15 @@ TEST_F(LogSinkTableTest, SixteenSinksAreTheLimit)
     EXPECT_FALSE(addLogSink(sinks[3])); // even one that is there
     logUnprefixed("1");
     EXPECT_EQ(calls, "a1 b1 c1 d1 e1 f1 g1 h1 i1 j1 k1 l1 m1 n1 o1 p1 ");
+}
+
+TEST_F(LogSinkTableTest, TheDebugSinkSendsEachLineToTheDebuggerOrTheSystemLog)
+{
+    const DebugOutputCapture capture;
+    addLogSink(writeToDebugConsole);
+    logUnprefixed("100 %% of it");
+    logUnprefixed("%%s is no format");
+    EXPECT_EQ(DebugOutputCapture::getReceived(), "100 % of it\n%s is no format\n");
 }
 
 /** A console that keeps what it is told. */

@@ -1,0 +1,42 @@
+#include "DebugOutputCapture.h"
+
+#include <windows.h>
+
+namespace quelta::test {
+
+namespace {
+
+std::string received;
+void* handler = nullptr;
+
+/** The system raises a text for a debugger as an exception, which whoever handles it first may keep. */
+LONG CALLBACK keepText(EXCEPTION_POINTERS* exception)
+{
+    const auto& record = *exception->ExceptionRecord;
+
+    if (record.ExceptionCode != DBG_PRINTEXCEPTION_C)
+        return EXCEPTION_CONTINUE_SEARCH;
+
+    received += reinterpret_cast<const char*>(record.ExceptionInformation[1]);
+    return EXCEPTION_CONTINUE_EXECUTION;
+}
+
+} // namespace
+
+DebugOutputCapture::DebugOutputCapture()
+{
+    received.clear();
+    handler = AddVectoredExceptionHandler(TRUE, keepText);
+}
+
+DebugOutputCapture::~DebugOutputCapture()
+{
+    RemoveVectoredExceptionHandler(handler);
+}
+
+std::string DebugOutputCapture::getReceived()
+{
+    return received;
+}
+
+} // namespace quelta::test
