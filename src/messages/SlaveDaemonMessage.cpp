@@ -40,15 +40,15 @@ bool SlaveDaemonMessage::fromData(const void* data, size_t length, SlaveDaemonMe
 
     const auto* bytes = static_cast<const uint8_t*>(data);
 
-    if (readLittleEndian32(bytes + SlaveOffset::header) != headerValue)
+    if (readLittleEndian32(bytes + SlaveOffset::header) != header)
     {
         logError("slave daemon message had invalid header");
         return false;
     }
 
-    if (const auto version = readLittleEndian32(bytes + SlaveOffset::version); version != versionValue)
+    if (const auto sent = readLittleEndian32(bytes + SlaveOffset::version); sent != version)
     {
-        logError("slave daemon message had invalid version (%u)", version);
+        logError("slave daemon message had invalid version (%u)", sent);
         return false;
     }
 
@@ -69,8 +69,8 @@ bool SlaveDaemonMessage::fromData(const void* data, size_t length, SlaveDaemonMe
 SlaveDaemonMessage::Bytes SlaveDaemonMessage::encode() const
 {
     Bytes bytes{};
-    writeLittleEndian32(&bytes[SlaveOffset::header], headerValue);
-    writeLittleEndian32(&bytes[SlaveOffset::version], versionValue);
+    writeLittleEndian32(&bytes[SlaveOffset::header], header);
+    writeLittleEndian32(&bytes[SlaveOffset::version], version);
     writeLittleEndian32(&bytes[SlaveOffset::type], static_cast<uint32_t>(type));
     writeLittleEndian32(&bytes[SlaveOffset::numGpus], numGpus);
     writeLittleEndian32(&bytes[SlaveOffset::slaveVersion], slaveVersion);

@@ -29,8 +29,8 @@ enum SlaveStatus : uint32_t
 struct SlaveDaemonMessage
 {
     static constexpr size_t size = 20; ///< Bytes on the wire.
-    static constexpr uint32_t headerValue = 0x7FCE720D;
-    static constexpr uint32_t versionValue = 1;
+    static constexpr uint32_t header = 0x7FCE720D;
+    static constexpr uint32_t version = 1;
     static constexpr uint32_t highestType = 5; ///< Types up to this are valid, though four have a meaning.
 
     using Bytes = std::array<uint8_t, size>;

@@ -128,6 +128,24 @@ TEST_F(MasterDaemonMessageTest, AReceivedRecordIsReadFromItsBytes)
     EXPECT_EQ(log.lines(), Lines{});
 }
 
+/** The beacon by which the wire is explained to authors of masters. */
+TEST_F(MasterDaemonMessageTest, ABeaconIsReadFromItsBytes)
+{
+    EXPECT_TRUE(
+        receive("41 43 23 00 08 00 00 00 00 00 00 00 05 00 00 0A "
+                "08 52 00 00 61 72 74 69 73 74 20 37 00 00 00 00 "
+                "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+                "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+                "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+                "00 00 00 00 00 00 00 00 00 00 00 00"));
+    EXPECT_EQ(message.type, MasterMessageType::SCAN_REQUEST);
+    EXPECT_EQ(message.masterAddress, (MasterAddress{0x0A000005, 21000}));
+    EXPECT_EQ(textBeforeNul(message.masterText), "artist 7");
+    EXPECT_EQ(textBeforeNul(message.slaveAlias), "");
+    EXPECT_EQ(message.numGpus, 0u);
+    EXPECT_EQ(message.slaveVersion, 0u);
+}
+
 TEST_F(MasterDaemonMessageTest, ThePaddingIsNotInterpreted)
 {
     auto bytes = fromHex(slaveRunningBytes);

@@ -52,6 +52,17 @@ TEST_F(SlaveDaemonMessageTest, AReceivedInformationIsReadFromItsBytes)
     EXPECT_EQ(log.lines(), Lines{});
 }
 
+/** The information by which the wire is explained to authors of slaves. */
+TEST_F(SlaveDaemonMessageTest, AnInformationOfVersion4000000HasTheseBytes)
+{
+    const std::string bytes = "0D 72 CE 7F 01 00 00 00 01 00 00 00 02 00 00 00 00 09 3D 00 ";
+    EXPECT_TRUE(receive(bytes));
+    EXPECT_EQ(message.type, SlaveMessageType::SLAVE_INFO);
+    EXPECT_EQ(message.numGpus, 2u);
+    EXPECT_EQ(message.slaveVersion, 4'000'000u);
+    EXPECT_EQ(toHex(message.encode()), bytes);
+}
+
 TEST_F(SlaveDaemonMessageTest, AnInformationWithoutGpusIsValid)
 {
     EXPECT_TRUE(receive("0D 72 CE 7F 01 00 00 00 01 00 00 00 00 00 00 00 2A 00 00 00"));
