@@ -1,6 +1,7 @@
 """Connections to masters that break, come back or are lost, and what becomes of their slave."""
 
 from support import wire
+from support.hostile import timed
 from support.output import daemon_line
 from support.ownership import running, stopped
 from support.scenario import scenario
@@ -15,6 +16,18 @@ def test_dropped_connection_is_made_again(farm):
                                daemon_line(f"connected to master {master}")])
     master.expect_silence(node.status(wire.DAEMON_STATUS))
     assert node.own_lines().count(daemon_line(f"detected new master on address {master}")) == 1
+
+
+def test_connections_are_made_at_ticks_of_half_a_second(farm):
+    """A connection that drops as soon as it is made waits for a whole tick; the quickest of five shows its length."""
+    node, master = farm()
+
+    def reconnect():
+        master.connection.close()
+        master.accept()
+
+    reconnect()  # from here on just behind a tick
+    assert 0.4 < min(timed(reconnect) for _ in range(5)) < 1
 
 
 def test_connection_that_the_master_half_closes_is_made_again(farm):

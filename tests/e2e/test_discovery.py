@@ -127,6 +127,23 @@ def test_port_in_use_ends_discovery_but_not_the_daemon(make_node):
     assert "            closing down all existing master connections (0)..." in lines
 
 
+def test_port_is_shared_with_nobody(make_node):
+    """Two may listen on one port if both ask for that, and then only one of them hears a beacon."""
+    node = make_node().serve()
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as intruder:
+        intruder.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        with pytest.raises(OSError) as refused:
+            intruder.bind(("0.0.0.0", node.port))
+    assert refused.value.errno == errno.EADDRINUSE
+
+
+@pytest.mark.parametrize("ip", ["127.0.0.1", "127.0.0.2", "127.255.255.254"])
+def test_beacon_is_heard_on_every_address_of_the_machine(make_node, make_master, beacon_socket, ip):
+    node, master = make_node().serve(), make_master()
+    beacon_socket.sendto(master.record(wire.SCAN_REQUEST), (ip, node.port))
+    master.accept()
+
+
 def test_two_daemons_on_one_machine(make_node, make_master):
     nodes = [make_node(alias=alias).serve() for alias in ("left", "right")]
     master = make_master()

@@ -3,10 +3,11 @@
 import pytest
 
 from support import wire
-from support.output import daemon_line, error_line
+from support.output import daemon_line, error_line, plain_line
 from support.ownership import running, started, stopped
 
 NOTHING = "00000000" * 8
+LAUNCH = [plain_line(""), ""]
 
 
 def test_scan_reply_byte_for_byte(farm):
@@ -208,6 +209,25 @@ def test_detail_is_logged_without_the_general_flag(farm):
         daemon_line("received heartbeat message 'SLAVE_INFO' from slave"),
         daemon_line("slave has version 4000000 and provides 1 GPU(s)")])
     assert daemon_line(f"starting slave for master {master}") not in node.quit()
+
+
+def test_without_flags_only_errors_and_the_slaves_failures_are_logged(farm):
+    node, owner, other = farm(2, flags="logPrefix")
+    serving = len(node.own_lines())
+    other.request(7)
+    other.expect(node.status(wire.UNEXPECTED_REPLY))
+    running(node, owner, other)
+    other.request(wire.STEAL_REQUEST)
+    other.expect(*(node.status(kind, other) for kind in (wire.DAEMON_STATUS, wire.STEAL_REPLY, wire.SLAVE_RUNNING)))
+    owner.expect(node.status(wire.DAEMON_STATUS, other))
+    node.kill_slave()
+    other.expect(node.status(wire.SLAVE_FAILED, other))
+    stopped(node, other, owner)
+    running(node, owner, other)
+    lines = node.quit()[serving:-3]
+    assert lines == [error_line("unexpected message type (7)"), *LAUNCH, *LAUNCH,
+                     plain_line("slave crashed or was stopped via CTRL-C"), *LAUNCH,
+                     plain_line("closing down all existing master connections (2)...")]
 
 
 def test_requests_in_one_packet_are_answered_in_order(farm):

@@ -134,13 +134,14 @@ def test_shutdown_in_a_flood_takes_less_than_a_second(farm, beacon_socket):
 
 
 @pytest.mark.linux_only("Wine reports the end of a process by a signal in its own way")
-def test_second_interrupt_ends_a_slow_shutdown_at_once(farm):
+@pytest.mark.parametrize("second", [signal.SIGINT, signal.SIGTERM])
+def test_second_signal_ends_a_slow_shutdown_at_once(farm, second):
     node, owner = farm(plays=scenario(settings="on-stop ignore\non-lost ignore"))
     running(node, owner)
     node.interrupt()
     node.output.wait(daemon_line(f"stopping Quelta slave for master {owner}"))
-    node.interrupt()
-    assert node.wait_exit() == -signal.SIGINT
+    node.interrupt(second)
+    assert node.wait_exit() == -second
     node.wait_no_slave()
 
 

@@ -50,6 +50,13 @@ def test_invalid_record_is_told_and_dropped(watched, record, complaint):
     owner.expect_silence(node.status(wire.DAEMON_STATUS, owner))
 
 
+def test_slave_may_come_by_any_address_of_the_machine(farm):
+    node, owner = farm(plays=scenario(PUPPET))
+    slave = puppet(node, owner, slave_ip="127.0.0.2")
+    slave.send(bytes.fromhex(GOOD_STATUS))
+    node.output.wait(HEARTBEAT)
+
+
 def test_record_of_a_megabyte(watched):
     node, _, slave = watched
     slave.send(b"\x0d" * 1048576)

@@ -3,6 +3,7 @@
 import pytest
 
 from support import programs
+from support.output import error_line, plain_line
 from support.scenario import scenario
 from support.transcript import INFORMATION_RUN, between_start_and_stop
 
@@ -93,3 +94,29 @@ def test_last_port_of_all_leaves_none_for_the_slave(make_node):
     assert [line for line in output if line.startswith("standin: argument 6")] == ["standin: argument 6: [0]"]
     assert between_start_and_stop(node.own_lines()) == [
         *INFORMATION_RUN, "could not find a free socket to monitor slave", "slave crashed or was stopped via CTRL-C"]
+
+
+@pytest.mark.parametrize("port, slave, plays, line", [
+    ("5130", "missing", "", error_line('"{missing}" is not an existing file.')),
+    ("80", "slave", "", error_line("daemon port 80 is invalid, should be in range 1024..65535")),
+    ("5130", "slave", "exit 0", plain_line("slave crashed or was stopped via CTRL-C")),
+], ids=["no slave", "low port", "crash"])
+def test_errors_are_tagged_and_what_the_slave_does_is_not(make_node, port, slave, plays, line):
+    node = make_node(flags="logPrefix", plays=scenario(information=plays))
+    missing = programs.native_path(node.folder / "missing")
+    node.start(["--port", port, "--slave", missing if slave == "missing" else programs.native_path(node.slave)])
+    node.output.rest()
+    assert node.own_lines()[2:-3][-1] == line.format(missing=missing)
+    assert node.wait_exit() == 0
+
+
+def test_error_of_a_failed_launch_is_tagged(make_node):
+    node = make_node(flags="logPrefix")
+    node.slave.unlink()
+    node.slave.write_text("echo I am no program\n")
+    node.slave.chmod(0o755)
+    node.start()
+    lines = node.output.rest()
+    assert lines[2:3] == [plain_line("Launching slave to gather information:")]
+    assert lines[-4] == error_line(f"failed to launch Quelta slave: {193 if programs.ON_WINDOWS else 8}")
+    assert node.wait_exit() == 0

@@ -158,12 +158,15 @@ TEST_F(SlaveMonitorTest, MessagesThatAreNotTheSlavesAreRefusedAndAreNoHeartBeat)
 TEST_F(SlaveMonitorTest, MalformedMessagesAreReportedTwiceAndChangeNothing)
 {
     const auto slave = connect();
+    ASSERT_TRUE(waitUntil([this] { return getSilence() >= 50; }));
+
     const auto expectRejected = [this, &slave](const std::string& hex, const std::string& text) {
         log.clear();
         slave->say(hex);
         EXPECT_TRUE(log.waitForLine("received invalid message from slave"));
         EXPECT_EQ(log.lines(), (Lines{text, "received invalid message from slave"}));
         EXPECT_EQ(getStatus(), STATUS_STARTING);
+        EXPECT_GE(getSilence(), 50u);
     };
 
     expectRejected("0D 72 CE 7F 01 00 00 00 02 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00",
@@ -194,9 +197,11 @@ TEST_F(SlaveMonitorTest, ASlaveThatComesBackIsTurnedAway)
         const auto slave = connect();
         slave->sayInfo();
         ASSERT_TRUE(waitForStatus(STATUS_INITIALIZED));
+        ASSERT_TRUE(waitUntil([this] { return getSilence() >= 50; }));
     }
 
     ASSERT_TRUE(log.waitForLine("stopped monitoring slave"));
+    EXPECT_GE(getSilence(), 50u);
     SlaveVoice again(monitor.getPort());
     EXPECT_TRUE(log.waitForLine("multiple connections requested for slave monitor"));
     EXPECT_TRUE(again.waitUntilClosed());

@@ -11,8 +11,8 @@ STOP_MESSAGE = bytes.fromhex("2c9eb4f2 14000000" "0d72ce7f 01000000 03000000 000
 class SlaveConnection:
     """Connects to the daemon's monitor in the place of a slave process that stays away."""
 
-    def __init__(self, monitor_port):
-        self._socket = socket.create_connection(("127.0.0.1", monitor_port), HANG_LIMIT)
+    def __init__(self, monitor_port, ip="127.0.0.1"):
+        self._socket = socket.create_connection((ip, monitor_port), HANG_LIMIT)
         self._socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
 
     def send_bytes(self, data):
