@@ -12,8 +12,8 @@ class LockUnlessExiting
 {
 public:
     /** Returns with the lock taken, or without it once the calling framework thread has been asked to exit. A
-        thread that is none of the framework's waits as long as it takes. It tries every `pollMs`
-       milliseconds, or, with 0, at once and then ever more seldom. */
+        thread that is none of the framework's waits as long as it takes. It tries every `pollMs` ms, or, with
+        0, at once and then ever more seldom. */
     explicit LockUnlessExiting(const juce::CriticalSection& lockToTake, int pollMs = 0);
     ~LockUnlessExiting();
 
