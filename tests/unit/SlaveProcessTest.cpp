@@ -131,10 +131,19 @@ TEST_F(SlaveProcessTest, ASlaveThatDiesWithoutAWordHasCrashed)
     expectOutcome(true, 0, 1, {crashLine});
 }
 
-TEST_F(SlaveProcessTest, TheLastMessageOfASlaveThatDiesAtOnceStillCounts)
+/** Its message and its end fall into the same poll. The end may be seen before the message has been read,
+   which nobody promises otherwise, but not ever and ever again. */
+TEST_F(SlaveProcessTest, ThePollThatSeesTheEndLooksAtTheLastMessageToo)
 {
-    runToTheEnd("[run]\nconnect\ninfo\nexit 0");
-    expectOutcome(true, 1, 1, {crashLine});
+    Lines crashes;
+
+    while (owner.timesRunning == 0 && crashes.size() < 10)
+    {
+        runToTheEnd("[run]\nconnect\ninfo\nexit 0");
+        crashes.push_back(crashLine);
+    }
+
+    expectOutcome(true, 1, static_cast<int>(crashes.size()), crashes);
 }
 
 TEST_F(SlaveProcessTest, TheOwnerIsToldOnceThatTheSlaveRuns)
