@@ -8,10 +8,15 @@ std::string toValidUtf8(std::string_view bytes)
 {
     bytes = bytes.substr(0, bytes.find('\0'));
 
-    if (juce::CharPointer_UTF8::isValidString(bytes.data(), static_cast<int>(bytes.size())))
-        return std::string(bytes);
+    std::string text(bytes);
 
-    std::string text;
+    // The framework's check lets characters of more bytes than they need pass; its strings, sized by what
+    // they need, overflow.
+    if (juce::CharPointer_UTF8::isValidString(text.data(), static_cast<int>(text.size())) &&
+        juce::CharPointer_UTF8::getBytesRequiredFor(juce::CharPointer_UTF8(text.data())) == text.size())
+        return text;
+
+    text.clear();
 
     for (const auto byte : bytes)
     {

@@ -30,6 +30,14 @@ TEST(ValidUtf8, TakesACharacterThatBreaksOffAtTheEndForLatin1)
     EXPECT_EQ(toValidUtf8("\xC3"), "\xC3\x83");
 }
 
+TEST(ValidUtf8, TakesACharacterOfMoreBytesThanItNeedsForLatin1)
+{
+    // The framework would make its strings too short for such a text, and write on behind them.
+    EXPECT_EQ(toValidUtf8("\xE0\x8A\x98"), "\xC3\xA0\xC2\x8A\xC2\x98");
+    EXPECT_EQ(toValidUtf8("\xC0\xAF"), "\xC3\x80\xC2\xAF");
+    EXPECT_EQ(toValidUtf8("\xF0\x82\x82\xAC"), "\xC3\xB0\xC2\x82\xC2\x82\xC2\xAC");
+}
+
 TEST(ValidUtf8, EndsAtTheFirstNul)
 {
     EXPECT_EQ(toValidUtf8(std::string_view("a\0\xFF", 3)), "a");
