@@ -4,16 +4,21 @@
 
 namespace quelta {
 
+bool isValidUtf8(const std::string& text)
+{
+    // The framework's check lets characters of more bytes than they need pass; its strings, sized by what
+    // they need, overflow.
+    return juce::CharPointer_UTF8::isValidString(text.c_str(), static_cast<int>(text.size())) &&
+           juce::CharPointer_UTF8::getBytesRequiredFor(juce::CharPointer_UTF8(text.c_str())) == text.size();
+}
+
 std::string toValidUtf8(std::string_view bytes)
 {
     bytes = bytes.substr(0, bytes.find('\0'));
 
     std::string text(bytes);
 
-    // The framework's check lets characters of more bytes than they need pass; its strings, sized by what
-    // they need, overflow.
-    if (juce::CharPointer_UTF8::isValidString(text.data(), static_cast<int>(text.size())) &&
-        juce::CharPointer_UTF8::getBytesRequiredFor(juce::CharPointer_UTF8(text.data())) == text.size())
+    if (isValidUtf8(text))
         return text;
 
     text.clear();

@@ -7,6 +7,9 @@
 
 namespace quelta {
 
+/** Whether the framework's strings can take `text` as UTF-8. False with a NUL in it. */
+bool isValidUtf8(const std::string& text);
+
 /** `bytes` as they are if they are valid UTF-8 without NULs; otherwise with every byte taken for a Latin-1
     character, which is what they mostly are then, and cut at the first NUL. */
 std::string toValidUtf8(std::string_view bytes);

@@ -337,6 +337,11 @@ TEST(ConsoleMasterReport, TextsFromANodeCannotCommandTheTerminal)
     scan.board.received(0, message, 0);
     EXPECT_EQ(formatEvent(scan.node(), NodeEvent::found),
               "n:1 found: alias \"?? broken\", 2 GPUs, version 4000001, free");
+
+    message.slaveAlias = "\xe0\x8a\x98 overlong";
+    scan.board.received(0, message, 0);
+    EXPECT_EQ(formatEvent(scan.node(), NodeEvent::found),
+              "n:1 found: alias \"??? overlong\", 2 GPUs, version 4000001, free");
 }
 
 } // namespace quelta

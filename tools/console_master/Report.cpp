@@ -6,6 +6,8 @@
 #include <juce_core/juce_core.h>
 #include <nlohmann/json.hpp>
 
+#include "util/ValidUtf8.h"
+
 namespace quelta {
 
 namespace {
@@ -17,10 +19,9 @@ using Row = std::array<juce::String, 7>;
 juce::String readable(const std::string& field)
 {
     const auto text = std::string(textBeforeNul(field));
-    const auto isUtf8 = juce::CharPointer_UTF8::isValidString(text.c_str(), static_cast<int>(text.size()));
     juce::String shown;
 
-    if (isUtf8)
+    if (isValidUtf8(text))
     {
         const auto whole = juce::String::fromUTF8(text.c_str());
 
