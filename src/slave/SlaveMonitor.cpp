@@ -1,5 +1,7 @@
 #include "slave/SlaveMonitor.h"
 
+#include <utility>
+
 #include "log/Log.h"
 #include "slave/SlaveConnection.h"
 
@@ -122,9 +124,14 @@ void SlaveMonitor::sendStopMessage()
 {
     const juce::ScopedLock sl(lock);
 
-    if (!established)
-        return;
+    if (established)
+        deliverStopMessage();
+    else
+        stopIsPending = true;
+}
 
+void SlaveMonitor::deliverStopMessage()
+{
     const auto bytes = SlaveDaemonMessage::createStopMessage().encode();
 
     if (!connection->sendMessage(juce::MemoryBlock(bytes.data(), bytes.size())))
@@ -172,6 +179,9 @@ void SlaveMonitor::startMonitoring()
         const juce::ScopedLock sl(lock);
         established = true;
         lastMessageTime = juce::Time::getMillisecondCounter();
+
+        if (std::exchange(stopIsPending, false))
+            deliverStopMessage();
     }
 
     serverIsBusy = false;

@@ -40,7 +40,7 @@ public:
     uint32_t getSlaveVersion() const;
     uint32_t getNumGpus() const;
 
-    /** Asks a connected slave to end; does nothing without one. */
+    /** Asks the slave to end: now if it is connected, otherwise as soon as it connects. */
     void sendStopMessage();
 
     /** For the server: the object that serves an accepted client, or null to turn it away. */
@@ -62,6 +62,7 @@ private:
     juce::InterprocessConnection* acceptConnection();
     void stopListening();
     void setStatus(SlaveStatus newStatus);
+    void deliverStopMessage();
 
     /** Where the last monitor found its port, so that a relaunched slave is served on the same one. */
     static std::atomic<uint16_t> lastMonitorPort;
@@ -74,7 +75,8 @@ private:
 
     juce::CriticalSection lock; ///< Guards everything below.
     std::unique_ptr<SlaveConnection> connection;
-    bool established = false; ///< Before, the framework has no socket to send on.
+    bool established = false;   ///< Before, JUCE has no socket to send on.
+    bool stopIsPending = false; ///< A stop was requested before the slave connected.
     SlaveStatus status = STATUS_STARTING;
     uint32_t lastMessageTime = juce::Time::getMillisecondCounter();
     uint32_t numGpus = 0;

@@ -217,11 +217,23 @@ TEST_F(SlaveMonitorTest, TheStopMessageHasTheseBytes)
     EXPECT_EQ(slave->hear(), framedStopMessage);
 }
 
-TEST_F(SlaveMonitorTest, WithoutASlaveNobodyIsAskedToStopAndNothingIsLogged)
+TEST_F(SlaveMonitorTest, AStopWithoutASlaveLogsNothing)
 {
     log.clear();
     monitor.sendStopMessage();
     EXPECT_EQ(log.lines(), Lines{});
+}
+
+TEST_F(SlaveMonitorTest, AStopBeforeTheSlaveHasConnectedIsDeliveredOnceItDoes)
+{
+    monitor.sendStopMessage();
+    const auto slave = connect();
+    EXPECT_EQ(slave->hear(), framedStopMessage);
+
+    slave->sayStatus();
+    ASSERT_TRUE(waitForStatus(STATUS_RUNNING));
+    monitor.sendStopMessage();
+    EXPECT_EQ(slave->hear(), framedStopMessage); // so the first one came only once
 }
 
 TEST_F(SlaveMonitorTest, AStopMessageForALostSlaveFails)

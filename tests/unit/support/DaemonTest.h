@@ -25,8 +25,7 @@ protected:
         settings.daemonPort = findFreeBeaconPort();
     }
 
-    /** A slave that is stopped before it has connected hears nothing of that and costs the whole last limit.
-     */
+    /** A slave that is stopped before it has connected costs the last limit if it never does. */
     void startDaemon(const SlaveTimeLimits& limits = {10'000, 4'000, 10'000, 2'000})
     {
         daemon = std::make_unique<DaemonNetworkThread>(settings, 513, 2, limits);

@@ -1,8 +1,8 @@
 // The base of tests in which things happen at the same time, at many different moments. More rounds than the
 // tests have by themselves are had by --gtest_repeat.
 //
-// A slave that has not connected yet does not hear that it has to stop, so it costs the whole time that a
-// slave is given to end, which is short here.
+// The time that a slave is given to end is short here, since some of these slaves never hear that they have
+// to.
 #pragma once
 
 #include "Children.h"
