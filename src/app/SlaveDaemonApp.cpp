@@ -6,12 +6,12 @@
 #include "log/Log.h"
 #include "platform/QuitSignals.h"
 #include "platform/Sockets.h"
+#include "util/Timing.h"
 
 namespace quelta {
 
 namespace {
 
-constexpr int informationPollIntervalMs = 100;
 constexpr int lowestPort = 1024;
 
 } // namespace
@@ -109,7 +109,7 @@ bool SlaveDaemonApp::gatherInformation(const DaemonSettings& settings, SlaveInfo
     SlaveProcess slave(0, 0, settings, true, nullptr);
 
     while (slave.isThreadRunning())
-        juce::Thread::sleep(informationPollIntervalMs);
+        juce::Thread::sleep(timing::informationPollMs);
 
     information = {slave.getSlaveVersion(), slave.getNumProvidedGpus()};
     return !slave.hasFailed();

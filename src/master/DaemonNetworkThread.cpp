@@ -1,21 +1,22 @@
 #include "master/DaemonNetworkThread.h"
 
+#include <utility>
+
 #include "log/Log.h"
 #include "master/MasterConnection.h"
 #include "platform/ChildProcess.h"
 #include "platform/Process.h"
 #include "platform/QuitSignals.h"
 #include "util/LockUnlessExiting.h"
+#include "util/Timing.h"
 
 namespace quelta {
 
 namespace {
 
-constexpr int tickMs = 500;
-constexpr int failureNotificationPollMs = 100;
 constexpr uint32_t failedAttemptsBudgetMs = 1000; ///< Per tick, so that requests are served in between.
 
-/** Far more than any network has; whoever invents masters gets no further, and not at the memory. */
+/** Far more than any network has. Caps the memory that forged beacons can consume. */
 constexpr size_t mostMasters = 10'000;
 
 /** Kept free for the slave's monitor, its launch and the log; no master gets one of these. */
@@ -34,9 +35,9 @@ DaemonNetworkThread::DaemonNetworkThread(const DaemonSettings& daemonSettings, u
     discovery->setListener(this);
 
     if (!discovery->startThread())
-        QUELTA_LOG_DAEMON("the system refused the thread that listens for masters");
+        logError("the system refused the thread that listens for masters");
 
-    startTimer(tickMs);
+    startTimer(timing::tickMs);
 }
 
 DaemonNetworkThread::~DaemonNetworkThread()
@@ -57,6 +58,7 @@ DaemonNetworkThread::~DaemonNetworkThread()
         {
             QUELTA_LOG_DAEMON("stopping slave because we are disconnecting from its master %s",
                               formatAddress(ownerAddress).c_str());
+            QUELTA_LOG_DAEMON_DETAIL("reason for the stop: the daemon ends");
             stopSlave(true);
         }
 
@@ -95,6 +97,7 @@ void DaemonNetworkThread::timerCallback()
     // Destroyed after the lock is released: that waits for their threads.
     std::vector<std::unique_ptr<MasterConnection>> forgotten;
     const juce::ScopedLock sl(lock);
+    dropDeafConnections();
 
     for (const auto& address : connectToMasters())
         forgotten.push_back(forgetMaster(address));
@@ -104,7 +107,16 @@ void DaemonNetworkThread::timerCallback()
 
     // The interval counts from the end of a tick: after one that took long the next would come at once, and
     // no request would find the lock free.
-    startTimer(tickMs);
+    startTimer(timing::tickMs);
+}
+
+/** Replaces connections that JUCE takes for connected although their reader threads are gone. */
+void DaemonNetworkThread::dropDeafConnections()
+{
+    const auto now = juce::Time::getMillisecondCounter();
+
+    for (const auto& [address, connection] : masters)
+        connection->dropIfDeaf(now);
 }
 
 /** Connects to every master that is not connected, and gives those that could not be reached. Stops once it
@@ -156,6 +168,10 @@ bool DaemonNetworkThread::connectWithReserve(MasterConnection& connection,
     // The owner has left its place free; it must not lose its slave for the lack of one.
     if (&connection != ownerConnection && *freeDescriptors <= descriptorReserve)
     {
+        if (!std::exchange(descriptorsAreScarce, true))
+            logError("only %d file descriptors left: no more masters are connected until some are free",
+                     *freeDescriptors);
+
         QUELTA_LOG_DAEMON("not connecting to master %s: only %d file descriptors left",
                           formatAddress(connection.getAddress()).c_str(), *freeDescriptors);
         return false;
@@ -163,6 +179,9 @@ bool DaemonNetworkThread::connectWithReserve(MasterConnection& connection,
 
     if (!connection.connectToMaster())
         return false;
+
+    if (*freeDescriptors > descriptorReserve)
+        descriptorsAreScarce = false;
 
     --*freeDescriptors;
     return true;
@@ -175,7 +194,10 @@ std::unique_ptr<DaemonNetworkThread::MasterConnection> DaemonNetworkThread::forg
     const auto entry = masters.find(address);
 
     if (entry->second.get() == ownerConnection)
+    {
+        QUELTA_LOG_DAEMON_DETAIL("reason for the stop: the connection to the owner is lost");
         stopSlave(true);
+    }
 
     auto connection = std::move(entry->second);
     masters.erase(entry);
@@ -186,7 +208,7 @@ void DaemonNetworkThread::handleRequest(const MasterDaemonMessage& message, Mast
 {
     const LockUnlessExiting held(lock);
 
-    // A master that has been forgotten while its request waited gets nothing any more.
+    // Drop requests from masters that have been unregistered meanwhile.
     if (held.isLocked() && isRegistered(connection))
         sendStatus(serveRequest(message, connection), connection);
 }
@@ -213,35 +235,58 @@ MasterMessageType DaemonNetworkThread::serveRequest(const MasterDaemonMessage& m
 
         case MasterMessageType::START_REQUEST:
             QUELTA_LOG_DAEMON("received start request from master %s", formatAddress(master).c_str());
-
-            if (!hasOwner())
-                startSlave(master, connection, message.masterText);
-
+            serveStart(message, connection);
             return MasterMessageType::START_REPLY;
 
         case MasterMessageType::STOP_REQUEST:
             QUELTA_LOG_DAEMON("received stop request from master %s", formatAddress(master).c_str());
-
-            if (ownerAddress == master)
-                stopSlave(true);
-
+            serveStop(message, connection);
             return MasterMessageType::STOP_REPLY;
 
         case MasterMessageType::STEAL_REQUEST:
             QUELTA_LOG_DAEMON("received steal request from master %s", formatAddress(master).c_str());
-
-            if (ownerAddress != master)
-            {
-                stopSlave(false);
-                startSlave(master, connection, message.masterText);
-            }
-
+            serveSteal(message, connection);
             return MasterMessageType::STEAL_REPLY;
 
         default:
             logError("unexpected message type (%d)", static_cast<int>(message.type));
             return MasterMessageType::UNEXPECTED_REQUEST;
     }
+}
+
+void DaemonNetworkThread::serveStart(const MasterDaemonMessage& message, MasterConnection& connection)
+{
+    if (hasOwner())
+        QUELTA_LOG_DAEMON_DETAIL("refused the start request from %s: the slave belongs to master %s",
+                                 formatAddress(connection.getAddress()).c_str(),
+                                 formatAddress(ownerAddress).c_str());
+    else
+        startSlave(message.masterAddress, connection, message.masterText);
+}
+
+void DaemonNetworkThread::serveStop(const MasterDaemonMessage& message, const MasterConnection& connection)
+{
+    if (message.masterAddress != ownerAddress)
+    {
+        QUELTA_LOG_DAEMON_DETAIL("refused the stop request from %s: it does not own the slave",
+                                 formatAddress(connection.getAddress()).c_str());
+        return;
+    }
+
+    QUELTA_LOG_DAEMON_DETAIL("reason for the stop: requested by the owner, from %s",
+                             formatAddress(connection.getAddress()).c_str());
+    stopSlave(true);
+}
+
+void DaemonNetworkThread::serveSteal(const MasterDaemonMessage& message, MasterConnection& connection)
+{
+    if (message.masterAddress == ownerAddress)
+        return;
+
+    QUELTA_LOG_DAEMON_DETAIL("reason for the stop: stolen by a request from %s",
+                             formatAddress(connection.getAddress()).c_str());
+    stopSlave(false);
+    startSlave(message.masterAddress, connection, message.masterText);
 }
 
 void DaemonNetworkThread::startSlave(const MasterAddress& address, MasterConnection& connection,
@@ -303,7 +348,7 @@ void DaemonNetworkThread::notifySlaveRunning()
 void DaemonNetworkThread::notifySlaveFailed()
 {
     {
-        const LockUnlessExiting held(lock, failureNotificationPollMs);
+        const LockUnlessExiting held(lock, timing::failureNotificationPollMs);
 
         if (!held.isLocked() || replacedSlaves.contains(juce::Thread::getCurrentThread()))
             return;

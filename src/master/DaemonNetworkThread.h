@@ -59,11 +59,15 @@ public:
 private:
     using Registry = std::map<MasterAddress, std::unique_ptr<MasterConnection>>;
 
+    void dropDeafConnections();
     std::vector<MasterAddress> connectToMasters();
     bool connectWithReserve(MasterConnection& connection, std::optional<int>& freeDescriptors);
     std::unique_ptr<MasterConnection> forgetMaster(const MasterAddress& address);
 
     MasterMessageType serveRequest(const MasterDaemonMessage& message, MasterConnection& connection);
+    void serveStart(const MasterDaemonMessage& message, MasterConnection& connection);
+    void serveStop(const MasterDaemonMessage& message, const MasterConnection& connection);
+    void serveSteal(const MasterDaemonMessage& message, MasterConnection& connection);
     bool isRegistered(const MasterConnection& connection) const;
     bool hasOwner() const { return ownerAddress.ip != 0 && ownerAddress.port != 0; }
 
@@ -90,6 +94,7 @@ private:
 
     Registry masters;
     std::optional<MasterAddress> lastMasterTried; ///< Where a tick broke off that had spent its time.
+    bool descriptorsAreScarce = false;            ///< Only the reserve is left, which has been logged.
     std::unique_ptr<SlaveProcess> slave;
     ReplacedSlaves replacedSlaves;
     std::unique_ptr<MasterDiscovery> discovery;

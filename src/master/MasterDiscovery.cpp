@@ -4,12 +4,12 @@
 
 #include "log/Log.h"
 #include "messages/MasterDaemonMessage.h"
+#include "util/Timing.h"
 
 namespace quelta {
 
 namespace {
 
-constexpr int waitMs = 100;
 constexpr size_t datagramCapacity = 1000; ///< Bytes; longer datagrams are cut and so have a wrong size.
 
 } // namespace
@@ -28,7 +28,7 @@ void MasterDiscovery::run()
 
     while (!threadShouldExit())
     {
-        const auto readiness = socket.waitUntilReadable(waitMs);
+        const auto readiness = socket.waitUntilReadable(timing::discoveryPollMs);
 
         if (readiness == platform::BeaconSocket::Readiness::timedOut)
             continue;

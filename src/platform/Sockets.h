@@ -17,6 +17,11 @@ void stopWinsock();
 /** The calling thread's last socket error: the system's own text, then " (number)"; "- (0)" for none. */
 std::string socketErrorText();
 
+/** Why a connection to `ip` and `port`, both in host order, could not be made, in the form of
+   socketErrorText(). JUCE does not keep the reason: unless the attempt timed out, a second one is made for
+   it, which takes 100 ms at most. */
+std::string connectErrorText(uint32_t ip, uint16_t port, bool timedOut);
+
 /** Prepares the connection to a master, given the socket's native handle: a send that the peer does not take
     fails after 200 ms, and a peer that vanished without a word is noticed within half a minute. */
 void prepareMasterSocket(int socketHandle);

@@ -14,6 +14,7 @@ namespace quelta::platform {
 namespace {
 
 constexpr int sendTimeoutMs = 200;
+constexpr int probeTimeoutMs = 100;
 constexpr int vanishedPeerMs = 20'000;   ///< For data in flight.
 constexpr int keepAliveIdleSeconds = 10; ///< Then a probe every 3 s, given up after 4: 22 s in all.
 constexpr int keepAliveIntervalSeconds = 3;
@@ -24,6 +25,43 @@ void setOption(int socketHandle, int level, int name, const Value& value)
 {
     // A socket without the option still serves; what it lacks is only noticed later.
     setsockopt(socketHandle, level, name, &value, sizeof(value));
+}
+
+sockaddr_in makeAddress(uint32_t ip, uint16_t port)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(ip);
+    return address;
+}
+
+/** The error number with which a connection to this address fails; 0 if none shows in time. */
+int probeConnection(uint32_t ip, uint16_t port)
+{
+    const int probe = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+
+    if (probe < 0)
+        return errno;
+
+    const auto address = makeAddress(ip, port);
+    int error = 0;
+
+    if (connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0)
+        error = errno;
+
+    if (error == EINPROGRESS)
+    {
+        pollfd waited{probe, POLLOUT, 0};
+        socklen_t size = sizeof(error);
+        error = 0;
+
+        if (poll(&waited, 1, probeTimeoutMs) > 0)
+            getsockopt(probe, SOL_SOCKET, SO_ERROR, &error, &size);
+    }
+
+    close(probe);
+    return error;
 }
 
 } // namespace
@@ -37,6 +75,17 @@ std::string socketErrorText()
     const int error = errno;
     return (error == 0 ? std::string("-") : std::string(std::strerror(error))) + " (" +
            std::to_string(error) + ")";
+}
+
+std::string connectErrorText(uint32_t ip, uint16_t port, bool timedOut)
+{
+    int error = ETIMEDOUT;
+
+    if (!timedOut)
+        error = probeConnection(ip, port);
+
+    errno = error;
+    return socketErrorText();
 }
 
 void prepareMasterSocket(int socketHandle)
@@ -59,10 +108,7 @@ bool BeaconSocket::create()
 
 bool BeaconSocket::bindTo(uint16_t port)
 {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    const auto address = makeAddress(INADDR_ANY, port);
     return bind(static_cast<int>(handle), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
 }
 

@@ -19,6 +19,35 @@ constexpr ULONG keepAliveIntervalMs = 1'000;
 
 bool winsockStarted = false;
 
+sockaddr_in makeAddress(uint32_t ip, uint16_t port)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(ip);
+    return address;
+}
+
+/** The error number with which a connection to this address fails at once; 0 if it does not. */
+int probeConnection(uint32_t ip, uint16_t port)
+{
+    const auto probe = socket(AF_INET, SOCK_STREAM, 0);
+
+    if (probe == INVALID_SOCKET)
+        return WSAGetLastError();
+
+    u_long nonBlocking = 1;
+    ioctlsocket(probe, static_cast<long>(FIONBIO), &nonBlocking);
+    const auto address = makeAddress(ip, port);
+    int error = 0;
+
+    if (connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0)
+        error = WSAGetLastError();
+
+    closesocket(probe);
+    return error == WSAEWOULDBLOCK ? 0 : error;
+}
+
 } // namespace
 
 void startWinsock()
@@ -57,6 +86,12 @@ std::string socketErrorText()
     return std::string(text.data()) + " (" + std::to_string(error) + ")";
 }
 
+std::string connectErrorText(uint32_t ip, uint16_t port, bool timedOut)
+{
+    WSASetLastError(timedOut ? WSAETIMEDOUT : probeConnection(ip, port));
+    return socketErrorText();
+}
+
 void prepareMasterSocket(int socketHandle)
 {
     const auto socket = static_cast<SOCKET>(socketHandle);
@@ -77,10 +112,7 @@ bool BeaconSocket::create()
 
 bool BeaconSocket::bindTo(uint16_t port)
 {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    const auto address = makeAddress(INADDR_ANY, port);
     return ::bind(static_cast<SOCKET>(handle), reinterpret_cast<const sockaddr*>(&address),
                   sizeof(address)) == 0;
 }

@@ -6,28 +6,36 @@
 namespace quelta {
 
 SlaveMonitor::SlaveConnection::SlaveConnection(SlaveMonitor& owningMonitor)
-    : InterprocessConnection(false, frameMagic), monitor(owningMonitor)
+    : PeerConnection(frameMagic), monitor(owningMonitor)
 {}
 
 SlaveMonitor::SlaveConnection::~SlaveConnection()
 {
-    disconnect(); // here, because the callbacks end with this class
+    close(Notify::no);
 }
 
 void SlaveMonitor::SlaveConnection::connectionMade()
 {
+    PeerConnection::connectionMade();
     QUELTA_LOG_DAEMON("slave connection established");
     monitor.startMonitoring();
 }
 
 void SlaveMonitor::SlaveConnection::connectionLost()
 {
+    PeerConnection::connectionLost();
+
+    // Only a slave that leaves is news; the end of its monitor is logged by what ends it.
+    if (isClosing())
+        return;
+
     QUELTA_LOG_DAEMON("slave connection closed");
     monitor.stopMonitoring();
 }
 
 void SlaveMonitor::SlaveConnection::messageReceived(const juce::MemoryBlock& payload)
 {
+    const Delivery delivery(*this);
     SlaveDaemonMessage message;
 
     if (!SlaveDaemonMessage::fromData(payload.getData(), payload.getSize(), message))

@@ -3,10 +3,11 @@
 #pragma once
 
 #include "slave/SlaveMonitor.h"
+#include "util/PeerConnection.h"
 
 namespace quelta {
 
-class SlaveMonitor::SlaveConnection final : public juce::InterprocessConnection
+class SlaveMonitor::SlaveConnection final : public PeerConnection
 {
 public:
     explicit SlaveConnection(SlaveMonitor& owningMonitor);

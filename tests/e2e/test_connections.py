@@ -131,6 +131,17 @@ def test_request_that_waits_behind_a_slow_stop_is_answered_after_it(farm):
                  node.status(wire.START_REPLY, other), node.status(wire.SLAVE_RUNNING, other))
 
 
+def test_change_reaches_masters_in_the_order_of_their_addresses(farm):
+    node, *masters = farm(6)
+    for master in masters:
+        master.connection.stamp_arrivals()
+    owner = masters.pop(3)  # whose reply follows at once, and the kernel stamps the two as one
+    owner.request(wire.START_REQUEST)
+    arrivals = [master.connection.time_of_arrival() for master in masters]
+    assert arrivals == sorted(arrivals)
+    assert len(set(arrivals)) == len(arrivals)
+
+
 def test_many_masters_hear_every_change(make_node, make_master):
     node = make_node().serve()
     owner, *others = masters = [make_master() for _ in range(20)]

@@ -5,7 +5,8 @@ import resource
 import pytest
 
 from support import measure, wire
-from support.output import daemon_line, plain_line
+from support.hostile import timed
+from support.output import daemon_line, error_line, plain_line
 from support.ownership import puppet, running, started, stopped
 from support.scenario import PUPPET, scenario
 
@@ -28,6 +29,14 @@ CUT = {
     "in the record": "2c9eb4f2 5c000000 41432300 08000000",
     "in two gibibytes": "2c9eb4f2 ffffff7f 41432300",
 }
+RECOVERY_SECONDS = 2
+SLAVE_END_SECONDS = 2  # for a slave that obeys
+
+
+def without_gibibytes():
+    resource.setrlimit(resource.RLIMIT_AS, (1536 << 20, 1536 << 20))
+
+
 limited_memory = pytest.mark.skipif(measure.SANITIZED, reason="a sanitizer's own memory hides the daemon's")
 
 
@@ -111,13 +120,40 @@ def test_announced_gibibytes_cost_only_what_arrives(make_node, make_master):
 @limited_memory
 @pytest.mark.linux_only("limits the memory of a Linux process")
 def test_gibibytes_that_the_machine_does_not_have(make_node, make_master):
-    """The connection that asked for them is deaf from then on; the daemon and everybody else go on."""
-    limit = 1536 << 20
-    node = make_node(flags=FLAGS).serve(preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
+    """The thread that reads their connection dies of them, so that one is made anew; everybody else is served on."""
+    node = make_node(flags=FLAGS).serve(preexec_fn=without_gibibytes)
     owner, hostile = (make_master().join(node) for _ in range(2))
     hostile.connection.send_bytes(TWO_GIBIBYTES + b"x")
+    assert timed(hostile.accept) < RECOVERY_SECONDS
     running(node, owner, hostile)
+    hostile.expect_silence(node.status(wire.DAEMON_STATUS, owner))
     stopped(node, owner, hostile)
+    node.quit()
+
+
+@limited_memory
+@pytest.mark.linux_only("limits the memory of a Linux process")
+def test_master_that_leaves_after_gibibytes_is_noticed(make_node, make_master):
+    node = make_node(flags=FLAGS).serve(preexec_fn=without_gibibytes)
+    hostile = make_master().join(node)
+    hostile.connection.send_bytes(TWO_GIBIBYTES)
+    hostile.vanish()
+    node.output.wait(error_line(f"nothing reads the connection to master {hostile} any more -> connecting anew"))
+    hostile.return_to(node).expect_silence(node.status(wire.DAEMON_STATUS))
+    node.quit()
+
+
+@limited_memory
+@pytest.mark.linux_only("limits the memory of a Linux process")
+def test_owner_that_leaves_after_gibibytes_loses_its_slave(make_node, make_master):
+    node = make_node(flags=FLAGS).serve(preexec_fn=without_gibibytes)
+    owner, other = (make_master().join(node) for _ in range(2))
+    running(node, owner, other)
+    owner.connection.send_bytes(TWO_GIBIBYTES)
+    owner.vanish()
+    assert timed(lambda: other.expect(node.status(wire.DAEMON_STATUS))) < RECOVERY_SECONDS + SLAVE_END_SECONDS
+    node.wait_no_slave()
+    running(node, other)
     node.quit()
 
 

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <thread>
 
+#include "platform/Paths.h"
 #include "support/DaemonTest.h"
 #include "support/Hex.h"
 #include "support/LogGate.h"
+#include "support/NoMoreThreads.h"
 
 namespace quelta::test {
 namespace {
@@ -149,6 +151,24 @@ TEST_F(DaemonNetworkThreadTest, AMasterThatCannotBeReachedIsForgottenUntilItIsHe
     EXPECT_EQ(countLines("detected new master on address " + master->getName()), 2);
 }
 
+TEST_F(DaemonNetworkThreadTest, AConnectionThatCannotBeMadeIsLoggedWithTheReason)
+{
+    FakeMaster master;
+    master.vanish();
+    daemon->masterDetected(master.getAddress());
+    log.clear();
+    tick();
+    ASSERT_EQ(log.lines().size(), 1u);
+    const auto line = log.lines()[0];
+    const auto begin = "could not connect to master " + master.getName() + ": ";
+
+    if (platform::absolutePathsHaveRoot())
+        EXPECT_TRUE(line.starts_with(begin) && line.ends_with(" (10060)"))
+            << line; // JUCE waits for the whole second
+    else
+        EXPECT_EQ(line, begin + "Connection refused (111)");
+}
+
 TEST_F(DaemonNetworkThreadTest, ANotificationWithoutAnOwnerIsAnError)
 {
     restartWith(flags::logPrefix, 1);
@@ -177,6 +197,25 @@ TEST_F(DaemonNetworkThreadTest, TheEndIsAnnouncedWithoutAnyFlag)
     log.clear();
     daemon.reset();
     EXPECT_EQ(log.lines(), Lines{"closing down all existing master connections (0)..."});
+}
+
+/** The daemon goes on without hearing anybody, so its log has to say why, whatever the flags. */
+TEST_F(DaemonNetworkThreadTest, ARefusedDiscoveryThreadIsAnError)
+{
+    if (!NoMoreThreads::arePossible())
+        GTEST_SKIP() << "threads cannot be made scarce here";
+
+    daemon.reset();
+    flags::daemon = 0;
+    flags::logPrefix = 1;
+    log.clear();
+
+    {
+        const NoMoreThreads scarcity;
+        daemon = std::make_unique<DaemonNetworkThread>(settings, 513, 2);
+    }
+
+    EXPECT_EQ(log.lines(), Lines{"ERROR     : the system refused the thread that listens for masters"});
 }
 
 TEST_F(DaemonNetworkThreadTest, WithoutASlaveTheEndTakesLessThanASecond)

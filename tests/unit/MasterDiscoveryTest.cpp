@@ -7,6 +7,7 @@
 
 #include "platform/Paths.h"
 #include "support/BeaconSender.h"
+#include "support/Descriptors.h"
 #include "support/MasterRecords.h"
 #include "support/ThreadedTest.h"
 
@@ -229,6 +230,30 @@ TEST_F(MasterDiscoveryTest, APortThatIsTakenEndsDiscovery)
         EXPECT_TRUE(lines[1].starts_with("ERROR     : failed to bind to address: ")) << lines[1];
     else
         EXPECT_EQ(lines[1], "ERROR     : failed to bind to address: Address already in use (98)");
+}
+
+TEST_F(MasterDiscoveryTest, ASocketThatTheSystemRefusesEndsDiscovery)
+{
+    if (!descriptorsCanBeCounted())
+        GTEST_SKIP() << "this system has no limit on descriptors";
+
+    flags::logPrefix = 1;
+    const NoMoreDescriptors scarcity;
+    discovery.startThread();
+    ASSERT_TRUE(discovery.waitForThreadToExit(static_cast<int>(hangLimitMs)));
+    EXPECT_EQ(log.lines(), (Lines{"daemon    : start listening for masters on port " + std::to_string(port),
+                                  "ERROR     : failed to create listen socket: Too many open files (24)"}));
+}
+
+TEST_F(MasterDiscoveryTest, AReceiveThatFailsEndsDiscovery)
+{
+    if (!descriptorsCanBeCounted())
+        GTEST_SKIP() << "a socket's number cannot be given to something else here";
+
+    start();
+    ASSERT_TRUE(breakUdpSocket(port));
+    ASSERT_TRUE(discovery.waitForThreadToExit(static_cast<int>(hangLimitMs)));
+    EXPECT_EQ(log.lines(), Lines{"master discover receive failed"});
 }
 
 } // namespace

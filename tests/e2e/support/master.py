@@ -2,12 +2,15 @@
 
 import select
 import socket
+import struct
 import time
 
 from . import wire
 from .limits import HANG_LIMIT
 
 BEACON_INTERVAL = 0.2
+SO_TIMESTAMPNS = 35  # of Linux; Python's socket module has no name for it
+TIMESPEC = struct.Struct("@ll")
 
 
 class MasterConnection:
@@ -31,6 +34,17 @@ class MasterConnection:
         assert magic == wire.FRAME_MAGIC, header.hex()
         assert length == wire.MASTER_RECORD_SIZE, header.hex()
         return self._read(length)
+
+    def stamp_arrivals(self):
+        self._socket.setsockopt(socket.SOL_SOCKET, SO_TIMESTAMPNS, 1)
+
+    def time_of_arrival(self):
+        """When the kernel took in what is to be read next, in nanoseconds; takes one byte of it."""
+        _, ancillary, _, _ = self._socket.recvmsg(1, socket.CMSG_SPACE(TIMESPEC.size))
+        stamps = [TIMESPEC.unpack(data) for _, kind, data in ancillary if kind == SO_TIMESTAMPNS]
+        assert stamps, "the kernel has stamped nothing"
+        seconds, nanoseconds = stamps[0]
+        return seconds * 10**9 + nanoseconds
 
     def _read(self, size):
         data = b""

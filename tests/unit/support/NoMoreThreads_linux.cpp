@@ -1,0 +1,81 @@
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <system_error>
+
+#include "NoMoreThreads.h"
+
+namespace quelta::test {
+
+namespace {
+
+constexpr rlim_t leftOver =
+    16u << 20; ///< Bytes: for the stack of a thread or two, and for what a test allocates.
+constexpr size_t enough = 64;
+
+rlim_t getAddressSpace()
+{
+    unsigned long pages = 0;
+    auto* const file = std::fopen("/proc/self/statm", "r");
+    const bool isRead = file != nullptr && std::fscanf(file, "%lu", &pages) == 1;
+
+    if (file != nullptr)
+        std::fclose(file);
+
+    return isRead ? pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) : RLIM_INFINITY;
+}
+
+void limitAddressSpace(rlim_t bytes)
+{
+    rlimit limit{};
+    getrlimit(RLIMIT_AS, &limit);
+    limit.rlim_cur = bytes;
+    setrlimit(RLIMIT_AS, &limit);
+}
+
+} // namespace
+
+NoMoreThreads::NoMoreThreads()
+{
+    taken.reserve(enough);
+    limitAddressSpace(getAddressSpace() + leftOver);
+
+    try
+    {
+        while (taken.size() < enough)
+            taken.emplace_back([this] { waitForTheEnd(); });
+    }
+    catch (const std::system_error&)
+    {
+        // None is left, as wanted.
+    }
+}
+
+NoMoreThreads::~NoMoreThreads()
+{
+    {
+        const std::lock_guard guard(lock);
+        ending = true;
+        changed.notify_all();
+    }
+
+    for (auto& thread : taken)
+        thread.join();
+
+    limitAddressSpace(RLIM_INFINITY);
+}
+
+bool NoMoreThreads::arePossible()
+{
+    constexpr rlim_t moreThanAnyProgramButASanitizedOne = 1ull << 40;
+    return getAddressSpace() < moreThanAnyProgramButASanitizedOne;
+}
+
+void NoMoreThreads::waitForTheEnd()
+{
+    std::unique_lock guard(lock);
+    changed.wait(guard, [this] { return ending; });
+}
+
+} // namespace quelta::test
