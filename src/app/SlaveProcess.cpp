@@ -3,12 +3,11 @@
 #include "log/Log.h"
 #include "platform/ChildProcess.h"
 #include "slave/SlaveMonitor.h"
+#include "util/Timing.h"
 
 namespace quelta {
 
 namespace {
-
-constexpr int slavePollIntervalMs = 100;
 
 const char* describe(SlaveHang hang)
 {
@@ -45,7 +44,7 @@ SlaveProcess::SlaveProcess(uint32_t address, uint16_t port, const DaemonSettings
     if (!startThread())
     {
         failed = true;
-        QUELTA_LOG_DAEMON("the system refused the thread that runs the slave");
+        logError("the system refused the thread that runs the slave");
     }
 }
 
@@ -75,7 +74,12 @@ bool SlaveProcess::launchSlave(platform::ChildProcess& slave, const SlaveMonitor
     const auto error = slave.launch(settings.slaveExecutable, commandLine);
 
     if (error == 0)
+    {
+        QUELTA_LOG_DAEMON_DETAIL("launched slave process %u, path: %s, command line: %s", slave.getId(),
+                                 settings.slaveExecutable.getFullPathName().toRawUTF8(),
+                                 commandLine.toRawUTF8());
         return true;
+    }
 
     failed = true;
     logError("failed to launch Quelta slave: %d", error);
@@ -89,7 +93,7 @@ SlaveNextStep SlaveProcess::watch(platform::ChildProcess& slave, const SlaveMoni
 
     while (!threadShouldExit())
     {
-        sleep(slavePollIntervalMs);
+        sleep(timing::slavePollMs);
         const auto verdict = judgeSlave(observe(slave, monitor), limits);
 
         if (verdict.hang != SlaveHang::none)
@@ -133,6 +137,9 @@ void SlaveProcess::conclude(platform::ChildProcess& slave, SlaveMonitor& monitor
         logUnprefixed("slave crashed or was stopped via CTRL-C");
     }
 
+    if (step == SlaveNextStep::stop && failed)
+        QUELTA_LOG_DAEMON_DETAIL("reason for the stop: the slave hangs");
+
     const bool stillRunning = step == SlaveNextStep::stop && !stopGracefully(slave, monitor);
 
     if (failed && hasListener())
@@ -143,6 +150,12 @@ void SlaveProcess::conclude(platform::ChildProcess& slave, SlaveMonitor& monitor
         logUnprefixed("slave didn't stop gracefully, killing process by force");
         slave.kill();
     }
+
+    if (slave.isRunning())
+        QUELTA_LOG_DAEMON_DETAIL("slave process %u has not ended yet", slave.getId());
+    else
+        QUELTA_LOG_DAEMON_DETAIL("slave process %u ended with %s", slave.getId(),
+                                 slave.describeEnd().c_str());
 }
 
 /** Asks the slave to end and waits for it; false if it is still there when its time is up. */
@@ -153,7 +166,7 @@ bool SlaveProcess::stopGracefully(platform::ChildProcess& slave, SlaveMonitor& m
 
     for (;;)
     {
-        sleep(slavePollIntervalMs);
+        sleep(timing::slavePollMs);
 
         if (!slave.isRunning())
             return true;

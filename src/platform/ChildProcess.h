@@ -4,7 +4,9 @@
 // where the system kills a child whose parent died, it goes by that thread.
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <string>
 
 #include <juce_core/juce_core.h>
 
@@ -27,6 +29,12 @@ public:
 
     /** Whether the process has not ended yet. */
     bool isRunning();
+
+    /** The system's number of the launched process, for logs. */
+    uint32_t getId() const;
+
+    /** How a process that is no longer running has ended, such as "exit status 3" or "signal 9 (Killed)". */
+    std::string describeEnd() const;
 
     /** Ends the process by force; returns within half a second, even if the system cannot end it now. */
     void kill();

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -132,18 +133,27 @@ pid_t forkWithSignalsBlocked(const ChildPlan& plan, int& error)
     return pid;
 }
 
+/** Reaps the child if it has ended; `status` is then what waitpid tells, or stays as it is if somebody else
+ * has reaped it. */
+bool reap(pid_t pid, int& status)
+{
+    const auto result = waitpid(pid, &status, WNOHANG);
+    return result == pid || (result < 0 && errno == ECHILD);
+}
+
 bool hasEnded(pid_t pid)
 {
     int status = 0;
-    const auto result = waitpid(pid, &status, WNOHANG);
-    return result == pid || (result < 0 && errno == ECHILD);
+    return reap(pid, status);
 }
 
 } // namespace
 
 struct ChildProcess::Handle
 {
-    pid_t pid = 0; ///< 0 when there is no child that still has to be waited for.
+    pid_t pid = 0;  ///< 0 when there is no child that still has to be waited for.
+    pid_t id = 0;   ///< The same, kept for the log.
+    int status = 0; ///< As waitpid told it, once the child has ended.
 };
 
 ChildProcess::ChildProcess() : handle(std::make_unique<Handle>()) {}
@@ -174,7 +184,7 @@ int ChildProcess::launch(const juce::File& executable, const juce::String& comma
         error = readExecError(pipe[0]);
 
         if (error == 0)
-            handle->pid = pid;
+            handle->pid = handle->id = pid;
         else
             waitpid(pid, nullptr, 0);
     }
@@ -185,10 +195,24 @@ int ChildProcess::launch(const juce::File& executable, const juce::String& comma
 
 bool ChildProcess::isRunning()
 {
-    if (handle->pid != 0 && hasEnded(handle->pid))
+    if (handle->pid != 0 && reap(handle->pid, handle->status))
         handle->pid = 0;
 
     return handle->pid != 0;
+}
+
+uint32_t ChildProcess::getId() const
+{
+    return static_cast<uint32_t>(handle->id);
+}
+
+std::string ChildProcess::describeEnd() const
+{
+    if (!WIFSIGNALED(handle->status))
+        return "exit status " + std::to_string(WEXITSTATUS(handle->status));
+
+    const auto* const name = sigdescr_np(WTERMSIG(handle->status));
+    return "signal " + std::to_string(WTERMSIG(handle->status)) + " (" + (name != nullptr ? name : "?") + ")";
 }
 
 void ChildProcess::kill()

@@ -43,6 +43,7 @@ struct JobOfSlaves
 struct ChildProcess::Handle
 {
     HANDLE process = nullptr;
+    DWORD id = 0;
 };
 
 ChildProcess::ChildProcess() : handle(std::make_unique<Handle>()) {}
@@ -75,6 +76,7 @@ int ChildProcess::launch(const juce::File& executable, const juce::String& comma
 
     slavesEndWithThisProcess.take(process.hProcess);
     handle->process = process.hProcess;
+    handle->id = process.dwProcessId;
     return 0;
 }
 
@@ -83,6 +85,24 @@ bool ChildProcess::isRunning()
     DWORD exitCode = 0;
     return handle->process != nullptr && GetExitCodeProcess(handle->process, &exitCode) != FALSE &&
            exitCode == STILL_ACTIVE;
+}
+
+uint32_t ChildProcess::getId() const
+{
+    return handle->id;
+}
+
+std::string ChildProcess::describeEnd() const
+{
+    DWORD exitCode = 0;
+    GetExitCodeProcess(handle->process, &exitCode);
+
+    // Windows numbers the faults that end a process from here on, and everybody knows them in hexadecimal.
+    constexpr DWORD firstFault = 0x80000000;
+    const auto number = static_cast<juce::int64>(exitCode);
+    return "exit status " + (exitCode < firstFault ? juce::String(number)
+                                                   : "0x" + juce::String::toHexString(number).toUpperCase())
+                                .toStdString();
 }
 
 void ChildProcess::kill()

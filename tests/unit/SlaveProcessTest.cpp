@@ -1,5 +1,8 @@
 #include "app/SlaveProcess.h"
 
+#include <algorithm>
+
+#include "platform/Paths.h"
 #include "support/SlaveListener.h"
 #include "support/StandinSlave.h"
 #include "support/ThreadedTest.h"
@@ -172,6 +175,35 @@ TEST_F(SlaveProcessTest, AStopThatIsIgnoredEndsWithForceWhenItsTimeIsUp)
     EXPECT_GE(time, 400u);
     EXPECT_LT(time, 400u + 2'000u);
     expectOutcome(false, 0, 0, {killLine});
+}
+
+TEST_F(SlaveProcessTest, AStopBeforeTheSlaveHasConnectedReachesItLater)
+{
+    start("[run]\nwait 500\nconnect\nstatus\nbeat 50");
+    process->stopThread(-1);
+    expectOutcome(false, 0, 0, {});
+}
+
+TEST_F(SlaveProcessTest, LaunchAndEndAreLoggedInDetail)
+{
+    runToTheEnd("[run]\nconnect\ninfo\nwait 200\nexit 3");
+    const auto pid = waitForNumberIn("slave process # ended with exit status 3");
+    ASSERT_TRUE(pid);
+    const auto launched = "launched slave process " + std::to_string(*pid) +
+                          ", path: " + slave.getFile().getFullPathName().toStdString() +
+                          ", command line: \"" + slave.getFile().getFileName().toStdString() +
+                          "\" --net-master-address 127.0.0.1 --net-master-port 5130 --daemon-port ";
+    const auto lines = log.lines();
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(),
+                            [&launched](const auto& line) { return line.starts_with(launched); }));
+}
+
+TEST_F(SlaveProcessTest, AnEndByForceIsLoggedInDetail)
+{
+    runToTheEnd("[run]\non-stop ignore\nconnect\nstatus\nhang", {60'000, 60'000, 300, 300});
+    EXPECT_TRUE(waitForNumberIn(platform::absolutePathsHaveRoot()
+                                    ? "slave process # ended with exit status 0"
+                                    : "slave process # ended with signal 9 (Killed)"));
 }
 
 TEST_F(SlaveProcessTest, AnInformationRunEndsWellOnceTheSlaveHasReported)
