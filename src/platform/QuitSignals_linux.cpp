@@ -22,7 +22,9 @@ constexpr std::array quitSignals{SIGABRT, SIGFPE, SIGILL, SIGINT, SIGSEGV, SIGTE
 std::atomic<bool> requested{false};
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-/** The handler writes a byte into it, the message loop wakes up at its other end. */
+/** The handler writes a byte into it, the message loop wakes up at its other end. Made once and never closed:
+    a handler that another thread is still running when the handlers are reset would write to a closed
+    descriptor, or to a stranger that has got its number. */
 std::array<int, 2> wakePipe{-1, -1};
 
 void setHandler(void (*handler)(int), int flags)
@@ -54,7 +56,7 @@ void restoreDefaultInterrupt()
 
 void installQuitHandlers()
 {
-    if (pipe2(wakePipe.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+    if (wakePipe[0] < 0 && pipe2(wakePipe.data(), O_CLOEXEC | O_NONBLOCK) != 0)
     {
         // Without a way to the message loop the default handling is the better one.
         QUELTA_LOG_DAEMON("signals end the daemon without a shutdown: %s", std::strerror(errno));
@@ -75,16 +77,8 @@ void resetQuitHandlers()
 {
     setHandler(SIG_DFL, 0);
 
-    if (wakePipe[0] < 0)
-        return;
-
-    juce::LinuxEventLoop::unregisterFdCallback(wakePipe[0]);
-
-    for (auto& end : wakePipe)
-    {
-        close(end);
-        end = -1;
-    }
+    if (wakePipe[0] >= 0)
+        juce::LinuxEventLoop::unregisterFdCallback(wakePipe[0]);
 }
 
 bool quitWasRequested()

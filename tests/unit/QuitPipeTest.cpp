@@ -1,0 +1,23 @@
+#include <gtest/gtest.h>
+
+#include "platform/QuitSignals.h"
+#include "support/Descriptors.h"
+
+namespace quelta {
+
+TEST(QuitPipeTest, StaysOpenForHandlersThatRunDuringTheReset)
+{
+    if (!test::descriptorsCanBeCounted())
+        GTEST_SKIP() << "this system shows no descriptors";
+
+    platform::installQuitHandlers();
+    const auto whileInstalled = test::countDescriptors();
+    platform::resetQuitHandlers();
+    EXPECT_EQ(test::countDescriptors(), whileInstalled);
+
+    platform::installQuitHandlers();
+    EXPECT_EQ(test::countDescriptors(), whileInstalled) << "another pipe was made";
+    platform::resetQuitHandlers();
+}
+
+} // namespace quelta
