@@ -25,7 +25,7 @@ set_target_properties(quelta_juce PROPERTIES UNITY_BUILD OFF) # a module expects
 if(WIN32)
   target_compile_definitions(quelta_juce PUBLIC _WIN32_WINNT=0x0A00)
   target_link_libraries(quelta_juce PUBLIC
-    z uuid wsock32 wininet version ole32 ws2_32 oleaut32 imm32 comdlg32 shlwapi rpcrt4 winmm
+    z uuid wininet version ole32 ws2_32 oleaut32 imm32 comdlg32 shlwapi rpcrt4 winmm
     Threads::Threads)
   # No runtime has to be installed beside the programs.
   target_link_options(quelta_juce PUBLIC -static)

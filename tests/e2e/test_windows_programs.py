@@ -19,7 +19,7 @@ DESCRIPTIONS = {
 # Part of every Windows since 7; nothing of a compiler's runtime is among them.
 SYSTEM_LIBRARIES = {
     "advapi32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "oleaut32.dll", "rpcrt4.dll", "shell32.dll",
-    "shlwapi.dll", "user32.dll", "version.dll", "wininet.dll", "winmm.dll", "ws2_32.dll", "wsock32.dll",
+    "shlwapi.dll", "user32.dll", "version.dll", "wininet.dll", "winmm.dll", "ws2_32.dll",
 }
 
 ASSEMBLY = "{urn:schemas-microsoft-com:asm.v1}"
