@@ -4,7 +4,7 @@ export DEBIAN_FRONTEND=noninteractive
 
 build_packages=(g++ cmake ninja-build juce-modules-source-data zlib1g-dev libcli11-dev nlohmann-json3-dev)
 test_packages=(googletest python3 python3-pytest python3-pytest-xdist iproute2)
-windows_packages=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 xvfb zip unzip)
+windows_packages=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 xvfb zip unzip locales)
 clang_packages=(clang libclang-rt-14-dev llvm)
 lint_packages=(clang-format-14 clang-tidy-14 libspdlog-dev)
 bench_packages=(libspdlog-dev python3)

@@ -79,11 +79,12 @@ std::string socketErrorText()
     if (error == 0)
         return "- (0)";
 
-    std::array<char, 1024> text{};
-    FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+    // The log is UTF-8; FormatMessageA would answer in the system's code page.
+    std::array<wchar_t, 1024> text{};
+    FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
                    static_cast<DWORD>(error), 0, text.data(), static_cast<DWORD>(text.size()), nullptr);
-    text.back() = '\0';
-    return std::string(text.data()) + " (" + std::to_string(error) + ")";
+    text.back() = L'\0';
+    return juce::String(text.data()).toStdString() + " (" + std::to_string(error) + ")";
 }
 
 std::string connectErrorText(uint32_t ip, uint16_t port, bool timedOut)
