@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "platform/Sockets.h"
+
 namespace quelta::platform {
 
 class ConnectionSocket
@@ -27,7 +29,7 @@ public:
     };
 
     /** Views the open socket with this native handle from now on. */
-    void attach(intptr_t socketHandle);
+    void attach(SocketHandle socketHandle);
 
     /** Ends the view. */
     void detach();

@@ -28,7 +28,7 @@ ConnectionSocket::ConnectionSocket() : view(std::make_unique<View>()) {}
 
 ConnectionSocket::~ConnectionSocket() = default;
 
-void ConnectionSocket::attach(intptr_t socketHandle)
+void ConnectionSocket::attach(SocketHandle socketHandle)
 {
     view->handle = static_cast<int>(socketHandle);
 }

@@ -21,7 +21,7 @@ ConnectionSocket::~ConnectionSocket()
     detach();
 }
 
-void ConnectionSocket::attach(intptr_t socketHandle)
+void ConnectionSocket::attach(SocketHandle socketHandle)
 {
     detach();
     const std::scoped_lock sl(view->lock);

@@ -7,6 +7,10 @@
 
 namespace quelta::platform {
 
+/** The system's own handle of a socket, at its full width. JUCE narrows it to an int, which loses nothing:
+    a Windows handle has 32 significant bits, and widening an int extends its sign as Windows does. */
+using SocketHandle = intptr_t;
+
 /** Starts the system's socket layer once; a failure is logged as an error and otherwise ignored. Does nothing
     on systems whose sockets need no start. Message thread. */
 void startWinsock();
@@ -22,9 +26,9 @@ std::string socketErrorText();
    it, which takes 100 ms at most. */
 std::string connectErrorText(uint32_t ip, uint16_t port, bool timedOut);
 
-/** Prepares the connection to a master, given the socket's native handle: a send that the peer does not take
-    fails after 200 ms, and a peer that vanished without a word is noticed within half a minute. */
-void prepareMasterSocket(int socketHandle);
+/** Prepares the connection to a master: a send that the peer does not take fails after 200 ms (500 ms on
+    Windows, its minimum), and a peer that vanished without a word is noticed within half a minute. */
+void prepareMasterSocket(SocketHandle socketHandle);
 
 /** The IPv4 datagram socket on which beacons arrive. One thread uses it. No socket options are set. */
 class BeaconSocket
@@ -63,8 +67,8 @@ public:
     void close();
 
 private:
-    static constexpr intptr_t none = -1;
-    intptr_t handle = none;
+    static constexpr SocketHandle none = -1;
+    SocketHandle handle = none;
 };
 
 } // namespace quelta::platform

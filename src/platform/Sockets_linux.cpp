@@ -21,10 +21,10 @@ constexpr int keepAliveIntervalSeconds = 3;
 constexpr int keepAliveProbes = 4;
 
 template <typename Value>
-void setOption(int socketHandle, int level, int name, const Value& value)
+void setOption(SocketHandle socketHandle, int level, int name, const Value& value)
 {
     // A socket without the option still serves; what it lacks is only noticed later.
-    setsockopt(socketHandle, level, name, &value, sizeof(value));
+    setsockopt(static_cast<int>(socketHandle), level, name, &value, sizeof(value));
 }
 
 sockaddr_in makeAddress(uint32_t ip, uint16_t port)
@@ -88,7 +88,7 @@ std::string connectErrorText(uint32_t ip, uint16_t port, bool timedOut)
     return socketErrorText();
 }
 
-void prepareMasterSocket(int socketHandle)
+void prepareMasterSocket(SocketHandle socketHandle)
 {
     timeval sendTimeout{};
     sendTimeout.tv_usec = sendTimeoutMs * 1000;

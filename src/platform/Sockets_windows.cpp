@@ -13,9 +13,11 @@ namespace quelta::platform {
 
 namespace {
 
-constexpr DWORD sendTimeoutMs = 200;
+constexpr DWORD sendTimeoutMs = 200;      ///< Windows takes less than 500 for 500.
 constexpr ULONG keepAliveIdleMs = 10'000; ///< Then ten probes, one a second, as the system fixes it.
 constexpr ULONG keepAliveIntervalMs = 1'000;
+
+static_assert(sizeof(SocketHandle) == sizeof(SOCKET));
 
 bool winsockStarted = false;
 
@@ -46,6 +48,12 @@ int probeConnection(uint32_t ip, uint16_t port)
 
     closesocket(probe);
     return error == WSAEWOULDBLOCK ? 0 : error;
+}
+
+bool bindToEveryAddress(SOCKET socket, uint16_t port)
+{
+    const auto address = makeAddress(INADDR_ANY, port);
+    return ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
 }
 
 } // namespace
@@ -93,7 +101,7 @@ std::string connectErrorText(uint32_t ip, uint16_t port, bool timedOut)
     return socketErrorText();
 }
 
-void prepareMasterSocket(int socketHandle)
+void prepareMasterSocket(SocketHandle socketHandle)
 {
     const auto socket = static_cast<SOCKET>(socketHandle);
     setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, reinterpret_cast<const char*>(&sendTimeoutMs),
@@ -107,15 +115,13 @@ void prepareMasterSocket(int socketHandle)
 
 bool BeaconSocket::create()
 {
-    handle = static_cast<intptr_t>(::socket(AF_INET, SOCK_DGRAM, 0));
+    handle = static_cast<SocketHandle>(::socket(AF_INET, SOCK_DGRAM, 0));
     return handle != none;
 }
 
 bool BeaconSocket::bindTo(uint16_t port)
 {
-    const auto address = makeAddress(INADDR_ANY, port);
-    return ::bind(static_cast<SOCKET>(handle), reinterpret_cast<const sockaddr*>(&address),
-                  sizeof(address)) == 0;
+    return bindToEveryAddress(static_cast<SOCKET>(handle), port);
 }
 
 BeaconSocket::Readiness BeaconSocket::waitUntilReadable(int timeoutMs)
