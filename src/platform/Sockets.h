@@ -30,6 +30,10 @@ std::string connectErrorText(uint32_t ip, uint16_t port, bool timedOut);
     Windows, its minimum), and a peer that vanished without a word is noticed within half a minute. */
 void prepareMasterSocket(SocketHandle socketHandle);
 
+/** Whether a TCP listener on all addresses would succeed beside another program's socket on this port. What
+    connects to that program's address would then reach that program. */
+bool listenerWouldSharePort(uint16_t port);
+
 /** The IPv4 datagram socket on which beacons arrive. One thread uses it. No socket options are set. */
 class BeaconSocket
 {

@@ -100,6 +100,12 @@ void prepareMasterSocket(SocketHandle socketHandle)
     setOption(socketHandle, IPPROTO_TCP, TCP_USER_TIMEOUT, vanishedPeerMs);
 }
 
+bool listenerWouldSharePort(uint16_t)
+{
+    // Two listeners share no port here: the bind to all addresses fails if any address of the port is taken.
+    return false;
+}
+
 bool BeaconSocket::create()
 {
     handle = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);

@@ -113,6 +113,22 @@ void prepareMasterSocket(SocketHandle socketHandle)
              nullptr);
 }
 
+bool listenerWouldSharePort(uint16_t port)
+{
+    const auto probe = ::socket(AF_INET, SOCK_STREAM, 0);
+
+    if (probe == INVALID_SOCKET)
+        return false; // then the listener cannot be made either
+
+    // Only a bind that asks for exclusive use fails beside a socket on a single address.
+    const BOOL exclusive = TRUE;
+    setsockopt(probe, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, reinterpret_cast<const char*>(&exclusive),
+               sizeof(exclusive));
+    const bool taken = !bindToEveryAddress(probe, port);
+    closesocket(probe);
+    return taken;
+}
+
 bool BeaconSocket::create()
 {
     handle = static_cast<SocketHandle>(::socket(AF_INET, SOCK_DGRAM, 0));

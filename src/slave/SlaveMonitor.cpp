@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "log/Log.h"
+#include "platform/Sockets.h"
 #include "slave/SlaveConnection.h"
 
 namespace quelta {
@@ -61,7 +62,8 @@ void SlaveMonitor::findPort(uint16_t daemonPort)
 
     for (int tries = 0; tries < numPorts; ++tries)
     {
-        if (beginWaitingForSocket(candidate, {}))
+        // A slave would report to the other program that shares the port.
+        if (!platform::listenerWouldSharePort(candidate) && beginWaitingForSocket(candidate, {}))
         {
             QUELTA_LOG_DAEMON("using free port %u to communicate with slave", candidate);
             port = candidate;

@@ -1,0 +1,101 @@
+#include <winsock2.h>
+
+#include "ImportPatch.h"
+#include "platform/Sockets.h"
+#include "slave/SlaveMonitor.h"
+#include "support/ThreadedTest.h"
+
+extern "C" decltype(&bind) __imp_bind;
+
+namespace quelta::test {
+namespace {
+
+class SharedPortTest : public ThreadedTest
+{
+protected:
+    SharedPortTest() { EXPECT_TRUE(stranger.createListener(0, "127.0.0.1")); }
+
+    uint16_t getTakenPort() const { return static_cast<uint16_t>(stranger.getBoundPort()); }
+
+    juce::StreamingSocket stranger; ///< Listens on one address only.
+};
+
+TEST_F(SharedPortTest, AListenerOnOneAddressIsFound)
+{
+    EXPECT_TRUE(platform::listenerWouldSharePort(getTakenPort()));
+}
+
+TEST_F(SharedPortTest, AFreePortIsNotShared)
+{
+    const auto port = getTakenPort();
+    stranger.close();
+    EXPECT_FALSE(platform::listenerWouldSharePort(port));
+}
+
+TEST_F(SharedPortTest, TheWishForAnyPortIsNotShared)
+{
+    EXPECT_FALSE(platform::listenerWouldSharePort(0));
+}
+
+TEST_F(SharedPortTest, AskingKeepsThePortFree)
+{
+    const auto port = getTakenPort();
+    stranger.close();
+    ASSERT_FALSE(platform::listenerWouldSharePort(port));
+    EXPECT_TRUE(stranger.createListener(port, {}));
+}
+
+uint16_t sharedPort = 0;
+decltype(&bind) systemsBind = nullptr;
+
+bool isExclusive(SOCKET socket)
+{
+    BOOL exclusive = FALSE;
+    int size = sizeof(exclusive);
+    return getsockopt(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, reinterpret_cast<char*>(&exclusive), &size) ==
+               0 &&
+           exclusive != FALSE;
+}
+
+/** Binds to every address beside a socket on a single one, as Windows does and Wine does not: here to another
+    single address. */
+int WSAAPI bindLikeWindows(SOCKET socket, const sockaddr* name, int size)
+{
+    auto address = *reinterpret_cast<const sockaddr_in*>(name);
+
+    if (address.sin_port == htons(sharedPort) && address.sin_addr.s_addr == htonl(INADDR_ANY) &&
+        !isExclusive(socket))
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
+
+    return systemsBind(socket, reinterpret_cast<const sockaddr*>(&address), size);
+}
+
+TEST_F(SharedPortTest, TheWindowsRulesAreImitated)
+{
+    sharedPort = getTakenPort();
+    const ImportPatch patch(__imp_bind, bindLikeWindows);
+    systemsBind = patch.getOriginal();
+    EXPECT_TRUE(juce::StreamingSocket().createListener(sharedPort, {}));
+}
+
+class SharedPortDeathTest : public SharedPortTest
+{
+protected:
+    SharedPortDeathTest() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+};
+
+/** Only the first monitor of a process begins its search behind the daemon's port. */
+TEST_F(SharedPortDeathTest, AMonitorPassesOverAPortThatItWouldShare)
+{
+    const auto passesOver = [this] {
+        sharedPort = getTakenPort();
+        const ImportPatch patch(__imp_bind, bindLikeWindows);
+        systemsBind = patch.getOriginal();
+        const SlaveMonitor monitor(static_cast<uint16_t>(sharedPort - 1));
+        std::_Exit(monitor.getPort() > sharedPort ? 0 : 1);
+    };
+    EXPECT_EXIT(passesOver(), testing::ExitedWithCode(0), "");
+}
+
+} // namespace
+} // namespace quelta::test
