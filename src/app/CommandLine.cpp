@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "log/Log.h"
+#include "platform/Paths.h"
 #include "util/LeadingInteger.h"
 
 namespace quelta {
@@ -87,7 +88,7 @@ bool parseOptions(const juce::StringArray& parameters, DaemonSettings& settings,
 
 void logSyntax()
 {
-    const auto program = juce::File::getSpecialLocation(juce::File::currentExecutableFile).getFileName();
+    const auto program = platform::executableFile().getFileName();
 
     logError("\ncommand line syntax:");
     logError(

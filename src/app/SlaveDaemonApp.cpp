@@ -4,6 +4,7 @@
 #include "app/SlaveProcess.h"
 #include "app/StartupSummary.h"
 #include "log/Log.h"
+#include "platform/Paths.h"
 #include "platform/QuitSignals.h"
 #include "platform/Sockets.h"
 #include "util/Timing.h"
@@ -42,10 +43,7 @@ void SlaveDaemonApp::initialise(const juce::String& commandLine)
     platform::restoreDefaultInterrupt();
 
     flags::logToStdout = 1;
-    initLog(juce::File::getSpecialLocation(juce::File::currentExecutableFile)
-                .getParentDirectory()
-                .getFullPathName()
-                .toRawUTF8());
+    initLog(platform::executableFile().getParentDirectory().getFullPathName().toRawUTF8());
     QUELTA_LOG_DAEMON("Command line:");
     QUELTA_LOG_DAEMON("%s", commandLine.toRawUTF8());
 
@@ -85,7 +83,7 @@ bool SlaveDaemonApp::readSettings(DaemonSettings& settings)
     if (!parseCommandLine(settings, slavePath))
         return false;
 
-    settings.slaveExecutable = juce::File::getCurrentWorkingDirectory().getChildFile(slavePath);
+    settings.slaveExecutable = platform::resolvePath(slavePath);
 
     if (!settings.slaveExecutable.existsAsFile())
     {

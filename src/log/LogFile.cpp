@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "log/LogFlags.h"
+#include "platform/Paths.h"
 
 namespace quelta {
 
@@ -51,8 +52,8 @@ bool LogFile::open()
     stream = openStream(file);
 
     if (stream == nullptr)
-        stream = openStream(juce::File::getSpecialLocation(juce::File::tempDirectory)
-                                .getChildFile(fileName.getComponents().back().c_str()));
+        stream =
+            openStream(platform::temporaryFolder().getChildFile(fileName.getComponents().back().c_str()));
 
     failed = stream == nullptr;
     linesUntilFlush = flags::logForceFlush;

@@ -1,6 +1,54 @@
 #include "platform/Paths.h"
 
+#include <fcntl.h>
+#include <sys/auxv.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "util/ValidUtf8.h"
+
 namespace quelta::platform {
+
+namespace {
+
+constexpr std::string_view deletedMark = " (deleted)"; ///< The kernel's, behind a path that is gone.
+
+juce::String toJuceString(const std::string& bytes)
+{
+    return juce::String::fromUTF8(toValidUtf8(bytes).c_str());
+}
+
+/** Not by argv[0], which is only what the caller chose to say. */
+std::string findExecutable()
+{
+    char path[PATH_MAX];
+    const auto length = readlink("/proc/self/exe", path, sizeof(path));
+
+    if (length < 0) // there is no /proc in some containers
+        return realpath(reinterpret_cast<const char*>(getauxval(AT_EXECFN)), path) != nullptr ? path : "";
+
+    std::string found(path, static_cast<size_t>(length));
+
+    if (found.ends_with(deletedMark) && access(found.c_str(), F_OK) != 0)
+        found.resize(found.size() - deletedMark.size());
+
+    return found;
+}
+
+/** The folder's own path if JUCE can take it, otherwise the path of a descriptor that stays open for good. */
+juce::String getSafePath(const std::string& folder)
+{
+    if (isValidUtf8(folder))
+        return toJuceString(folder);
+
+    return "/proc/self/fd/" + juce::String(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
+} // namespace
 
 bool absolutePathsHaveRoot()
 {
@@ -10,6 +58,49 @@ bool absolutePathsHaveRoot()
 char nativeSeparator()
 {
     return '/';
+}
+
+juce::File executableFile()
+{
+    static const auto file = [] {
+        const auto path = findExecutable();
+        const auto separator = path.rfind('/');
+
+        if (separator == std::string::npos)
+            return juce::File();
+
+        return juce::File(getSafePath(path.substr(0, separator)) + "/" +
+                          toJuceString(path.substr(separator + 1)));
+    }();
+    return file;
+}
+
+juce::File currentFolder()
+{
+    char path[PATH_MAX];
+
+    if (getcwd(path, sizeof(path)) != nullptr && isValidUtf8(path))
+        return juce::File(toJuceString(path));
+
+    // By its number, because a slave in this folder is started by another process.
+    return juce::File("/proc/" + juce::String(getpid()) + "/cwd");
+}
+
+juce::File resolvePath(const juce::String& path)
+{
+    const auto* const home = std::getenv("HOME");
+
+    // JUCE would put an unchecked name in the place of "~".
+    if (path.startsWithChar('~') && home != nullptr && !isValidUtf8(home))
+        return currentFolder().getChildFile("./" + path);
+
+    return currentFolder().getChildFile(path);
+}
+
+juce::File temporaryFolder()
+{
+    const auto* const chosen = std::getenv("TMPDIR");
+    return resolvePath(chosen != nullptr && *chosen != '\0' ? getSafePath(chosen) : "/tmp");
 }
 
 } // namespace quelta::platform

@@ -12,4 +12,26 @@ char nativeSeparator()
     return '\\';
 }
 
+// Names are UTF-16 here, which JUCE converts safely.
+
+juce::File executableFile()
+{
+    return juce::File::getSpecialLocation(juce::File::currentExecutableFile);
+}
+
+juce::File currentFolder()
+{
+    return juce::File::getCurrentWorkingDirectory();
+}
+
+juce::File resolvePath(const juce::String& path)
+{
+    return currentFolder().getChildFile(path);
+}
+
+juce::File temporaryFolder()
+{
+    return juce::File::getSpecialLocation(juce::File::tempDirectory);
+}
+
 } // namespace quelta::platform

@@ -4,6 +4,7 @@
 
 #include "log/Log.h"
 #include "platform/Paths.h"
+#include "util/ValidUtf8.h"
 
 namespace quelta {
 
@@ -172,8 +173,8 @@ juce::File FileName::toJuceFile() const
         return {};
     }
 
-    return juce::File(
-        juce::String::fromUTF8((root.empty() ? join(platform::nativeSeparator()) : toString()).c_str()));
+    const auto path = root.empty() ? join(platform::nativeSeparator()) : toString();
+    return juce::File(juce::String::fromUTF8(toValidUtf8(path).c_str()));
 }
 
 } // namespace quelta

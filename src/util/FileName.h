@@ -33,7 +33,7 @@ public:
 
     /** The file of an absolute name with a root. Where absolute paths have no root (any system but Windows),
        an absolute name without one is a file of that system. The empty name gives an empty file; anything
-       else gives an empty file and an error line. */
+       else gives an empty file and an error line. Bytes that are not UTF-8 are taken for Latin-1. */
     juce::File toJuceFile() const;
 
     /** Drops ".." at the front of an absolute name; an error line says so, once. */

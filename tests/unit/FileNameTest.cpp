@@ -262,5 +262,23 @@ TEST_F(FileNameTest, AnAbsoluteNameWithoutRootIsANativeFileWhereRootsDoNotExist)
     EXPECT_EQ(log.lines(), Lines{});
 }
 
+TEST_F(FileNameTest, BytesThatAreNotUtf8AreTakenForLatin1InAFile)
+{
+    const std::string root = platform::absolutePathsHaveRoot() ? "C:\\" : "/";
+    std::string overlong;
+    std::string latin1;
+
+    for (int i = 0; i < 100; ++i) // enough to overwrite what lies behind a string that is too short
+    {
+        overlong += "\xC0\xAF";
+        latin1 += "\xC3\x80\xC2\xAF";
+    }
+
+    EXPECT_EQ(FileName((root + overlong).c_str()).toJuceFile().getFullPathName().toStdString(),
+              root + latin1);
+    EXPECT_EQ(FileName((root + "M\xFCller").c_str()).toJuceFile().getFullPathName().toStdString(),
+              root + "M\xC3\xBCller");
+}
+
 } // namespace
 } // namespace quelta::test

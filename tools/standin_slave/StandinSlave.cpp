@@ -2,6 +2,7 @@
 
 #include <juce_core/juce_core.h>
 
+#include "platform/Paths.h"
 #include "standin_slave/Arguments.h"
 #include "standin_slave/Report.h"
 #include "standin_slave/ScenarioParser.h"
@@ -19,7 +20,7 @@ void reportStart(const std::vector<std::string>& arguments)
     for (size_t i = 0; i < arguments.size(); ++i)
         report("argument %u: [%s]", static_cast<unsigned>(i), escapeForReport(arguments[i]).c_str());
 
-    const auto folder = juce::File::getCurrentWorkingDirectory().getFullPathName();
+    const auto folder = platform::currentFolder().getFullPathName();
     report("folder: [%s]", escapeForReport(folder.toStdString()).c_str());
     report("pid: %lu", getProcessId());
 }
@@ -27,7 +28,7 @@ void reportStart(const std::vector<std::string>& arguments)
 /** Reads the scenario file, whose absence is none. Reports what is wrong with it and returns false. */
 bool loadScenario(Scenario& scenario)
 {
-    const auto executable = juce::File::getSpecialLocation(juce::File::hostApplicationPath);
+    const auto executable = platform::executableFile();
     const auto file = executable.withFileExtension("txt");
     const auto name = file.getFileName().toStdString();
     juce::MemoryBlock text;

@@ -42,6 +42,14 @@ def small(folder, kilobytes):
     return prepare
 
 
+def without_proc():
+    """For Popen's preexec_fn: the program finds nothing under /proc."""
+    def prepare():
+        _leave()
+        _mount(b"tmpfs", "/proc", b"tmpfs", 0)
+    return prepare
+
+
 def why_not():
     """The reason why no such mounts can be made here, or an empty text."""
     probe = subprocess.run([sys.executable, "-c", "from support import mounts; mounts.read_only('/tmp')()"],

@@ -1,0 +1,36 @@
+#include "platform/Paths.h"
+
+#include <gtest/gtest.h>
+
+#include "support/TemporaryFolder.h"
+
+using quelta::platform::currentFolder;
+using quelta::platform::executableFile;
+using quelta::platform::resolvePath;
+using quelta::platform::temporaryFolder;
+
+TEST(Paths, TheExecutableFileIsTheRunningProgram)
+{
+    EXPECT_TRUE(executableFile().existsAsFile());
+    EXPECT_EQ(executableFile().getFileNameWithoutExtension(), juce::String("quelta_unit_tests"));
+}
+
+TEST(Paths, ARelativePathIsSeenFromTheCurrentFolder)
+{
+    EXPECT_EQ(resolvePath("folder/file"), currentFolder().getChildFile("folder").getChildFile("file"));
+    EXPECT_EQ(resolvePath("../file"), currentFolder().getSiblingFile("file"));
+    EXPECT_TRUE(currentFolder().isDirectory());
+}
+
+TEST(Paths, AnAbsolutePathStaysAsItIs)
+{
+    const auto path = executableFile().getFullPathName();
+    EXPECT_EQ(resolvePath(path).getFullPathName(), path);
+}
+
+TEST(Paths, FilesCanBeMadeInTheTemporaryFolder)
+{
+    const quelta::test::TemporaryFolder folder; // made by JUCE's idea of where
+    EXPECT_TRUE(temporaryFolder().isDirectory());
+    EXPECT_TRUE(folder.getChild("file").isAChildOf(temporaryFolder()));
+}
