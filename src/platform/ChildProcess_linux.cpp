@@ -35,6 +35,25 @@ KilledChildren& getKilledChildren()
     return *children;
 }
 
+sigset_t findIgnoredSignals() noexcept
+{
+    sigset_t ignored;
+    sigemptyset(&ignored);
+
+    for (int number = 1; number < NSIG; ++number)
+    {
+        struct sigaction action = {};
+
+        if (sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN)
+            sigaddset(&ignored, number);
+    }
+
+    return ignored;
+}
+
+/** What the process inherited, such as nohup's SIGHUP; read before main, which ignores more. */
+const sigset_t ignoredAtStart = findIgnoredSignals();
+
 /** Everything that the child needs between fork and exec, where nothing may be allocated. */
 struct ChildPlan
 {
@@ -67,24 +86,25 @@ void closeOnExecAboveStandardStreams(int highestDescriptor)
         fcntl(descriptor, F_SETFD, FD_CLOEXEC);
 }
 
-void restoreDefaultSignals()
+/** Undoes what this process and JUCE have set. A signal that was ignored from the start stays ignored: the
+   slave has to live through a hang-up that its daemon lives through. */
+void restoreInheritedSignals(const sigset_t& mask)
 {
-    struct sigaction defaults = {};
-    defaults.sa_handler = SIG_DFL;
-
     for (int number = 1; number < NSIG; ++number)
-        sigaction(number, &defaults, nullptr);
+    {
+        struct sigaction action = {};
+        action.sa_handler = sigismember(&ignoredAtStart, number) == 1 ? SIG_IGN : SIG_DFL;
+        sigaction(number, &action, nullptr);
+    }
 
-    sigset_t none;
-    sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
+    sigprocmask(SIG_SETMASK, &mask, nullptr);
 }
 
 /** The child's side of the fork: async-signal-safe calls only, and nothing written to but this frame, since
    the memory is still the daemon's. A frame of its own for the same reason. */
-[[noreturn, gnu::noinline]] void becomeSlave(const ChildPlan& plan)
+[[noreturn, gnu::noinline]] void becomeSlave(const ChildPlan& plan, const sigset_t& mask)
 {
-    restoreDefaultSignals();
+    restoreInheritedSignals(mask);
     closeOnExecAboveStandardStreams(plan.highestDescriptor);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
 
@@ -126,7 +146,7 @@ pid_t forkWithSignalsBlocked(const ChildPlan& plan, int& error)
     const auto pid = vfork();
 
     if (pid == 0)
-        becomeSlave(plan); // NOLINT(clang-analyzer-unix.Vfork)
+        becomeSlave(plan, before); // NOLINT(clang-analyzer-unix.Vfork)
 
     error = errno;
     pthread_sigmask(SIG_SETMASK, &before, nullptr);

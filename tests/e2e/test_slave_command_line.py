@@ -148,11 +148,27 @@ def test_slave_has_the_standard_streams_and_nothing_else(make_node, sleeping_sla
 
 
 @pytest.mark.linux_only("reads the slave's state from /proc")
-def test_slave_starts_with_clean_signals_in_the_daemons_group(make_node, sleeping_slave):
+@pytest.mark.parametrize("ignored", [
+    [],
+    [signal.SIGHUP],
+    [signal.SIGPIPE, signal.SIGUSR1, signal.SIGRTMAX],
+], ids=["none", "as under nohup", "others, of which the daemon ignores one itself"])
+def test_slave_gets_the_signals_as_the_daemon_got_them(make_node, sleeping_slave, ignored):
+    def prepare():
+        for number in signal.valid_signals() - {signal.SIGKILL, signal.SIGSTOP}:
+            signal.signal(number, signal.SIG_IGN if number in ignored else signal.SIG_DFL)
+        signal.pthread_sigmask(signal.SIG_SETMASK, [signal.SIGUSR2])
+
+    slave = sleeping_slave(make_node(), preexec_fn=prepare)
+    assert int(process_status(slave, "SigIgn"), 16) == sum(1 << number - 1 for number in ignored)
+    assert int(process_status(slave, "SigBlk"), 16) == 1 << signal.SIGUSR2 - 1
+
+
+@pytest.mark.linux_only("reads the slave's state from /proc")
+def test_slave_starts_in_the_daemons_group(make_node, sleeping_slave):
     node = make_node()
     slave = sleeping_slave(node, env={**os.environ, "QUELTA_TEST_MARK": "handed on"})
-    assert int(process_status(slave, "SigBlk"), 16) == 0
-    assert int(process_status(slave, "SigIgn"), 16) == 0
+    assert int(process_status(slave, "SigBlk"), 16) == int(process_status(os.getpid(), "SigBlk"), 16)
     assert int(process_status(slave, "PPid")) == node.process.pid
     assert os.getpgid(slave) == os.getpgid(node.process.pid) == node.process.pid
     assert b"QUELTA_TEST_MARK=handed on" in Path(f"/proc/{slave}/environ").read_bytes().split(b"\0")

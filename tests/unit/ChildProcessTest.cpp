@@ -7,6 +7,7 @@
 #include "support/ThreadedTest.h"
 
 #include <array>
+#include <csignal>
 #include <thread>
 
 namespace quelta::test {
@@ -233,12 +234,24 @@ TEST_F(ChildProcessPosixTest, OnlyTheStandardStreamsAreInherited)
     close(inheritable);
 }
 
-TEST_F(ChildProcessPosixTest, NoSignalIsBlockedOrIgnored)
+TEST_F(ChildProcessPosixTest, ASignalThatThisProgramHasIgnoredHasItsDefaultEffect)
 {
-    ASSERT_NE(getStatusValue(juce::File("/proc/self"), "SigIgn"), "0000000000000000");
+    constexpr auto termination = 1ULL << (SIGTERM - 1);
+    const auto parsed = [](const std::string& mask) { return std::stoull(mask, nullptr, 16); };
+    auto* const before = std::signal(SIGTERM, SIG_IGN);
+    EXPECT_NE(parsed(getStatusValue(juce::File("/proc/self"), "SigIgn")) & termination, 0u);
     const auto status = runProgram("/bin/cat", "cat /proc/self/status");
-    EXPECT_NE(status.find("SigBlk:\t0000000000000000"), std::string::npos) << status;
-    EXPECT_NE(status.find("SigIgn:\t0000000000000000"), std::string::npos) << status;
+    std::signal(SIGTERM, before);
+    const auto position = status.find("SigIgn:\t");
+    ASSERT_NE(position, std::string::npos) << status;
+    EXPECT_EQ(parsed(status.substr(position + 8, 16)) & termination, 0u);
+}
+
+TEST_F(ChildProcessPosixTest, TheProgramHasTheSignalMaskOfTheThreadThatLaunchesIt)
+{
+    const auto own = getStatusValue(juce::File("/proc/thread-self"), "SigBlk");
+    const auto status = runProgram("/bin/cat", "cat /proc/self/status");
+    EXPECT_NE(status.find("SigBlk:\t" + own + "\n"), std::string::npos) << status;
 }
 
 TEST_F(ChildProcessPosixTest, TheProgramSharesTheDaemonsProcessGroup)
