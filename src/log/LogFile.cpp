@@ -1,7 +1,5 @@
 #include "log/LogFile.h"
 
-#include <cstring>
-
 #include "log/LogFlags.h"
 #include "platform/Paths.h"
 
@@ -15,12 +13,10 @@ void LogFile::setFileName(FileName name)
 
 void LogFile::writeLine(const char* line)
 {
-    if (failed || (stream == nullptr && !open()))
+    if (failed || (!output.isOpen() && !open()))
         return;
 
-    // Line feeds only, on every system.
-    stream->write(line, std::strlen(line));
-    stream->writeByte('\n');
+    append(line);
 
     if (flags::logForceFlush == 0)
         return;
@@ -31,42 +27,87 @@ void LogFile::writeLine(const char* line)
         return;
     }
 
-    stream->flush();
+    flush();
     linesUntilFlush = flags::logForceFlush;
 }
 
 void LogFile::flush()
 {
-    if (stream != nullptr)
-        stream->flush();
+    if (!output.isOpen())
+        return;
+
+    writeOut(buffer);
+    buffer.clear();
+    output.sync();
 }
 
 void LogFile::close()
 {
     flush();
-    stream.reset();
+    output.close();
+}
+
+/** Buffers the line and a line feed (on every system no more than that), written out before the buffer is
+ * full. */
+void LogFile::append(std::string_view line)
+{
+    if (buffer.size() + line.size() + 1 >= bufferSize)
+    {
+        writeOut(buffer);
+        buffer.clear();
+    }
+
+    if (line.size() + 1 < bufferSize)
+        buffer.append(line).push_back('\n');
+    else
+        writeOut(line, "\n");
+}
+
+/** Writes whole lines, in two pieces so that a long one need not be copied. On a full disk the part of a line
+   that still found room is removed again, so that the file goes on with a whole line once there is room. */
+void LogFile::writeOut(std::string_view text, std::string_view lineEnd)
+{
+    auto written = output.write(text.data(), text.size());
+
+    if (written == text.size())
+        written += output.write(lineEnd.data(), lineEnd.size());
+
+    if (written == text.size() + lineEnd.size())
+        return;
+
+    const auto lastLineFeed = text.substr(0, written).rfind('\n');
+    const auto wholeLines = lastLineFeed == std::string_view::npos ? 0 : lastLineFeed + 1;
+
+    if (written > wholeLines)
+        output.removeLast(written - wholeLines);
 }
 
 bool LogFile::open()
 {
-    stream = openStream(file);
-
-    if (stream == nullptr)
-        stream =
-            openStream(platform::temporaryFolder().getChildFile(fileName.getComponents().back().c_str()));
-
-    failed = stream == nullptr;
+    failed = !openBesideExecutable() && !openInTemporaryFolder();
+    buffer.clear();
+    buffer.reserve(bufferSize);
     linesUntilFlush = flags::logForceFlush;
     return !failed;
 }
 
-std::unique_ptr<juce::FileOutputStream> LogFile::openStream(const juce::File& file)
+bool LogFile::openBesideExecutable()
 {
     if (flags::logAppendToFile == 0 && file.existsAsFile())
         file.deleteFile();
 
-    auto opened = std::make_unique<juce::FileOutputStream>(file, bufferSize);
-    return opened->openedOk() ? std::move(opened) : nullptr;
+    return output.open(file);
+}
+
+bool LogFile::openInTemporaryFolder()
+{
+    const auto substitute = platform::temporaryFolder().getChildFile(fileName.getComponents().back().c_str());
+
+    // A link is deleted too, even a dangling one: another user may have placed it.
+    if (flags::logAppendToFile == 0 && !substitute.isDirectory())
+        substitute.deleteFile();
+
+    return output.openInSharedFolder(substitute);
 }
 
 } // namespace quelta

@@ -1,14 +1,17 @@
 // The log file: opened by the first line that reaches it, in the executable's folder or, failing that, in the
-// temporary folder; given up for good, silently, when neither works.
+// temporary folder; given up for good, silently, when neither works. Lines that do not fit on a full disk are
+// lost; what the file holds are whole lines.
 //
 // Every call is made under the log lock.
 #pragma once
 
 #include <cstdint>
-#include <memory>
+#include <string>
+#include <string_view>
 
 #include <juce_core/juce_core.h>
 
+#include "platform/OutputFile.h"
 #include "util/FileName.h"
 
 namespace quelta {
@@ -29,14 +32,18 @@ public:
     void close();
 
 private:
+    void append(std::string_view line);
+    void writeOut(std::string_view text, std::string_view lineEnd = {});
     bool open();
-    static std::unique_ptr<juce::FileOutputStream> openStream(const juce::File& file);
+    bool openBesideExecutable();
+    bool openInTemporaryFolder();
 
     static constexpr size_t bufferSize = 65536; ///< Bytes.
 
     FileName fileName;
     juce::File file; ///< What `fileName` names; made beforehand, since a name that is none logs an error.
-    std::unique_ptr<juce::FileOutputStream> stream;
+    platform::OutputFile output;
+    std::string buffer;  ///< Whole lines only, fewer than `bufferSize` bytes.
     bool failed = false; ///< Both places have failed; never reset.
     int32_t linesUntilFlush = 0;
 };

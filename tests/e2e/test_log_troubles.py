@@ -24,6 +24,7 @@ FILE_FLAGS = "daemon logPrefix logJuce logToFile logForceFlush=1"
 NO_MOUNTS = "needs Linux's mounts" if programs.ON_WINDOWS else mounts.why_not()
 LONGER_THAN_ANY_FORCE = 7  # seconds; the framework would use force after 5 at the latest
 MORE_THAN_A_PIPE_HOLDS = 2000
+LOG_BUFFER = 64 * 1024  # bytes
 own_mounts = pytest.mark.skipif(bool(NO_MOUNTS), reason=NO_MOUNTS or "-")
 
 
@@ -51,26 +52,45 @@ def test_standard_output_on_a_full_disk(make_node, make_master):
     assert "Stopped logging on " in node.log_file.read_text()
 
 
+def complain(beacon_socket, node, size):
+    """Junk until the daemon has logged so many bytes of complaints about it."""
+    begin = len(node.output.lines())
+    while sum(map(len, node.output.lines()[begin:])) < size:
+        before = len(node.output.lines())
+        flood(beacon_socket, node, b"junk", 50)
+        wait_until(lambda: len(node.output.lines()) > before, "the daemon complains")
+
+
+def assert_whole_lines(logged, lines):
+    """What was logged are some of the lines, each as it was and all in their order."""
+    remaining = iter(lines)
+    for line in logged.splitlines(keepends=True):
+        assert line.endswith("\n") and any(line == other + "\n" for other in remaining), repr(line)
+
+
 @own_mounts
-def test_log_goes_on_when_the_disk_has_room_again(make_node, make_master):
-    node = make_node(flags=FILE_FLAGS + " logAppendToFile")
+@pytest.mark.parametrize("flags", ["logForceFlush=1", "logForceFlush=7", "logFlushTime=20", ""])
+def test_log_goes_on_with_whole_lines_when_the_disk_has_room_again(make_node, beacon_socket, flags):
+    node = make_node(flags=f"daemon logTime logPrefix logToFile logAppendToFile {flags}")
     disk = node.folder / "disk"
     disk.mkdir()
     node.log_file.symlink_to(disk / LOG_FILE)
-    node.serve(preexec_fn=mounts.small(disk, 64))
+    node.serve(preexec_fn=mounts.small(disk, 1024))
     seen_by_daemon = Path(f"/proc/{node.process.pid}/root{disk}")
+    complain(beacon_socket, node, 2 * LOG_BUFFER)
     filler = seen_by_daemon / "filler"
     with pytest.raises(OSError, match="No space left"):
         filler.write_bytes(bytes(1 << 20))
-    full = (seen_by_daemon / LOG_FILE).stat().st_size
-    owner, other = assert_goes_on(node, make_master)
-    grown = (seen_by_daemon / LOG_FILE).stat().st_size
-    assert grown - full < 4096  # what was left of the last page
-    filler.unlink()
-    running(node, owner, other)
-    last = daemon_line(f"notifying master {owner} that the slave is initialized and running")
-    assert (seen_by_daemon / LOG_FILE).read_text().splitlines()[-1] == last
-    node.quit()
+    with open(seen_by_daemon / LOG_FILE) as file:
+        full = os.fstat(file.fileno()).st_size
+        complain(beacon_socket, node, 3 * LOG_BUFFER)
+        assert os.fstat(file.fileno()).st_size - full < 4096  # what was left of the last page
+        filler.unlink()
+        complain(beacon_socket, node, 2 * LOG_BUFFER)
+        lines = node.quit()
+        logged = file.read()
+    assert_whole_lines(logged, lines)
+    assert len(logged) > full + LOG_BUFFER and logged.splitlines()[-3:] == lines[-3:]
 
 
 @own_mounts
@@ -95,6 +115,76 @@ def test_nowhere_to_write_a_log_file(make_node, make_master, tmp_path):
     assert_goes_on(node, make_master)
     node.quit()
     assert not node.log_file.exists() and not (temporary / LOG_FILE).exists()
+
+
+@pytest.fixture
+def shared_folder(make_node, tmp_path):
+    """A node that has to log to a temporary folder in which others place files too, and the log's place there."""
+    folder = tmp_path / "temporary"
+    folder.mkdir(mode=0o1777)
+
+    def make(flags):
+        node = make_node(flags=f"logToFile {flags}")
+        node.log_file.mkdir()
+        return node, folder / LOG_FILE
+
+    return make
+
+
+def run_with_temporary_folder(node, folder):
+    """What a daemon prints that only complains and ends."""
+    lines = node.start([], env={**os.environ, "TMPDIR": str(folder)}).output.rest()
+    assert node.wait_exit() == 0
+    return lines
+
+
+@pytest.mark.parametrize("target_exists", [True, False], ids=["link", "dangling link"])
+def test_link_in_the_temporary_folder_is_replaced(shared_folder, tmp_path, target_exists):
+    node, place = shared_folder("")
+    target = tmp_path / "target"
+    if target_exists:
+        target.write_text("precious\n")
+    place.symlink_to(target)
+    lines = run_with_temporary_folder(node, place.parent)
+    assert not place.is_symlink() and place.read_text().splitlines() == lines
+    assert target.read_text() == "precious\n" if target_exists else not target.exists()
+
+
+@pytest.mark.parametrize("target_exists", [True, False], ids=["link", "dangling link"])
+def test_link_in_the_temporary_folder_is_not_appended_to(shared_folder, tmp_path, target_exists):
+    node, place = shared_folder("logAppendToFile")
+    target = tmp_path / "target"
+    if target_exists:
+        target.write_text("precious\n")
+    place.symlink_to(target)
+    run_with_temporary_folder(node, place.parent)
+    assert place.is_symlink()
+    assert target.read_text() == "precious\n" if target_exists else not target.exists()
+
+
+def test_second_name_of_a_file_in_the_temporary_folder_is_not_appended_to(shared_folder, tmp_path):
+    node, place = shared_folder("logAppendToFile")
+    target = tmp_path / "target"
+    target.write_text("precious\n")
+    place.hardlink_to(target)
+    run_with_temporary_folder(node, place.parent)
+    assert target.read_text() == "precious\n"
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="needs root to give a file away")
+def test_file_of_another_user_in_the_temporary_folder_is_not_appended_to(shared_folder):
+    node, place = shared_folder("logAppendToFile")
+    place.write_text("not ours\n")
+    os.chown(place, 65534, 65534)
+    run_with_temporary_folder(node, place.parent)
+    assert place.read_text() == "not ours\n"
+
+
+def test_own_file_in_the_temporary_folder_is_appended_to(shared_folder):
+    node, place = shared_folder("logAppendToFile")
+    place.write_text("before\n")
+    lines = run_with_temporary_folder(node, place.parent)
+    assert place.read_text().splitlines() == ["before", *lines]
 
 
 @pytest.mark.parametrize("lose", [Path.unlink, lambda file: file.rename(file.with_suffix(".old"))],
