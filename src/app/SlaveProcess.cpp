@@ -1,7 +1,9 @@
 #include "app/SlaveProcess.h"
 
 #include "log/Log.h"
+#include "platform/AwakeClock.h"
 #include "platform/ChildProcess.h"
+#include "platform/KeepAwake.h"
 #include "slave/SlaveMonitor.h"
 #include "util/Timing.h"
 
@@ -61,6 +63,7 @@ void SlaveProcess::run()
     if (!launchSlave(slave, monitor))
         return;
 
+    const platform::KeepAwake keepAwake(!infoRequest);
     const auto step = watch(slave, monitor);
     slaveVersion = monitor.getSlaveVersion();
     numProvidedGpus = monitor.getNumGpus();
@@ -162,7 +165,7 @@ void SlaveProcess::conclude(platform::ChildProcess& slave, SlaveMonitor& monitor
 bool SlaveProcess::stopGracefully(platform::ChildProcess& slave, SlaveMonitor& monitor)
 {
     monitor.sendStopMessage();
-    const auto asked = juce::Time::getMillisecondCounter();
+    const auto asked = platform::getAwakeMilliseconds();
 
     for (;;)
     {
@@ -171,7 +174,7 @@ bool SlaveProcess::stopGracefully(platform::ChildProcess& slave, SlaveMonitor& m
         if (!slave.isRunning())
             return true;
 
-        if (juce::Time::getMillisecondCounter() - asked >= limits.gracefulStop)
+        if (platform::getAwakeMilliseconds() - asked >= limits.gracefulStop)
             return false;
     }
 }

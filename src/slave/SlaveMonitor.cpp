@@ -107,7 +107,7 @@ void SlaveMonitor::getStatus(SlaveStatus& currentStatus, uint32_t& millisecondsS
 {
     const juce::ScopedLock sl(lock);
     currentStatus = status;
-    millisecondsSinceLastMessage = juce::Time::getMillisecondCounter() - lastMessageTime;
+    millisecondsSinceLastMessage = static_cast<uint32_t>(platform::getAwakeMilliseconds() - lastMessageTime);
 }
 
 uint32_t SlaveMonitor::getSlaveVersion() const
@@ -180,7 +180,7 @@ void SlaveMonitor::startMonitoring()
     {
         const juce::ScopedLock sl(lock);
         established = true;
-        lastMessageTime = juce::Time::getMillisecondCounter();
+        lastMessageTime = platform::getAwakeMilliseconds();
 
         if (std::exchange(stopIsPending, false))
             deliverStopMessage();
@@ -222,7 +222,7 @@ void SlaveMonitor::handleMessage(const SlaveDaemonMessage& message)
 void SlaveMonitor::setStatus(SlaveStatus newStatus)
 {
     status = newStatus;
-    lastMessageTime = juce::Time::getMillisecondCounter();
+    lastMessageTime = platform::getAwakeMilliseconds();
 }
 
 } // namespace quelta

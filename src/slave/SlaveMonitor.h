@@ -15,6 +15,7 @@
 #include <juce_events/juce_events.h>
 
 #include "messages/SlaveDaemonMessage.h"
+#include "platform/AwakeClock.h"
 
 namespace quelta {
 
@@ -78,7 +79,7 @@ private:
     bool established = false;   ///< Before, JUCE has no socket to send on.
     bool stopIsPending = false; ///< A stop was requested before the slave connected.
     SlaveStatus status = STATUS_STARTING;
-    uint32_t lastMessageTime = juce::Time::getMillisecondCounter();
+    int64_t lastMessageTime = platform::getAwakeMilliseconds();
     uint32_t numGpus = 0;
     uint32_t slaveVersion = 0;
 };

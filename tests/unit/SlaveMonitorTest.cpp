@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 
+#include "support/FakeAwakeClock.h"
 #include "support/SlaveVoice.h"
 #include "support/ThreadedTest.h"
 
@@ -84,6 +85,18 @@ TEST_F(SlaveMonitorTest, TheSilenceBeginsAnewWhenTheSlaveConnects)
     const auto slave = connect();
     EXPECT_TRUE(waitUntil([this] { return getSilence() < 200; }));
     EXPECT_EQ(getStatus(), STATUS_STARTING);
+}
+
+TEST_F(SlaveMonitorTest, TheSilenceIsCountedByTheClockThatStandsStillDuringSleep)
+{
+    FakeAwakeClock clock;
+    const auto slave = connect();
+    EXPECT_EQ(getSilence(), 0u);
+    clock.advance(7'000);
+    EXPECT_EQ(getSilence(), 7'000u);
+    slave->sayStatus();
+    EXPECT_TRUE(waitForStatus(STATUS_RUNNING));
+    EXPECT_EQ(getSilence(), 0u);
 }
 
 TEST_F(SlaveMonitorTest, TheComingAndGoingOfTheSlaveIsLogged)

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "platform/KeepAwake.h"
 #include "platform/Paths.h"
+#include "support/FakeAwakeClock.h"
 #include "support/SlaveListener.h"
 #include "support/StandinSlave.h"
 #include "support/ThreadedTest.h"
@@ -204,6 +206,37 @@ TEST_F(SlaveProcessTest, AnEndByForceIsLoggedInDetail)
     EXPECT_TRUE(waitForNumberIn(platform::absolutePathsHaveRoot()
                                     ? "slave process # ended with exit status 0"
                                     : "slave process # ended with signal 9 (Killed)"));
+}
+
+TEST_F(SlaveProcessTest, TheGraceOfAStopIsCountedByTheClockThatStandsStillDuringSleep)
+{
+    FakeAwakeClock clock;
+    start("[run]\non-stop ignore\nconnect\nstatus\nbeat 50", {60'000, 60'000, 60'000, 300});
+    ASSERT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
+    process->signalThreadShouldExit();
+    EXPECT_FALSE(process->waitForThreadToExit(900)); // three times the limit
+    EXPECT_EQ(getVerdicts(), Lines{});
+    clock.advance(300);
+    waitForEnd();
+    expectOutcome(false, 0, 0, {killLine});
+}
+
+TEST_F(SlaveProcessTest, TheMachineIsKeptAwakeAsLongAsAMastersSlaveRuns)
+{
+    EXPECT_EQ(platform::KeepAwake::countHeld(), 0);
+    start("[run]\non-stop exit-after 0\nconnect\nstatus\nbeat 50");
+    ASSERT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
+    EXPECT_EQ(platform::KeepAwake::countHeld(), 1);
+    process->stopThread(-1);
+    EXPECT_EQ(platform::KeepAwake::countHeld(), 0);
+}
+
+TEST_F(SlaveProcessTest, AnInformationRunDoesNotKeepTheMachineAwake)
+{
+    start("[info]\non-stop exit-after 0\nconnect\nstatus\nbeat 50", patient, true);
+    ASSERT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
+    EXPECT_EQ(platform::KeepAwake::countHeld(), 0);
+    process->stopThread(-1);
 }
 
 TEST_F(SlaveProcessTest, AnInformationRunEndsWellOnceTheSlaveHasReported)
