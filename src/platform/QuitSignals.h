@@ -4,16 +4,18 @@
 
 namespace quelta::platform {
 
-/** Undoes what the framework has set up for Ctrl-C: until the handlers are installed, every signal has the
-    system's default effect. */
+/** Undoes what JUCE has set up for Ctrl-C: until the handlers are installed, every signal has the system's
+    default effect. */
 void restoreDefaultInterrupt();
 
-/** From now on SIGABRT, SIGFPE, SIGILL, SIGINT, SIGSEGV and SIGTERM ask the message loop to end. Each signal
-    only once: its second occurrence has the default effect, so that a slow shutdown can be cut short and a
-    real crash ends. */
+/** From now on SIGABRT, SIGFPE, SIGILL, SIGINT, SIGSEGV and SIGTERM ask the message loop to end; so do a
+    hang-up that is not ignored (Linux), Ctrl-Break, and the end of the console or the session (Windows).
+    A repetition within a second is the same request; a later one ends the process at once, so that a slow
+    shutdown can be cut short. A crash signal is handled once only: a real crash raises it again. */
 void installQuitHandlers();
 
-/** Back to default handling. */
+/** Back to default handling, at once for crash signals. For the others at once if none has come, else a
+    second after the first. */
 void resetQuitHandlers();
 
 /** Whether one of the signals has come, even if the message loop has not had time for it yet. Any thread. */

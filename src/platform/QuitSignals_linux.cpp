@@ -12,39 +12,98 @@
 #include <juce_events/juce_events.h>
 
 #include "log/Log.h"
+#include "platform/AwakeClock.h"
+#include "util/QuitRepetition.h"
 
 namespace quelta::platform {
 
 namespace {
 
-constexpr std::array quitSignals{SIGABRT, SIGFPE, SIGILL, SIGINT, SIGSEGV, SIGTERM};
+struct QuitSignal
+{
+    int number = 0;
+    bool isCrash = false;
+};
 
-std::atomic<bool> requested{false};
-static_assert(std::atomic<bool>::is_always_lock_free);
+constexpr std::array<QuitSignal, 7> quitSignals{{{SIGABRT, true},
+                                                 {SIGFPE, true},
+                                                 {SIGILL, true},
+                                                 {SIGINT, false},
+                                                 {SIGSEGV, true},
+                                                 {SIGTERM, false},
+                                                 {SIGHUP, false}}};
 
-/** The handler writes a byte into it, the message loop wakes up at its other end. Made once and never closed:
-    a handler that another thread is still running when the handlers are reset would write to a closed
-    descriptor, or to a stranger that has got its number. */
+bool installed = false;
+
+std::atomic<int64_t> firstQuitMs{noQuitYet};
+static_assert(std::atomic<int64_t>::is_always_lock_free);
+
+/** A handler writes a byte into it, the message loop wakes up at its other end. Open until the process ends,
+    because a handler may be running on another thread at any time. */
 std::array<int, 2> wakePipe{-1, -1};
 
-void setHandler(void (*handler)(int), int flags)
+bool isIgnored(int number)
 {
-    for (const auto number : quitSignals)
-    {
-        struct sigaction action = {};
-        action.sa_handler = handler;
-        action.sa_flags = flags;
-        sigaction(number, &action, nullptr);
-    }
+    struct sigaction current = {};
+    return sigaction(number, nullptr, &current) == 0 && current.sa_handler == SIG_IGN;
+}
+
+void setHandler(int number, void (*handler)(int), int flags)
+{
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = flags;
+    sigaction(number, &action, nullptr);
+}
+
+/** Records the time of the first request and gives the effect of this one. */
+QuitEffect noteQuitSignal()
+{
+    const auto now = getAwakeMilliseconds();
+    auto first = noQuitYet;
+    firstQuitMs.compare_exchange_strong(first, now);
+    return judgeQuitSignal(first, now);
 }
 
 /** Quitting the message loop takes locks and memory, which a handler must not. */
-void requestQuit(int)
+void wakeMessageLoop()
+{
+    [[maybe_unused]] const auto written = write(wakePipe[1], "", 1);
+}
+
+void handleQuitSignal(int number)
 {
     const int savedErrno = errno;
-    requested = true;
-    [[maybe_unused]] const auto written = write(wakePipe[1], "", 1);
+    const auto effect = noteQuitSignal();
+
+    if (effect == QuitEffect::quit)
+        wakeMessageLoop();
+
+    if (effect == QuitEffect::endAtOnce)
+    {
+        setHandler(number, SIG_DFL, 0);
+        raise(number); // takes effect when this handler returns
+    }
+
     errno = savedErrno;
+}
+
+/** The system has put the signal back to its default, so a faulting instruction ends the process when it is
+    run again. */
+void handleCrashSignal(int)
+{
+    const int savedErrno = errno;
+    noteQuitSignal();
+    wakeMessageLoop();
+    errno = savedErrno;
+}
+
+bool openWakePipe()
+{
+    if (wakePipe[0] >= 0)
+        return true;
+
+    return pipe2(wakePipe.data(), O_CLOEXEC | O_NONBLOCK) == 0;
 }
 
 } // namespace
@@ -56,10 +115,10 @@ void restoreDefaultInterrupt()
 
 void installQuitHandlers()
 {
-    if (wakePipe[0] < 0 && pipe2(wakePipe.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+    if (!openWakePipe())
     {
         // Without a way to the message loop the default handling is the better one.
-        QUELTA_LOG_DAEMON("signals end the daemon without a shutdown: %s", std::strerror(errno));
+        logError("signals end the daemon without a shutdown: %s", std::strerror(errno));
         return;
     }
 
@@ -70,20 +129,33 @@ void installQuitHandlers()
             juce::JUCEApplicationBase::quit();
     });
 
-    setHandler(requestQuit, static_cast<int>(SA_RESETHAND | SA_RESTART));
+    for (const auto& [number, isCrash] : quitSignals)
+    {
+        if (isCrash)
+            setHandler(number, handleCrashSignal, static_cast<int>(SA_RESETHAND | SA_RESTART));
+        else if (number != SIGHUP || !isIgnored(number))
+            setHandler(number, handleQuitSignal, SA_RESTART);
+    }
+
+    installed = true;
 }
 
 void resetQuitHandlers()
 {
-    setHandler(SIG_DFL, 0);
+    if (!installed)
+        return;
 
-    if (wakePipe[0] >= 0)
-        juce::LinuxEventLoop::unregisterFdCallback(wakePipe[0]);
+    for (const auto& [number, isCrash] : quitSignals)
+        if ((isCrash || !quitWasRequested()) && !isIgnored(number))
+            setHandler(number, SIG_DFL, 0);
+
+    juce::LinuxEventLoop::unregisterFdCallback(wakePipe[0]);
+    installed = false;
 }
 
 bool quitWasRequested()
 {
-    return requested;
+    return firstQuitMs != noQuitYet;
 }
 
 } // namespace quelta::platform

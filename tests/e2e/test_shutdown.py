@@ -18,6 +18,7 @@ NOT_UNDER_WINE = pytest.mark.linux_only("Wine does not hand other signals to a p
 # doing itself, and at times fails at that.
 NOT_SANITIZED = pytest.mark.skipif(measure.THREAD_SANITIZED, reason="the thread sanitizer's handling is not safe")
 SIGNALS = [signal.SIGINT, pytest.param(signal.SIGTERM, marks=NOT_UNDER_WINE),
+           pytest.param(signal.SIGHUP, marks=NOT_UNDER_WINE),
            *(pytest.param(number, marks=[NOT_UNDER_WINE, NOT_SANITIZED])
              for number in (signal.SIGABRT, signal.SIGFPE, signal.SIGILL, signal.SIGSEGV))]
 
@@ -43,7 +44,7 @@ def test_signal_ends_an_idle_daemon_in_order(make_node, number):
     assert node.errors.rest() == []
 
 
-@pytest.mark.parametrize("number", SIGNALS[:2])
+@pytest.mark.parametrize("number", SIGNALS[:3])
 def test_connections_are_closed_in_the_order_of_their_addresses(farm, number):
     node, *masters = farm(3)
     node.interrupt(number)
@@ -54,7 +55,7 @@ def test_connections_are_closed_in_the_order_of_their_addresses(farm, number):
         closing(3), *(daemon_line(f"disconnected from master {master}") for master in masters)]
 
 
-@pytest.mark.parametrize("number", SIGNALS[:2])
+@pytest.mark.parametrize("number", SIGNALS[:3])
 def test_slave_is_stopped_with_its_owners_connection(farm, number):
     node, first, owner, last = farm(3)
     running(node, owner, first, last)
@@ -133,16 +134,61 @@ def test_shutdown_in_a_flood_takes_less_than_a_second(farm, beacon_socket):
     assert min(flooded() for _ in range(3)) < 1
 
 
+# Seconds in which one more signal is the same request, and a little.
+REPETITION = 1.1
+
+
 @pytest.mark.linux_only("Wine reports the end of a process by a signal in its own way")
 @pytest.mark.parametrize("second", [signal.SIGINT, signal.SIGTERM])
 def test_second_signal_ends_a_slow_shutdown_at_once(farm, second):
     node, owner = farm(plays=scenario(settings="on-stop ignore\non-lost ignore"))
     running(node, owner)
     node.interrupt()
+    asked = time.monotonic()
     node.output.wait(daemon_line(f"stopping Quelta slave for master {owner}"))
+    wait_until(lambda: time.monotonic() - asked > REPETITION, "a second signal is another request")
     node.interrupt(second)
     assert node.wait_exit() == -second
     node.wait_no_slave()
+
+
+@pytest.mark.linux_only("Wine does not hand other signals to a program")
+@pytest.mark.parametrize("first, second", [(signal.SIGINT, signal.SIGINT), (signal.SIGTERM, signal.SIGHUP)])
+def test_signals_within_a_second_are_one_request(farm, first, second):
+    """A process manager may signal a process and its group, or hang up right behind its request."""
+    node, owner = farm(plays=scenario(settings="on-stop exit-after 1500"))
+    running(node, owner)
+    node.interrupt(first)
+    node.interrupt(second)
+    node.output.wait(daemon_line(f"stopping Quelta slave for master {owner}"))
+    node.interrupt(second)
+    assert node.wait_exit() == 0
+    node.output.rest()
+    assert tail(node.own_lines(), closing(1))[-1] == daemon_line(f"disconnected from master {owner}")
+
+
+@pytest.mark.linux_only("Wine does not hand other signals to a program")
+@NOT_SANITIZED
+def test_second_crash_ends_the_daemon_at_once(farm):
+    """A fault that is real happens again as soon as its handler returns."""
+    node, owner = farm(plays=scenario(settings="on-stop ignore\non-lost ignore"))
+    running(node, owner)
+    node.interrupt(signal.SIGSEGV)
+    node.output.wait(daemon_line(f"stopping Quelta slave for master {owner}"))
+    node.interrupt(signal.SIGSEGV)
+    assert node.wait_exit() == -signal.SIGSEGV
+    node.wait_no_slave()
+
+
+@pytest.mark.linux_only("other systems have no hang-ups")
+def test_hang_up_that_is_ignored_from_the_start_ends_nothing(make_node):
+    """As under nohup."""
+    node = make_node()
+    node.serve(preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
+    node.interrupt(signal.SIGHUP)
+    with pytest.raises(subprocess.TimeoutExpired):
+        node.process.wait(REPETITION)
+    assert tail(node.quit(), closing(0)) == [closing(0)]
 
 
 def test_no_slave_outlives_a_daemon_that_is_killed(farm):
