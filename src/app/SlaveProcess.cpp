@@ -5,6 +5,7 @@
 #include "platform/ChildProcess.h"
 #include "platform/KeepAwake.h"
 #include "slave/SlaveMonitor.h"
+#include "util/StopDeadline.h"
 #include "util/Timing.h"
 
 namespace quelta {
@@ -174,7 +175,7 @@ bool SlaveProcess::stopGracefully(platform::ChildProcess& slave, SlaveMonitor& m
         if (!slave.isRunning())
             return true;
 
-        if (platform::getAwakeMilliseconds() - asked >= limits.gracefulStop)
+        if (platform::getAwakeMilliseconds() - asked >= limits.gracefulStop || hasStopDeadlinePassed())
             return false;
     }
 }

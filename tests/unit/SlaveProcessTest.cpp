@@ -8,6 +8,7 @@
 #include "support/SlaveListener.h"
 #include "support/StandinSlave.h"
 #include "support/ThreadedTest.h"
+#include "util/StopDeadline.h"
 
 namespace quelta::test {
 namespace {
@@ -218,6 +219,18 @@ TEST_F(SlaveProcessTest, TheGraceOfAStopIsCountedByTheClockThatStandsStillDuring
     EXPECT_EQ(getVerdicts(), Lines{});
     clock.advance(300);
     waitForEnd();
+    expectOutcome(false, 0, 0, {killLine});
+}
+
+TEST_F(SlaveProcessTest, AStopDeadlineThatHasPassedCutsTheGraceShort)
+{
+    start("[run]\non-stop ignore\nconnect\nstatus\nbeat 50");
+    ASSERT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
+    setStopDeadline(platform::getAwakeMilliseconds() + 300);
+    const auto time = timeOf([this] { process->stopThread(-1); });
+    setStopDeadline({});
+    EXPECT_GE(time, 290u); // the clocks differ in how often they advance
+    EXPECT_LT(time, 300u + 2'000u);
     expectOutcome(false, 0, 0, {killLine});
 }
 
