@@ -199,6 +199,7 @@ TEST(ConsoleMasterBoard, ALostConnectionMayComeBackInTime)
     back.connect(999 + timeoutMs);
     EXPECT_EQ(back.sent(), std::vector{Type::SCAN_REQUEST});
     back.receive(Type::DAEMON_STATUS, self, 6000);
+    EXPECT_EQ(back.told(), (std::vector{NodeEvent::disconnected, NodeEvent::found}));
     back.board.tick(6500);
     EXPECT_FALSE(back.board.isDone());
     EXPECT_TRUE(back.board.isAsAsked());
@@ -268,6 +269,30 @@ TEST(ConsoleMasterBoard, WatchTellsChangesOnlyAndEndsAsAsked)
     watch.board.release(23000);
     EXPECT_TRUE(watch.board.isDone());
     EXPECT_TRUE(watch.board.isAsAsked());
+}
+
+TEST(ConsoleMasterBoard, AWatchedNodeThatComesBackUnchangedIsFoundAgain)
+{
+    OneNode watch(Command::watch);
+    watch.connect();
+    watch.receive(Type::DAEMON_STATUS, nobody);
+    watch.board.disconnected(0, 1000);
+    EXPECT_STREQ(stateName(watch.node()), "disconnected");
+    watch.connect(60000);
+    watch.receive(Type::DAEMON_STATUS, nobody, 60000);
+    watch.receive(Type::DAEMON_STATUS, nobody, 61000);
+    EXPECT_EQ(watch.told(), (std::vector{NodeEvent::found, NodeEvent::disconnected, NodeEvent::found}));
+    EXPECT_STREQ(stateName(watch.node()), "free");
+}
+
+TEST(ConsoleMasterBoard, ASecondConnectionMeansThatTheFirstWasLostUnnoticed)
+{
+    OneNode watch(Command::watch);
+    watch.connect();
+    watch.receive(Type::DAEMON_STATUS, nobody);
+    watch.connect(5000);
+    watch.receive(Type::DAEMON_STATUS, nobody, 5000);
+    EXPECT_EQ(watch.told(), (std::vector{NodeEvent::found, NodeEvent::disconnected, NodeEvent::found}));
 }
 
 TEST(ConsoleMasterBoard, RecordsThatNoDaemonSendsAreReportedAndChangeNothing)

@@ -56,6 +56,11 @@ size_t NodeBoard::addNode(const std::string& name, const MasterAddress& self, ui
 void NodeBoard::connected(size_t index, uint32_t now)
 {
     auto& node = nodes[index];
+
+    // The earlier connection has died unnoticed, with the machine for instance.
+    if (node.connected)
+        disconnected(index, now);
+
     node.connected = true;
     node.since = now;
 
@@ -86,8 +91,11 @@ void NodeBoard::disconnected(size_t index, uint32_t now)
     node.scanPending = false;
     node.since = now;
 
-    if (node.phase != NodePhase::ended)
-        report(index, NodeEvent::disconnected);
+    if (node.phase == NodePhase::ended)
+        return;
+
+    node.away = true;
+    report(index, NodeEvent::disconnected);
 }
 
 void NodeBoard::received(size_t index, const MasterDaemonMessage& message, uint32_t now)
@@ -96,9 +104,9 @@ void NodeBoard::received(size_t index, const MasterDaemonMessage& message, uint3
         return receivedJunk(index);
 
     auto& node = nodes[index];
-    const bool isNews = node.silent || !node.state || !tellSame(*node.state, message);
+    const bool isBack = std::exchange(node.away, false);
+    const bool isNews = std::exchange(node.silent, false) || !node.state || !tellSame(*node.state, message);
     node.state = message;
-    node.silent = false;
 
     if (isStateMessage(message.type))
     {
@@ -118,11 +126,11 @@ void NodeBoard::received(size_t index, const MasterDaemonMessage& message, uint3
             break;
         case NodePhase::starting:
         case NodePhase::running:
-            checkHeld(index, message.type, now);
+            checkHeld(index, message.type, isBack, now);
             break;
         case NodePhase::watching:
-            if (isNews)
-                report(index, NodeEvent::changed);
+            if (isBack || isNews)
+                report(index, isBack ? NodeEvent::found : NodeEvent::changed);
             break;
         case NodePhase::releasing:
             if (message.type == Type::STOP_REPLY)
@@ -166,12 +174,15 @@ void NodeBoard::settle(size_t index, uint32_t now)
     report(index, NodeEvent::starting);
 }
 
-void NodeBoard::checkHeld(size_t index, MasterMessageType type, uint32_t now)
+void NodeBoard::checkHeld(size_t index, MasterMessageType type, bool isBack, uint32_t now)
 {
     auto& node = nodes[index];
 
     if (!node.isOurs())
         return end(index, node.isOwned() ? NodeEvent::stolen : NodeEvent::lost, false);
+
+    if (isBack)
+        report(index, NodeEvent::found);
 
     if (type == Type::SLAVE_RUNNING && node.phase == NodePhase::starting)
     {

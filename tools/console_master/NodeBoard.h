@@ -8,6 +8,7 @@
 //   asked      request sent              its reply: starting, or ended when refused, or by stop
 //   starting   slave is ours             running; failed: releasing; another owner: ended
 //   running    slave is ours and works   failed: releasing; another owner: ended
+//              (starting, running and watching report a node that is back after a disconnection as found)
 //   watching   until told to end         told to end: ended
 //   releasing  stop request sent         its reply: ended
 //   ended      nothing more is asked
@@ -47,6 +48,7 @@ struct Node
     bool connected = false;
     bool asAsked = true; ///< False once something went otherwise than the operator asked.
     bool silent = false; ///< Has not answered in time, and has been reported for it.
+    bool away = false;   ///< Has been reported as disconnected and has not told its state since.
     std::optional<MasterDaemonMessage> state; ///< The latest record.
     bool slaveFailed = false;
 
@@ -125,7 +127,7 @@ public:
 private:
     void begin(size_t index, uint32_t now);
     void settle(size_t index, uint32_t now);
-    void checkHeld(size_t index, MasterMessageType type, uint32_t now);
+    void checkHeld(size_t index, MasterMessageType type, bool isBack, uint32_t now);
     void tickNode(size_t index, uint32_t now);
     void keepScanning(size_t index, uint32_t now);
     void releaseNode(size_t index, uint32_t now);

@@ -1,0 +1,53 @@
+"""The console master as a process, and what it writes."""
+
+import os
+import re
+import signal
+import subprocess
+
+from . import programs
+from .limits import HANG_LIMIT
+from .output import Output
+
+PROGRAM = "quelta_master" + programs.SUFFIX
+
+# What one of its own waits may take, in seconds; nothing else ends those waits early in a test.
+PATIENCE = "60"
+
+
+def command(*arguments):
+    return programs.command(programs.bin_dir() / PROGRAM, *arguments)
+
+
+def run(*arguments, **settings):
+    """Runs it to its end; gives status, output and errors."""
+    return subprocess.run(command(*arguments), timeout=HANG_LIMIT, encoding="utf-8",
+                          **{"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
+                             **settings})
+
+
+class Lines(Output):
+    def wait_line(self, pattern, after=-1):
+        """Waits for a whole line that matches and comes behind line number `after`; returns its number."""
+        return self._wait_for(re.compile(pattern).fullmatch, f"pattern {pattern!r}", after)[0]
+
+
+class ConsoleMaster:
+    """A running console master; what it writes is in `output` and `errors`."""
+
+    def __init__(self, *arguments):
+        self.process = subprocess.Popen(command(*arguments), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                        stderr=subprocess.PIPE, start_new_session=True)
+        self.output = Lines(self.process.stdout)
+        self.errors = Lines(self.process.stderr)
+
+    def interrupt(self, signal_number=signal.SIGINT):
+        os.kill(self.process.pid, signal_number)
+
+    def wait_exit(self):
+        return self.process.wait(HANG_LIMIT)
+
+    def close(self):
+        if self.process.poll() is None:
+            self.process.kill()
+            self.process.wait(HANG_LIMIT)
