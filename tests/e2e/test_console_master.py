@@ -2,6 +2,7 @@
 
 import pytest
 
+from support import console_master, programs
 from support.console_master import PATIENCE, ConsoleMaster
 
 
@@ -39,3 +40,12 @@ def test_watch_notices_that_a_restarted_node_is_back(make_node, operate):
     watch.output.wait_line(table_row(node, "free"), back)
     watch.interrupt()
     assert watch.wait_exit() == 0
+
+
+def test_a_folder_is_no_file_of_nodes(tmp_path):
+    result = console_master.run("scan", "--nodes", programs.native_path(tmp_path))
+    assert (result.returncode, result.stdout) == (2, "")
+    assert result.stderr.splitlines() == [
+        f'cannot read the file of nodes "{programs.native_path(tmp_path)}": it is a folder',
+        "Run with --help for more information.",
+    ]

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <juce_core/juce_core.h>
+
 #include "console_master/HostList.h"
 #include "console_master/Options.h"
 
@@ -97,6 +99,41 @@ TEST(ConsoleMasterOptions, ScanNeedsNodesOrABroadcast)
     const auto broadcast = parse({"scan", "--broadcast", "10.0.0.255:5130"});
     EXPECT_EQ(broadcast.status, std::nullopt);
     EXPECT_EQ(broadcast.options.broadcast, (NodeName{"10.0.0.255", 5130}));
+}
+
+TEST(ConsoleMasterOptions, ReadsTheFileOfNodesWhateverItsName)
+{
+    const juce::TemporaryFile folder;
+    const auto file =
+        folder.getFile().getChildFile(juce::String::fromUTF8("Gr\xc3\xb6\xc3\x9f"
+                                                             "e \xd0\x96.txt"));
+    ASSERT_TRUE(file.create().wasOk());
+    std::string text = "a:1\r\nb:2 # ";
+    text.append(10000, 'x');
+    ASSERT_TRUE(file.replaceWithData((text + "\nc:3").data(), text.size() + 4));
+
+    const auto name = file.getFullPathName().toStdString();
+    const auto parsed = parse({"scan", "--nodes", name.c_str()});
+    EXPECT_TRUE(folder.getFile().deleteRecursively());
+    EXPECT_EQ(parsed.err, "");
+    EXPECT_EQ(parsed.status, std::nullopt);
+    EXPECT_EQ(parsed.options.nodes, (std::vector<NodeName>{{"a", 1}, {"b", 2}, {"c", 3}}));
+}
+
+TEST(ConsoleMasterOptions, SaysWhyAFileOfNodesCannotBeRead)
+{
+    const auto folder =
+        juce::File::getSpecialLocation(juce::File::tempDirectory).getFullPathName().toStdString();
+    const auto ofFolder = parse({"scan", "--nodes", folder.c_str()});
+    EXPECT_EQ(ofFolder.status, exitUsage);
+    EXPECT_EQ(ofFolder.err, "cannot read the file of nodes \"" + folder +
+                                "\": it is a folder\nRun with --help for more information.\n");
+
+    const auto missing = juce::TemporaryFile().getFile().getFullPathName().toStdString();
+    const auto ofMissing = parse({"scan", "--nodes", missing.c_str()});
+    EXPECT_EQ(ofMissing.status, exitUsage);
+    EXPECT_EQ(ofMissing.err, "cannot read the file of nodes \"" + missing +
+                                 "\": No such file or directory\nRun with --help for more information.\n");
 }
 
 TEST(ConsoleMasterOptions, HelpEndsWithSuccessAndWrongUseWithTwo)

@@ -1,10 +1,13 @@
 #include "console_master/Options.h"
 
 #include <CLI/CLI.hpp>
+#include <array>
+#include <cerrno>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <ostream>
+#include <system_error>
 
 #include "messages/MasterDaemonMessage.h"
 
@@ -118,6 +121,26 @@ void addOptions(CLI::App& app, const CommandText& text, RawOptions& raw, Options
     app.footer(std::string(text.footer) + "\n\n" + exitStatuses + "\n");
 }
 
+/** Appends the whole file to `text`. Gives the reason if it cannot be read, empty if it can. */
+std::string readFile(const std::string& name, std::string& text)
+{
+    const std::filesystem::path path(std::u8string(name.begin(), name.end()));
+    std::error_code ignored;
+
+    // Linux opens a folder like a file, and reading it throws.
+    if (std::filesystem::is_directory(path, ignored))
+        return "it is a folder";
+
+    errno = 0;
+    std::ifstream file(path, std::ios::binary);
+    std::array<char, 4096> piece;
+
+    while (file.is_open() && (file.read(piece.data(), piece.size()) || file.gcount() > 0))
+        text.append(piece.data(), static_cast<size_t>(file.gcount()));
+
+    return file.is_open() && !file.bad() ? "" : std::generic_category().message(errno);
+}
+
 std::string readNodes(const RawOptions& raw, Options& options)
 {
     for (const auto& word : raw.nodes)
@@ -126,11 +149,10 @@ std::string readNodes(const RawOptions& raw, Options& options)
 
     if (!raw.nodesFile.empty())
     {
-        std::ifstream file(raw.nodesFile);
-        const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+        std::string text;
 
-        if (!file)
-            return "cannot read the file of nodes \"" + raw.nodesFile + "\"";
+        if (const auto reason = readFile(raw.nodesFile, text); !reason.empty())
+            return "cannot read the file of nodes \"" + raw.nodesFile + "\": " + reason;
 
         if (auto error = addNodes(text, options.nodes); !error.empty())
             return raw.nodesFile + ": " + error;
