@@ -1,28 +1,14 @@
 #include "master/DaemonNetworkThread.h"
 
-#include <utility>
+#include <vector>
 
 #include "log/Log.h"
 #include "master/MasterConnection.h"
 #include "platform/ChildProcess.h"
-#include "platform/Process.h"
-#include "platform/QuitSignals.h"
 #include "util/LockUnlessExiting.h"
 #include "util/Timing.h"
 
 namespace quelta {
-
-namespace {
-
-constexpr uint32_t failedAttemptsBudgetMs = 1000; ///< Per tick, so that requests are served in between.
-
-/** Far more than any network has. Caps the memory that forged beacons can consume. */
-constexpr size_t mostMasters = 10'000;
-
-/** Kept free for the slave's monitor, its launch and the log; no master gets one of these. */
-constexpr int descriptorReserve = 16;
-
-} // namespace
 
 DaemonNetworkThread::DaemonNetworkThread(const DaemonSettings& daemonSettings, uint32_t slaveVersionToTell,
                                          uint32_t numGpusToTell, const SlaveTimeLimits& limits)
@@ -52,9 +38,11 @@ DaemonNetworkThread::~DaemonNetworkThread()
 
     // Each entry goes with its connection, so that the status of a stopped slave reaches only those still
     // there.
-    while (!masters.empty())
+    while (!masters.isEmpty())
     {
-        if (masters.begin()->second.get() == ownerConnection)
+        auto& first = masters.getFirst();
+
+        if (&first == ownerConnection)
         {
             QUELTA_LOG_DAEMON("stopping slave because we are disconnecting from its master %s",
                               formatAddress(ownerAddress).c_str());
@@ -62,7 +50,7 @@ DaemonNetworkThread::~DaemonNetworkThread()
             stopSlave(true);
         }
 
-        masters.erase(masters.begin());
+        masters.remove(first.getAddress());
     }
 
     if (slave != nullptr)
@@ -81,7 +69,7 @@ void DaemonNetworkThread::masterDetected(const MasterAddress& address)
     if (!held.isLocked() || masters.contains(address))
         return;
 
-    if (masters.size() >= mostMasters)
+    if (masters.isFull())
     {
         QUELTA_LOG_DAEMON("not registering master %s: there are %u already", formatAddress(address).c_str(),
                           static_cast<unsigned>(masters.size()));
@@ -89,17 +77,17 @@ void DaemonNetworkThread::masterDetected(const MasterAddress& address)
     }
 
     QUELTA_LOG_DAEMON("detected new master on address %s", formatAddress(address).c_str());
-    masters.emplace(address, std::make_unique<MasterConnection>(address, *this));
+    masters.add(std::make_unique<MasterConnection>(address, *this));
 }
 
 void DaemonNetworkThread::timerCallback()
 {
-    // Destroyed after the lock is released: that waits for their threads.
-    std::vector<std::unique_ptr<MasterConnection>> forgotten;
+    // Declared before the lock and so destroyed after it is released: that waits for their threads.
+    std::vector<std::unique_ptr<MasterLink>> forgotten;
     const juce::ScopedLock sl(lock);
-    dropDeafConnections();
+    masters.dropDeafLinks();
 
-    for (const auto& address : connectToMasters())
+    for (const auto& address : masters.connect(ownerConnection))
         forgotten.push_back(forgetMaster(address));
 
     replacedSlaves.forgetEnded();
@@ -110,98 +98,16 @@ void DaemonNetworkThread::timerCallback()
     startTimer(timing::tickMs);
 }
 
-/** Replaces connections that JUCE takes for connected although their reader threads are gone. */
-void DaemonNetworkThread::dropDeafConnections()
-{
-    const auto now = juce::Time::getMillisecondCounter();
-
-    for (const auto& [address, connection] : masters)
-        connection->dropIfDeaf(now);
-}
-
-/** Connects to every master that is not connected, and gives those that could not be reached. Stops once it
-   has spent its time on them; the next tick then goes on behind the last one tried. */
-std::vector<MasterAddress> DaemonNetworkThread::connectToMasters()
-{
-    std::vector<MasterAddress> unreachable;
-    std::optional<int> freeDescriptors;
-    uint32_t spentMs = 0;
-    auto entry = lastMasterTried ? masters.upper_bound(*lastMasterTried) : masters.begin();
-    lastMasterTried.reset();
-
-    for (auto remaining = masters.size(); remaining > 0; --remaining, ++entry)
-    {
-        if (entry == masters.end())
-            entry = masters.begin();
-
-        if (entry->second->isUsable())
-            continue;
-
-        if (platform::quitWasRequested())
-            break;
-
-        const auto started = juce::Time::getMillisecondCounter();
-
-        if (!connectWithReserve(*entry->second, freeDescriptors))
-        {
-            unreachable.push_back(entry->first);
-            spentMs += juce::Time::getMillisecondCounter() - started;
-        }
-
-        if (spentMs >= failedAttemptsBudgetMs)
-        {
-            lastMasterTried = entry->first;
-            break;
-        }
-    }
-
-    return unreachable;
-}
-
-/** `freeDescriptors` is counted by a tick's first attempt and kept up to date by the others. */
-bool DaemonNetworkThread::connectWithReserve(MasterConnection& connection,
-                                             std::optional<int>& freeDescriptors)
-{
-    if (!freeDescriptors)
-        freeDescriptors = platform::countFreeDescriptors();
-
-    // The owner has left its place free; it must not lose its slave for the lack of one.
-    if (&connection != ownerConnection && *freeDescriptors <= descriptorReserve)
-    {
-        if (!std::exchange(descriptorsAreScarce, true))
-            logError("only %d file descriptors left: no more masters are connected until some are free",
-                     *freeDescriptors);
-
-        QUELTA_LOG_DAEMON("not connecting to master %s: only %d file descriptors left",
-                          formatAddress(connection.getAddress()).c_str(), *freeDescriptors);
-        return false;
-    }
-
-    if (!connection.connectToMaster())
-        return false;
-
-    if (*freeDescriptors > descriptorReserve)
-        descriptorsAreScarce = false;
-
-    --*freeDescriptors;
-    return true;
-}
-
 /** Removes a master from the registry, and takes the slave away from it. */
-std::unique_ptr<DaemonNetworkThread::MasterConnection> DaemonNetworkThread::forgetMaster(
-    const MasterAddress& address)
+std::unique_ptr<MasterLink> DaemonNetworkThread::forgetMaster(const MasterAddress& address)
 {
-    const auto entry = masters.find(address);
-
-    if (entry->second.get() == ownerConnection)
+    if (ownerConnection != nullptr && ownerConnection->getAddress() == address)
     {
         QUELTA_LOG_DAEMON_DETAIL("reason for the stop: the connection to the owner is lost");
         stopSlave(true);
     }
 
-    auto connection = std::move(entry->second);
-    masters.erase(entry);
-    return connection;
+    return masters.remove(address);
 }
 
 void DaemonNetworkThread::handleRequest(const MasterDaemonMessage& message, MasterConnection& connection)
@@ -209,84 +115,68 @@ void DaemonNetworkThread::handleRequest(const MasterDaemonMessage& message, Mast
     const LockUnlessExiting held(lock);
 
     // Drop requests from masters that have been unregistered meanwhile.
-    if (held.isLocked() && isRegistered(connection))
-        sendStatus(serveRequest(message, connection), connection);
+    if (held.isLocked() && masters.contains(connection))
+        serveRequest(message, connection);
 }
 
-bool DaemonNetworkThread::isRegistered(const MasterConnection& connection) const
+void DaemonNetworkThread::serveRequest(const MasterDaemonMessage& message, MasterConnection& connection)
 {
-    const auto entry = masters.find(connection.getAddress());
-    return entry != masters.end() && entry->second.get() == &connection;
-}
-
-/** Does what a request asks for and gives the type of the reply. Stop and steal go by the address in the
-   message, scan by the connection; masters rely on both. */
-MasterMessageType DaemonNetworkThread::serveRequest(const MasterDaemonMessage& message,
-                                                    MasterConnection& connection)
-{
-    const auto& master = message.masterAddress;
+    const auto master = formatAddress(message.masterAddress);
 
     switch (message.type)
     {
         case MasterMessageType::SCAN_REQUEST:
-            QUELTA_LOG_DAEMON_DETAIL("received scan request from master %s", formatAddress(master).c_str());
-            return &connection == ownerConnection && slave->hasFailed() ? MasterMessageType::SLAVE_FAILED
-                                                                        : MasterMessageType::DAEMON_STATUS;
-
+            QUELTA_LOG_DAEMON_DETAIL("received scan request from master %s", master.c_str());
+            break;
         case MasterMessageType::START_REQUEST:
-            QUELTA_LOG_DAEMON("received start request from master %s", formatAddress(master).c_str());
-            serveStart(message, connection);
-            return MasterMessageType::START_REPLY;
-
+            QUELTA_LOG_DAEMON("received start request from master %s", master.c_str());
+            break;
         case MasterMessageType::STOP_REQUEST:
-            QUELTA_LOG_DAEMON("received stop request from master %s", formatAddress(master).c_str());
-            serveStop(message, connection);
-            return MasterMessageType::STOP_REPLY;
-
+            QUELTA_LOG_DAEMON("received stop request from master %s", master.c_str());
+            break;
         case MasterMessageType::STEAL_REQUEST:
-            QUELTA_LOG_DAEMON("received steal request from master %s", formatAddress(master).c_str());
-            serveSteal(message, connection);
-            return MasterMessageType::STEAL_REPLY;
-
+            QUELTA_LOG_DAEMON("received steal request from master %s", master.c_str());
+            break;
         default:
             logError("unexpected message type (%d)", static_cast<int>(message.type));
-            return MasterMessageType::UNEXPECTED_REQUEST;
+            break;
     }
+
+    const OwnershipState state{ownerAddress, slave != nullptr && slave->hasFailed()};
+    const auto decision =
+        decideOwnership(state, {message.type, message.masterAddress, &connection == ownerConnection});
+    explain(decision, message.type, connection);
+    carryOut(decision, message, connection);
 }
 
-void DaemonNetworkThread::serveStart(const MasterDaemonMessage& message, MasterConnection& connection)
+/** Why the slave is stopped, or a request changes nothing: the message may carry any address, so with that of
+ * the peer. */
+void DaemonNetworkThread::explain(const OwnershipDecision& decision, MasterMessageType type,
+                                  const MasterConnection& connection) const
 {
-    if (hasOwner())
+    const auto peer = formatAddress(connection.getAddress());
+
+    if (type == MasterMessageType::START_REQUEST && !decision.start)
         QUELTA_LOG_DAEMON_DETAIL("refused the start request from %s: the slave belongs to master %s",
-                                 formatAddress(connection.getAddress()).c_str(),
-                                 formatAddress(ownerAddress).c_str());
-    else
+                                 peer.c_str(), formatAddress(ownerAddress).c_str());
+    else if (type == MasterMessageType::STOP_REQUEST && decision.stop == OwnershipDecision::Stop::no)
+        QUELTA_LOG_DAEMON_DETAIL("refused the stop request from %s: it does not own the slave", peer.c_str());
+    else if (decision.stop == OwnershipDecision::Stop::andTellAll)
+        QUELTA_LOG_DAEMON_DETAIL("reason for the stop: requested by the owner, from %s", peer.c_str());
+    else if (decision.stop == OwnershipDecision::Stop::silently)
+        QUELTA_LOG_DAEMON_DETAIL("reason for the stop: stolen by a request from %s", peer.c_str());
+}
+
+void DaemonNetworkThread::carryOut(const OwnershipDecision& decision, const MasterDaemonMessage& message,
+                                   MasterConnection& connection)
+{
+    if (decision.stop != OwnershipDecision::Stop::no)
+        stopSlave(decision.stop == OwnershipDecision::Stop::andTellAll);
+
+    if (decision.start)
         startSlave(message.masterAddress, connection, message.masterText);
-}
 
-void DaemonNetworkThread::serveStop(const MasterDaemonMessage& message, const MasterConnection& connection)
-{
-    if (message.masterAddress != ownerAddress)
-    {
-        QUELTA_LOG_DAEMON_DETAIL("refused the stop request from %s: it does not own the slave",
-                                 formatAddress(connection.getAddress()).c_str());
-        return;
-    }
-
-    QUELTA_LOG_DAEMON_DETAIL("reason for the stop: requested by the owner, from %s",
-                             formatAddress(connection.getAddress()).c_str());
-    stopSlave(true);
-}
-
-void DaemonNetworkThread::serveSteal(const MasterDaemonMessage& message, MasterConnection& connection)
-{
-    if (message.masterAddress == ownerAddress)
-        return;
-
-    QUELTA_LOG_DAEMON_DETAIL("reason for the stop: stolen by a request from %s",
-                             formatAddress(connection.getAddress()).c_str());
-    stopSlave(false);
-    startSlave(message.masterAddress, connection, message.masterText);
+    sendStatus(decision.reply, connection);
 }
 
 void DaemonNetworkThread::startSlave(const MasterAddress& address, MasterConnection& connection,
@@ -378,10 +268,7 @@ void DaemonNetworkThread::sendStatus(MasterMessageType type, MasterConnection& c
 
 void DaemonNetworkThread::broadcastStatus() const
 {
-    const auto record = buildMasterMessage(MasterMessageType::DAEMON_STATUS);
-
-    for (const auto& [address, connection] : masters)
-        connection->send(record);
+    masters.broadcast(buildMasterMessage(MasterMessageType::DAEMON_STATUS));
 }
 
 } // namespace quelta

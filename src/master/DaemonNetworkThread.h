@@ -1,28 +1,22 @@
-// The daemon's centre on the masters' side: knows every master that has been heard, keeps them connected,
-// answers their requests, binds the one slave to one master at a time, and tells that master how the slave
-// fares. It runs no thread of its own.
+// The centre of the daemon's master side. It wires: masters that are heard go into the registry, requests to
+// the pure decision about ownership, and what that decides to the slave and to the masters. It runs no thread
+// of its own.
 //
-//   state  event                                 next   what happens
-//   free   start from any master                 owned  slave started, status to all
-//   free   steal from any master                 owned  the same, after an error line
-//   owned  stop from the owner                   free   slave stopped, status to all
-//   owned  steal from another master             owned  slave stopped, started for the thief, status to all
-//   owned  the owner's connection lost for good  free   slave stopped, status to all
-//   owned  the slave fails                       owned  the owner is told; it frees the slave by a stop
-//   any    any other start, stop or steal        same   only the reply
+//   free -> owned   by a start, or by a steal after an error line
+//   owned -> free   by the owner's stop, by losing the owner's connection for good, at the end
+//   owned -> owned  by a steal: stopped, then started for the thief
+//
+// A slave that fails stays with its owner, who is told and frees it by a stop.
 //
 // Threads: the discovery thread (masterDetected), the message thread (constructor, timerCallback,
 // destructor), each connection's own thread (handleRequest) and the SlaveProcess thread (both notifications).
 // `lock` is held by every operation throughout, even while connecting and while waiting for a slave to end.
-// Those threads that its holder may be waiting for take it by LockUnlessExiting only.
+// Threads that its holder may be waiting for take it by LockUnlessExiting only.
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
-#include <optional>
 #include <string>
-#include <vector>
 
 #include <juce_events/juce_events.h>
 
@@ -30,6 +24,8 @@
 #include "app/SlaveProcess.h"
 #include "master/MasterDiscovery.h"
 #include "master/MasterDiscoveryListener.h"
+#include "master/MasterRegistry.h"
+#include "master/OwnershipDecision.h"
 #include "master/ReplacedSlaves.h"
 #include "messages/MasterDaemonMessage.h"
 
@@ -57,19 +53,12 @@ public:
     void handleRequest(const MasterDaemonMessage& message, MasterConnection& connection);
 
 private:
-    using Registry = std::map<MasterAddress, std::unique_ptr<MasterConnection>>;
-
-    void dropDeafConnections();
-    std::vector<MasterAddress> connectToMasters();
-    bool connectWithReserve(MasterConnection& connection, std::optional<int>& freeDescriptors);
-    std::unique_ptr<MasterConnection> forgetMaster(const MasterAddress& address);
-
-    MasterMessageType serveRequest(const MasterDaemonMessage& message, MasterConnection& connection);
-    void serveStart(const MasterDaemonMessage& message, MasterConnection& connection);
-    void serveStop(const MasterDaemonMessage& message, const MasterConnection& connection);
-    void serveSteal(const MasterDaemonMessage& message, MasterConnection& connection);
-    bool isRegistered(const MasterConnection& connection) const;
-    bool hasOwner() const { return ownerAddress.ip != 0 && ownerAddress.port != 0; }
+    std::unique_ptr<MasterLink> forgetMaster(const MasterAddress& address);
+    void serveRequest(const MasterDaemonMessage& message, MasterConnection& connection);
+    void explain(const OwnershipDecision& decision, MasterMessageType type,
+                 const MasterConnection& connection) const;
+    void carryOut(const OwnershipDecision& decision, const MasterDaemonMessage& message,
+                  MasterConnection& connection);
 
     void startSlave(const MasterAddress& address, MasterConnection& connection,
                     const std::string& masterText);
@@ -92,9 +81,7 @@ private:
     MasterConnection* ownerConnection = nullptr;
     std::string ownerText; ///< As received, NULs included.
 
-    Registry masters;
-    std::optional<MasterAddress> lastMasterTried; ///< Where a tick broke off that had spent its time.
-    bool descriptorsAreScarce = false;            ///< Only the reserve is left, which has been logged.
+    MasterRegistry masters;
     std::unique_ptr<SlaveProcess> slave;
     ReplacedSlaves replacedSlaves;
     std::unique_ptr<MasterDiscovery> discovery;

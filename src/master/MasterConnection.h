@@ -6,11 +6,12 @@
 #pragma once
 
 #include "master/DaemonNetworkThread.h"
+#include "master/MasterLink.h"
 #include "util/PeerConnection.h"
 
 namespace quelta {
 
-class DaemonNetworkThread::MasterConnection final : public PeerConnection
+class DaemonNetworkThread::MasterConnection final : public PeerConnection, public MasterLink
 {
 public:
     MasterConnection(const MasterAddress& masterAddress, DaemonNetworkThread& owningThread);
@@ -19,22 +20,14 @@ public:
        up when its thread is asked to exit. */
     ~MasterConnection() override;
 
-    const MasterAddress& getAddress() const { return address; }
+    const MasterAddress& getAddress() const override { return address; }
+    bool isUsable() const override { return !unusable && isConnected(); }
+    bool connectToMaster() override;
+    void dropIfDeaf(uint32_t now) override;
 
-    /** Whether it is connected, is read from and has taken everything that was sent. */
-    bool isUsable() const { return !unusable && isConnected(); }
-
-    /** Connects within 1000 ms; ends an earlier connection first. */
-    bool connectToMaster();
-
-    /** Marks a connection whose reader thread is gone as unusable and logs it; `now` is in milliseconds. To
-       be called at every tick. */
-    void dropIfDeaf(uint32_t now);
-
-    /** Sends one record. A master that does not read makes it fall short after 200 ms, on Windows 500 ms;
-       nothing more is sent then, since the stream has lost its frame boundary, and the next tick connects
-       anew. */
-    void send(const MasterDaemonMessage::Bytes& record);
+    /** A master that does not read makes the record fall short after 200 ms, on Windows 500 ms; nothing more
+       is sent then, since the stream has lost its frame boundary, and the next tick connects anew. */
+    void send(const MasterDaemonMessage::Bytes& record) override;
 
     void connectionMade() override;
     void connectionLost() override;

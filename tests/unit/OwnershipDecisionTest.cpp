@@ -1,0 +1,139 @@
+#include "master/OwnershipDecision.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace quelta::test {
+namespace {
+
+using Type = MasterMessageType;
+using Stop = OwnershipDecision::Stop;
+
+constexpr MasterAddress owner{0x0A000005, 21000};
+constexpr MasterAddress otherPort{0x0A000005, 21001};
+constexpr MasterAddress otherIp{0x0A000006, 21000};
+constexpr MasterAddress nobody{};
+constexpr MasterAddress withoutPort{0x0A000005, 0};
+constexpr MasterAddress withoutIp{0, 21000};
+
+const std::vector<OwnershipState> freeStates{{.owner = nobody}, {.owner = withoutPort}, {.owner = withoutIp}};
+
+struct Row
+{
+    const char* name;
+    OwnershipState state;
+    OwnershipRequest request;
+    OwnershipDecision expected;
+};
+
+const OwnershipState owned{.owner = owner};
+const OwnershipState failed{.owner = owner, .slaveFailed = true};
+const OwnershipState unowned{.owner = nobody};
+
+const std::vector<Row> rows{
+    {"free, scan", unowned, {.type = Type::SCAN_REQUEST, .address = owner}, {.reply = Type::DAEMON_STATUS}},
+    {"free, start",
+     unowned,
+     {.type = Type::START_REQUEST, .address = owner},
+     {.start = true, .reply = Type::START_REPLY}},
+    {"free, stop", unowned, {.type = Type::STOP_REQUEST, .address = owner}, {.reply = Type::STOP_REPLY}},
+    {"free, stop in nobody's name",
+     unowned,
+     {.type = Type::STOP_REQUEST, .address = nobody},
+     {.stop = Stop::andTellAll, .reply = Type::STOP_REPLY}},
+    {"free, steal",
+     unowned,
+     {.type = Type::STEAL_REQUEST, .address = owner},
+     {.stop = Stop::silently, .start = true, .reply = Type::STEAL_REPLY}},
+
+    {"owned, scan by the owner",
+     owned,
+     {.type = Type::SCAN_REQUEST, .address = owner, .fromOwnersConnection = true},
+     {.reply = Type::DAEMON_STATUS}},
+    {"owned, start by another",
+     owned,
+     {.type = Type::START_REQUEST, .address = otherIp},
+     {.reply = Type::START_REPLY}},
+    {"owned, start by the owner",
+     owned,
+     {.type = Type::START_REQUEST, .address = owner, .fromOwnersConnection = true},
+     {.reply = Type::START_REPLY}},
+    {"owned, stop by the owner",
+     owned,
+     {.type = Type::STOP_REQUEST, .address = owner, .fromOwnersConnection = true},
+     {.stop = Stop::andTellAll, .reply = Type::STOP_REPLY}},
+    {"owned, stop in the owner's name",
+     owned,
+     {.type = Type::STOP_REQUEST, .address = owner},
+     {.stop = Stop::andTellAll, .reply = Type::STOP_REPLY}},
+    {"owned, stop by another over the owner's connection",
+     owned,
+     {.type = Type::STOP_REQUEST, .address = otherIp, .fromOwnersConnection = true},
+     {.reply = Type::STOP_REPLY}},
+    {"owned, stop by another port",
+     owned,
+     {.type = Type::STOP_REQUEST, .address = otherPort},
+     {.reply = Type::STOP_REPLY}},
+    {"owned, steal by the owner",
+     owned,
+     {.type = Type::STEAL_REQUEST, .address = owner, .fromOwnersConnection = true},
+     {.reply = Type::STEAL_REPLY}},
+    {"owned, steal by another port",
+     owned,
+     {.type = Type::STEAL_REQUEST, .address = otherPort},
+     {.stop = Stop::silently, .start = true, .reply = Type::STEAL_REPLY}},
+
+    {"failed, scan by the owner",
+     failed,
+     {.type = Type::SCAN_REQUEST, .address = owner, .fromOwnersConnection = true},
+     {.reply = Type::SLAVE_FAILED}},
+    {"failed, scan by another in the owner's name",
+     failed,
+     {.type = Type::SCAN_REQUEST, .address = owner},
+     {.reply = Type::DAEMON_STATUS}},
+    {"failed, scan by the owner in another's name",
+     failed,
+     {.type = Type::SCAN_REQUEST, .address = otherIp, .fromOwnersConnection = true},
+     {.reply = Type::SLAVE_FAILED}},
+    {"failed, start",
+     failed,
+     {.type = Type::START_REQUEST, .address = otherIp},
+     {.reply = Type::START_REPLY}},
+    {"failed, stop by the owner",
+     failed,
+     {.type = Type::STOP_REQUEST, .address = owner},
+     {.stop = Stop::andTellAll, .reply = Type::STOP_REPLY}},
+    {"failed, steal",
+     failed,
+     {.type = Type::STEAL_REQUEST, .address = otherIp},
+     {.stop = Stop::silently, .start = true, .reply = Type::STEAL_REPLY}},
+};
+
+TEST(OwnershipDecisionTest, EveryRequestInEveryStateIsDecidedAsTabled)
+{
+    for (const auto& row : rows)
+    {
+        const auto decision = decideOwnership(row.state, row.request);
+        EXPECT_EQ(decision.stop, row.expected.stop) << row.name;
+        EXPECT_EQ(decision.start, row.expected.start) << row.name;
+        EXPECT_EQ(decision.reply, row.expected.reply) << row.name;
+    }
+}
+
+TEST(OwnershipDecisionTest, AnAddressWithoutIpOrPortOwnsNothing)
+{
+    for (const auto& state : freeStates)
+        EXPECT_TRUE(decideOwnership(state, {.type = Type::START_REQUEST, .address = owner}).start);
+}
+
+TEST(OwnershipDecisionTest, AnyOtherTypeIsUnexpectedInEveryState)
+{
+    for (const auto& state : {unowned, owned, failed})
+        for (const uint32_t type : {1u, 3u, 5u, 6u, 7u, 8u, 9u, 10u, 12u})
+            EXPECT_EQ(decideOwnership(state, {.type = static_cast<Type>(type), .address = owner}),
+                      OwnershipDecision{.reply = Type::UNEXPECTED_REQUEST});
+}
+
+} // namespace
+} // namespace quelta::test
