@@ -1,7 +1,5 @@
 # Sourced by ./test: collects what the sanitizers report, also from processes that are killed in a test.
 
-sanitizer_prefix=() # put in front of programs and of whatever starts them
-
 # sanitizer_begin PRESET
 sanitizer_begin() {
     sanitizer_reports="$PWD/build/$1/reports"
@@ -14,14 +12,13 @@ sanitizer_begin() {
 
     # The thread sanitizer's shadow does not fit beside the addresses of kernels that randomise more of them.
     if [ "$1" = tsan ] && setarch -R true 2>/dev/null; then
-        sanitizer_prefix=(setarch -R)
+        export QUELTA_PREFIX='setarch -R' # for scripts/unit_tests.sh and scripts/end_to_end.sh
     fi
 }
 
 # sanitizer_end: fails if there is any report, and shows them.
 sanitizer_end() {
-    unset ASAN_OPTIONS LSAN_OPTIONS UBSAN_OPTIONS TSAN_OPTIONS
-    sanitizer_prefix=()
+    unset ASAN_OPTIONS LSAN_OPTIONS UBSAN_OPTIONS TSAN_OPTIONS QUELTA_PREFIX
     local reports=("$sanitizer_reports"/*)
     [ -e "${reports[0]}" ] || return 0
     head -n 60 "${reports[@]}"

@@ -1,10 +1,13 @@
 """Fixtures of the end-to-end suite: nodes with a real daemon, and masters on the loopback."""
 
+import signal
 import socket
+from contextlib import contextmanager
 
 import pytest
 
 from support import programs
+from support.limits import TEST_LIMIT
 from support.master import Master
 from support.node import Node
 from support.ports import Ports
@@ -39,6 +42,39 @@ def slow_ones_early(items):
     for number, item in enumerate(slow):
         ordered += [item, *quick[number * APART:(number + 1) * APART]]
     return ordered + quick[len(slow) * APART:]
+
+
+@contextmanager
+def time_limit(phase):
+    """Fails what takes longer, so that its fixtures still end their programs."""
+    def give_up(*_):
+        pytest.fail(f"{phase} has not ended within {TEST_LIMIT:g} s")
+
+    previous = signal.signal(signal.SIGALRM, give_up)
+    signal.setitimer(signal.ITIMER_REAL, TEST_LIMIT)
+    try:
+        yield
+    finally:
+        signal.setitimer(signal.ITIMER_REAL, 0)
+        signal.signal(signal.SIGALRM, previous)
+
+
+@pytest.hookimpl(hookwrapper=True, tryfirst=True)
+def pytest_runtest_setup():
+    with time_limit("the set-up"):
+        yield
+
+
+@pytest.hookimpl(hookwrapper=True, tryfirst=True)
+def pytest_runtest_call():
+    with time_limit("the test"):
+        yield
+
+
+@pytest.hookimpl(hookwrapper=True, tryfirst=True)
+def pytest_runtest_teardown():
+    with time_limit("the tear-down"):
+        yield
 
 
 @pytest.hookimpl(hookwrapper=True)

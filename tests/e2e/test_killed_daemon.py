@@ -1,7 +1,6 @@
 """A daemon that is itself killed by force leaves no slave behind, whatever the slave was doing."""
 
 import signal
-import subprocess
 import time
 
 import pytest
@@ -23,7 +22,7 @@ def kill_daemon(node):
 
 def terminate_daemon(node):
     """TerminateProcess from another program, which takes the latest slave's parent."""
-    subprocess.run(programs.command(programs.bin_dir() / TERMINATE, node.slave_id()), check=True)
+    programs.run(programs.bin_dir() / TERMINATE, node.slave_id())
     node.wait_exit()
 
 

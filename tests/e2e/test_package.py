@@ -10,6 +10,7 @@ from pathlib import Path
 import pytest
 
 from support import programs
+from support.limits import HANG_LIMIT
 from support.node import FLAGS_FILE
 from support.transcript import between_start_and_stop, usage
 
@@ -43,7 +44,7 @@ def archive(tmp_path_factory, worker_id):
         fcntl.flock(lock, fcntl.LOCK_EX)
         if not (folder / ARCHIVE).exists():
             subprocess.run(["cpack", "--config", str(BUILD / "CPackConfig.cmake"), "-B", str(folder)], check=True,
-                           capture_output=True)
+                           capture_output=True, timeout=HANG_LIMIT)
     return folder / ARCHIVE
 
 
@@ -115,8 +116,7 @@ def test_the_three_programs_together(packaged_node, unpacked):
     node.alias = "packaged"
     node.options = ["--alias", node.alias]
     node.serve()
-    scan = programs.command(unpacked / PROGRAMS[1], "scan", f"127.0.0.1:{node.port}", "--json", "--timeout", "60")
-    told = subprocess.run(scan, check=True, capture_output=True, text=True).stdout
+    told = programs.run(unpacked / PROGRAMS[1], "scan", f"127.0.0.1:{node.port}", "--json", "--timeout", "60")
     (row,) = json.loads(told)
     assert (row["alias"], row["gpus"], row["state"]) == ("packaged", 1, "free")
     assert node.quit()

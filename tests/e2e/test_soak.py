@@ -4,7 +4,6 @@ QUELTA_SOAK_ROUNDS sets the number of rounds. A short soak is part of every run.
 """
 
 import os
-import subprocess
 from collections import Counter
 
 import pytest
@@ -130,8 +129,7 @@ def test_as_much_is_held_after_many_slaves_as_before(farm):
 
 def census(node):
     """The daemon's handles of each kind and its threads, as the system's own calls see them while a slave runs."""
-    counted = subprocess.run(programs.command(programs.bin_dir() / CENSUS, node.slave_id()), check=True,
-                             stdout=subprocess.PIPE, text=True).stdout
+    counted = programs.run(programs.bin_dir() / CENSUS, node.slave_id())
     return Counter({kind: int(number) for kind, number in (line.split(": ") for line in counted.splitlines())})
 
 

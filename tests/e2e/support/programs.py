@@ -6,7 +6,10 @@ QUELTA_BIN_DIR names the folder with the programs, QUELTA_SYSTEM the system that
 
 import os
 import shutil
+import subprocess
 from pathlib import Path
+
+from .limits import HANG_LIMIT
 
 SYSTEM = os.environ.get("QUELTA_SYSTEM", "linux")
 ON_WINDOWS = SYSTEM == "windows"
@@ -29,6 +32,12 @@ def bin_dir():
 def command(program, *arguments):
     """The command that starts one of the programs."""
     return (["wine"] if ON_WINDOWS else []) + [str(program), *arguments]
+
+
+def run(program, *arguments):
+    """Runs a program that ends by itself with success, within the limit, and gives what it prints."""
+    return subprocess.run(command(program, *arguments), check=True, stdout=subprocess.PIPE, text=True,
+                          timeout=HANG_LIMIT).stdout
 
 
 def native_path(path):

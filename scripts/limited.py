@@ -1,0 +1,198 @@
+#!/usr/bin/env python3
+"""Runs a command under a time limit and ends every process that it started.
+
+usage: limited.py [--while PID] SECONDS COMMAND [ARGUMENT...]
+
+Exit status: that of the command, or 128 + N if signal N ended it; 124 after the limit; 125 if process PID, which the
+command needs, ended first. What was still running is then listed on standard error, and so is what the command left
+behind when it ended by itself.
+
+The runner is a subreaper: a process whose parent has ended becomes its child. All that the command started therefore
+stays among its descendants, in whatever session and with whatever environment. That includes processes whose first
+thread has ended while others live on: the kernel shows those as zombies without an executable, but SIGKILL reaches them.
+"""
+
+import ctypes
+import os
+import signal
+import sys
+import time
+
+LIMIT_REACHED, NEEDED_PROCESS_ENDED, WRONG_USE = 124, 125, 2
+TERMINATE_GRACE, KILL_GRACE, LEAVE_GRACE = 5.0, 10.0, 2.0  # seconds
+POLL = 0.05
+PR_SET_PDEATHSIG, PR_SET_CHILD_SUBREAPER = 1, 36
+
+STOPPING = {signal.SIGTERM, signal.SIGINT, signal.SIGHUP}
+
+
+def become_subreaper():
+    """Also asks for SIGTERM at the end of the parent, so that a killed script leaves nothing running."""
+    libc, parent = ctypes.CDLL(None), os.getppid()
+    libc.prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
+    libc.prctl(PR_SET_PDEATHSIG, signal.SIGTERM, 0, 0, 0)
+    if os.getppid() != parent:
+        os.kill(os.getpid(), signal.SIGTERM)
+
+
+def read(path):
+    try:
+        with open(path, "rb") as file:
+            return file.read().decode(errors="replace")
+    except OSError:
+        return ""
+
+
+def descendants():
+    """The ids of all processes below this one, parents first."""
+    children = {}
+    for entry in os.listdir("/proc"):
+        fields = read(f"/proc/{entry}/stat").rpartition(")")[2].split() if entry.isdigit() else []
+        if fields:
+            children.setdefault(int(fields[1]), []).append(int(entry))
+    found = [os.getpid()]
+    for process in found:
+        found += children.get(process, [])
+    return found[1:]
+
+
+def describe(process):
+    """The command line, read from a thread that lives: a zombie leader has none. Empty for a process that has ended."""
+    try:
+        threads = os.listdir(f"/proc/{process}/task")
+    except OSError:
+        return ""
+    for thread in threads:
+        folder = f"/proc/{process}/task/{thread}"
+        name, _, fields = read(folder + "/stat").rpartition(")")
+        if fields.split()[:1] not in ([], ["Z"], ["X"]):
+            line = read(folder + "/cmdline").replace("\0", " ").strip()
+            ended = "" if read(f"/proc/{process}/cmdline") or not line else " (its first thread has ended)"
+            return (line or name.partition("(")[2]) + ended
+    return ""
+
+
+def list_running(why):
+    running = [(process, text) for process in descendants() if (text := describe(process))]
+    if running:
+        print(f"{why}; still running:", *(f"  {process} {text}" for process, text in running), sep="\n",
+              file=sys.stderr, flush=True)
+
+
+class Command:
+    def __init__(self, arguments):
+        # Python ignores these two signals; the command does not inherit that.
+        self.process = os.posix_spawnp(arguments[0], arguments, os.environ, setsigmask=(),
+                                       setsigdef=(signal.SIGPIPE, signal.SIGXFSZ))
+        self.status = None
+
+    def reap(self):
+        """Reaps every child that has ended; returns whether the command has."""
+        try:
+            while True:
+                process, status = os.waitpid(-1, os.WNOHANG)
+                if process == 0:
+                    break
+                if process == self.process:
+                    code = os.waitstatus_to_exitcode(status)
+                    self.status = code if code >= 0 else 128 - code
+        except ChildProcessError:
+            pass
+        return self.status is not None
+
+    def everything_ended_within(self, seconds, each_time=lambda: None):
+        deadline = time.monotonic() + seconds
+        while True:
+            self.reap()
+            if not descendants():
+                return True
+            if time.monotonic() > deadline:
+                return False
+            each_time()
+            time.sleep(POLL)
+
+    def end_everything(self):
+        """Gives the command a moment to end in order, then kills what is left. Never waits without a limit."""
+        deadline = time.monotonic() + TERMINATE_GRACE
+        if not self.reap():
+            os.kill(self.process, signal.SIGTERM)
+        while not self.reap() and time.monotonic() < deadline:
+            time.sleep(POLL)
+        if not self.everything_ended_within(KILL_GRACE, kill_descendants):
+            list_running("SIGKILL had no effect")
+
+
+def kill_descendants():
+    for process in descendants():
+        try:
+            os.kill(process, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+
+
+def exists(process):
+    try:
+        os.kill(process, 0)
+    except ProcessLookupError:
+        return False
+    except PermissionError:
+        pass
+    return True
+
+
+def die_of(number):
+    """So that a shell sees its Ctrl-C obeyed, and does not go on with its next command."""
+    signal.signal(number, signal.SIG_DFL)
+    signal.pthread_sigmask(signal.SIG_UNBLOCK, {number})
+    os.kill(os.getpid(), number)
+
+
+def run(seconds, needed, arguments):
+    signal.signal(signal.SIGCHLD, signal.SIG_DFL)
+    signal.pthread_sigmask(signal.SIG_BLOCK, STOPPING | {signal.SIGCHLD})
+    become_subreaper()
+    deadline = time.monotonic() + seconds
+    try:
+        command = Command(arguments)
+    except OSError as error:
+        print(f"{arguments[0]}: {error.strerror}", file=sys.stderr)
+        return 127
+
+    while not command.reap():
+        left = deadline - time.monotonic()
+        if left <= 0:
+            list_running(f"{arguments[0]} has not ended within {seconds:g} s")
+            command.end_everything()
+            return LIMIT_REACHED
+        if needed and not exists(needed):
+            list_running(f"process {needed}, which {arguments[0]} needs, has ended")
+            command.end_everything()
+            return NEEDED_PROCESS_ENDED
+        arrived = signal.sigtimedwait(STOPPING | {signal.SIGCHLD}, min(left, 1.0))
+        if arrived and arrived.si_signo in STOPPING:
+            command.end_everything()
+            die_of(arrived.si_signo)
+
+    if not command.everything_ended_within(LEAVE_GRACE):
+        list_running(f"{arguments[0]} has ended")
+        command.end_everything()
+    return command.status
+
+
+def main(arguments):
+    needed = None
+    try:
+        if arguments[:1] == ["--while"]:
+            needed = int(arguments[1])
+            arguments = arguments[2:]
+        seconds, command = float(arguments[0]), arguments[1:]
+    except (IndexError, ValueError):
+        command = []
+    if not command:
+        print(__doc__.split("\n\n")[1], file=sys.stderr)
+        return WRONG_USE
+    return run(seconds, needed, command)
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))
