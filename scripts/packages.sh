@@ -9,6 +9,22 @@ clang_packages=(clang libclang-rt-14-dev llvm)
 lint_packages=(clang-format-14 clang-tidy-14 libspdlog-dev)
 bench_packages=(libspdlog-dev python3)
 
+apt_lock_limit=300 # seconds
+apt_limit=3600
+
+# apt_get LOG ARGUMENT...: waits for the locks that another apt or dpkg holds, as on a machine that updates itself, and
+# says so. apt-get has DPkg::Lock::Timeout for that, but it leaves out the lock of the package lists and waits silently.
+apt_get() {
+    local log=$1 began=$SECONDS told=
+    shift
+    until "${as_root[@]}" env LC_ALL=C timeout --kill-after=60 "$apt_limit" apt-get "$@" >"$log" 2>&1; do
+        grep -q '^E: Could not get lock' "$log" && [ $((SECONDS - began)) -lt "$apt_lock_limit" ] || return 1
+        [ -n "$told" ] || sed -n "s/^E: \(Could not get lock .*\)/\1; waiting up to $apt_lock_limit s for it/p" "$log"
+        told=yes
+        sleep 2
+    done
+}
+
 # need_packages NAME...: installs those that are missing, through apt.
 need_packages() {
     local missing=() name
@@ -31,8 +47,7 @@ need_packages() {
     echo "installing Debian packages: ${missing[*]}"
     local log
     log=$(mktemp)
-    if ! { "${as_root[@]}" apt-get update -qq &&
-           "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
+    if ! apt_get "$log" update -qq || ! apt_get "$log" install -y -qq --no-install-recommends "${missing[@]}"; then
         echo "apt-get could not install them; its last words:" >&2
         tail -n 15 "$log" >&2
         rm -f "$log"
