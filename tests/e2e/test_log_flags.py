@@ -1,5 +1,8 @@
 """The flags file beside the executable decides what is logged, where to and in which form."""
 
+import os
+import stat
+
 import pytest
 
 from support.transcript import between_start_and_stop, usage
@@ -118,6 +121,27 @@ def test_a_folder_in_the_place_of_the_file_is_skipped(make_node):
     node.flags_file.mkdir()
     node.start([])
     assert between_start_and_stop(node.output.rest()) == [NO_SLAVE, *usage(node.program)]
+
+
+@pytest.mark.linux_only("Windows has no socket among its files")
+def test_a_file_that_cannot_be_opened_is_skipped(make_node):
+    """Not even root can open a socket; permissions would not stop it."""
+    node = make_node(flags=None)
+    os.mknod(node.flags_file, stat.S_IFSOCK | 0o666)
+    with pytest.raises(OSError):
+        node.flags_file.read_bytes()
+    node.start([])
+    assert between_start_and_stop(node.output.rest()) == [NO_SLAVE, *usage(node.program)]
+    assert node.wait_exit() == 0
+
+
+@pytest.mark.linux_only("opens a file that reads as an error, as Linux's processes have them")
+def test_a_file_that_cannot_be_read_is_skipped(make_node):
+    node = make_node(flags=None)
+    node.flags_file.symlink_to("/proc/self/mem")
+    node.start([])
+    assert between_start_and_stop(node.output.rest()) == [NO_SLAVE, *usage(node.program)]
+    assert node.wait_exit() == 0
 
 
 def test_output_switched_off(make_node):

@@ -223,6 +223,28 @@ TEST_F(LogLifecycleTest, LoggingCanStartAgainAfterShutDown)
               "Started logging on 16.11.26 00:43:48\n\n\nStopped logging on 16.11.26 00:43:48\n\n");
 }
 
+TEST_F(LogLifecycleTest, LoggingThatIsStartedTwiceHasItsSinksAndItsTimerOnce)
+{
+    StandardStreamCapture output(stdout);
+    writeFlagsFile("logToStdout logToFile logFlushTime=60000 first");
+    init();
+    writeFlagsFile("logFlushTime=30000 second");
+    init();
+    output.stop();
+    EXPECT_EQ(getSinks().size(), 3u); // the capturing one among them
+    EXPECT_EQ(log.lines(), (Lines{"Started logging on 16.11.26 00:43:48", "",
+                                  "Started logging on 16.11.26 00:43:48", ""}));
+    EXPECT_EQ(Log::get().fileSettings, (LogFlagFileSettings{{"logFlushTime", 30000}, {"second", 1}}));
+    ASSERT_NE(Log::get().flushTimer, nullptr);
+    EXPECT_EQ(Log::get().flushTimer->getTimerInterval(), 30000);
+    shutdownLog();
+    EXPECT_EQ(Log::get().flushTimer, nullptr);
+    EXPECT_EQ(readBytes(logFile),
+              "Started logging on 16.11.26 00:43:48\n\n"
+              "Started logging on 16.11.26 00:43:48\n\n"
+              "\nStopped logging on 16.11.26 00:43:48\n\n");
+}
+
 TEST_F(LogLifecycleTest, TheFlushTimerRunsAtTheIntervalOfTheFlag)
 {
     writeFlagsFile("logToFile logFlushTime=60000");

@@ -166,6 +166,18 @@ TEST_F(LogLineTest, TimeAndPrefixCountForTheLength)
     EXPECT_EQ(log.lines(), Lines(2, cut));
 }
 
+TEST_F(LogLineTest, TimeAloneOrPrefixAloneCountsForTheLengthOfAFinishedText)
+{
+    const juce::String text(std::string(longestLine, 'x'));
+    flags::logTime = 1;
+    logString("JUCE", text);
+    flags::logTime = 0;
+    flags::logPrefix = 1;
+    logString("JUCE", text);
+    EXPECT_EQ(log.lines(), (Lines{"[00:00:00.000] " + std::string(longestLine - 15, 'x'),
+                                  "JUCE      : " + std::string(longestLine - 12, 'x')}));
+}
+
 TEST_F(LogLineTest, AFinishedTextWithoutTimeAndPrefixMayHaveAnyLength)
 {
     const std::string text(5 * longestLine, 'x');
