@@ -1,9 +1,13 @@
 """The console master as an operator sees it: what it says, on which stream, and its exit status."""
 
+import os
+import re
+
 import pytest
 
 from support import console_master, programs
 from support.console_master import PATIENCE, ConsoleMaster
+from support.output import daemon_line
 
 
 @pytest.fixture
@@ -11,8 +15,8 @@ def operate():
     """Starts console masters that end with the test."""
     started = []
 
-    def start(*arguments):
-        started.append(ConsoleMaster(*arguments, "--timeout", PATIENCE))
+    def start(*arguments, **streams):
+        started.append(ConsoleMaster(*arguments, "--timeout", PATIENCE, **streams))
         return started[-1]
 
     yield start
@@ -49,3 +53,38 @@ def test_a_folder_is_no_file_of_nodes(tmp_path):
         f'cannot read the file of nodes "{programs.native_path(tmp_path)}": it is a folder',
         "Run with --help for more information.",
     ]
+
+
+@pytest.mark.linux_only("Windows has no device that is always full")
+@pytest.mark.parametrize("arguments", [["scan", "--timeout", PATIENCE], ["scan", "--timeout", PATIENCE, "--json"],
+                                       ["--help"], ["hold", "--help"]], ids=" ".join)
+def test_output_that_cannot_be_written_is_a_failure(make_node, arguments):
+    nodes = [] if "--help" in arguments else [address_of(make_node().serve())]
+    with open("/dev/full", "wb") as full:
+        result = console_master.run(*arguments, *nodes, stdout=full)
+    assert result.returncode == 3
+    assert result.stderr == "cannot write the output: No space left on device\n"
+
+
+def test_scan_into_a_pipe_that_nobody_reads_fails(make_node):
+    node = make_node().serve()
+    reader, writer = os.pipe()
+    os.close(reader)
+    result = console_master.run("scan", "--timeout", PATIENCE, address_of(node), stdout=writer)
+    os.close(writer)
+    assert result.returncode == 3
+    assert re.fullmatch("cannot write the output: .+\n", result.stderr)
+
+
+def test_held_nodes_are_given_back_when_nobody_reads_the_events(make_node, operate):
+    held, leaving = make_node().serve(), make_node().serve()
+    reader, writer = os.pipe()
+    hold = operate("hold", address_of(held), address_of(leaving), stdout=writer)
+    os.close(writer)
+    for node in (held, leaving):
+        node.slave_report("sending SLAVE_STATUS")
+    os.close(reader)
+    leaving.quit()  # an event, which is written
+    assert hold.wait_exit() == 3
+    assert re.fullmatch("cannot write the output: .+", hold.errors.rest()[0])
+    held.output.wait_match(daemon_line("received stop request from master .*"))

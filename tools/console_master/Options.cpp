@@ -21,7 +21,8 @@ constexpr auto introduction =
 
 constexpr auto exitStatuses =
     "Exit status: 0 every node did as asked, 1 some node did not (no answer, refused, failed, stolen),\n"
-    "2 the command line is wrong, 3 this machine is at fault (port in use, unknown host, no network).";
+    "2 the command line is wrong, 3 this machine is at fault (port in use, unknown host, no network, output\n"
+    "that cannot be written).";
 
 constexpr auto notes =
     "Examples:\n"

@@ -1,10 +1,11 @@
 #include <atomic>
 #include <csignal>
-#include <iostream>
+#include <cstdio>
 
 #include <juce_core/juce_core.h>
 
 #include "console_master/ConsoleMaster.h"
+#include "console_master/ConsoleStream.h"
 #include "console_master/Options.h"
 #include "messages/MasterDaemonMessage.h"
 #include "platform/Process.h"
@@ -27,19 +28,30 @@ std::string defaultText()
     return text.substr(0, quelta::MasterDaemonMessage::textSize);
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int run(int argc, char** argv, std::ostream& out, std::ostream& err)
 {
-    quelta::platform::prepareProcess();
-
     quelta::Options options;
     options.text = defaultText();
 
-    if (const auto status = quelta::parseOptions(argc, argv, options, std::cout, std::cerr))
+    if (const auto status = quelta::parseOptions(argc, argv, options, out, err))
         return *status;
 
     std::signal(SIGINT, requestStop);
     std::signal(SIGTERM, requestStop);
-    return quelta::ConsoleMaster(options, std::cout, std::cerr, stopRequested).run();
+    return quelta::ConsoleMaster(options, out, err, stopRequested).run();
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    using quelta::platform::StandardStream;
+    quelta::platform::prepareProcess();
+
+    quelta::ConsoleStream err(StandardStream::error, stderr);
+    err << std::unitbuf;
+    quelta::ConsoleStream out(StandardStream::output, stdout, &err);
+
+    const int status = run(argc, argv, out, err);
+    return out.flush() ? status : quelta::exitLocalFailure;
 }

@@ -35,10 +35,10 @@ class Lines(Output):
 class ConsoleMaster:
     """A running console master; what it writes is in `output` and `errors`."""
 
-    def __init__(self, *arguments):
-        self.process = subprocess.Popen(command(*arguments), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+    def __init__(self, *arguments, stdout=subprocess.PIPE):
+        self.process = subprocess.Popen(command(*arguments), stdin=subprocess.DEVNULL, stdout=stdout,
                                         stderr=subprocess.PIPE, start_new_session=True)
-        self.output = Lines(self.process.stdout)
+        self.output = self.process.stdout and Lines(self.process.stdout)
         self.errors = Lines(self.process.stderr)
 
     def interrupt(self, signal_number=signal.SIGINT):
