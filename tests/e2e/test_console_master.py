@@ -1,5 +1,6 @@
 """The console master as an operator sees it: what it says, on which stream, and its exit status."""
 
+import json
 import os
 import re
 
@@ -15,8 +16,8 @@ def operate():
     """Starts console masters that end with the test."""
     started = []
 
-    def start(*arguments, **streams):
-        started.append(ConsoleMaster(*arguments, "--timeout", PATIENCE, **streams))
+    def start(*arguments, timeout=PATIENCE, **streams):
+        started.append(ConsoleMaster(*arguments, "--timeout", timeout, **streams))
         return started[-1]
 
     yield start
@@ -33,6 +34,9 @@ def table_row(node, state):
     return rf"{address_of(node)} +1 +4000000 +{state}"
 
 
+TIME = r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d"
+
+
 def test_watch_notices_that_a_restarted_node_is_back(make_node, operate):
     node = make_node().serve()
     watch = operate("watch", address_of(node))
@@ -40,10 +44,74 @@ def test_watch_notices_that_a_restarted_node_is_back(make_node, operate):
     node.quit()
     gone = watch.output.wait_line(table_row(node, "disconnected"))
     node.serve()
-    back = watch.output.wait_line(rf'(.* )?{address_of(node)} found: alias "", 1 GPU, version 4000000, free', gone)
+    back = watch.output.wait_line(rf'{TIME} {address_of(node)} found: alias "", 1 GPU, version 4000000, free', gone)
     watch.output.wait_line(table_row(node, "free"), back)
     watch.interrupt()
     assert watch.wait_exit() == 0
+
+
+def test_every_line_of_watch_carries_the_time_except_tables(make_node, operate):
+    node = make_node().serve()
+    watch = operate("watch", address_of(node))
+    watch.output.wait_line(table_row(node, "free"))
+    watch.interrupt()
+    listening, found, *table = watch.output.rest()
+    assert re.fullmatch(rf"{TIME} listening as 127\.0\.0\.1:\d+", listening)
+    assert re.fullmatch(rf'{TIME} {address_of(node)} found: alias "", 1 GPU, version 4000000, free', found)
+    assert table[1].startswith("NODE ")
+
+
+def test_times_of_json_stay_in_the_objects(make_node, operate):
+    node = make_node().serve()
+    watch = operate("watch", "--json", address_of(node))
+    watch.output.wait_match('{.*"event":"found".*}')
+    watch.interrupt()
+    listening, found = map(json.loads, watch.output.rest())
+    assert list(listening) == ["time", "event", "address"]
+    assert list(found) == ["time", "event", "node", "state", "alias", "gpus", "slaveVersion", "owner", "ownerText"]
+
+
+def test_an_address_of_another_machine_is_warned_about(make_node):
+    node = make_node().serve()
+    result = console_master.run("scan", "--address", "192.0.2.1", "--timeout", "0.5", address_of(node))
+    assert result.returncode == 1
+    assert result.stderr == ("warning: 192.0.2.1 is not an address of this machine; "
+                             "nodes that connect to it may reach another one\n")
+    own = console_master.run("scan", "--address", "127.0.0.1", "--timeout", PATIENCE, address_of(node))
+    assert (own.returncode, own.stderr) == (0, "")
+
+
+def test_a_broadcast_that_nobody_answers_is_reported(ports):
+    nowhere = f"127.0.0.1:{ports.free_block()}"
+    told = f"nobody has answered the broadcast to {nowhere}\n"
+    for options, output in ((["--timeout", "0.5"], ""), (["--timeout", "0.5", "--json"], "[]\n")):
+        result = console_master.run("scan", "--broadcast", nowhere, *options)
+        assert (result.returncode, result.stdout, result.stderr) == (1, output, told)
+
+
+def test_a_broadcast_that_a_node_answers_is_not(make_node):
+    node = make_node().serve()
+    result = console_master.run("scan", "--broadcast", address_of(node), "--timeout", "5")
+    assert (result.returncode, result.stderr) == (0, "")
+    assert re.search(table_row(node, "free"), result.stdout)
+
+
+def test_a_broadcast_is_no_success_of_nodes_that_were_named(make_node, ports):
+    node = make_node().serve()
+    nowhere = f"127.0.0.1:{ports.free_block()}"
+    result = console_master.run("scan", "--broadcast", nowhere, "--timeout", "5", address_of(node))
+    assert result.returncode == 0
+    assert re.search(table_row(node, "free"), result.stdout)
+    assert result.stderr == f"no other node has answered the broadcast to {nowhere}\n"
+
+
+def test_watch_reports_an_unanswered_broadcast_and_goes_on(ports, operate):
+    nowhere = f"127.0.0.1:{ports.free_block()}"
+    watch = operate("watch", "--broadcast", nowhere, timeout="0.5")
+    watch.errors.wait(f"nobody has answered the broadcast to {nowhere}")
+    watch.interrupt()
+    assert watch.wait_exit() == 0
+    assert len(watch.errors.rest()) == 1
 
 
 def test_a_folder_is_no_file_of_nodes(tmp_path):

@@ -62,6 +62,9 @@ int ConsoleMaster::run()
 
         board.tick(now());
         carryOut();
+
+        if (now() - startedAt >= options.timeoutMs)
+            judgeBroadcast();
     }
 
     showResult();
@@ -70,6 +73,8 @@ int ConsoleMaster::run()
 
 bool ConsoleMaster::prepare()
 {
+    warnOfForeignAddress();
+
     std::map<uint32_t, size_t> nodesOnMachine;
 
     for (const auto& node : options.nodes)
@@ -92,6 +97,13 @@ bool ConsoleMaster::prepare()
     addNodes();
     showListening();
     return true;
+}
+
+void ConsoleMaster::warnOfForeignAddress()
+{
+    if (options.address && !isThisMachine(*options.address))
+        err << "warning: " << formatIp(*options.address)
+            << " is not an address of this machine; nodes that connect to it may reach another one\n";
 }
 
 bool ConsoleMaster::addTarget(const NodeName& node, std::map<uint32_t, size_t>& nodesOnMachine)
@@ -256,6 +268,20 @@ void ConsoleMaster::carryOut()
     showEvents();
 }
 
+void ConsoleMaster::judgeBroadcast()
+{
+    if (!options.broadcast || std::exchange(broadcastJudged, true))
+        return;
+
+    const auto& nodes = board.getNodes();
+    const auto hasAnswered = [](const Node& node) { return node.state.has_value(); };
+    const auto others = nodes.begin() + static_cast<std::ptrdiff_t>(options.nodes.size());
+
+    if (std::none_of(others, nodes.end(), hasAnswered))
+        err << (std::any_of(nodes.begin(), others, hasAnswered) ? "no other node" : "nobody")
+            << " has answered the broadcast to " << formatNode(*options.broadcast) << "\n";
+}
+
 void ConsoleMaster::showEvents()
 {
     for (const auto& event : board.takeEvents())
@@ -267,8 +293,8 @@ void ConsoleMaster::showEvents()
             continue;
 
         const auto& node = board.getNodes()[event.node];
-        out << (options.json ? formatJsonEvent(node, event.kind, timeText()) : formatEvent(node, event.kind))
-            << std::endl;
+        showLine(options.json ? formatJsonEvent(node, event.kind, timeText())
+                              : formatEvent(node, event.kind));
     }
 
     if (options.command == Command::watch && !options.json && tableIsOld && now() - lastEventAt >= tableDelay)
@@ -276,6 +302,15 @@ void ConsoleMaster::showEvents()
         tableIsOld = false;
         out << "\n" << formatTable(board.getNodes()) << std::endl;
     }
+}
+
+/** A line of text has no time of its own. Watching goes on for days, so there the time is needed. */
+void ConsoleMaster::showLine(const std::string& line)
+{
+    if (options.command == Command::watch && !options.json)
+        out << juce::Time::getCurrentTime().formatted("%Y-%m-%d %H:%M:%S ").toStdString();
+
+    out << line << std::endl;
 }
 
 void ConsoleMaster::showListening()
@@ -289,7 +324,7 @@ void ConsoleMaster::showListening()
         addresses.insert(target.self);
 
     for (const auto& self : addresses)
-        out << (options.json ? formatJsonListening(self, timeText()) : formatListening(self)) << std::endl;
+        showLine(options.json ? formatJsonListening(self, timeText()) : formatListening(self));
 }
 
 void ConsoleMaster::showResult()
@@ -297,7 +332,10 @@ void ConsoleMaster::showResult()
     if (options.command != Command::scan)
         return;
 
-    out << (options.json ? formatJson(board.getNodes()) : formatTable(board.getNodes())) << std::flush;
+    judgeBroadcast();
+
+    if (options.json || !board.getNodes().empty())
+        out << (options.json ? formatJson(board.getNodes()) : formatTable(board.getNodes())) << std::flush;
 }
 
 bool ConsoleMaster::isFinished() const

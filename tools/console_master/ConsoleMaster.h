@@ -48,6 +48,7 @@ private:
     using MachineKey = std::pair<size_t, uint32_t>;
 
     bool prepare();
+    void warnOfForeignAddress();
     bool addTarget(const NodeName& node, std::map<uint32_t, size_t>& nodesOnMachine);
     bool openListeners();
     void addNodes();
@@ -58,7 +59,9 @@ private:
 
     void sendBeacons();
     void carryOut();
+    void judgeBroadcast();
     void showEvents();
+    void showLine(const std::string& line);
     void showListening();
     void showResult();
     bool isFinished() const;
@@ -85,6 +88,7 @@ private:
     uint32_t beaconsSentAt = 0;
     uint32_t lastEventAt = 0;
     bool tableIsOld = false;
+    bool broadcastJudged = false;
     bool released = false;
 };
 

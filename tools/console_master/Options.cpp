@@ -60,7 +60,8 @@ constexpr CommandText commands[] = {
      "Shows a table (or with --json an array) of the nodes: alias, number of GPUs, slave version, state,\n"
      "owner and the owner's text.\n\nExample:\n  quelta_master scan 10.0.0.5:5130 10.0.0.6:5130"},
     {Command::watch, "watch", "Show the state of nodes, and every change, until Ctrl-C",
-     "Writes a line for every event (with --json an object a line) and the table after each change.\n\n"
+     "Writes a line with the time for every event (with --json an object a line) and the table after each\n"
+     "change.\n\n"
      "Example:\n  quelta_master watch --nodes farm.txt"},
     {Command::hold, "hold", "Start the slaves of free nodes and keep them until Ctrl-C",
      "Writes a line for every event: starting, running, failed, stolen, ... A failed slave is given back at\n"
