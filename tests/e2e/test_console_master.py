@@ -3,12 +3,21 @@
 import json
 import os
 import re
+import signal
+import time
 
 import pytest
 
 from support import console_master, programs
 from support.console_master import PATIENCE, ConsoleMaster
 from support.output import daemon_line
+from support.scenario import scenario
+
+# How often a test tries to be quick enough.
+ATTEMPTS = 5
+
+# The status of a program that Ctrl-C has ended; under Wine only the lowest byte of 0xC000013A is left of it.
+INTERRUPTED = 0x3A if programs.ON_WINDOWS else -signal.SIGINT
 
 
 @pytest.fixture
@@ -156,3 +165,51 @@ def test_held_nodes_are_given_back_when_nobody_reads_the_events(make_node, opera
     assert hold.wait_exit() == 3
     assert re.fullmatch("cannot write the output: .+", hold.errors.rest()[0])
     held.output.wait_match(daemon_line("received stop request from master .*"))
+
+
+def slow_to_stop(make_node, milliseconds):
+    """A node whose slave takes its time to stop."""
+    return make_node(plays=scenario(settings=f"on-stop exit-after {milliseconds}")).serve()
+
+
+def test_ctrl_c_says_at_once_what_is_given_back(make_node, operate):
+    nodes = [slow_to_stop(make_node, 3000), make_node().serve()]
+    hold = operate("hold", *map(address_of, nodes), timeout="10.2")
+    for node in nodes:
+        hold.output.wait(f"{address_of(node)} running")
+    hold.interrupt()
+    hold.errors.wait("giving back 2 nodes, waiting up to 26 s; Ctrl-C again ends at once")
+    assert f"{address_of(nodes[0])} stopped: the node is free" not in hold.output.lines()
+    assert hold.wait_exit() == 0
+    assert hold.output.count(f"{address_of(nodes[0])} stopped: the node is free") == 1
+    assert len(hold.errors.rest()) == 1
+
+
+def test_a_second_signal_at_once_is_the_same_request(make_node, operate):
+    node = slow_to_stop(make_node, 500)
+    for _ in range(ATTEMPTS):
+        hold = operate("hold", address_of(node))
+        hold.output.wait(f"{address_of(node)} running")
+        begin = time.monotonic()
+        hold.interrupt()
+        hold.errors.wait_match("giving back 1 node, .*")
+        hold.interrupt()
+        if time.monotonic() - begin < 1:
+            break
+        hold.close()
+    else:
+        raise AssertionError("this machine was never fast enough for two signals within a second")
+    assert hold.wait_exit() == 0
+    assert hold.output.rest()[-1] == f"{address_of(node)} stopped: the node is free"
+
+
+def test_a_later_second_signal_ends_at_once(make_node, operate):
+    node = slow_to_stop(make_node, 8000)
+    hold = operate("hold", address_of(node))
+    hold.output.wait(f"{address_of(node)} running")
+    hold.interrupt()
+    hold.errors.wait_match("giving back 1 node, .*")
+    time.sleep(1.1)  # the time after which a signal is another request
+    hold.interrupt()
+    assert hold.wait_exit() == INTERRUPTED
+    assert hold.output.rest()[-1] == f"{address_of(node)} running"

@@ -5,6 +5,7 @@
 
 #include "console_master/NodeBoard.h"
 #include "console_master/Report.h"
+#include "console_master/StopRequest.h"
 
 namespace quelta {
 
@@ -222,6 +223,28 @@ TEST(ConsoleMasterBoard, AStopRequestIsSentAgainWhenTheConnectionComesBack)
     EXPECT_EQ(held.sent(), std::vector{Type::STOP_REQUEST});
 }
 
+TEST(ConsoleMasterBoard, GivingBackEndsInTimeEvenIfTheConnectionComesAndGoes)
+{
+    auto held = heldNode();
+    EXPECT_EQ(held.board.countReleasing(), 0u);
+    held.board.release(0);
+    EXPECT_EQ(held.board.countReleasing(), 1u);
+    EXPECT_EQ(held.board.releaseLimit(), timeoutMs + NodeBoard::stopAllowance);
+
+    for (uint32_t now = 0; now < held.board.releaseLimit(); now += 1000)
+    {
+        held.board.disconnected(0, now);
+        held.connect(now);
+        held.board.tick(now);
+        EXPECT_FALSE(held.board.isDone()) << now;
+    }
+
+    held.board.tick(held.board.releaseLimit());
+    EXPECT_TRUE(held.board.isDone());
+    EXPECT_EQ(held.board.countReleasing(), 0u);
+    EXPECT_FALSE(held.board.isAsAsked());
+}
+
 TEST(ConsoleMasterBoard, StealAsksToTakeOverAndWaitsForTheOldSlaveToStop)
 {
     OneNode steal(Command::steal);
@@ -301,6 +324,20 @@ TEST(ConsoleMasterBoard, RecordsThatNoDaemonSendsAreReportedAndChangeNothing)
     held.receive(Type::START_REQUEST, other);
     EXPECT_EQ(held.told(), std::vector{NodeEvent::invalidRecord});
     EXPECT_STREQ(stateName(held.node()), "running");
+}
+
+TEST(ConsoleMasterStopRequest, ASignalWithinASecondOfTheFirstIsARepetitionAndALaterOneEndsAtOnce)
+{
+    using std::chrono::milliseconds;
+    StopRequest request;
+    EXPECT_FALSE(request.hasCome());
+    EXPECT_TRUE(request.receive(milliseconds(0)));
+    EXPECT_TRUE(request.hasCome());
+    EXPECT_TRUE(request.receive(milliseconds(0)));
+    EXPECT_TRUE(request.receive(milliseconds(999)));
+    EXPECT_FALSE(request.receive(milliseconds(1000)));
+    EXPECT_FALSE(request.receive(milliseconds(3600000)));
+    EXPECT_TRUE(request.hasCome());
 }
 
 TEST(ConsoleMasterReport, TableHasAHeadAndALineForEveryNode)

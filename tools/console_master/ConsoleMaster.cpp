@@ -33,11 +33,11 @@ uint32_t machineOf(uint32_t ip)
 } // namespace
 
 ConsoleMaster::ConsoleMaster(const Options& givenOptions, std::ostream& output, std::ostream& errors,
-                             const std::atomic<bool>& stopFlag)
+                             const StopRequest& givenStopRequest)
     : options(givenOptions),
       out(output),
       err(errors),
-      stopRequested(stopFlag),
+      stopRequest(givenStopRequest),
       board(givenOptions.command, givenOptions.timeoutMs)
 {}
 
@@ -57,8 +57,8 @@ int ConsoleMaster::run()
         }
 
         // Nobody reads any more: the same as Ctrl-C.
-        if ((stopRequested || !out) && !std::exchange(released, true))
-            board.release(now());
+        if ((stopRequest.hasCome() || !out) && !std::exchange(released, true))
+            release();
 
         board.tick(now());
         carryOut();
@@ -247,6 +247,15 @@ void ConsoleMaster::sendBeacons()
         if (sent < 0 && !std::exchange(target.unreachable, true))
             err << "cannot send a beacon to " << target.name << "; trying on\n";
     }
+}
+
+void ConsoleMaster::release()
+{
+    board.release(now());
+
+    if (const auto count = board.countReleasing(); count > 0)
+        err << "giving back " << count << (count == 1 ? " node" : " nodes") << ", waiting up to "
+            << (board.releaseLimit() + 999) / 1000 << " s; Ctrl-C again ends at once\n";
 }
 
 void ConsoleMaster::carryOut()

@@ -3,7 +3,6 @@
 // `run` does everything on the caller's thread; the listeners' threads only fill the inbox.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <iosfwd>
 #include <map>
@@ -19,15 +18,15 @@
 #include "console_master/MasterListener.h"
 #include "console_master/NodeBoard.h"
 #include "console_master/Options.h"
+#include "console_master/StopRequest.h"
 
 namespace quelta {
 
 class ConsoleMaster
 {
 public:
-    /** `stopRequested` may be set by a signal handler. */
     ConsoleMaster(const Options& options, std::ostream& out, std::ostream& err,
-                  const std::atomic<bool>& stopRequested);
+                  const StopRequest& stopRequest);
 
     /** Does what the options ask for and gives the exit status. */
     int run();
@@ -58,6 +57,7 @@ private:
     std::optional<size_t> findNode(const PeerEvent& event);
 
     void sendBeacons();
+    void release();
     void carryOut();
     void judgeBroadcast();
     void showEvents();
@@ -71,7 +71,7 @@ private:
     const Options& options;
     std::ostream& out;
     std::ostream& err;
-    const std::atomic<bool>& stopRequested;
+    const StopRequest& stopRequest;
 
     NodeBoard board;
     Inbox inbox;

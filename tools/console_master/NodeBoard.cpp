@@ -220,8 +220,11 @@ void NodeBoard::tickNode(size_t index, uint32_t now)
                 report(index, NodeEvent::noAnswer);
             break;
         case NodePhase::asked:
-        case NodePhase::releasing:
             if (passed >= replyLimit(node))
+                end(index, NodeEvent::noAnswer, false);
+            break;
+        case NodePhase::releasing:
+            if (passed >= replyLimit(node) || now - node.releasedAt >= releaseLimit())
                 end(index, NodeEvent::noAnswer, false);
             break;
         case NodePhase::starting:
@@ -273,9 +276,16 @@ void NodeBoard::release(uint32_t now)
 void NodeBoard::releaseNode(size_t index, uint32_t now)
 {
     enter(index, NodePhase::releasing, now);
+    nodes[index].releasedAt = now;
 
     if (nodes[index].connected)
         request(index, Type::STOP_REQUEST);
+}
+
+size_t NodeBoard::countReleasing() const
+{
+    return static_cast<size_t>(std::count_if(
+        nodes.begin(), nodes.end(), [](const Node& node) { return node.phase == NodePhase::releasing; }));
 }
 
 bool NodeBoard::isDone() const
@@ -312,7 +322,7 @@ void NodeBoard::scan(size_t index, uint32_t now)
 uint32_t NodeBoard::replyLimit(const Node& node) const
 {
     const bool stopsSlave = node.phase == NodePhase::releasing || command != Command::hold;
-    return node.connected && stopsSlave ? timeoutMs + stopAllowance : timeoutMs;
+    return node.connected && stopsSlave ? releaseLimit() : timeoutMs;
 }
 
 } // namespace quelta

@@ -13,8 +13,9 @@
 //   releasing  stop request sent         its reply: ended
 //   ended      nothing more is asked
 //
-// No answer in time ends waiting, asked and releasing; a connection that does not come back in time ends
-// starting and running; a new connection leads from asked to waiting.
+// No answer in time ends waiting, asked and releasing, the last one even if the node connects again; a
+// connection that does not come back in time ends starting and running; a new connection leads from asked to
+// waiting.
 #pragma once
 
 #include <cstddef>
@@ -52,7 +53,8 @@ struct Node
     std::optional<MasterDaemonMessage> state; ///< The latest record.
     bool slaveFailed = false;
 
-    uint32_t since = 0; ///< When it entered its phase, or connected, or was disconnected.
+    uint32_t since = 0;      ///< When it entered its phase, or connected, or was disconnected.
+    uint32_t releasedAt = 0; ///< When it was first asked to stop.
     uint32_t scannedAt = 0;
     bool scanPending = false;
 
@@ -99,6 +101,10 @@ public:
 
     /** The operator has seen enough: whatever is held is given back. */
     void release(uint32_t now);
+
+    /** How many nodes are being given back, and how many milliseconds that takes at most. */
+    size_t countReleasing() const;
+    uint32_t releaseLimit() const { return timeoutMs + stopAllowance; }
 
     /** Whether nothing more is to come. */
     bool isDone() const;

@@ -65,9 +65,8 @@ constexpr CommandText commands[] = {
      "Example:\n  quelta_master watch --nodes farm.txt"},
     {Command::hold, "hold", "Start the slaves of free nodes and keep them until Ctrl-C",
      "Writes a line for every event: starting, running, failed, stolen, ... A failed slave is given back at\n"
-     "once, the others at Ctrl-C; a second Ctrl-C ends the program at once. It ends by itself when no slave "
-     "is\n"
-     "left. A node that belongs to another master refuses; see steal.\n\n"
+     "once, the others at Ctrl-C; a second Ctrl-C, a second later or more, ends the program at once. It\n"
+     "ends by itself when no slave is left. A node that belongs to another master refuses; see steal.\n\n"
      "Example:\n  quelta_master hold 10.0.0.5:5130 --text \"test run\""},
     {Command::steal, "steal", "Take slaves over from whoever owns them and keep them until Ctrl-C",
      "Like hold, but the node's slave is stopped and started anew for this master, whoever owned it.\n\n"

@@ -1,26 +1,20 @@
-#include <atomic>
-#include <csignal>
 #include <cstdio>
+#include <ostream>
+#include <string>
 
 #include <juce_core/juce_core.h>
 
 #include "console_master/ConsoleMaster.h"
 #include "console_master/ConsoleStream.h"
 #include "console_master/Options.h"
+#include "console_master/StopRequest.h"
+#include "console_master/platform/StopSignals.h"
 #include "messages/MasterDaemonMessage.h"
 #include "platform/Process.h"
 
 namespace {
 
-std::atomic<bool> stopRequested{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler writes it");
-
-extern "C" void requestStop(int signal)
-{
-    // The second one ends the program at once, on every system.
-    std::signal(signal, SIG_DFL);
-    stopRequested = true;
-}
+quelta::StopRequest stopRequest;
 
 std::string defaultText()
 {
@@ -36,9 +30,8 @@ int run(int argc, char** argv, std::ostream& out, std::ostream& err)
     if (const auto status = quelta::parseOptions(argc, argv, options, out, err))
         return *status;
 
-    std::signal(SIGINT, requestStop);
-    std::signal(SIGTERM, requestStop);
-    return quelta::ConsoleMaster(options, out, err, stopRequested).run();
+    quelta::installStopSignals(stopRequest);
+    return quelta::ConsoleMaster(options, out, err, stopRequest).run();
 }
 
 } // namespace
