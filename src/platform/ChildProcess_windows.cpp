@@ -72,7 +72,11 @@ int ChildProcess::launch(const juce::File& executable, const juce::String& comma
                                         folder.data(), &startup, &process);
 
     if (created == FALSE || process.hProcess == nullptr)
-        return static_cast<int>(GetLastError());
+    {
+        // The callers take 0 for a success.
+        const auto error = GetLastError();
+        return static_cast<int>(error != 0 ? error : ERROR_GEN_FAILURE);
+    }
 
     slavesEndWithThisProcess.take(process.hProcess);
     handle->process = process.hProcess;
