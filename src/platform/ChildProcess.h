@@ -23,8 +23,8 @@ public:
 
     /** Starts `executable` with `commandLine` (its first word is the name that the child sees), in the
         executable's folder, with the daemon's environment and standard streams and nothing else of it.
-       Returns 0, or the system's error number. A child that runs when this process is killed is killed too.
-     */
+        Returns 0, or the system's error number. A child that runs when this process is killed is killed too.
+        Logs an error if the system does not allow that. */
     int launch(const juce::File& executable, const juce::String& commandLine);
 
     /** Whether the process has not ended yet. */

@@ -4,6 +4,8 @@
 
 #include <vector>
 
+#include "log/Log.h"
+
 namespace quelta::platform {
 
 namespace {
@@ -14,28 +16,44 @@ std::vector<wchar_t> toWritableUtf16(const juce::String& text)
     return {begin, begin + wcslen(begin) + 1};
 }
 
+/** Null if the system refuses it. A member may start a process outside the job by asking for that. */
+HANDLE createJobThatEndsWithItsHandle()
+{
+    JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
+    limits.BasicLimitInformation.LimitFlags =
+        JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE | JOB_OBJECT_LIMIT_BREAKAWAY_OK;
+    auto* const job = CreateJobObjectW(nullptr, nullptr);
+
+    if (SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof(limits)) != FALSE)
+        return job;
+
+    if (job != nullptr)
+        CloseHandle(job);
+
+    return nullptr;
+}
+
 /** A job whose members end with its only handle. The handle is never closed, so the system closes it when
     this process ends, however that comes about. This process is a member itself, and so is all that it
     starts, from its first moment on. */
 struct JobOfSlaves
 {
-    JobOfSlaves() : job(CreateJobObjectW(nullptr, nullptr))
-    {
-        JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
-        limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
-        SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof(limits));
-        hasThisProcess = AssignProcessToJobObject(job, GetCurrentProcess()) != FALSE;
-    }
-
     /** A job that this process was born into may forbid it another one; then slaves join alone. */
     void take(HANDLE slave) const
     {
-        if (!hasThisProcess)
-            AssignProcessToJobObject(job, slave);
+        if (hasThisProcess || AssignProcessToJobObject(job, slave) != FALSE)
+            return;
+
+        const auto error = GetLastError();
+
+        // A slave that has ended can join no job and needs none.
+        if (WaitForSingleObject(slave, 0) != WAIT_OBJECT_0)
+            logError("cannot assign the slave to a job (error %lu): it will survive if the daemon is killed",
+                     error);
     }
 
-    const HANDLE job;
-    bool hasThisProcess = false;
+    const HANDLE job = createJobThatEndsWithItsHandle();
+    const bool hasThisProcess = AssignProcessToJobObject(job, GetCurrentProcess()) != FALSE;
 };
 
 } // namespace

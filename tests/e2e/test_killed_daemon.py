@@ -2,15 +2,19 @@
 
 import signal
 import time
+from pathlib import Path
 
 import pytest
 
 from support import programs, wire
+from support.node import wait_until
 from support.ownership import running, start_line, started
 from support.scenario import PUPPET, scenario
 
 SLAVE_GAVE_UP = "standin: without a connection for "
 TERMINATE = "quelta_windows_terminate.exe"
+OUTER_JOB = "quelta_windows_outerjob.exe"
+BREAKAWAY = "quelta_windows_breakaway.exe"
 STUBBORN = "on-stop ignore\non-lost ignore"
 
 
@@ -92,3 +96,32 @@ def test_next_daemon_takes_the_same_ports(farm, make_node):
     owner.vanish()
     owner.return_to(successor)
     running(successor, owner)
+
+
+@pytest.mark.windows_only("Linux knows no jobs")
+def test_inside_a_job(make_node, make_master):
+    """As the Task Scheduler and build systems start programs; that job stays when the daemon has ended."""
+    node = make_node(plays=scenario(settings=STUBBORN))
+    daemon = programs.native_path(node.program)
+    node.program = programs.install(OUTER_JOB, node.program.parent)
+    node.start([daemon, *node.usual_arguments()])
+    node.wait_until_listening()
+    running(node, make_master().join(node))
+    subprocess.run(programs.command(programs.bin_dir() / TERMINATE, node.slave_id()), check=True)
+    node.output.wait("outer job: the program has ended")
+    assert_nothing_left(node)
+    assert node.process.poll() is None
+    assert not [line for line in node.own_lines() if "cannot assign the slave to a job" in line]
+
+
+@pytest.mark.windows_only("Linux knows no jobs")
+def test_process_that_the_slave_starts_outside_the_job_survives(make_node):
+    node = make_node()
+    node.slave = programs.install(BREAKAWAY, node.slave.parent, node.slave.name)
+    node.start()
+    node.output.wait("breakaway: started")
+    wait_until(lambda: len(node.slave_processes()) == 2, "slave and copy run")
+    kill_daemon(node)
+    wait_until(lambda: len(node.slave_processes()) < 2, "the slave is gone")
+    [survivor] = node.slave_processes()
+    assert b"escaped" in Path(f"/proc/{survivor}/cmdline").read_bytes()

@@ -5,6 +5,7 @@
 #include "support/ThreadedTest.h"
 
 extern "C" decltype(&CreateProcessW) __imp_CreateProcessW;
+extern "C" decltype(&AssignProcessToJobObject) __imp_AssignProcessToJobObject;
 
 namespace quelta::test {
 namespace {
@@ -28,6 +29,77 @@ TEST_F(ChildProcessWindowsTest, AFailureWithoutAnErrorNumberIsNoSuccess)
     const ImportPatch patch(__imp_CreateProcessW, failWithoutAnError);
     EXPECT_EQ(child.launch(standin.getFile(), "slave"), ERROR_GEN_FAILURE);
     EXPECT_FALSE(child.isRunning());
+}
+
+// The first launch of a process makes its job, so these run in a process of their own.
+
+bool isThisProcess(HANDLE process)
+{
+    return process == GetCurrentProcess();
+}
+
+BOOL refuse()
+{
+    SetLastError(ERROR_ACCESS_DENIED);
+    return FALSE;
+}
+
+BOOL WINAPI refuseAll(HANDLE, HANDLE)
+{
+    return refuse();
+}
+
+BOOL WINAPI refuseOnlyThisProcess(HANDLE, HANDLE process)
+{
+    return isThisProcess(process) ? refuse() : TRUE;
+}
+
+BOOL WINAPI refuseAfterItsEnd(HANDLE, HANDLE process)
+{
+    if (!isThisProcess(process))
+        WaitForSingleObject(process, INFINITE); // the test's guard against hanging limits it
+
+    return refuse();
+}
+
+class ChildProcessWindowsDeathTest : public ChildProcessWindowsTest
+{
+protected:
+    ChildProcessWindowsDeathTest() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+
+    /** Ends the process with a status that tells whether two launches logged these lines. */
+    [[noreturn]] void launchTwice(const char* scenario, decltype(&AssignProcessToJobObject) assign,
+                                  const Lines& expected)
+    {
+        const StandinSlave standin(scenario);
+        const ImportPatch patch(__imp_AssignProcessToJobObject, assign);
+        bool good = true;
+
+        for (int launch = 0; launch < 2; ++launch)
+        {
+            platform::ChildProcess slave;
+            good = slave.launch(standin.getFile(), "slave --daemon-port 1") == 0 && good;
+        }
+
+        std::_Exit(good && log.lines() == expected ? 0 : 1);
+    }
+};
+
+TEST_F(ChildProcessWindowsDeathTest, ASlaveThatNoJobTakesIsAnError)
+{
+    const std::string line =
+        "cannot assign the slave to a job (error 5): it will survive if the daemon is killed";
+    EXPECT_EXIT(launchTwice("hang", refuseAll, {line, line}), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ChildProcessWindowsDeathTest, ASlaveThatJoinsTheJobAloneIsNoError)
+{
+    EXPECT_EXIT(launchTwice("hang", refuseOnlyThisProcess, {}), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ChildProcessWindowsDeathTest, ASlaveThatEndsBeforeItJoinsIsNoError)
+{
+    EXPECT_EXIT(launchTwice("exit 0", refuseAfterItsEnd, {}), testing::ExitedWithCode(0), "");
 }
 
 } // namespace
