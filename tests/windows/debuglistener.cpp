@@ -1,0 +1,51 @@
+// Receives what programs send to a debugger, as viewers of debugger output do. Prints "listening", then a
+// line for each text: the sender's process id and the bytes as hexadecimal digits. Ends after a minute
+// without any.
+#include <windows.h>
+
+#include <cstdio>
+
+namespace {
+
+constexpr DWORD patienceMs = 60'000;
+
+/** As the system lays it out. */
+struct Buffer
+{
+    DWORD process;
+    char text[4'096 - sizeof(DWORD)];
+};
+
+void print(const Buffer& buffer)
+{
+    std::printf("%lu ", buffer.process);
+
+    for (const auto* byte = buffer.text; *byte != '\0'; ++byte)
+        std::printf("%02x", static_cast<unsigned>(static_cast<unsigned char>(*byte)));
+
+    std::printf("\n");
+    std::fflush(stdout);
+}
+
+} // namespace
+
+int main()
+{
+    auto* const ready = CreateEventW(nullptr, FALSE, FALSE, L"DBWIN_BUFFER_READY");
+    auto* const filled = CreateEventW(nullptr, FALSE, FALSE, L"DBWIN_DATA_READY");
+    auto* const mapping =
+        CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(Buffer), L"DBWIN_BUFFER");
+    const auto* const buffer =
+        static_cast<const Buffer*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, sizeof(Buffer)));
+
+    if (ready == nullptr || filled == nullptr || buffer == nullptr)
+        return 1;
+
+    std::printf("listening\n");
+    std::fflush(stdout);
+
+    while (SetEvent(ready) != FALSE && WaitForSingleObject(filled, patienceMs) == WAIT_OBJECT_0)
+        print(*buffer);
+
+    return 0;
+}
