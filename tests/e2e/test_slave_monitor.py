@@ -182,9 +182,11 @@ def test_stand_in_speaks_malformed_bytes(farm):
     stopped(node, owner)
 
 
-def test_taken_port_is_passed_over(make_node, make_master, tcp_listener):
+@pytest.mark.parametrize("ip", ["0.0.0.0", "127.0.0.1", "127.0.0.2"])
+def test_taken_port_is_passed_over(make_node, tcp_listener, ip):
+    """Also if it is taken on one address only: the slave might connect to that one."""
     node = make_node()
-    tcp_listener(node.port + 1)
+    tcp_listener(node.port + 1, ip)
     node.serve()
     assert node.monitor_port() == node.port + 2
 
