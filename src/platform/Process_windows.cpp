@@ -1,12 +1,17 @@
 #include "platform/Process.h"
 
+#include <windows.h>
+
 #include <limits>
 
 namespace quelta::platform {
 
 void prepareProcess()
 {
-    // Nothing to do: there are no signals for broken connections here, and no numbered descriptors.
+    // A slave with a missing DLL, or one that crashes, would show a box and hold its GPU until somebody
+    // clicks. Slaves inherit the mode. There are no signals for broken connections here, and no numbered
+    // descriptors.
+    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
 }
 
 int countFreeDescriptors()

@@ -1,0 +1,38 @@
+#include "platform/Process.h"
+
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include "platform/KeepAwake.h"
+
+namespace quelta::test {
+namespace {
+
+TEST(ProcessTest, NoFaultShowsABox)
+{
+    SetErrorMode(0);
+    platform::prepareProcess();
+    EXPECT_EQ(GetErrorMode(), UINT{SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX});
+}
+
+TEST(ProcessTest, TheSystemIsRequiredWhileARequestToStayAwakeIsHeld)
+{
+    SetThreadExecutionState(ES_CONTINUOUS); // Wine begins with a state that Windows does not have
+
+    {
+        const platform::KeepAwake notWanted(false);
+        EXPECT_EQ(SetThreadExecutionState(ES_CONTINUOUS) & ES_SYSTEM_REQUIRED, 0u);
+    }
+
+    {
+        const platform::KeepAwake keepAwake(true);
+        const EXECUTION_STATE required = ES_CONTINUOUS | ES_SYSTEM_REQUIRED;
+        EXPECT_EQ(SetThreadExecutionState(required), required);
+    }
+
+    EXPECT_EQ(SetThreadExecutionState(ES_CONTINUOUS), EXECUTION_STATE{ES_CONTINUOUS});
+}
+
+} // namespace
+} // namespace quelta::test
