@@ -4,6 +4,7 @@
 #include "app/SlaveProcess.h"
 #include "app/StartupSummary.h"
 #include "log/Log.h"
+#include "platform/MessageWindow.h"
 #include "platform/Paths.h"
 #include "platform/QuitSignals.h"
 #include "platform/Sockets.h"
@@ -50,7 +51,7 @@ void SlaveDaemonApp::initialise(const juce::String& commandLine)
     DaemonSettings settings;
     SlaveInformation information;
 
-    if (!readSettings(settings) || !gatherInformation(settings, information))
+    if (!guardMessageLoop() || !readSettings(settings) || !gatherInformation(settings, information))
     {
         quit();
         return;
@@ -68,6 +69,17 @@ void SlaveDaemonApp::shutdown()
     networkThread.reset();
     shutdownLog();
     platform::stopWinsock();
+    platform::releaseMessageWindow();
+}
+
+/** Lets the system's requests to end arrive; false if it lets nothing arrive, which has been logged then. */
+bool SlaveDaemonApp::guardMessageLoop()
+{
+    if (platform::guardMessageWindow([this] { shutdown(); }))
+        return true;
+
+    logError("the system refused the window through which messages arrive");
+    return false;
 }
 
 bool SlaveDaemonApp::parseCommandLine(DaemonSettings& settings, juce::String& slavePath)

@@ -37,6 +37,7 @@ private:
         uint32_t numGpus = 0;
     };
 
+    bool guardMessageLoop();
     bool readSettings(DaemonSettings& settings);
     bool gatherInformation(const DaemonSettings& settings, SlaveInformation& information);
 

@@ -7,6 +7,10 @@
 
 namespace quelta {
 
+/** What slaves are left of the 5 s after which Windows ends a process whose console was closed or whose
+    session ends. */
+constexpr int64_t hurriedGraceMs = 3'500;
+
 /** In milliseconds of the clock that stands still while the machine sleeps; without a value there is no such
     moment, which is the initial state. Any thread. */
 void setStopDeadline(std::optional<int64_t> awakeMilliseconds);

@@ -152,8 +152,8 @@ def test_second_signal_ends_a_slow_shutdown_at_once(farm, second):
     node.wait_no_slave()
 
 
-@pytest.mark.linux_only("Wine does not hand other signals to a program")
-@pytest.mark.parametrize("first, second", [(signal.SIGINT, signal.SIGINT), (signal.SIGTERM, signal.SIGHUP)])
+@pytest.mark.parametrize("first, second", [(signal.SIGINT, signal.SIGINT),
+                                           pytest.param(signal.SIGTERM, signal.SIGHUP, marks=NOT_UNDER_WINE)])
 def test_signals_within_a_second_are_one_request(farm, first, second):
     """A process manager may signal a process and its group, or hang up right behind its request."""
     node, owner = farm(plays=scenario(settings="on-stop exit-after 1500"))
