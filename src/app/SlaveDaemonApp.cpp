@@ -4,6 +4,7 @@
 #include "app/SlaveProcess.h"
 #include "app/StartupSummary.h"
 #include "log/Log.h"
+#include "platform/Console.h"
 #include "platform/MessageWindow.h"
 #include "platform/Paths.h"
 #include "platform/QuitSignals.h"
@@ -42,6 +43,7 @@ void SlaveDaemonApp::initialise(const juce::String& commandLine)
 {
     // Ctrl-C ends the process at once until there is something to take down in order.
     platform::restoreDefaultInterrupt();
+    platform::disableConsoleSelection();
 
     flags::logToStdout = 1;
     initLog(platform::executableFile().getParentDirectory().getFullPathName().toRawUTF8());
@@ -70,6 +72,7 @@ void SlaveDaemonApp::shutdown()
     shutdownLog();
     platform::stopWinsock();
     platform::releaseMessageWindow();
+    platform::restoreConsoleSelection();
 }
 
 /** Lets the system's requests to end arrive; false if it lets nothing arrive, which has been logged then. */

@@ -32,6 +32,14 @@ Console& getConsole();
 /** Puts another console in force; null brings the system's back. For tests, before anything is logged. */
 void setConsole(Console* replacement);
 
+/** Keeps a click into the console from stopping the daemon: while text is selected there, Windows blocks
+    every write, and with the writer all threads that log. Does nothing unless standard input is a console.
+    An event that ends the process without order restores the console, too. */
+void disableConsoleSelection();
+
+/** Gives the console back its mode. */
+void restoreConsoleSelection();
+
 /** UTF-8 to UTF-16 as the system converts it, with the terminating NUL as the last character. */
 std::u16string toTerminatedUtf16(const char* utf8);
 

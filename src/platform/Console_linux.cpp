@@ -29,6 +29,10 @@ void setConsole(Console* replacement)
     consoleInForce = replacement;
 }
 
+void disableConsoleSelection() {}
+
+void restoreConsoleSelection() {}
+
 std::u16string toTerminatedUtf16(const char* utf8)
 {
     const auto text = juce::String::fromUTF8(utf8);

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <atomic>
+
 namespace quelta::platform {
 
 namespace {
@@ -29,6 +31,17 @@ public:
 
 Console* consoleInForce = nullptr;
 
+/** The input mode to restore, with the flag without which the selection bit is not looked at; 0 for none. */
+std::atomic<DWORD> modeToRestore{0};
+
+/** Handlers are asked in the reverse order of their registration, so this early one sees only an event that
+    is about to end the process. */
+BOOL WINAPI restoreBeforeTheEnd(DWORD)
+{
+    restoreConsoleSelection();
+    return FALSE;
+}
+
 } // namespace
 
 Console& getConsole()
@@ -40,6 +53,25 @@ Console& getConsole()
 void setConsole(Console* replacement)
 {
     consoleInForce = replacement;
+}
+
+void disableConsoleSelection()
+{
+    auto* const input = GetStdHandle(STD_INPUT_HANDLE);
+    DWORD mode = 0;
+
+    if (GetConsoleMode(input, &mode) == FALSE)
+        return;
+
+    modeToRestore = mode | ENABLE_EXTENDED_FLAGS;
+    SetConsoleCtrlHandler(restoreBeforeTheEnd, TRUE);
+    SetConsoleMode(input, (mode | ENABLE_EXTENDED_FLAGS) & ~DWORD{ENABLE_QUICK_EDIT_MODE});
+}
+
+void restoreConsoleSelection()
+{
+    if (const auto mode = modeToRestore.exchange(0); mode != 0)
+        SetConsoleMode(GetStdHandle(STD_INPUT_HANDLE), mode);
 }
 
 std::u16string toTerminatedUtf16(const char* utf8)

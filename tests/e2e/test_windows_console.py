@@ -1,12 +1,46 @@
 """A real console, which takes UTF-16 and a NUL behind each line."""
 
+import subprocess
+
 import pytest
 
 from support import programs
 from support.console import SHOWN_NUL, Console
+from support.limits import HANG_LIMIT
 from support.output import Output
+from support.scenario import scenario
 
 pytestmark = pytest.mark.windows_only("only Windows has a console that takes UTF-16")
+
+
+PROBE = "quelta_windows_probe.exe"
+REQUEST = "quelta_windows_request.exe"
+
+
+@pytest.fixture
+def shell():
+    """Starts a command line of Windows' shell on a console; gives the process and the lines shown."""
+    shells = []
+
+    def start(line):
+        console = Console()
+        streams = dict.fromkeys(("stdin", "stdout", "stderr"), console.end)
+        shells.append(subprocess.Popen(programs.command("cmd.exe", "/c", line), start_new_session=True, **streams,
+                                       preexec_fn=console.take_hold))
+        console.started()
+        return shells[-1], Output(console.pipe())
+
+    yield start
+    for process in shells:
+        if process.poll() is None:
+            process.kill()
+            process.wait(HANG_LIMIT)
+
+
+def selections(lines):
+    """Whether text could be selected each time that the probe looked."""
+    begin = "probe: selection: "
+    return [line.removeprefix(begin) for line in lines if line.startswith(begin)]
 
 
 @pytest.fixture
@@ -58,3 +92,36 @@ def test_standard_error_is_a_console_too(on_console):
     node, _, shown = on_console(arguments=["--port", "5130"], flags="logToStdout=2")
     assert "No path to the Quelta render slave given." + SHOWN_NUL in shown.rest()
     assert node.wait_exit() == 0
+
+
+def test_text_cannot_be_selected_while_the_daemon_runs(make_node, shell):
+    """A selection blocks the thread that writes, and with it every thread that logs."""
+    node = make_node()
+    probe = programs.native_path(programs.install(PROBE, node.slave.parent))
+    daemon = f"{programs.native_path(node.program)} --port {node.port} --slave {probe}"
+    process, shown = shell(f"{probe} & {daemon} & {probe}")
+    assert selections(shown.rest()) == ["on", "off", "on"]
+    assert process.wait(HANG_LIMIT) == 0
+
+
+def test_text_can_be_selected_again_after_a_daemon_that_ended_without_order(make_node, shell):
+    node = make_node(plays=scenario(information="hang"))
+    probe = programs.native_path(programs.install(PROBE, node.slave.parent))
+    daemon = programs.native_path(node.program)
+    slave = programs.native_path(node.slave)
+    process, shown = shell(f"{daemon} --port {node.port} --slave {slave} & {probe}")
+    slave_id = shown.wait_match(r"standin: pid: (\d+)").group(1)
+    command = programs.command(programs.bin_dir() / REQUEST, slave_id, "break")
+    subprocess.run(command, stdin=subprocess.DEVNULL, check=True, timeout=HANG_LIMIT)
+    lines = shown.rest()
+    assert not [line for line in lines if "Stopped logging on " in line]
+    assert selections(lines) == ["on"]
+    assert process.wait(HANG_LIMIT) == 0
+
+
+def test_redirected_input_is_left_alone(make_node, shell):
+    node = make_node()
+    probe = programs.native_path(programs.install(PROBE, node.slave.parent))
+    daemon = f"{programs.native_path(node.program)} --port {node.port} --slave {probe}"
+    _, shown = shell(f"{daemon} < nul & {probe}")
+    assert selections(shown.rest()) == ["no console", "on"]

@@ -1,5 +1,6 @@
 // Tells how it was started, and ends: the exact text of its command line, which the runtime would split, and
-// how many handles it has from the start, which shows whether any came from the process that started it.
+// how many handles it has from the start, which shows whether any came from the process that started it. Also
+// whether text can be selected in its console.
 #include <windows.h>
 
 #include <cstdint>
@@ -32,6 +33,16 @@ int countHandles()
     return count;
 }
 
+const char* describeSelection()
+{
+    DWORD mode = 0;
+
+    if (GetConsoleMode(GetStdHandle(STD_INPUT_HANDLE), &mode) == FALSE)
+        return "no console";
+
+    return (mode & ENABLE_QUICK_EDIT_MODE) != 0 ? "on" : "off";
+}
+
 } // namespace
 
 int main()
@@ -39,5 +50,6 @@ int main()
     const auto handles = countHandles();
     std::printf("probe: command line: [%s]\n", toUtf8(GetCommandLineW()).c_str());
     std::printf("probe: handles: %d\n", handles);
+    std::printf("probe: selection: %s\n", describeSelection());
     return 0;
 }
