@@ -47,8 +47,8 @@ void LogFile::close()
     output.close();
 }
 
-/** Buffers the line and a line feed (on every system no more than that), written out before the buffer is
- * full. */
+/** Buffers the line and a line feed, the line end on every system. The buffer never becomes full, so it
+   never needs to grow. */
 void LogFile::append(std::string_view line)
 {
     if (buffer.size() + line.size() + 1 >= bufferSize)
@@ -63,8 +63,8 @@ void LogFile::append(std::string_view line)
         writeOut(line, "\n");
 }
 
-/** Writes whole lines, in two pieces so that a long one need not be copied. On a full disk the part of a line
-   that still found room is removed again, so that the file goes on with a whole line once there is room. */
+/** Writes whole lines, in two pieces so that a long one need not be copied. Removes what a full disk has
+   cut off a line, so that the file goes on with a whole line once there is room. */
 void LogFile::writeOut(std::string_view text, std::string_view lineEnd)
 {
     auto written = output.write(text.data(), text.size());

@@ -86,8 +86,8 @@ void closeOnExecAboveStandardStreams(int highestDescriptor)
         fcntl(descriptor, F_SETFD, FD_CLOEXEC);
 }
 
-/** Undoes what this process and JUCE have set. A signal that was ignored from the start stays ignored: the
-   slave has to live through a hang-up that its daemon lives through. */
+/** Undoes what this process and JUCE have set. A signal that was ignored from the start stays ignored:
+   under nohup the slave survives a hang-up as the daemon does. */
 void restoreInheritedSignals(const sigset_t& mask)
 {
     for (int number = 1; number < NSIG; ++number)

@@ -35,8 +35,8 @@ bool OutputFile::open(const juce::File& file)
 
 bool OutputFile::openInSharedFolder(const juce::File& file)
 {
-    // Other users have no access to a user's temporary folder. In the one that all services share they can
-    // create files, but seldom links, which takes a privilege; a link is opened itself then, and refused.
+    // A user's temporary folder is closed to other users. In the one that services share they can create
+    // files, but links only with a privilege; the flag opens the link itself, which is refused.
     close();
     handle = openPath(file, FILE_FLAG_OPEN_REPARSE_POINT);
     BY_HANDLE_FILE_INFORMATION found{};

@@ -8,8 +8,7 @@
 
 namespace quelta::platform {
 
-/** Whether an absolute path names its root (a drive or a server). Where it does not, "/" is the root of all.
- */
+/** Whether an absolute path names its root, a drive or a server. Otherwise "/" is the root of all. */
 bool absolutePathsHaveRoot();
 
 /** The separator of the system's own paths. */

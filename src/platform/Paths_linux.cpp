@@ -39,7 +39,7 @@ std::string findExecutable()
     return found;
 }
 
-/** The folder's own path if JUCE can take it, otherwise the path of a descriptor that stays open for good. */
+/** The folder's own path if JUCE can take it, otherwise that of a descriptor which stays open. */
 juce::String getSafePath(const std::string& folder)
 {
     if (isValidUtf8(folder))

@@ -5,7 +5,7 @@ import subprocess
 
 import pytest
 
-from support import mounts, programs
+from support import measure, mounts, programs
 from support.node import LOG_FILE
 from support.scenario import scenario
 from support.transcript import between_start_and_stop, usage
@@ -85,6 +85,7 @@ def test_name_that_looks_deleted_is_a_name(make_node):
 
 
 @pytest.mark.skipif(bool(NO_MOUNTS), reason=NO_MOUNTS or "-")
+@pytest.mark.skipif(measure.SANITIZED, reason="a sanitizer needs /proc itself")
 def test_where_there_is_no_proc(make_node):
     node = make_node()
     assert_own_files(node, preexec_fn=mounts.without_proc())
