@@ -10,7 +10,7 @@ namespace quelta::platform {
 /** From now on WM_CLOSE is a system's request to quit. When the session ends, `endOfSession` has to do the
     whole shutdown before it returns, because the system ends the process behind it. Returns false if JUCE
     could not make the window: no message and no timer would ever arrive. */
-bool guardMessageWindow(std::function<void()> endOfSession);
+bool guardMessageWindow(const std::function<void()>& endOfSession);
 
 /** Hands the window back to JUCE. */
 void releaseMessageWindow();

@@ -2,7 +2,7 @@
 
 namespace quelta::platform {
 
-bool guardMessageWindow(std::function<void()>)
+bool guardMessageWindow(const std::function<void()>&)
 {
     return true;
 }

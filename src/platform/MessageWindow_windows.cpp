@@ -63,12 +63,12 @@ WNDPROC setProcedure(WNDPROC procedure)
 
 } // namespace
 
-bool guardMessageWindow(std::function<void()> endOfSession)
+bool guardMessageWindow(const std::function<void()>& endOfSession)
 {
     if (juce::juce_messageWindowHandle == nullptr)
         return false;
 
-    takeDown = std::move(endOfSession);
+    takeDown = endOfSession;
     juceProcedure = setProcedure(handleWindowMessage);
     return juceProcedure != nullptr;
 }

@@ -1,0 +1,61 @@
+#include "platform/QuitSignals.h"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+namespace quelta::test {
+namespace {
+
+constexpr unsigned loopLimitSeconds = 20;
+
+/** In a process of its own, which ends by another signal if the handler is called for ever. */
+class QuitSignalsDeathTest : public testing::Test
+{
+protected:
+    QuitSignalsDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+
+    static void prepare()
+    {
+        alarm(loopLimitSeconds);
+        platform::installQuitHandlers();
+    }
+};
+
+TEST_F(QuitSignalsDeathTest, AnInstructionThatFaultsAgainEndsTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            prepare();
+            __builtin_trap();
+        },
+        testing::KilledBySignal(SIGILL), "");
+}
+
+TEST_F(QuitSignalsDeathTest, AnAbortEndsTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            prepare();
+            std::abort();
+        },
+        testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST_F(QuitSignalsDeathTest, AnInterruptIsNotedAndEndsNothingByItself)
+{
+    EXPECT_EXIT(
+        {
+            prepare();
+            std::raise(SIGINT);
+            std::raise(SIGINT);
+            _exit(platform::quitWasRequested() ? 7 : 8);
+        },
+        testing::ExitedWithCode(7), "");
+}
+
+} // namespace
+} // namespace quelta::test
