@@ -23,13 +23,12 @@ struct Parsed
     std::string out, err;
 };
 
-Parsed parse(std::vector<const char*> arguments)
+Parsed parse(std::vector<std::string> arguments)
 {
     arguments.insert(arguments.begin(), "quelta_master");
     Parsed parsed;
     std::ostringstream out, err;
-    parsed.status =
-        parseOptions(static_cast<int>(arguments.size()), arguments.data(), parsed.options, out, err);
+    parsed.status = parseOptions(arguments, parsed.options, out, err);
     parsed.out = out.str();
     parsed.err = err.str();
     return parsed;
@@ -113,7 +112,7 @@ TEST(ConsoleMasterOptions, ReadsTheFileOfNodesWhateverItsName)
     ASSERT_TRUE(file.replaceWithData((text + "\nc:3").data(), text.size() + 4));
 
     const auto name = file.getFullPathName().toStdString();
-    const auto parsed = parse({"scan", "--nodes", name.c_str()});
+    const auto parsed = parse({"scan", "--nodes", name});
     EXPECT_TRUE(folder.getFile().deleteRecursively());
     EXPECT_EQ(parsed.err, "");
     EXPECT_EQ(parsed.status, std::nullopt);
@@ -124,13 +123,13 @@ TEST(ConsoleMasterOptions, SaysWhyAFileOfNodesCannotBeRead)
 {
     const auto folder =
         juce::File::getSpecialLocation(juce::File::tempDirectory).getFullPathName().toStdString();
-    const auto ofFolder = parse({"scan", "--nodes", folder.c_str()});
+    const auto ofFolder = parse({"scan", "--nodes", folder});
     EXPECT_EQ(ofFolder.status, exitUsage);
     EXPECT_EQ(ofFolder.err, "cannot read the file of nodes \"" + folder +
                                 "\": it is a folder\nRun with --help for more information.\n");
 
     const auto missing = juce::TemporaryFile().getFile().getFullPathName().toStdString();
-    const auto ofMissing = parse({"scan", "--nodes", missing.c_str()});
+    const auto ofMissing = parse({"scan", "--nodes", missing});
     EXPECT_EQ(ofMissing.status, exitUsage);
     EXPECT_EQ(ofMissing.err, "cannot read the file of nodes \"" + missing +
                                  "\": No such file or directory\nRun with --help for more information.\n");
@@ -149,7 +148,7 @@ TEST(ConsoleMasterOptions, HelpEndsWithSuccessAndWrongUseWithTwo)
     EXPECT_EQ(parse({"scan", "a:1", "--listen-port", "65536"}).status, exitUsage);
     EXPECT_EQ(parse({"scan", "a:1", "--address", "here"}).status, exitUsage);
     EXPECT_EQ(parse({"scan", "a:1", "--timeout", "0"}).status, exitUsage);
-    EXPECT_EQ(parse({"scan", "a:1", "--text", longText.c_str()}).status, exitUsage);
+    EXPECT_EQ(parse({"scan", "a:1", "--text", longText}).status, exitUsage);
     EXPECT_EQ(parse({"scan", "a:1", "--as", "10.0.0.5:1"}).status, exitUsage);
     EXPECT_EQ(parse({"hold", "a:1", "--broadcast", "10.0.0.255:1"}).status, exitUsage);
 }

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <ostream>
 
-#include "console_master/HostLookup.h"
 #include "console_master/Report.h"
+#include "console_master/platform/HostLookup.h"
 
 namespace quelta {
 
@@ -24,7 +24,19 @@ std::string timeText()
     return juce::Time::getCurrentTime().toISO8601(true).toStdString();
 }
 
-/** All addresses of this machine count as one: which of them a daemon here connects from is not known. */
+bool isThisMachine(uint32_t ip)
+{
+    if (isLoopback(ip))
+        return true;
+
+    const auto own = juce::IPAddress::getAllAddresses();
+    return std::any_of(own.begin(), own.end(), [ip](const juce::IPAddress& address) {
+        return parseIp(address.toString().toStdString()) == ip;
+    });
+}
+
+/** All addresses of this machine are taken for one: which of them a daemon here connects from is not known.
+ */
 uint32_t machineOf(uint32_t ip)
 {
     return isThisMachine(ip) ? 0 : ip;

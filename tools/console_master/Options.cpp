@@ -177,9 +177,14 @@ std::string fillOptions(const RawOptions& raw, Options& options)
 
 } // namespace
 
-std::optional<int> parseOptions(int argc, const char* const* argv, Options& options, std::ostream& out,
-                                std::ostream& err)
+std::optional<int> parseOptions(const std::vector<std::string>& arguments, Options& options,
+                                std::ostream& out, std::ostream& err)
 {
+    std::vector<const char*> argv;
+
+    for (const auto& argument : arguments)
+        argv.push_back(argument.c_str());
+
     RawOptions raw;
     CLI::App app(introduction, "quelta_master");
     app.footer(std::string(notes) + "\n\n" + exitStatuses + "\n");
@@ -194,7 +199,7 @@ std::optional<int> parseOptions(int argc, const char* const* argv, Options& opti
 
     try
     {
-        app.parse(argc, argv);
+        app.parse(static_cast<int>(argv.size()), argv.data());
     }
     catch (const CLI::ParseError& error)
     {

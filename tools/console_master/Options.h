@@ -43,9 +43,9 @@ struct Options
     bool json = false;
 };
 
-/** Reads the command line. Gives the exit status if the program is to end at once (help and errors have
-    been written then), otherwise nothing and `options` is filled. */
-std::optional<int> parseOptions(int argc, const char* const* argv, Options& options, std::ostream& out,
-                                std::ostream& err);
+/** Reads the command line, which begins with the program's name. Gives the exit status if the program is to
+   end at once (help and errors have been written then), otherwise nothing and `options` is filled. */
+std::optional<int> parseOptions(const std::vector<std::string>& arguments, Options& options,
+                                std::ostream& out, std::ostream& err);
 
 } // namespace quelta

@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include <juce_core/juce_core.h>
 
@@ -8,6 +9,7 @@
 #include "console_master/ConsoleStream.h"
 #include "console_master/Options.h"
 #include "console_master/StopRequest.h"
+#include "console_master/platform/ProgramArguments.h"
 #include "console_master/platform/StopSignals.h"
 #include "messages/MasterDaemonMessage.h"
 #include "platform/Process.h"
@@ -22,12 +24,12 @@ std::string defaultText()
     return text.substr(0, quelta::MasterDaemonMessage::textSize);
 }
 
-int run(int argc, char** argv, std::ostream& out, std::ostream& err)
+int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err)
 {
     quelta::Options options;
     options.text = defaultText();
 
-    if (const auto status = quelta::parseOptions(argc, argv, options, out, err))
+    if (const auto status = quelta::parseOptions(arguments, options, out, err))
         return *status;
 
     quelta::installStopSignals(stopRequest);
@@ -45,6 +47,6 @@ int main(int argc, char** argv)
     err << std::unitbuf;
     quelta::ConsoleStream out(StandardStream::output, stdout, &err);
 
-    const int status = run(argc, argv, out, err);
+    const int status = run(quelta::programArguments(argc, argv), out, err);
     return out.flush() ? status : quelta::exitLocalFailure;
 }

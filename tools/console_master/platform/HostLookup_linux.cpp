@@ -1,17 +1,16 @@
-#include "console_master/HostLookup.h"
+#include "console_master/platform/HostLookup.h"
 
-#include <SystemSockets.h>
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <juce_core/juce_core.h>
-
-#include "console_master/HostList.h"
 
 namespace quelta {
 
 std::optional<uint32_t> lookUpHost(const std::string& host)
 {
-    const juce::DatagramSocket startsTheSocketLayer;
-
     addrinfo wanted{};
     wanted.ai_family = AF_INET;
     wanted.ai_socktype = SOCK_DGRAM;
@@ -29,8 +28,8 @@ std::optional<uint32_t> lookUpHost(const std::string& host)
 std::optional<uint32_t> localAddressTowards(uint32_t ip)
 {
     // Connecting a datagram socket only chooses the way. It may be a broadcast address, hence true.
-    juce::DatagramSocket socket(true);
-    const auto handle = static_cast<SystemSocket>(socket.getRawSocketHandle());
+    const juce::DatagramSocket socket(true);
+    const auto handle = socket.getRawSocketHandle();
 
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -46,18 +45,6 @@ std::optional<uint32_t> localAddressTowards(uint32_t ip)
         return std::nullopt;
 
     return ntohl(address.sin_addr.s_addr);
-}
-
-bool isThisMachine(uint32_t ip)
-{
-    if (isLoopback(ip))
-        return true;
-
-    for (const auto& own : juce::IPAddress::getAllAddresses())
-        if (parseIp(own.toString().toStdString()) == ip)
-            return true;
-
-    return false;
 }
 
 } // namespace quelta

@@ -13,7 +13,4 @@ std::optional<uint32_t> lookUpHost(const std::string& host);
 /** The address that this machine has on the way to `ip`; nothing without a way. Sends nothing. */
 std::optional<uint32_t> localAddressTowards(uint32_t ip);
 
-/** Whether `ip` belongs to this machine, loopback included. */
-bool isThisMachine(uint32_t ip);
-
 } // namespace quelta
