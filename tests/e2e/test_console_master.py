@@ -132,6 +132,13 @@ def test_a_folder_is_no_file_of_nodes(tmp_path):
     ]
 
 
+@pytest.mark.linux_only("no file of Windows opens and cannot be read")
+def test_a_file_of_nodes_that_cannot_be_read_to_its_end_is_an_error():
+    result = console_master.run("scan", "--nodes", "/proc/self/mem")
+    assert (result.returncode, result.stdout) == (2, "")
+    assert result.stderr.startswith('cannot read the file of nodes "/proc/self/mem": Input/output error\n')
+
+
 @pytest.mark.linux_only("Windows has no device that is always full")
 @pytest.mark.parametrize("arguments", [["scan", "--timeout", PATIENCE], ["scan", "--timeout", PATIENCE, "--json"],
                                        ["--help"], ["hold", "--help"]], ids=" ".join)

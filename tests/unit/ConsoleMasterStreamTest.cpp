@@ -66,7 +66,7 @@ TEST(ConsoleMasterStream, ARealConsoleGetsUtf16LineByLineWithoutNuls)
     EXPECT_EQ(console.written, std::vector<std::u16string>{});
 
     stream << std::flush;
-    EXPECT_EQ(console.written,
+    ASSERT_EQ(console.written,
               (std::vector<std::u16string>{u"Gr\u00f6\u00dfe \u65e5\U0001f600\n", u"\n", u"rest"}));
 
     stream << '!' << std::endl;
