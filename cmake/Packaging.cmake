@@ -22,18 +22,28 @@ set(CPACK_VERBATIM_VARIABLES ON)
 # Programs look for their files beside themselves, so everything is in one folder.
 install(TARGETS quelta_daemon quelta_standin_slave quelta_master RUNTIME DESTINATION .)
 
-# package_text(FOLDER NAME): a text of packaging/, with the line ends of the system that gets it.
-function(package_text folder name)
-  configure_file(${CMAKE_SOURCE_DIR}/packaging/${folder}/${name} ${CMAKE_BINARY_DIR}/package/${folder}/${name}
+# package_text(SOURCE FOLDER): a text, with the line ends of the system that gets it.
+function(package_text source folder)
+  get_filename_component(name ${source} NAME)
+  configure_file(${CMAKE_SOURCE_DIR}/${source} ${CMAKE_BINARY_DIR}/package/${folder}/${name}
     @ONLY NEWLINE_STYLE ${package_newlines})
   install(FILES ${CMAKE_BINARY_DIR}/package/${folder}/${name} DESTINATION ${folder})
 endfunction()
 
-package_text(. README.txt)
-package_text(. quelta_daemon_log_flags.txt)
+package_text(packaging/README.txt .)
+package_text(packaging/quelta_daemon_log_flags.txt .)
+package_text(SECURITY.md .)
+package_text(docs/operation.md docs)
+
+if(WIN32)
+  package_text(packaging/windows/check-windows.ps1 .)
+  package_text(packaging/windows/check-windows-support.ps1 .)
+else()
+  package_text(packaging/linux/quelta_daemon.service .)
+endif()
 
 foreach(name ${package_licences})
-  package_text(licences ${name}.txt)
+  package_text(packaging/licences/${name}.txt licences)
 endforeach()
 
 include(CPack)

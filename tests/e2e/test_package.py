@@ -23,7 +23,9 @@ PROGRAMS = [name + programs.SUFFIX for name in ("quelta_daemon", "quelta_master"
 LICENCES = ["CLI11", "JUCE-modules", "nlohmann-json"]
 if programs.ON_WINDOWS:
     LICENCES += ["gcc-runtime", "mingw-w64-runtime", "winpthreads", "zlib"]
-TEXTS = ["README.txt", FLAGS_FILE, *(f"licences/{name}.txt" for name in LICENCES)]
+EXTRAS = (["check-windows.ps1", "check-windows-support.ps1"] if programs.ON_WINDOWS else ["quelta_daemon.service"])
+TEXTS = ["README.txt", FLAGS_FILE, "SECURITY.md", "docs/operation.md", *EXTRAS,
+         *(f"licences/{name}.txt" for name in LICENCES)]
 
 
 def is_packaged_build():
@@ -81,6 +83,34 @@ def test_texts_have_the_systems_line_ends(unpacked, name):
     assert b"@" not in text or b"@PROJECT" not in text
 
 
+@pytest.mark.parametrize("name", ["SECURITY.md", "docs/operation.md"])
+def test_links_lead_to_files_of_the_archive(unpacked, name):
+    document = unpacked / name
+    links = re.findall(r"\]\(([^)#]+)\)", document.read_text())
+    assert [link for link in links if not (document.parent / link).is_file()] == []
+
+
+@pytest.mark.linux_only("Windows has no systemd")
+def test_unit_restarts_the_daemon_as_a_user_of_its_own(unpacked):
+    lines = (unpacked / "quelta_daemon.service").read_text().splitlines()
+    settings = dict(line.split("=", 1) for line in lines if "=" in line and not line.startswith("#"))
+    assert settings["User"] == "quelta"
+    assert settings["ExecStart"].split()[0].endswith("/quelta_daemon")
+    assert (settings["Restart"], settings["RestartSec"]) == ("always", "5")
+    assert (settings["KillMode"], settings["TimeoutStopSec"]) == ("mixed", "30")
+
+
+@pytest.mark.parametrize("path", ["SECURITY.md", "packaging/README.txt", "docs/windows.md"])
+def test_firewall_rules_are_the_same_everywhere(path):
+    text = " ".join((Path(__file__).parents[2] / path).read_text().split())
+    program = 'program="C:\\Quelta\\quelta_daemon.exe"'
+    add = "netsh advfirewall firewall add rule name="
+    assert f"netsh advfirewall firewall delete rule name=all {program}" in text
+    assert f'{add}"Quelta beacons" dir=in action=allow {program} protocol=UDP localport=5130 remoteip=10.0.5.0/24' in text
+    assert f'{add}"Quelta monitor" dir=in action=block {program} protocol=TCP' in text
+    assert "action=allow protocol" not in text, "a rule without a program leaves Windows asking"
+
+
 def test_flags_file_changes_nothing_as_it_comes(packaged_node):
     node = packaged_node
     node.start([])
@@ -125,5 +155,5 @@ def test_the_three_programs_together(packaged_node, unpacked):
 def test_readme_names_every_option_and_file():
     text = (Path(__file__).parents[2] / "packaging" / "README.txt").read_text()
     for name in ("--port", "--slave", "--alias", "--gpus", "--out-of-core", FLAGS_FILE, "quelta_daemon_log.txt",
-                 *(name.removesuffix(programs.SUFFIX) for name in PROGRAMS)):
+                 *(name.removesuffix(programs.SUFFIX) for name in PROGRAMS), *EXTRAS, "SECURITY.md", "operation.md"):
         assert name in text
