@@ -81,10 +81,23 @@ def list_running(why):
 
 class Command:
     def __init__(self, arguments):
-        # Python ignores these two signals; the command does not inherit that.
-        self.process = os.posix_spawnp(arguments[0], arguments, os.environ, setsigmask=(),
-                                       setsigdef=(signal.SIGPIPE, signal.SIGXFSZ))
+        # Not os.posix_spawn: with it the command would ignore a signal that glibc keeps for itself.
         self.status = None
+        self.process = os.fork()
+        if self.process == 0:
+            self.become(arguments)
+
+    @staticmethod
+    def become(arguments):
+        """With the signals as this process found them; Python has ignored two."""
+        for number in (signal.SIGPIPE, signal.SIGXFSZ):
+            signal.signal(number, signal.SIG_DFL)
+        signal.pthread_sigmask(signal.SIG_SETMASK, ())
+        try:
+            os.execvp(arguments[0], arguments)
+        except OSError as error:
+            print(f"{arguments[0]}: {error.strerror}", file=sys.stderr, flush=True)
+        os._exit(127)
 
     def reap(self):
         """Reaps every child that has ended; returns whether the command has."""
@@ -152,11 +165,7 @@ def run(seconds, needed, arguments):
     signal.pthread_sigmask(signal.SIG_BLOCK, STOPPING | {signal.SIGCHLD})
     become_subreaper()
     deadline = time.monotonic() + seconds
-    try:
-        command = Command(arguments)
-    except OSError as error:
-        print(f"{arguments[0]}: {error.strerror}", file=sys.stderr)
-        return 127
+    command = Command(arguments)
 
     while not command.reap():
         left = deadline - time.monotonic()

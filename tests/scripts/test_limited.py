@@ -156,3 +156,9 @@ def test_step_that_hangs_fails_and_the_next_one_runs(tmp_path):
     assert shown == ("\n=== first\n--- first: passed (N s)\n\n=== second\n--- second: FAILED (N s)\n"
                      "\n=== third\n--- third: passed (N s)\n\nfailed: second\n2 passed, 1 failed\n")
     assert re.fullmatch(r"sleep has not ended within 1 s; still running:\n  \d+ sleep 1010\n", ended.stderr)
+
+
+def test_command_inherits_the_signals_as_they_were():
+    look = ["grep", "^Sig[BI]", "/proc/self/status"]
+    plain = subprocess.run(look, capture_output=True, text=True, timeout=HANG_LIMIT)
+    assert limited("60", *look).stdout == plain.stdout
