@@ -1,7 +1,8 @@
-// What a program that waits as the daemon has to wait costs at least: the same framework connections, one
-// loop that wakes every 100 ms, and one framework timer of 500 ms that does nothing. With a slave's
-// executable also what comes with a running slave: the framework's server, the slave's connection and a
-// second loop of 100 ms. Usage: PORT MASTERS [SLAVE]. Ends when its standard input does.
+// What a program that waits as the daemon has to wait costs at least: the same framework
+// connections, one loop that wakes every 100 ms, and one framework timer of 500 ms that does
+// nothing. With a slave's executable also what comes with a running slave: the framework's server,
+// the slave's connection and a second loop of 100 ms. Usage: PORT MASTERS [SLAVE]. Ends when its
+// standard input does.
 #include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -136,8 +137,8 @@ int main(int argc, char** argv)
     {
         connections.push_back(std::make_unique<BareConnection>());
 
-        if (!connections.back()->connectToSocket(juce::IPAddress(bench::getMasterIp(i)).toString(), port,
-                                                 1000))
+        if (!connections.back()->connectToSocket(juce::IPAddress(bench::getMasterIp(i)).toString(),
+                                                 port, 1000))
             return 1;
     }
 

@@ -1,5 +1,5 @@
-// The floor for beacons: the same two system calls as the daemon's, waiting and receiving, and nothing else.
-// Usage: PORT. Ends when its standard input does.
+// The floor for beacons: the same two system calls as the daemon's, waiting and receiving, and
+// nothing else. Usage: PORT. Ends when its standard input does.
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -27,8 +27,8 @@ void receiveForEver(int handle)
 
         sockaddr_in sender{};
         socklen_t senderSize = sizeof(sender);
-        recvfrom(handle, datagram.data(), datagram.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&sender),
-                 &senderSize);
+        recvfrom(handle, datagram.data(), datagram.size(), MSG_DONTWAIT,
+                 reinterpret_cast<sockaddr*>(&sender), &senderSize);
     }
 }
 

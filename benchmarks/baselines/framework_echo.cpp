@@ -1,6 +1,6 @@
-// What the framework alone costs: connects to the masters as the daemon does, with the framework's own
-// connection class, and sends back every record as it came. A start request goes to every master, as the news
-// of a new owner does. Usage: PORT MASTERS. Ends when its standard input does.
+// What the framework alone costs: connects to the masters as the daemon does, with the framework's
+// own connection class, and sends back every record as it came. A start request goes to every
+// master, as the news of a new owner does. Usage: PORT MASTERS. Ends when its standard input does.
 #include <unistd.h>
 
 #include <cstdlib>

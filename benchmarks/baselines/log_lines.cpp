@@ -17,7 +17,8 @@ int main(int argc, char** argv)
 
     const auto logLines = [](int count) {
         for (int i = 0; i < count; ++i)
-            QUELTA_LOG_DAEMON("detected new master on address %s:%u", bench::sampleIp, bench::samplePort);
+            QUELTA_LOG_DAEMON("detected new master on address %s:%u", bench::sampleIp,
+                              bench::samplePort);
     };
 
     return bench::measureLog(std::atoi(argv[2]), std::atoi(argv[3]), logLines, shutdownLog);

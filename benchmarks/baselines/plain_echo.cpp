@@ -1,5 +1,5 @@
-// The floor: connects to the masters and sends back every 100 bytes, with two system calls a request and a
-// thread a connection. Usage: PORT MASTERS. Ends when its standard input does.
+// The floor: connects to the masters and sends back every 100 bytes, with two system calls a
+// request and a thread a connection. Usage: PORT MASTERS. Ends when its standard input does.
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -21,14 +21,17 @@ int connectTo(uint32_t ip, uint16_t port)
     const auto address = makeSocketAddress(ip, port);
     const int on = 1;
     setsockopt(handle, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-    return connect(handle, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 ? handle : -1;
+    return connect(handle, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0
+               ? handle
+               : -1;
 }
 
 void echo(int handle)
 {
     Frame frame;
 
-    while (recv(handle, frame.data(), frame.size(), MSG_WAITALL) == static_cast<ssize_t>(frame.size()))
+    while (recv(handle, frame.data(), frame.size(), MSG_WAITALL) ==
+           static_cast<ssize_t>(frame.size()))
         if (send(handle, frame.data(), frame.size(), MSG_NOSIGNAL) < 0)
             break;
 

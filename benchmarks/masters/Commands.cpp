@@ -18,7 +18,8 @@ namespace {
 
 constexpr int timeoutMs = 20'000;
 constexpr int announceIntervalMs = 5;
-constexpr int beaconsAtOnce = 50; ///< What the daemon's socket surely takes while the daemon is busy.
+constexpr int beaconsAtOnce =
+    50; ///< What the daemon's socket surely takes while the daemon is busy.
 
 std::string print(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
@@ -51,7 +52,9 @@ double getQuantile(std::vector<int64_t>& values, double quantile)
 } // namespace
 
 Commands::Commands(MasterSwarm& swarmToCommand, uint16_t daemonPort)
-    : swarm(swarmToCommand), port(daemonPort), socketHandle(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+    : swarm(swarmToCommand),
+      port(daemonPort),
+      socketHandle(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
 {}
 
 Commands::~Commands()
@@ -96,8 +99,8 @@ void Commands::announceNext()
             continue;
 
         const auto beacon = swarm.makeBeacon(master);
-        sendto(socketHandle, beacon.data(), beacon.size(), 0, reinterpret_cast<const sockaddr*>(&daemon),
-               sizeof(daemon));
+        sendto(socketHandle, beacon.data(), beacon.size(), 0,
+               reinterpret_cast<const sockaddr*>(&daemon), sizeof(daemon));
         ++sent;
     }
 }
@@ -162,8 +165,8 @@ std::string Commands::sendBeacons(int count, int64_t rate)
         while (rate > 0 && now() - started < int64_t{i} * 1'000'000'000 / rate)
         {}
 
-        sendto(socketHandle, beacon.data(), beacon.size(), 0, reinterpret_cast<const sockaddr*>(&daemon),
-               sizeof(daemon));
+        sendto(socketHandle, beacon.data(), beacon.size(), 0,
+               reinterpret_cast<const sockaddr*>(&daemon), sizeof(daemon));
     }
 
     return print("{\"sent\": %d, \"ns\": %lld}", count, static_cast<long long>(now() - started));
@@ -190,7 +193,8 @@ std::string Commands::start()
         }
     };
 
-    require(swarm.readUntil([&] { return replied && statuses >= swarm.getCount(); }, timeoutMs, onRecord),
+    require(swarm.readUntil([&] { return replied && statuses >= swarm.getCount(); }, timeoutMs,
+                            onRecord),
             "the news of a slave");
     return print("{\"sent_ns\": %lld, \"last_status_ns\": %lld}", static_cast<long long>(sent),
                  static_cast<long long>(lastStatus));
@@ -235,10 +239,11 @@ std::string Commands::kill(int slavePid)
             told = now();
     };
 
-    require(swarm.readUntil([&] { return told != 0 && swarm.getProcessEnded() != 0; }, timeoutMs, onRecord),
+    require(swarm.readUntil([&] { return told != 0 && swarm.getProcessEnded() != 0; }, timeoutMs,
+                            onRecord),
             "the news of the slave's end");
-    return print("{\"ended_ns\": %lld, \"told_ns\": %lld}", static_cast<long long>(swarm.getProcessEnded()),
-                 static_cast<long long>(told));
+    return print("{\"ended_ns\": %lld, \"told_ns\": %lld}",
+                 static_cast<long long>(swarm.getProcessEnded()), static_cast<long long>(told));
 }
 
 } // namespace quelta::bench

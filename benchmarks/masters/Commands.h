@@ -10,7 +10,8 @@
 //                        process has ended
 //   kill PID             ends the slave's process; waits until the first master has heard of it
 //
-// Times are nanoseconds of the monotonic clock. A failure is answered with {"error": "..."} and ends it.
+// Times are nanoseconds of the monotonic clock. A failure is answered with {"error": "..."} and
+// ends it.
 #pragma once
 
 #include <string>

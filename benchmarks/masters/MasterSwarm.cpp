@@ -159,8 +159,8 @@ MasterDaemonMessage::Bytes MasterSwarm::makeBeacon(int master) const
     return encodeMasterMessage(message);
 }
 
-bool MasterSwarm::readUntil(const std::function<bool()>& done, int timeoutMs, const OnRecord& onRecord,
-                            const std::function<void()>& idle, int idleMs)
+bool MasterSwarm::readUntil(const std::function<bool()>& done, int timeoutMs,
+                            const OnRecord& onRecord, const std::function<void()>& idle, int idleMs)
 {
     const auto deadline = now() + int64_t{timeoutMs} * 1'000'000;
     auto nextIdle = now();
@@ -177,7 +177,8 @@ bool MasterSwarm::readUntil(const std::function<bool()>& done, int timeoutMs, co
             nextIdle = now() + int64_t{idleMs} * 1'000'000;
         }
 
-        const int count = epoll_wait(poller, events.data(), static_cast<int>(events.size()), idleMs);
+        const int count =
+            epoll_wait(poller, events.data(), static_cast<int>(events.size()), idleMs);
 
         for (int i = 0; i < count; ++i)
         {

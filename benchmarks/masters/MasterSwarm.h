@@ -1,5 +1,5 @@
-// Up to a thousand masters in one thread: each has an address of its own on the loopback, all have one port,
-// and each takes one connection. Reads whatever arrives, with the time at which it did.
+// Up to a thousand masters in one thread: each has an address of its own on the loopback, all have
+// one port, and each takes one connection. Reads whatever arrives, with the time at which it did.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,8 @@ class MasterSwarm
 public:
     using OnRecord = std::function<void(int master, MasterMessageType type)>;
 
-    /** Listens for `count` masters; throws std::runtime_error with the system's text if it cannot. */
+    /** Listens for `count` masters; throws std::runtime_error with the system's text if it
+        cannot. */
     explicit MasterSwarm(int count);
     ~MasterSwarm();
 
@@ -40,8 +41,8 @@ public:
     /** The 92 bytes of a master's beacon. */
     MasterDaemonMessage::Bytes makeBeacon(int master) const;
 
-    /** Reads until `done` says so, giving each record to `onRecord`. False when `timeoutMs` are over first.
-       `idle` is called at least every `idleMs`. */
+    /** Reads until `done` says so, giving each record to `onRecord`. False when `timeoutMs` are
+        over first. `idle` is called at least every `idleMs`. */
     bool readUntil(const std::function<bool()>& done, int timeoutMs, const OnRecord& onRecord,
                    const std::function<void()>& idle = {}, int idleMs = 1000);
 

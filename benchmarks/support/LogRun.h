@@ -1,5 +1,5 @@
-// How both logs are measured: so many threads, each with its share of the lines, timed until the file is
-// closed.
+// How both logs are measured: so many threads, each with its share of the lines, timed until the
+// file is closed.
 #pragma once
 
 #include <chrono>
@@ -16,8 +16,8 @@ namespace quelta::bench {
 constexpr const char* sampleIp = "192.168.100.17";
 constexpr unsigned samplePort = 21000;
 
-/** Calls `logLines (count)` on every thread, then `finish`, which closes the file, and prints the lines a
-   second. Gives the program's exit status. */
+/** Calls `logLines (count)` on every thread, then `finish`, which closes the file, and prints the
+    lines a second. Gives the program's exit status. */
 template <typename LogLines, typename Finish>
 int measureLog(int threads, int lines, LogLines logLines, Finish finish)
 {

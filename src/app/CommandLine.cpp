@@ -67,7 +67,8 @@ bool parseOption(const juce::String& option, const juce::String& value, DaemonSe
 }
 
 /** Every option has one value; the last parameter may lack its own, which is then empty. */
-bool parseOptions(const juce::StringArray& parameters, DaemonSettings& settings, juce::String& slavePath)
+bool parseOptions(const juce::StringArray& parameters, DaemonSettings& settings,
+                  juce::String& slavePath)
 {
     for (int i = 0; i < parameters.size(); i += 2)
     {
@@ -119,7 +120,8 @@ int64_t getMultiplier(juce::juce_wchar lastCharacter)
 
 } // namespace
 
-bool parseCommandLine(const juce::StringArray& parameters, DaemonSettings& settings, juce::String& slavePath)
+bool parseCommandLine(const juce::StringArray& parameters, DaemonSettings& settings,
+                      juce::String& slavePath)
 {
     settings = {};
     slavePath.clear();

@@ -8,8 +8,9 @@ juce::String buildSlaveCommandLine(const DaemonSettings& settings, uint32_t mast
 {
     juce::String text;
     text << '"' << settings.slaveExecutable.getFileName() << '"' << " --net-master-address "
-         << juce::String(formatIp(masterAddress)) << " --net-master-port " << static_cast<int>(masterPort)
-         << " --daemon-port " << static_cast<int>(monitorPort) << " --alias \"" << settings.slaveAlias << '"';
+         << juce::String(formatIp(masterAddress)) << " --net-master-port "
+         << static_cast<int>(masterPort) << " --daemon-port " << static_cast<int>(monitorPort)
+         << " --alias \"" << settings.slaveAlias << '"';
 
     for (const auto id : settings.gpuIds)
         text << " -g " << (id - 1); // the slave counts from 0

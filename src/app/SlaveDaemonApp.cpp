@@ -62,7 +62,8 @@ void SlaveDaemonApp::initialise(const juce::String& commandLine)
     printStartupSummary(settings, information.version, information.numGpus);
     platform::installQuitHandlers();
     platform::startWinsock();
-    networkThread = std::make_unique<DaemonNetworkThread>(settings, information.version, information.numGpus);
+    networkThread =
+        std::make_unique<DaemonNetworkThread>(settings, information.version, information.numGpus);
 }
 
 void SlaveDaemonApp::shutdown()
@@ -75,7 +76,8 @@ void SlaveDaemonApp::shutdown()
     platform::restoreConsoleSelection();
 }
 
-/** Lets the system's requests to end arrive; false if it lets nothing arrive, which has been logged then. */
+/** Lets the system's requests to end arrive; false if it lets nothing arrive, which has been logged
+    then. */
 bool SlaveDaemonApp::guardMessageLoop()
 {
     if (platform::guardMessageWindow([this] { shutdown(); }))
@@ -102,7 +104,8 @@ bool SlaveDaemonApp::readSettings(DaemonSettings& settings)
 
     if (!settings.slaveExecutable.existsAsFile())
     {
-        logError("\"%s\" is not an existing file.", settings.slaveExecutable.getFullPathName().toRawUTF8());
+        logError("\"%s\" is not an existing file.",
+                 settings.slaveExecutable.getFullPathName().toRawUTF8());
         return false;
     }
 
@@ -116,7 +119,8 @@ bool SlaveDaemonApp::readSettings(DaemonSettings& settings)
 }
 
 /** Runs the slave once; false when that failed, which has been logged then. */
-bool SlaveDaemonApp::gatherInformation(const DaemonSettings& settings, SlaveInformation& information)
+bool SlaveDaemonApp::gatherInformation(const DaemonSettings& settings,
+                                       SlaveInformation& information)
 {
     logUnprefixed("Launching slave to gather information:\n\n\n");
     SlaveProcess slave(0, 0, settings, true, nullptr);

@@ -1,6 +1,6 @@
-// The daemon as an application of the framework: starts everything in order, and takes it down in the reverse
-// order. Start-up failures end it through the message loop; they are told as text only, the exit status is
-// always 0. Everything here runs on the message thread.
+// The daemon as an application of the framework: starts everything in order, and takes it down in
+// the reverse order. Start-up failures end it through the message loop; they are told as text only,
+// the exit status is always 0. Everything here runs on the message thread.
 #pragma once
 
 #include <memory>
@@ -26,7 +26,8 @@ public:
     void resumed() override {}
     void unhandledException(const std::exception*, const juce::String&, int) override {}
 
-    /** Reads the command line of this process; false when it is no good, which has been logged then. */
+    /** Reads the command line of this process; false when it is no good, which has been logged
+        then. */
     bool parseCommandLine(DaemonSettings& settings, juce::String& slavePath);
 
 private:

@@ -79,9 +79,9 @@ bool SlaveProcess::launchSlave(platform::ChildProcess& slave, const SlaveMonitor
 
     if (error == 0)
     {
-        QUELTA_LOG_DAEMON_DETAIL("launched slave process %u, path: %s, command line: %s", slave.getId(),
-                                 settings.slaveExecutable.getFullPathName().toRawUTF8(),
-                                 commandLine.toRawUTF8());
+        QUELTA_LOG_DAEMON_DETAIL(
+            "launched slave process %u, path: %s, command line: %s", slave.getId(),
+            settings.slaveExecutable.getFullPathName().toRawUTF8(), commandLine.toRawUTF8());
         return true;
     }
 
@@ -121,8 +121,8 @@ SlaveNextStep SlaveProcess::watch(platform::ChildProcess& slave, const SlaveMoni
     return SlaveNextStep::stop;
 }
 
-/** The status is read after the exit state, so that the last message of a slave that has ended still counts.
- */
+/** The status is read after the exit state, so that the last message of a slave that has ended
+    still counts. */
 SlaveObservation SlaveProcess::observe(platform::ChildProcess& slave, const SlaveMonitor& monitor)
 {
     SlaveObservation seen;
@@ -133,7 +133,8 @@ SlaveObservation SlaveProcess::observe(platform::ChildProcess& slave, const Slav
     return seen;
 }
 
-void SlaveProcess::conclude(platform::ChildProcess& slave, SlaveMonitor& monitor, SlaveNextStep step)
+void SlaveProcess::conclude(platform::ChildProcess& slave, SlaveMonitor& monitor,
+                            SlaveNextStep step)
 {
     if (step == SlaveNextStep::crashed)
     {
@@ -175,7 +176,8 @@ bool SlaveProcess::stopGracefully(platform::ChildProcess& slave, SlaveMonitor& m
         if (!slave.isRunning())
             return true;
 
-        if (platform::getAwakeMilliseconds() - asked >= limits.gracefulStop || hasStopDeadlinePassed())
+        if (platform::getAwakeMilliseconds() - asked >= limits.gracefulStop ||
+            hasStopDeadlinePassed())
             return false;
     }
 }

@@ -1,11 +1,12 @@
-// One launch of the render slave: a thread that starts it, watches it every 100 ms, stops it when asked or
-// when it hangs (politely first, then by force), and says how it went.
+// One launch of the render slave: a thread that starts it, watches it every 100 ms, stops it when
+// asked or when it hangs (politely first, then by force), and says how it went.
 //
-// States: launching -> watching -> stopping -> ended. Out of watching leads a request to stop (the owner asks
-// the thread to exit), a time limit, or the slave's own end. A SlaveProcess is never restarted.
+// States: launching -> watching -> stopping -> ended. Out of watching leads a request to stop (the
+// owner asks the thread to exit), a time limit, or the slave's own end. A SlaveProcess is never
+// restarted.
 //
-// The owner constructs it, which starts the thread; asks the thread to exit; waits for it; destroys it. Both
-// notifications are made on the SlaveProcess thread.
+// The owner constructs it, which starts the thread; asks the thread to exit; waits for it; destroys
+// it. Both notifications are made on the SlaveProcess thread.
 #pragma once
 
 #include <atomic>
@@ -24,8 +25,8 @@ class ChildProcess;
 
 class SlaveMonitor;
 
-/** Whoever is told how a slave fares. Called on the SlaveProcess thread; must return once that thread has
-   been asked to exit. */
+/** Whoever is told how a slave fares. Called on the SlaveProcess thread; must return once that
+    thread has been asked to exit. */
 class SlaveProcessOwner
 {
 public:
@@ -42,8 +43,8 @@ class SlaveProcess final : public juce::Thread
 {
 public:
     /** Starts the slave for the master at `masterAddress` (host order) and `masterPort`, or, with
-       `infoRequest`, only to learn its version and number of GPUs. `owner` may be null and is not told about
-       an information run. */
+        `infoRequest`, only to learn its version and number of GPUs. `owner` may be null and is not
+        told about an information run. */
     SlaveProcess(uint32_t masterAddress, uint16_t masterPort, const DaemonSettings& settings,
                  bool infoRequest, SlaveProcessOwner* owner, const SlaveTimeLimits& limits = {});
 
@@ -54,8 +55,8 @@ public:
     uint32_t getSlaveVersion() const { return slaveVersion; }
     uint32_t getNumProvidedGpus() const { return numProvidedGpus; }
 
-    /** Whether the launch failed (so also if the system refused the thread), the slave hung or it ended
-       unexpectedly. Any thread. */
+    /** Whether the launch failed (so also if the system refused the thread), the slave hung or it
+        ended unexpectedly. Any thread. */
     bool hasFailed() const { return failed; }
 
     void run() override;

@@ -37,7 +37,8 @@ void printOutOfCore(const DaemonSettings& settings)
 
 } // namespace
 
-void printStartupSummary(const DaemonSettings& settings, uint32_t slaveVersion, uint32_t numProvidedGpus)
+void printStartupSummary(const DaemonSettings& settings, uint32_t slaveVersion,
+                         uint32_t numProvidedGpus)
 {
     logUnprefixed("\n\nLaunching daemon with:");
     logUnprefixed("  slave path:    %s", settings.slaveExecutable.getFullPathName().toRawUTF8());

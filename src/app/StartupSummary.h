@@ -8,6 +8,7 @@
 namespace quelta {
 
 /** Prints the settings and what the slave has reported, as plain lines. */
-void printStartupSummary(const DaemonSettings& settings, uint32_t slaveVersion, uint32_t numProvidedGpus);
+void printStartupSummary(const DaemonSettings& settings, uint32_t slaveVersion,
+                         uint32_t numProvidedGpus);
 
 } // namespace quelta

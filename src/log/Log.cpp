@@ -44,8 +44,8 @@ public:
     const char* get() const { return text; }
 
 private:
-    /** "[hh:mm:ss.mmm] ", the time of day, UTC. Not by printf, which would take longer than the text itself.
-     */
+    /** "[hh:mm:ss.mmm] ", the time of day, UTC. Not by printf, which would take longer than the
+        text itself. */
     void writeTime()
     {
         constexpr juce::int64 millisecondsOfDay = 86'400'000;
@@ -123,8 +123,8 @@ void addChosenSinks(Log& log)
     }
 }
 
-/** Never destroyed: the framework may log until the process ends, and its own clean-up does not expect its
-    logger to go first. */
+/** Never destroyed: the framework may log until the process ends, and its own clean-up does not
+    expect its logger to go first. */
 JuceLog& getJuceLog()
 {
     static auto* const juceLog = new JuceLog;
@@ -185,7 +185,8 @@ void initLog(const char* folder)
 
     if (getLogFlagRegistry() != nullptr)
         readLogFlagsFile(
-            FileName::combine(FileName(folder), FileName("quelta_daemon_log_flags.txt")).toJuceFile(),
+            FileName::combine(FileName(folder), FileName("quelta_daemon_log_flags.txt"))
+                .toJuceFile(),
             log.fileSettings);
 
     addChosenSinks(log);

@@ -1,8 +1,8 @@
 // The log: one finished line of text at a time to every enabled sink.
 //
-// Any thread may log. A line is built on the caller's stack without allocation, then given to all sinks under
-// one recursive lock, so that lines never mix and every sink sees the same order. Before initLog and after
-// shutdownLog there are no sinks and calls are silent.
+// Any thread may log. A line is built on the caller's stack without allocation, then given to all
+// sinks under one recursive lock, so that lines never mix and every sink sees the same order.
+// Before initLog and after shutdownLog there are no sinks and calls are silent.
 #pragma once
 
 #include <cstdint>
@@ -53,8 +53,9 @@ bool addLogSink(LogSink sink);
 /** Writes what the log file still buffers. */
 void flushLog();
 
-/** Starts logging: reads the flags file in `folder`, chooses the sinks, logs the first lines. `folder` is a
-    full path in UTF-8. On the message thread, once; needs a message manager if a flush timer is asked for. */
+/** Starts logging: reads the flags file in `folder`, chooses the sinks, logs the first lines.
+    `folder` is a full path in UTF-8. On the message thread, once; needs a message manager if a
+    flush timer is asked for. */
 void initLog(const char* folder);
 
 /** Logs the last lines and closes the log file. On the message thread. */

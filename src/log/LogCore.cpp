@@ -67,7 +67,8 @@ void JuceLog::logMessage(const juce::String& message)
 void writeToConsole(const char* line)
 {
     const bool toError = flags::logToStdout == 2;
-    const auto stream = toError ? platform::StandardStream::error : platform::StandardStream::output;
+    const auto stream =
+        toError ? platform::StandardStream::error : platform::StandardStream::output;
     auto& console = platform::getConsole();
 
     if (console.isRealConsole(stream))

@@ -13,9 +13,10 @@
 
 namespace quelta {
 
-/** The process-wide log. Made on first use and never destroyed, because threads of the framework may log
-    until the process ends. `lock` guards every member; it is recursive because log calls are made while it is
-    held. (The framework's own lock inherits priorities, for which every contended line would pay.) */
+/** The process-wide log. Made on first use and never destroyed, because threads of the framework
+    may log until the process ends. `lock` guards every member; it is recursive because log calls
+    are made while it is held. (The framework's own lock inherits priorities, for which every
+    contended line would pay.) */
 class Log
 {
 public:

@@ -47,8 +47,8 @@ void LogFile::close()
     output.close();
 }
 
-/** Buffers the line and a line feed, the line end on every system. The buffer never becomes full, so it
-   never needs to grow. */
+/** Buffers the line and a line feed, the line end on every system. The buffer never becomes full,
+    so it never needs to grow. */
 void LogFile::append(std::string_view line)
 {
     if (buffer.size() + line.size() + 1 >= bufferSize)
@@ -63,8 +63,8 @@ void LogFile::append(std::string_view line)
         writeOut(line, "\n");
 }
 
-/** Writes whole lines, in two pieces so that a long one need not be copied. Removes what a full disk has
-   cut off a line, so that the file goes on with a whole line once there is room. */
+/** Writes whole lines, in two pieces so that a long one need not be copied. Removes what a full
+    disk has cut off a line, so that the file goes on with a whole line once there is room. */
 void LogFile::writeOut(std::string_view text, std::string_view lineEnd)
 {
     auto written = output.write(text.data(), text.size());
@@ -101,7 +101,8 @@ bool LogFile::openBesideExecutable()
 
 bool LogFile::openInTemporaryFolder()
 {
-    const auto substitute = platform::temporaryFolder().getChildFile(fileName.getComponents().back().c_str());
+    const auto substitute =
+        platform::temporaryFolder().getChildFile(fileName.getComponents().back().c_str());
 
     // A link is deleted too, even a dangling one: another user may have placed it.
     if (flags::logAppendToFile == 0 && !substitute.isDirectory())

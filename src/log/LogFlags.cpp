@@ -13,7 +13,8 @@ namespace {
 
 constexpr size_t longestPrefix = 12;
 
-/** Built by the static initialisers below and never destroyed, so that a line logged late still finds it. */
+/** Built by the static initialisers below and never destroyed, so that a line logged late still
+    finds it. */
 LogFlagRegistry* registry = nullptr;
 
 const char* getTypeName(LogFlagType type)
@@ -99,15 +100,18 @@ QUELTA_LOG_FLAG(logAppendToFile, "\"\"",
                 "If enabled, logging will be to the already existing log file appended");
 QUELTA_LOG_FLAG(logFlags, "\"\"", "If enabled, all log flags will be dumped during startup");
 QUELTA_LOG_FLAG(logForceFlush, "\"\"", "If enabled, every logged line will be flushed");
-QUELTA_LOG_FLAG(logFlushTime, "\"\"",
-                "The time (ms) after which the log is flushed. If set to 0, the timer based flush will be "
-                "disabled.");
+QUELTA_LOG_FLAG(
+    logFlushTime, "\"\"",
+    "The time (ms) after which the log is flushed. If set to 0, the timer based flush will be "
+    "disabled.");
 QUELTA_LOG_FLAG(logJuce, "\"JUCE\"",
                 "If enabled, JUCE logging will go through the logging framework of Quelta");
-QUELTA_LOG_FLAG(logToStdout, "\"\"",
-                "If enabled, logging will go to standard out (when set to 1) or standard error (when set to "
-                "2)");
-QUELTA_LOG_FLAG(logToDebugConsole, "\"\"", "If enabled, logging will go to the debug console (Windows only)");
+QUELTA_LOG_FLAG(
+    logToStdout, "\"\"",
+    "If enabled, logging will go to standard out (when set to 1) or standard error (when set to "
+    "2)");
+QUELTA_LOG_FLAG(logToDebugConsole, "\"\"",
+                "If enabled, logging will go to the debug console (Windows only)");
 QUELTA_LOG_FLAG(logToFile, "\"\"", "If enabled, logging will go to a log file");
 QUELTA_LOG_FLAG(logTime, "\"\"", "If enabled, each log line will have a timestamp");
 QUELTA_LOG_FLAG(logPrefix, "\"\"", "If enabled, each log line will have a prefix");
@@ -118,7 +122,8 @@ QUELTA_LOG_FLAG(daemonDetail, "\"daemon\"", "Enables detailed logging of the sla
 
 } // namespace flags
 
-int32_t registerLogFlag(int32_t* value, const char* prefix, const char* name, const char* description)
+int32_t registerLogFlag(int32_t* value, const char* prefix, const char* name,
+                        const char* description)
 {
     if (registry == nullptr)
         registry = new LogFlagRegistry;
@@ -194,11 +199,12 @@ void dumpLogFlags()
     logUnprefixed("%s", "");
     logUnprefixed("Flag                      Type    Value      Prefix       Description");
     logUnprefixed("%s %s %s %s %s", std::string(25, '-').c_str(), std::string(7, '-').c_str(),
-                  std::string(10, '-').c_str(), std::string(12, '-').c_str(), std::string(80, '-').c_str());
+                  std::string(10, '-').c_str(), std::string(12, '-').c_str(),
+                  std::string(80, '-').c_str());
 
     for (const auto& [name, flag] : *registry)
-        logUnprefixed("%-25s %-7s %-10d %-12s %s", name.c_str(), getTypeName(flag.type), *flag.value,
-                      flag.prefix.c_str(), flag.description.c_str());
+        logUnprefixed("%-25s %-7s %-10d %-12s %s", name.c_str(), getTypeName(flag.type),
+                      *flag.value, flag.prefix.c_str(), flag.description.c_str());
 }
 
 } // namespace quelta

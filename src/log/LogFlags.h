@@ -1,8 +1,9 @@
-// The log flags: named integers that code tests before it logs, that every user of the daemon may set in a
-// small text file beside the executable, and that a registry knows by name.
+// The log flags: named integers that code tests before it logs, that every user of the daemon may
+// set in a small text file beside the executable, and that a registry knows by name.
 //
-// Flags are registered before main begins and written only while logging starts, so reading one takes no
-// lock. Functions here are called under the log lock (see Log.h) or before any other thread exists.
+// Flags are registered before main begins and written only while logging starts, so reading one
+// takes no lock. Functions here are called under the log lock (see Log.h) or before any other
+// thread exists.
 #pragma once
 
 #include <cstddef>
@@ -56,9 +57,10 @@ using LogFlagRegistry = std::map<std::string, LogFlag>;
 /** Name to value, as read from the flags file. */
 using LogFlagFileSettings = std::map<std::string, int32_t>;
 
-/** Enters a flag, replacing an earlier one of that name; `prefix` comes with its double quotes. Returns 0,
-    with which static initialisers set the flag's variable. */
-int32_t registerLogFlag(int32_t* value, const char* prefix, const char* name, const char* description);
+/** Enters a flag, replacing an earlier one of that name; `prefix` comes with its double quotes.
+    Returns 0, with which static initialisers set the flag's variable. */
+int32_t registerLogFlag(int32_t* value, const char* prefix, const char* name,
+                        const char* description);
 
 /** Sets the variable of a registered flag; does nothing for other names. */
 void setLogFlag(const std::string& name, int32_t value);
@@ -66,8 +68,9 @@ void setLogFlag(const std::string& name, int32_t value);
 /** Whatever has been registered so far; null before the first registration. */
 const LogFlagRegistry* getLogFlagRegistry();
 
-/** Sets flags from the text of a flags file: words, each with or without a number behind it. Every name is
-    entered into `settings` unless it is there already. Junk is ignored without a message. */
+/** Sets flags from the text of a flags file: words, each with or without a number behind it.
+    Every name is entered into `settings` unless it is there already. Junk is ignored without a
+    message. */
 void setLogFlagsFromText(std::string_view text, LogFlagFileSettings& settings);
 
 /** The same for a file. Does nothing when there is no such file. */

@@ -10,8 +10,9 @@
 
 namespace quelta {
 
-DaemonNetworkThread::DaemonNetworkThread(const DaemonSettings& daemonSettings, uint32_t slaveVersionToTell,
-                                         uint32_t numGpusToTell, const SlaveTimeLimits& limits)
+DaemonNetworkThread::DaemonNetworkThread(const DaemonSettings& daemonSettings,
+                                         uint32_t slaveVersionToTell, uint32_t numGpusToTell,
+                                         const SlaveTimeLimits& limits)
     : settings(daemonSettings),
       slaveVersion(slaveVersionToTell),
       numProvidedGpus(numGpusToTell),
@@ -36,8 +37,8 @@ DaemonNetworkThread::~DaemonNetworkThread()
     logUnprefixed("closing down all existing master connections (%u)...",
                   static_cast<unsigned>(masters.size()));
 
-    // Each entry goes with its connection, so that the status of a stopped slave reaches only those still
-    // there.
+    // Each entry goes with its connection, so that the status of a stopped slave reaches only those
+    // still there.
     while (!masters.isEmpty())
     {
         auto& first = masters.getFirst();
@@ -71,8 +72,8 @@ void DaemonNetworkThread::masterDetected(const MasterAddress& address)
 
     if (masters.isFull())
     {
-        QUELTA_LOG_DAEMON("not registering master %s: there are %u already", formatAddress(address).c_str(),
-                          static_cast<unsigned>(masters.size()));
+        QUELTA_LOG_DAEMON("not registering master %s: there are %u already",
+                          formatAddress(address).c_str(), static_cast<unsigned>(masters.size()));
         return;
     }
 
@@ -93,8 +94,8 @@ void DaemonNetworkThread::timerCallback()
     replacedSlaves.forgetEnded();
     platform::reapKilledChildren();
 
-    // The interval counts from the end of a tick: after one that took long the next would come at once, and
-    // no request would find the lock free.
+    // The interval counts from the end of a tick: after one that took long the next would come at
+    // once, and no request would find the lock free.
     startTimer(timing::tickMs);
 }
 
@@ -110,7 +111,8 @@ std::unique_ptr<MasterLink> DaemonNetworkThread::forgetMaster(const MasterAddres
     return masters.remove(address);
 }
 
-void DaemonNetworkThread::handleRequest(const MasterDaemonMessage& message, MasterConnection& connection)
+void DaemonNetworkThread::handleRequest(const MasterDaemonMessage& message,
+                                        MasterConnection& connection)
 {
     const LockUnlessExiting held(lock);
 
@@ -119,7 +121,8 @@ void DaemonNetworkThread::handleRequest(const MasterDaemonMessage& message, Mast
         serveRequest(message, connection);
 }
 
-void DaemonNetworkThread::serveRequest(const MasterDaemonMessage& message, MasterConnection& connection)
+void DaemonNetworkThread::serveRequest(const MasterDaemonMessage& message,
+                                       MasterConnection& connection)
 {
     const auto master = formatAddress(message.masterAddress);
 
@@ -143,8 +146,8 @@ void DaemonNetworkThread::serveRequest(const MasterDaemonMessage& message, Maste
     }
 
     const OwnershipState state{ownerAddress, slave != nullptr && slave->hasFailed()};
-    const auto decision =
-        decideOwnership(state, {message.type, message.masterAddress, &connection == ownerConnection});
+    const auto decision = decideOwnership(
+        state, {message.type, message.masterAddress, &connection == ownerConnection});
     explain(decision, message.type, connection);
     carryOut(decision, message, connection);
 }
@@ -157,18 +160,22 @@ void DaemonNetworkThread::explain(const OwnershipDecision& decision, MasterMessa
     const auto peer = formatAddress(connection.getAddress());
 
     if (type == MasterMessageType::START_REQUEST && !decision.start)
-        QUELTA_LOG_DAEMON_DETAIL("refused the start request from %s: the slave belongs to master %s",
-                                 peer.c_str(), formatAddress(ownerAddress).c_str());
-    else if (type == MasterMessageType::STOP_REQUEST && decision.stop == OwnershipDecision::Stop::no)
-        QUELTA_LOG_DAEMON_DETAIL("refused the stop request from %s: it does not own the slave", peer.c_str());
+        QUELTA_LOG_DAEMON_DETAIL(
+            "refused the start request from %s: the slave belongs to master %s", peer.c_str(),
+            formatAddress(ownerAddress).c_str());
+    else if (type == MasterMessageType::STOP_REQUEST &&
+             decision.stop == OwnershipDecision::Stop::no)
+        QUELTA_LOG_DAEMON_DETAIL("refused the stop request from %s: it does not own the slave",
+                                 peer.c_str());
     else if (decision.stop == OwnershipDecision::Stop::andTellAll)
-        QUELTA_LOG_DAEMON_DETAIL("reason for the stop: requested by the owner, from %s", peer.c_str());
+        QUELTA_LOG_DAEMON_DETAIL("reason for the stop: requested by the owner, from %s",
+                                 peer.c_str());
     else if (decision.stop == OwnershipDecision::Stop::silently)
         QUELTA_LOG_DAEMON_DETAIL("reason for the stop: stolen by a request from %s", peer.c_str());
 }
 
-void DaemonNetworkThread::carryOut(const OwnershipDecision& decision, const MasterDaemonMessage& message,
-                                   MasterConnection& connection)
+void DaemonNetworkThread::carryOut(const OwnershipDecision& decision,
+                                   const MasterDaemonMessage& message, MasterConnection& connection)
 {
     if (decision.stop != OwnershipDecision::Stop::no)
         stopSlave(decision.stop == OwnershipDecision::Stop::andTellAll);
@@ -192,7 +199,8 @@ void DaemonNetworkThread::startSlave(const MasterAddress& address, MasterConnect
     ownerAddress = address;
     ownerConnection = &connection;
     ownerText = masterText;
-    slave = std::make_unique<SlaveProcess>(address.ip, address.port, settings, false, this, slaveLimits);
+    slave = std::make_unique<SlaveProcess>(address.ip, address.port, settings, false, this,
+                                           slaveLimits);
     broadcastStatus();
 }
 
@@ -257,8 +265,8 @@ void DaemonNetworkThread::notifySlaveFailed()
 
 MasterDaemonMessage::Bytes DaemonNetworkThread::buildMasterMessage(MasterMessageType type) const
 {
-    return encodeMasterMessage(
-        {type, ownerAddress, ownerText, settings.slaveAlias.toStdString(), numProvidedGpus, slaveVersion});
+    return encodeMasterMessage({type, ownerAddress, ownerText, settings.slaveAlias.toStdString(),
+                                numProvidedGpus, slaveVersion});
 }
 
 void DaemonNetworkThread::sendStatus(MasterMessageType type, MasterConnection& connection) const

@@ -1,6 +1,6 @@
-// The centre of the daemon's master side. It wires: masters that are heard go into the registry, requests to
-// the pure decision about ownership, and what that decides to the slave and to the masters. It runs no thread
-// of its own.
+// The centre of the daemon's master side. It wires: masters that are heard go into the registry,
+// requests to the pure decision about ownership, and what that decides to the slave and to the
+// masters. It runs no thread of its own.
 //
 //   free -> owned   by a start, or by a steal after an error line
 //   owned -> free   by the owner's stop, by losing the owner's connection for good, at the end
@@ -9,9 +9,10 @@
 // A slave that fails stays with its owner, who is told and frees it by a stop.
 //
 // Threads: the discovery thread (masterDetected), the message thread (constructor, timerCallback,
-// destructor), each connection's own thread (handleRequest) and the SlaveProcess thread (both notifications).
-// `lock` is held by every operation throughout, even while connecting and while waiting for a slave to end.
-// Threads that its holder may be waiting for take it by LockUnlessExiting only.
+// destructor), each connection's own thread (handleRequest) and the SlaveProcess thread (both
+// notifications). `lock` is held by every operation throughout, even while connecting and while
+// waiting for a slave to end. Threads that its holder may be waiting for take it by
+// LockUnlessExiting only.
 #pragma once
 
 #include <cstdint>
@@ -31,13 +32,15 @@
 
 namespace quelta {
 
-class DaemonNetworkThread final : public MasterDiscoveryListener, public SlaveProcessOwner, public juce::Timer
+class DaemonNetworkThread final : public MasterDiscoveryListener,
+                                  public SlaveProcessOwner,
+                                  public juce::Timer
 {
 public:
     class MasterConnection;
 
-    /** Starts listening for masters. Every message tells them the version and the number of GPUs. The slave
-        has to keep to `limits`. */
+    /** Starts listening for masters. Every message tells them the version and the number of GPUs.
+        The slave has to keep to `limits`. */
     DaemonNetworkThread(const DaemonSettings& daemonSettings, uint32_t slaveVersionToTell,
                         uint32_t numGpusToTell, const SlaveTimeLimits& limits = {});
 

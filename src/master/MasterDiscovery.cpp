@@ -10,15 +10,19 @@ namespace quelta {
 
 namespace {
 
-constexpr size_t datagramCapacity = 1000; ///< Bytes; longer datagrams are cut and so have a wrong size.
+constexpr size_t datagramCapacity =
+    1000; ///< Bytes; longer datagrams are cut and so have a wrong size.
 
 } // namespace
 
-MasterDiscovery::MasterDiscovery(uint16_t portToListenOn) : Thread("MasterDiscovery"), port(portToListenOn) {}
+MasterDiscovery::MasterDiscovery(uint16_t portToListenOn)
+    : Thread("MasterDiscovery"), port(portToListenOn)
+{}
 
 MasterDiscovery::~MasterDiscovery()
 {
-    stopThread(-1); // with a limit, a thread that waits for the reader of the log would be killed by force
+    stopThread(
+        -1); // with a limit, a thread that waits for the reader of the log would be killed by force
 }
 
 void MasterDiscovery::run()

@@ -1,7 +1,9 @@
-// The thread that listens for the beacons of masters on the daemon's port and passes each one's address on.
+// The thread that listens for the beacons of masters on the daemon's port and passes each one's
+// address on.
 //
-// The owner constructs it, sets the listener, starts the thread, stops it and destroys it. A socket error
-// ends discovery for the rest of the run; connections that exist are not affected. It holds no lock.
+// The owner constructs it, sets the listener, starts the thread, stops it and destroys it. A socket
+// error ends discovery for the rest of the run; connections that exist are not affected. It holds
+// no lock.
 #pragma once
 
 #include <cstdint>

@@ -8,8 +8,8 @@ namespace quelta {
 class MasterDiscoveryListener
 {
 public:
-    /** A master's beacon has arrived, the first or any later one. On the discovery thread; must return once
-       that thread has been asked to exit. */
+    /** A master's beacon has arrived, the first or any later one. On the discovery thread; must
+        return once that thread has been asked to exit. */
     virtual void masterDetected(const MasterAddress& address) = 0;
 
 protected:

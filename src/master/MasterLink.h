@@ -1,4 +1,5 @@
-// What the registry and the broadcasts need of a connection to a master; tests put their own in its place.
+// What the registry and the broadcasts need of a connection to a master; tests put their own in its
+// place.
 //
 // Every call is made under the DaemonNetworkThread's lock.
 #pragma once

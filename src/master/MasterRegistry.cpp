@@ -93,8 +93,9 @@ bool MasterRegistry::connectWithReserve(MasterLink& link, bool mayUseReserve,
     if (!mayUseReserve && *freeDescriptors <= descriptorReserve)
     {
         if (!std::exchange(descriptorsAreScarce, true))
-            logError("only %d file descriptors left: no more masters are connected until some are free",
-                     *freeDescriptors);
+            logError(
+                "only %d file descriptors left: no more masters are connected until some are free",
+                *freeDescriptors);
 
         QUELTA_LOG_DAEMON("not connecting to master %s: only %d file descriptors left",
                           formatAddress(link.getAddress()).c_str(), *freeDescriptors);

@@ -1,8 +1,9 @@
-// The masters that have been heard of, in the order of their addresses, each with its connection: who is
-// known, who is connected, whom to try next.
+// The masters that have been heard of, in the order of their addresses, each with its connection:
+// who is known, who is connected, whom to try next.
 //
-// It caps what forged beacons can consume: the number of masters, the time of a tick that goes to attempts
-// that fail, and the file descriptors, of which some are kept for the slave, its monitor and the log.
+// It caps what forged beacons can consume: the number of masters, the time of a tick that goes to
+// attempts that fail, and the file descriptors, of which some are kept for the slave, its monitor
+// and the log.
 //
 // Every call is made under the DaemonNetworkThread's lock.
 #pragma once
@@ -58,16 +59,18 @@ public:
     /** Replaces nothing yet, but marks the links whose readers are gone. */
     void dropDeafLinks();
 
-    /** Connects those that are not connected and returns those that could not be reached. Stops once the
-       budget is spent; the next call then goes on behind the last one tried. `owner`, which may be null, may
-       use the reserve: a healthy slave must not be stopped for the lack of a descriptor. */
+    /** Connects those that are not connected and returns those that could not be reached. Stops
+        once the budget is spent; the next call then goes on behind the last one tried. `owner`,
+        which may be null, may use the reserve: a healthy slave must not be stopped for the lack of
+        a descriptor. */
     std::vector<MasterAddress> connect(const MasterLink* owner);
 
     /** Sends to all, connected or not, in the order of their addresses. */
     void broadcast(const MasterDaemonMessage::Bytes& record) const;
 
 private:
-    bool connectWithReserve(MasterLink& link, bool mayUseReserve, std::optional<int>& freeDescriptors);
+    bool connectWithReserve(MasterLink& link, bool mayUseReserve,
+                            std::optional<int>& freeDescriptors);
 
     const RegistrySurroundings surroundings;
     std::map<MasterAddress, std::unique_ptr<MasterLink>> links;

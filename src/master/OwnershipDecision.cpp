@@ -19,8 +19,9 @@ OwnershipDecision decideOwnership(const OwnershipState& state, const OwnershipRe
         case Type::STOP_REQUEST:
             return {.stop = isOwner ? Stop::andTellAll : Stop::no, .reply = Type::STOP_REPLY};
         case Type::STEAL_REQUEST:
-            return {
-                .stop = isOwner ? Stop::no : Stop::silently, .start = !isOwner, .reply = Type::STEAL_REPLY};
+            return {.stop = isOwner ? Stop::no : Stop::silently,
+                    .start = !isOwner,
+                    .reply = Type::STEAL_REPLY};
         default:
             return {.reply = Type::UNEXPECTED_REQUEST};
     }

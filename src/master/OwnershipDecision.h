@@ -12,8 +12,8 @@
 //   any    steal from the owner        -                               STEAL_REPLY
 //   any    any other type              -                               UNEXPECTED_REQUEST
 //
-// Stop and steal go by the address in the message, scan by the connection; masters rely on both. A start and
-// a steal tell all masters the new owner before the reply is sent.
+// Stop and steal go by the address in the message, scan by the connection; masters rely on both. A
+// start and a steal tell all masters the new owner before the reply is sent.
 #pragma once
 
 #include "messages/MasterDaemonMessage.h"

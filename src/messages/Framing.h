@@ -1,5 +1,5 @@
-// How records travel over TCP: in the framework's message framing, an 8-byte block of two little-endian words
-// (magic number, payload length in bytes) ahead of every record.
+// How records travel over TCP: in the framework's message framing, an 8-byte block of two
+// little-endian words (magic number, payload length in bytes) ahead of every record.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
-// The address by which a master is known: the one that it writes into its messages, never the one that a
-// socket reports.
+// The address by which a master is known: the one that it writes into its messages, never the one
+// that a socket reports.
 #pragma once
 
 #include <compare>
@@ -10,7 +10,8 @@ namespace quelta {
 
 struct MasterAddress
 {
-    uint32_t ip = 0;   ///< IPv4 address in host order; the most significant byte is the first dotted octet.
+    uint32_t ip =
+        0; ///< IPv4 address in host order; the most significant byte is the first dotted octet.
     uint16_t port = 0; ///< TCP port in host order.
 
     /** Ordered by ip, then by port. */

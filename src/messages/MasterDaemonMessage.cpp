@@ -44,7 +44,8 @@ bool isValidMasterMessage(const uint8_t* bytes, size_t size)
 {
     if (size != MasterDaemonMessage::size)
     {
-        QUELTA_LOG_DAEMON("master daemon message has invalid size (%u)", static_cast<unsigned>(size));
+        QUELTA_LOG_DAEMON("master daemon message has invalid size (%u)",
+                          static_cast<unsigned>(size));
         return false;
     }
 

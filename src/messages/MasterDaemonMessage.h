@@ -1,5 +1,5 @@
-// The one record that masters and the daemon exchange: beacons by UDP, requests, replies and notifications
-// by TCP. Pure functions on bytes; every integer on the wire is little-endian.
+// The one record that masters and the daemon exchange: beacons by UDP, requests, replies and
+// notifications by TCP. Pure functions on bytes; every integer on the wire is little-endian.
 #pragma once
 
 #include <array>
@@ -12,8 +12,8 @@
 
 namespace quelta {
 
-/** What a record says. Values below `limit` that are not named here pass the check of a received record but
-    have no role in the daemon. */
+/** What a record says. Values below `limit` that are not named here pass the check of a received
+    record but have no role in the daemon. */
 enum class MasterMessageType : uint32_t
 {
     SCAN_REQUEST = 0,
@@ -27,8 +27,8 @@ enum class MasterMessageType : uint32_t
     STEAL_REQUEST = 11,
     STEAL_REPLY = 12,
 
-    /** The reply to a request that nobody knows. No receiver's check lets it pass, and that is how masters
-        know it. */
+    /** The reply to a request that nobody knows. No receiver's check lets it pass, and that is how
+        masters know it. */
     UNEXPECTED_REQUEST = 13
 };
 
@@ -47,7 +47,8 @@ struct MasterDaemonMessage
     /** From a master: its own address. From the daemon: the owner's, all zero without one. */
     MasterAddress masterAddress;
 
-    /** From a master: all 32 bytes as received, NULs included. From the daemon: the owner's text. */
+    /** From a master: all 32 bytes as received, NULs included. From the daemon: the owner's
+        text. */
     std::string masterText;
 
     std::string slaveAlias;    ///< Only the daemon fills it; cut to 32 bytes when encoded.
@@ -55,13 +56,13 @@ struct MasterDaemonMessage
     uint32_t slaveVersion = 0; ///< Only the daemon fills it.
 };
 
-/** The record's bytes. Both texts are bounded string copies: what follows a first NUL, or the 32nd byte, is
-    not sent, and the rest of the field is NULs. */
+/** The record's bytes. Both texts are bounded string copies: what follows a first NUL, or the 32nd
+    byte, is not sent, and the rest of the field is NULs. */
 MasterDaemonMessage::Bytes encodeMasterMessage(const MasterDaemonMessage& message);
 
-/** Checks `size` received bytes and, if they are a valid record, fills `out` and returns true. Otherwise
-    logs which test failed (under the flag `daemon`), leaves `out` alone and returns false. `masterText` and
-    `slaveAlias` hold all 32 bytes afterwards. Any thread. */
+/** Checks `size` received bytes and, if they are a valid record, fills `out` and returns true.
+    Otherwise logs which test failed (under the flag `daemon`), leaves `out` alone and returns
+    false. `masterText` and `slaveAlias` hold all 32 bytes afterwards. Any thread. */
 bool parseMasterMessage(const void* data, size_t size, MasterDaemonMessage& out);
 
 /** The part of a 32-byte field before its first NUL. */

@@ -1,6 +1,6 @@
-// The record that the render slave and the daemon exchange over the slave monitor's connection, and the
-// status that the monitor derives from it. Pure functions on bytes; every integer on the wire is
-// little-endian.
+// The record that the render slave and the daemon exchange over the slave monitor's connection, and
+// the status that the monitor derives from it. Pure functions on bytes; every integer on the wire
+// is little-endian.
 #pragma once
 
 #include <array>
@@ -17,7 +17,8 @@ enum class SlaveMessageType : uint32_t
     STOP_SLAVE = 3      ///< Daemon: please end.
 };
 
-/** How far the slave has come, by its latest valid message. Nothing forces the values to follow in order. */
+/** How far the slave has come, by its latest valid message. Nothing forces the values to follow in
+    order. */
 enum SlaveStatus : uint32_t
 {
     STATUS_STARTING = 0,       ///< No valid message yet.
@@ -31,7 +32,8 @@ struct SlaveDaemonMessage
     static constexpr size_t size = 20; ///< Bytes on the wire.
     static constexpr uint32_t header = 0x7FCE720D;
     static constexpr uint32_t version = 1;
-    static constexpr uint32_t highestType = 5; ///< Types up to this are valid, though four have a meaning.
+    static constexpr uint32_t highestType =
+        5; ///< Types up to this are valid, though four have a meaning.
 
     using Bytes = std::array<uint8_t, size>;
 
@@ -42,8 +44,9 @@ struct SlaveDaemonMessage
     /** The message that asks the slave to end. */
     static SlaveDaemonMessage createStopMessage();
 
-    /** Checks `length` received bytes and, if they are a valid message, fills `message` and returns true.
-        Otherwise logs which test failed as an error, leaves `message` alone and returns false. */
+    /** Checks `length` received bytes and, if they are a valid message, fills `message` and returns
+        true. Otherwise logs which test failed as an error, leaves `message` alone and returns
+        false. */
     static bool fromData(const void* data, size_t length, SlaveDaemonMessage& message);
 
     /** The message's bytes. */

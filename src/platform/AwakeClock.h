@@ -1,13 +1,13 @@
-// A clock that stands still while the machine sleeps. The slave sleeps with its daemon, so the time asleep is
-// no silence of the slave's.
+// A clock that stands still while the machine sleeps. The slave sleeps with its daemon, so the time
+// asleep is no silence of the slave's.
 #pragma once
 
 #include <cstdint>
 
 namespace quelta::platform {
 
-/** Milliseconds from some moment before this process began, without those that the machine slept. Any thread,
-    signal handlers included. */
+/** Milliseconds from some moment before this process began, without those that the machine slept.
+    Any thread, signal handlers included. */
 int64_t getAwakeMilliseconds();
 
 using AwakeClock = int64_t (*)();

@@ -1,7 +1,7 @@
 // The render slave as a process of the system.
 //
-// One object is one launch. All calls come from the thread that launched, which has to outlive the process:
-// where the system kills a child whose parent died, it goes by that thread.
+// One object is one launch. All calls come from the thread that launched, which has to outlive the
+// process: where the system kills a child whose parent died, it goes by that thread.
 #pragma once
 
 #include <cstdint>
@@ -21,10 +21,10 @@ public:
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    /** Starts `executable` with `commandLine` (its first word is the name that the child sees), in the
-        executable's folder, with the daemon's environment and standard streams and nothing else of it.
-        Returns 0, or the system's error number. A child that runs when this process is killed is killed too.
-        Logs an error if the system does not allow that. */
+    /** Starts `executable` with `commandLine` (its first word is the name that the child sees), in
+        the executable's folder, with the daemon's environment and standard streams and nothing else
+        of it. Returns 0, or the system's error number. A child that runs when this process is
+        killed is killed too. Logs an error if the system does not allow that. */
     int launch(const juce::File& executable, const juce::String& commandLine);
 
     /** Whether the process has not ended yet. */
@@ -33,10 +33,12 @@ public:
     /** The system's number of the launched process, for logs. */
     uint32_t getId() const;
 
-    /** How a process that is no longer running has ended, such as "exit status 3" or "signal 9 (Killed)". */
+    /** How a process that is no longer running has ended, such as "exit status 3" or "signal 9
+        (Killed)". */
     std::string describeEnd() const;
 
-    /** Ends the process by force; returns within half a second, even if the system cannot end it now. */
+    /** Ends the process by force; returns within half a second, even if the system cannot end it
+        now. */
     void kill();
 
 private:

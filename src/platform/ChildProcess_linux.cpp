@@ -86,8 +86,8 @@ void closeOnExecAboveStandardStreams(int highestDescriptor)
         fcntl(descriptor, F_SETFD, FD_CLOEXEC);
 }
 
-/** Undoes what this process and JUCE have set. A signal that was ignored from the start stays ignored:
-   under nohup the slave survives a hang-up as the daemon does. */
+/** Undoes what this process and JUCE have set. A signal that was ignored from the start stays
+    ignored: under nohup the slave survives a hang-up as the daemon does. */
 void restoreInheritedSignals(const sigset_t& mask)
 {
     for (int number = 1; number < NSIG; ++number)
@@ -100,8 +100,8 @@ void restoreInheritedSignals(const sigset_t& mask)
     sigprocmask(SIG_SETMASK, &mask, nullptr);
 }
 
-/** The child's side of the fork: async-signal-safe calls only, and nothing written to but this frame, since
-   the memory is still the daemon's. A frame of its own for the same reason. */
+/** The child's side of the fork: async-signal-safe calls only, and nothing written to but this
+    frame, since the memory is still the daemon's. A frame of its own for the same reason. */
 [[noreturn, gnu::noinline]] void becomeSlave(const ChildPlan& plan, const sigset_t& mask)
 {
     restoreInheritedSignals(mask);
@@ -133,9 +133,9 @@ int readExecError(int pipe)
     return count == static_cast<ssize_t>(sizeof(error)) ? error : 0;
 }
 
-/** Forks with every signal blocked, so that no handler of the daemon runs in the child. By vfork, which lets
-   the child borrow the memory until it has its own: a copy of what the threads of a thousand connections have
-   mapped would take 50 ms, and hold all of them up. */
+/** Forks with every signal blocked, so that no handler of the daemon runs in the child. By vfork,
+    which lets the child borrow the memory until it has its own: a copy of what the threads of a
+    thousand connections have mapped would take 50 ms, and hold all of them up. */
 pid_t forkWithSignalsBlocked(const ChildPlan& plan, int& error)
 {
     sigset_t all;
@@ -232,7 +232,8 @@ std::string ChildProcess::describeEnd() const
         return "exit status " + std::to_string(WEXITSTATUS(handle->status));
 
     const auto* const name = sigdescr_np(WTERMSIG(handle->status));
-    return "signal " + std::to_string(WTERMSIG(handle->status)) + " (" + (name != nullptr ? name : "?") + ")";
+    return "signal " + std::to_string(WTERMSIG(handle->status)) + " (" +
+           (name != nullptr ? name : "?") + ")";
 }
 
 void ChildProcess::kill()
@@ -260,7 +261,8 @@ void reapKilledChildren()
 {
     auto& killed = getKilledChildren();
     const juce::ScopedLock sl(killed.lock);
-    killed.pids.erase(std::remove_if(killed.pids.begin(), killed.pids.end(), hasEnded), killed.pids.end());
+    killed.pids.erase(std::remove_if(killed.pids.begin(), killed.pids.end(), hasEnded),
+                      killed.pids.end());
 }
 
 } // namespace quelta::platform

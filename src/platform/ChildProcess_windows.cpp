@@ -16,7 +16,8 @@ std::vector<wchar_t> toWritableUtf16(const juce::String& text)
     return {begin, begin + wcslen(begin) + 1};
 }
 
-/** Null if the system refuses it. A member may start a process outside the job by asking for that. */
+/** Null if the system refuses it. A member may start a process outside the job by asking for
+    that. */
 HANDLE createJobThatEndsWithItsHandle()
 {
     JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
@@ -24,7 +25,8 @@ HANDLE createJobThatEndsWithItsHandle()
         JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE | JOB_OBJECT_LIMIT_BREAKAWAY_OK;
     auto* const job = CreateJobObjectW(nullptr, nullptr);
 
-    if (SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof(limits)) != FALSE)
+    if (SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof(limits)) !=
+        FALSE)
         return job;
 
     if (job != nullptr)
@@ -33,9 +35,9 @@ HANDLE createJobThatEndsWithItsHandle()
     return nullptr;
 }
 
-/** A job whose members end with its only handle. The handle is never closed, so the system closes it when
-    this process ends, however that comes about. This process is a member itself, and so is all that it
-    starts, from its first moment on. */
+/** A job whose members end with its only handle. The handle is never closed, so the system closes
+    it when this process ends, however that comes about. This process is a member itself, and so is
+    all that it starts, from its first moment on. */
 struct JobOfSlaves
 {
     /** A job that this process was born into may forbid it another one; then slaves join alone. */
@@ -48,8 +50,10 @@ struct JobOfSlaves
 
         // A slave that has ended can join no job and needs none.
         if (WaitForSingleObject(slave, 0) != WAIT_OBJECT_0)
-            logError("cannot assign the slave to a job (error %lu): it will survive if the daemon is killed",
-                     error);
+            logError(
+                "cannot assign the slave to a job (error %lu): it will survive if the daemon is "
+                "killed",
+                error);
     }
 
     const HANDLE job = createJobThatEndsWithItsHandle();
@@ -66,8 +70,8 @@ struct ChildProcess::Handle
 
 ChildProcess::ChildProcess() : handle(std::make_unique<Handle>()) {}
 
-// Neither the process's handle nor that of its first thread is ever closed; two handles a launch are the
-// price.
+// Neither the process's handle nor that of its first thread is ever closed; two handles a launch
+// are the price.
 ChildProcess::~ChildProcess()
 {
     if (isRunning())
@@ -86,8 +90,8 @@ int ChildProcess::launch(const juce::File& executable, const juce::String& comma
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION process = {};
 
-    const auto created = CreateProcessW(path.data(), text.data(), nullptr, nullptr, FALSE, 0, nullptr,
-                                        folder.data(), &startup, &process);
+    const auto created = CreateProcessW(path.data(), text.data(), nullptr, nullptr, FALSE, 0,
+                                        nullptr, folder.data(), &startup, &process);
 
     if (created == FALSE || process.hProcess == nullptr)
     {
@@ -119,11 +123,13 @@ std::string ChildProcess::describeEnd() const
     DWORD exitCode = 0;
     GetExitCodeProcess(handle->process, &exitCode);
 
-    // Windows numbers the faults that end a process from here on, and everybody knows them in hexadecimal.
+    // Windows numbers the faults that end a process from here on, and everybody knows them in
+    // hexadecimal.
     constexpr DWORD firstFault = 0x80000000;
     const auto number = static_cast<juce::int64>(exitCode);
-    return "exit status " + (exitCode < firstFault ? juce::String(number)
-                                                   : "0x" + juce::String::toHexString(number).toUpperCase())
+    return "exit status " + (exitCode < firstFault
+                                 ? juce::String(number)
+                                 : "0x" + juce::String::toHexString(number).toUpperCase())
                                 .toStdString();
 }
 

@@ -1,7 +1,8 @@
-// A second view of the socket of a JUCE connection, whose reader thread may close it at any time. Nothing is
-// read or written.
+// A second view of the socket of a JUCE connection, whose reader thread may close it at any time.
+// Nothing is read or written.
 //
-// attach, look and shutDown are called by the connection's owner, detach by the reader or the owner.
+// attach, look and shutDown are called by the connection's owner, detach by the reader or the
+// owner.
 #pragma once
 
 #include <cstdint>
@@ -36,8 +37,9 @@ public:
 
     Input look() const;
 
-    /** Ends the traffic in both directions, so that a reader that waits on the socket leaves. Returns false
-       if there is no need to: nothing is attached, or closing the socket does it in this order by itself. */
+    /** Ends the traffic in both directions, so that a reader that waits on the socket leaves.
+        Returns false if there is no need to: nothing is attached, or closing the socket does it in
+        this order by itself. */
     bool shutDown();
 
 private:

@@ -16,9 +16,9 @@ constexpr int none = -1;
 
 } // namespace
 
-/** JUCE's own number, not a duplicate, which would cost every master a second descriptor. Should the reader
-   have closed it and another socket have got it, a look at that one does no harm: the connection is over and
-   its next tick replaces it. */
+/** JUCE's own number, not a duplicate, which would cost every master a second descriptor. Should
+    the reader have closed it and another socket have got it, a look at that one does no harm: the
+    connection is over and its next tick replaces it. */
 struct ConnectionSocket::View
 {
     std::atomic<int> handle{none};

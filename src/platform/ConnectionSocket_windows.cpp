@@ -27,9 +27,10 @@ void ConnectionSocket::attach(SocketHandle socketHandle)
     const std::scoped_lock sl(view->lock);
     WSAPROTOCOL_INFOW description;
 
-    if (WSADuplicateSocketW(static_cast<SOCKET>(socketHandle), GetCurrentProcessId(), &description) == 0)
-        view->socket =
-            WSASocketW(FROM_PROTOCOL_INFO, FROM_PROTOCOL_INFO, FROM_PROTOCOL_INFO, &description, 0, 0);
+    if (WSADuplicateSocketW(static_cast<SOCKET>(socketHandle), GetCurrentProcessId(),
+                            &description) == 0)
+        view->socket = WSASocketW(FROM_PROTOCOL_INFO, FROM_PROTOCOL_INFO, FROM_PROTOCOL_INFO,
+                                  &description, 0, 0);
 }
 
 void ConnectionSocket::detach()

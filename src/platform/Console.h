@@ -1,5 +1,5 @@
-// The console behind the standard streams. A real console takes UTF-16 from Windows; everything else (a
-// file, a pipe, any terminal of another system) takes bytes through the standard library.
+// The console behind the standard streams. A real console takes UTF-16 from Windows; everything
+// else (a file, a pipe, any terminal of another system) takes bytes through the standard library.
 #pragma once
 
 #include <string>
@@ -29,12 +29,13 @@ public:
 /** The console in force: the system's, unless a test has put another in its place. */
 Console& getConsole();
 
-/** Puts another console in force; null brings the system's back. For tests, before anything is logged. */
+/** Puts another console in force; null brings the system's back. For tests, before anything is
+    logged. */
 void setConsole(Console* replacement);
 
-/** Keeps a click into the console from stopping the daemon: while text is selected there, Windows blocks
-    every write, and with the writer all threads that log. Does nothing unless standard input is a console.
-    An event that ends the process without order restores the console, too. */
+/** Keeps a click into the console from stopping the daemon: while text is selected there, Windows
+    blocks every write, and with the writer all threads that log. Does nothing unless standard input
+    is a console. An event that ends the process without order restores the console, too. */
 void disableConsoleSelection();
 
 /** Gives the console back its mode. */

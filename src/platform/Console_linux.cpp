@@ -37,7 +37,8 @@ std::u16string toTerminatedUtf16(const char* utf8)
 {
     const auto text = juce::String::fromUTF8(utf8);
     const auto utf16 = text.toUTF16();
-    const auto units = juce::CharPointer_UTF16::getBytesRequiredFor(text.getCharPointer()) / sizeof(char16_t);
+    const auto units =
+        juce::CharPointer_UTF16::getBytesRequiredFor(text.getCharPointer()) / sizeof(char16_t);
     std::u16string result(units + 1, u'\0');
 
     for (size_t i = 0; i < units; ++i)

@@ -25,17 +25,19 @@ public:
     void write(StandardStream stream, std::u16string_view text) override
     {
         DWORD written = 0;
-        WriteConsoleW(handleOf(stream), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+        WriteConsoleW(handleOf(stream), text.data(), static_cast<DWORD>(text.size()), &written,
+                      nullptr);
     }
 };
 
 Console* consoleInForce = nullptr;
 
-/** The input mode to restore, with the flag without which the selection bit is not looked at; 0 for none. */
+/** The input mode to restore, with the flag without which the selection bit is not looked at; 0 for
+    none. */
 std::atomic<DWORD> modeToRestore{0};
 
-/** Handlers are asked in the reverse order of their registration, so this early one sees only an event that
-    is about to end the process. */
+/** Handlers are asked in the reverse order of their registration, so this early one sees only an
+    event that is about to end the process. */
 BOOL WINAPI restoreBeforeTheEnd(DWORD)
 {
     restoreConsoleSelection();

@@ -3,7 +3,8 @@
 
 namespace quelta::platform {
 
-/** Sends one line, UTF-8 without a line end: to the debugger on Windows, to the system log elsewhere. */
+/** Sends one line, UTF-8 without a line end: to the debugger on Windows, to the system log
+    elsewhere. */
 void writeDebugLine(const char* line);
 
 } // namespace quelta::platform

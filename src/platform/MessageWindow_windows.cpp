@@ -10,7 +10,8 @@
 #include "util/StopDeadline.h"
 
 namespace juce {
-extern HWND juce_messageWindowHandle; // no part of JUCE's interface, but it is where JUCE keeps the window
+extern HWND
+    juce_messageWindowHandle; // no part of JUCE's interface, but it is where JUCE keeps the window
 }
 
 namespace quelta::platform {

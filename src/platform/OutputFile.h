@@ -20,13 +20,14 @@ public:
     /** Opens the file, creating it if there is none. False if that fails. */
     bool open(const juce::File& file);
 
-    /** The same in a folder where other users can create files: follows no link in the file's place, and
-       refuses a file that has a second name or, on Linux, another owner. */
+    /** The same in a folder where other users can create files: follows no link in the file's
+        place, and refuses a file that has a second name or, on Linux, another owner. */
     bool openInSharedFolder(const juce::File& file);
 
     bool isOpen() const { return handle != closed; }
 
-    /** Returns how many bytes were written: fewer than `count` if the disk is full, for instance. */
+    /** Returns how many bytes were written: fewer than `count` if the disk is full, for
+        instance. */
     size_t write(const char* bytes, size_t count);
 
     /** Removes the last `count` bytes again. */

@@ -15,7 +15,8 @@ constexpr mode_t newFileMode = 0644;
 
 intptr_t openPath(const juce::File& file, int flags)
 {
-    return ::open(file.getFullPathName().toRawUTF8(), O_RDWR | O_CREAT | O_CLOEXEC | flags, newFileMode);
+    return ::open(file.getFullPathName().toRawUTF8(), O_RDWR | O_CREAT | O_CLOEXEC | flags,
+                  newFileMode);
 }
 
 int toDescriptor(intptr_t handle)

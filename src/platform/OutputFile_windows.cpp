@@ -14,9 +14,9 @@ namespace {
 intptr_t openPath(const juce::File& file, DWORD flags)
 {
     static_assert(sizeof(HANDLE) == sizeof(intptr_t));
-    return reinterpret_cast<intptr_t>(CreateFileW(file.getFullPathName().toWideCharPointer(), GENERIC_WRITE,
-                                                  FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
-                                                  FILE_ATTRIBUTE_NORMAL | flags, nullptr));
+    return reinterpret_cast<intptr_t>(
+        CreateFileW(file.getFullPathName().toWideCharPointer(), GENERIC_WRITE, FILE_SHARE_READ,
+                    nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL | flags, nullptr));
 }
 
 HANDLE toHandle(intptr_t handle)
@@ -35,8 +35,9 @@ bool OutputFile::open(const juce::File& file)
 
 bool OutputFile::openInSharedFolder(const juce::File& file)
 {
-    // A user's temporary folder is closed to other users. In the one that services share they can create
-    // files, but links only with a privilege; the flag opens the link itself, which is refused.
+    // A user's temporary folder is closed to other users. In the one that services share they can
+    // create files, but links only with a privilege; the flag opens the link itself, which is
+    // refused.
     close();
     handle = openPath(file, FILE_FLAG_OPEN_REPARSE_POINT);
     BY_HANDLE_FILE_INFORMATION found{};
@@ -65,8 +66,8 @@ size_t OutputFile::write(const char* bytes, size_t count)
     {
         const auto piece = std::min<size_t>(count - written, std::numeric_limits<int32_t>::max());
         DWORD result = 0;
-        const auto succeeded =
-            WriteFile(toHandle(handle), bytes + written, static_cast<DWORD>(piece), &result, nullptr);
+        const auto succeeded = WriteFile(toHandle(handle), bytes + written,
+                                         static_cast<DWORD>(piece), &result, nullptr);
         written += result;
 
         if (succeeded == FALSE || result == 0)

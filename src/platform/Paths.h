@@ -1,14 +1,16 @@
-// Paths: how the system writes an absolute one, and the files and folders that the process itself has.
+// Paths: how the system writes an absolute one, and the files and folders that the process itself
+// has.
 //
-// JUCE's strings overflow on bytes that are not valid UTF-8, and JUCE does not check the names that the
-// system gives it. What is returned here can always be handed to JUCE.
+// JUCE's strings overflow on bytes that are not valid UTF-8, and JUCE does not check the names that
+// the system gives it. What is returned here can always be handed to JUCE.
 #pragma once
 
 #include <juce_core/juce_core.h>
 
 namespace quelta::platform {
 
-/** Whether an absolute path names its root, a drive or a server. Otherwise "/" is the root of all. */
+/** Whether an absolute path names its root, a drive or a server. Otherwise "/" is the root of
+    all. */
 bool absolutePathsHaveRoot();
 
 /** The separator of the system's own paths. */

@@ -15,7 +15,8 @@ namespace quelta::platform {
 
 namespace {
 
-constexpr std::string_view deletedMark = " (deleted)"; ///< The kernel's, behind a path that is gone.
+constexpr std::string_view deletedMark =
+    " (deleted)"; ///< The kernel's, behind a path that is gone.
 
 juce::String toJuceString(const std::string& bytes)
 {
@@ -29,7 +30,8 @@ std::string findExecutable()
     const auto length = readlink("/proc/self/exe", path, sizeof(path));
 
     if (length < 0) // there is no /proc in some containers
-        return realpath(reinterpret_cast<const char*>(getauxval(AT_EXECFN)), path) != nullptr ? path : "";
+        return realpath(reinterpret_cast<const char*>(getauxval(AT_EXECFN)), path) != nullptr ? path
+                                                                                              : "";
 
     std::string found(path, static_cast<size_t>(length));
 

@@ -17,7 +17,8 @@ void prepareProcess()
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGCHLD, SIG_DFL);
 
-    // open() gives the lowest free descriptor, so this ends with the first one above the standard three.
+    // open() gives the lowest free descriptor, so this ends with the first one above the standard
+    // three.
     int descriptor = 0;
 
     while (descriptor >= 0 && descriptor <= STDERR_FILENO)

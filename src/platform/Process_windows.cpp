@@ -8,9 +8,9 @@ namespace quelta::platform {
 
 void prepareProcess()
 {
-    // A slave with a missing DLL, or one that crashes, would show a box and hold its GPU until somebody
-    // clicks. Slaves inherit the mode. There are no signals for broken connections here, and no numbered
-    // descriptors.
+    // A slave with a missing DLL, or one that crashes, would show a box and hold its GPU until
+    // somebody clicks. Slaves inherit the mode. There are no signals for broken connections here,
+    // and no numbered descriptors.
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
 }
 

@@ -38,8 +38,8 @@ bool installed = false;
 std::atomic<int64_t> firstQuitMs{noQuitYet};
 static_assert(std::atomic<int64_t>::is_always_lock_free);
 
-/** A handler writes a byte into it, the message loop wakes up at its other end. Open until the process ends,
-    because a handler may be running on another thread at any time. */
+/** A handler writes a byte into it, the message loop wakes up at its other end. Open until the
+    process ends, because a handler may be running on another thread at any time. */
 std::array<int, 2> wakePipe{-1, -1};
 
 bool isIgnored(int number)
@@ -88,8 +88,8 @@ void handleQuitSignal(int number)
     errno = savedErrno;
 }
 
-/** The system has put the signal back to its default, so a faulting instruction ends the process when it is
-    run again. */
+/** The system has put the signal back to its default, so a faulting instruction ends the process
+    when it is run again. */
 void handleCrashSignal(int)
 {
     const int savedErrno = errno;

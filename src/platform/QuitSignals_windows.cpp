@@ -46,15 +46,16 @@ void quitMessageLoop()
         juce::JUCEApplicationBase::quit();
 }
 
-/** The runtime calls it for Ctrl-C on a thread of its own and has put the signal back to its default. */
+/** The runtime calls it for Ctrl-C on a thread of its own and has put the signal back to its
+    default. */
 void handleQuitSignal(int)
 {
     noteQuitRequest();
     quitMessageLoop();
 }
 
-/** Returns whether the event is dealt with; if not, the runtime gets Ctrl-C, and then the system ends the
-    process. */
+/** Returns whether the event is dealt with; if not, the runtime gets Ctrl-C, and then the system
+    ends the process. */
 BOOL handleKey(DWORD event)
 {
     // A shutdown that no key has asked for is cut short by the first one.
@@ -74,8 +75,8 @@ BOOL handleKey(DWORD event)
     return TRUE;
 }
 
-/** The system ends the process when this returns, or when its patience is over. Normally the process ends
-    before, in order. */
+/** The system ends the process when this returns, or when its patience is over. Normally the
+    process ends before, in order. */
 void endWithTheConsole()
 {
     setStopDeadline(getAwakeMilliseconds() + hurriedGraceMs);
@@ -126,12 +127,14 @@ void restoreDefaultInterrupt()
 void installQuitHandlers()
 {
     setHandler(handleQuitSignal);
-    SetConsoleCtrlHandler(handleConsoleEvent, TRUE); // behind the runtime's, so that it is asked first
+    SetConsoleCtrlHandler(handleConsoleEvent,
+                          TRUE); // behind the runtime's, so that it is asked first
 }
 
 void resetQuitHandlers()
 {
-    // The handler of console events stays: it gives a shutdown the time that a closed console leaves.
+    // The handler of console events stays: it gives a shutdown the time that a closed console
+    // leaves.
     shuttingDown = true;
     setHandler(SIG_DFL);
 }

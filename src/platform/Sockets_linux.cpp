@@ -102,7 +102,8 @@ void prepareMasterSocket(SocketHandle socketHandle)
 
 bool listenerWouldSharePort(uint16_t)
 {
-    // Two listeners share no port here: the bind to all addresses fails if any address of the port is taken.
+    // Two listeners share no port here: the bind to all addresses fails if any address of the port
+    // is taken.
     return false;
 }
 
@@ -115,7 +116,8 @@ bool BeaconSocket::create()
 bool BeaconSocket::bindTo(uint16_t port)
 {
     const auto address = makeAddress(INADDR_ANY, port);
-    return bind(static_cast<int>(handle), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+    return bind(static_cast<int>(handle), reinterpret_cast<const sockaddr*>(&address),
+                sizeof(address)) == 0;
 }
 
 BeaconSocket::Readiness BeaconSocket::waitUntilReadable(int timeoutMs)

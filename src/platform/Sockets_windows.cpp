@@ -13,8 +13,9 @@ namespace quelta::platform {
 
 namespace {
 
-constexpr DWORD sendTimeoutMs = 200;      ///< Windows takes less than 500 for 500.
-constexpr ULONG keepAliveIdleMs = 10'000; ///< Then ten probes, one a second, as the system fixes it.
+constexpr DWORD sendTimeoutMs = 200; ///< Windows takes less than 500 for 500.
+constexpr ULONG keepAliveIdleMs =
+    10'000; ///< Then ten probes, one a second, as the system fixes it.
 constexpr ULONG keepAliveIntervalMs = 1'000;
 
 static_assert(sizeof(SocketHandle) == sizeof(SOCKET));
@@ -90,7 +91,8 @@ std::string socketErrorText()
     // The log is UTF-8; FormatMessageA would answer in the system's code page.
     std::array<wchar_t, 1024> text{};
     FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-                   static_cast<DWORD>(error), 0, text.data(), static_cast<DWORD>(text.size()), nullptr);
+                   static_cast<DWORD>(error), 0, text.data(), static_cast<DWORD>(text.size()),
+                   nullptr);
     text.back() = L'\0';
     return juce::String(text.data()).toStdString() + " (" + std::to_string(error) + ")";
 }
@@ -109,8 +111,8 @@ void prepareMasterSocket(SocketHandle socketHandle)
 
     tcp_keepalive keepAlive{1, keepAliveIdleMs, keepAliveIntervalMs};
     DWORD returned = 0;
-    WSAIoctl(socket, SIO_KEEPALIVE_VALS, &keepAlive, sizeof(keepAlive), nullptr, 0, &returned, nullptr,
-             nullptr);
+    WSAIoctl(socket, SIO_KEEPALIVE_VALS, &keepAlive, sizeof(keepAlive), nullptr, 0, &returned,
+             nullptr, nullptr);
 }
 
 bool listenerWouldSharePort(uint16_t port)
@@ -159,8 +161,8 @@ int BeaconSocket::receive(void* buffer, size_t capacity, uint32_t& senderIp)
     sockaddr_in sender{};
     int senderSize = sizeof(sender);
     const auto count =
-        recvfrom(static_cast<SOCKET>(handle), static_cast<char*>(buffer), static_cast<int>(capacity), 0,
-                 reinterpret_cast<sockaddr*>(&sender), &senderSize);
+        recvfrom(static_cast<SOCKET>(handle), static_cast<char*>(buffer),
+                 static_cast<int>(capacity), 0, reinterpret_cast<sockaddr*>(&sender), &senderSize);
     senderIp = ntohl(sender.sin_addr.s_addr);
 
     // A longer datagram has been cut to the buffer, which is filled.

@@ -35,7 +35,8 @@ SlaveMonitor::~SlaveMonitor()
         established = false;
     }
 
-    // Outside the lock: closing waits for the connection's thread, which may be waiting for the lock.
+    // Outside the lock: closing waits for the connection's thread, which may be waiting for the
+    // lock.
     closing.reset();
 }
 
@@ -81,10 +82,10 @@ void SlaveMonitor::findPort(uint16_t daemonPort)
         logError("could not find a free socket to monitor slave");
 }
 
-/** Closing the listener makes the framework connect to itself to wake its thread, and what that connection's
-    other end holds is not always released. So the thread is brought to leave by itself beforehand. It is
-    never closed over a call of ours: the framework would kill the thread by force if that took long, as it
-    does when the reader of the log is slow. */
+/** Closing the listener makes the framework connect to itself to wake its thread, and what that
+    connection's other end holds is not always released. So the thread is brought to leave by itself
+    beforehand. It is never closed over a call of ours: the framework would kill the thread by force
+    if that took long, as it does when the reader of the log is slow. */
 void SlaveMonitor::stopListening()
 {
     stopping = true;
@@ -103,11 +104,13 @@ void SlaveMonitor::stopListening()
     stop();
 }
 
-void SlaveMonitor::getStatus(SlaveStatus& currentStatus, uint32_t& millisecondsSinceLastMessage) const
+void SlaveMonitor::getStatus(SlaveStatus& currentStatus,
+                             uint32_t& millisecondsSinceLastMessage) const
 {
     const juce::ScopedLock sl(lock);
     currentStatus = status;
-    millisecondsSinceLastMessage = static_cast<uint32_t>(platform::getAwakeMilliseconds() - lastMessageTime);
+    millisecondsSinceLastMessage =
+        static_cast<uint32_t>(platform::getAwakeMilliseconds() - lastMessageTime);
 }
 
 uint32_t SlaveMonitor::getSlaveVersion() const
@@ -208,7 +211,8 @@ void SlaveMonitor::handleMessage(const SlaveDaemonMessage& message)
             numGpus = message.numGpus;
             slaveVersion = message.slaveVersion;
             setStatus(STATUS_INITIALIZED);
-            QUELTA_LOG_DAEMON_DETAIL("slave has version %u and provides %u GPU(s)", slaveVersion, numGpus);
+            QUELTA_LOG_DAEMON_DETAIL("slave has version %u and provides %u GPU(s)", slaveVersion,
+                                     numGpus);
             break;
         case SlaveMessageType::SLAVE_STATUS:
             setStatus(STATUS_RUNNING);

@@ -1,11 +1,13 @@
-// The local TCP server through which one launched slave is watched: it accepts the slave, records the status,
-// the time and the information that the slave's messages carry, and can ask the slave to end.
+// The local TCP server through which one launched slave is watched: it accepts the slave, records
+// the status, the time and the information that the slave's messages carry, and can ask the slave
+// to end.
 //
-// One monitor serves one launch. The SlaveProcess thread makes it, polls it and destroys it; the server's
-// thread accepts (createConnectionObject, connectionMade); the connection's own thread delivers messages.
+// One monitor serves one launch. The SlaveProcess thread makes it, polls it and destroys it; the
+// server's thread accepts (createConnectionObject, connectionMade); the connection's own thread
+// delivers messages.
 //
-// Connection: none -> connected -> lost. The first to connect keeps its place, also after it is lost; whoever
-// comes later is turned away.
+// Connection: none -> connected -> lost. The first to connect keeps its place, also after it is
+// lost; whoever comes later is turned away.
 #pragma once
 
 #include <atomic>
@@ -24,8 +26,8 @@ class SlaveMonitor final : public juce::InterprocessConnectionServer
 public:
     class SlaveConnection;
 
-    /** Finds a free port and listens on it, on every interface. Never the daemon's own port. Never fails:
-        without a free port getPort() is 0, and nobody can connect. */
+    /** Finds a free port and listens on it, on every interface. Never the daemon's own port. Never
+        fails: without a free port getPort() is 0, and nobody can connect. */
     explicit SlaveMonitor(uint16_t daemonPort);
 
     /** Closes the port and the slave's connection. */
@@ -34,7 +36,8 @@ public:
     /** The port that the slave is to connect to; 0 if there is none. */
     uint16_t getPort() const { return port; }
 
-    /** The slave's status and the milliseconds since its latest sign of life, both of one moment. */
+    /** The slave's status and the milliseconds since its latest sign of life, both of one
+        moment. */
     void getStatus(SlaveStatus& currentStatus, uint32_t& millisecondsSinceLastMessage) const;
 
     /** As the slave last reported them; 0 before. */
@@ -52,7 +55,8 @@ public:
     void stopMonitoring();
     void handleMessage(const SlaveDaemonMessage& message);
 
-    /** The port with which a search begins, given that of the process's last monitor (0 for none). */
+    /** The port with which a search begins, given that of the process's last monitor (0 for
+        none). */
     static uint16_t getFirstPort(uint16_t lastPort, uint16_t daemonPort);
 
     /** The port to try after `candidate`; 65535 is followed by 0. */
@@ -65,7 +69,8 @@ private:
     void setStatus(SlaveStatus newStatus);
     void deliverStopMessage();
 
-    /** Where the last monitor found its port, so that a relaunched slave is served on the same one. */
+    /** Where the last monitor found its port, so that a relaunched slave is served on the same
+        one. */
     static std::atomic<uint16_t> lastMonitorPort;
 
     uint16_t port = 0; // constant after construction

@@ -19,7 +19,8 @@ std::string takeProgramName(std::string_view& text)
 {
     std::string name;
 
-    for (bool quoted = false; !text.empty() && (quoted || !isBlank(text.front())); text.remove_prefix(1))
+    for (bool quoted = false; !text.empty() && (quoted || !isBlank(text.front()));
+         text.remove_prefix(1))
     {
         if (text.front() == '"')
             quoted = !quoted;
@@ -30,7 +31,8 @@ std::string takeProgramName(std::string_view& text)
     return name;
 }
 
-/** Takes a run of backslashes and what it means for a quote behind it; true if that quote was taken too. */
+/** Takes a run of backslashes and what it means for a quote behind it; true if that quote was taken
+    too. */
 bool takeBackslashes(std::string_view& text, std::string& argument)
 {
     size_t count = 0;

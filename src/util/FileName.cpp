@@ -38,7 +38,8 @@ FileName::FileName(const char* path)
 
     if (!absolute && !root.empty())
     {
-        logError("relative path with root given (%s). root '%s' will be cleared.", path, root.c_str());
+        logError("relative path with root given (%s). root '%s' will be cleared.", path,
+                 root.c_str());
         root.clear();
     }
 }
@@ -95,10 +96,11 @@ void FileName::removeLeadingParentReferences()
         return;
 
     logError(
-        "Absolute path specified, but after normalization there are still some '..' left. Removing these...");
+        "Absolute path specified, but after normalization there are still some '..' left. Removing "
+        "these...");
 
-    const auto firstToKeep =
-        std::find_if(components.begin(), components.end(), [](const auto& c) { return c != parent; });
+    const auto firstToKeep = std::find_if(components.begin(), components.end(),
+                                          [](const auto& c) { return c != parent; });
     components.erase(components.begin(), firstToKeep);
 }
 

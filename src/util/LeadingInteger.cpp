@@ -9,7 +9,8 @@ namespace quelta {
 int32_t parseLeadingInt32(const char* text)
 {
     using Limits = std::numeric_limits<int32_t>;
-    return static_cast<int32_t>(std::clamp<int64_t>(parseLeadingInt64(text), Limits::min(), Limits::max()));
+    return static_cast<int32_t>(
+        std::clamp<int64_t>(parseLeadingInt64(text), Limits::min(), Limits::max()));
 }
 
 int64_t parseLeadingInt64(const char* text)

@@ -1,5 +1,5 @@
-// Reading and writing of little-endian integers in byte buffers, by shifts: no alignment, no host byte
-// order. The caller guarantees that the bytes are there.
+// Reading and writing of little-endian integers in byte buffers, by shifts: no alignment, no host
+// byte order. The caller guarantees that the bytes are there.
 #pragma once
 
 #include <cstdint>

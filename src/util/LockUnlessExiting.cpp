@@ -20,7 +20,8 @@ void pause(int milliseconds)
 
 } // namespace
 
-LockUnlessExiting::LockUnlessExiting(const juce::CriticalSection& lockToTake, int pollMs) : lock(lockToTake)
+LockUnlessExiting::LockUnlessExiting(const juce::CriticalSection& lockToTake, int pollMs)
+    : lock(lockToTake)
 {
     for (int attempt = 0, pauseMs = 1; !(locked = lock.tryEnter()); ++attempt)
     {

@@ -37,7 +37,8 @@ void PeerConnection::close(Notify notify)
     {
         const auto began = juce::Time::getMillisecondCounter();
 
-        while (isConnected() && !delivering && juce::Time::getMillisecondCounter() - began < leaveTimeoutMs)
+        while (isConnected() && !delivering &&
+               juce::Time::getMillisecondCounter() - began < leaveTimeoutMs)
             juce::Thread::sleep(leavePollMs);
     }
 

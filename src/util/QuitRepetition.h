@@ -1,6 +1,6 @@
-// What a signal that asks a program to quit means, given when the first of its kind came. Terminals and
-// process managers signal a process and its group, so one request can arrive twice within microseconds; only
-// a later one is from a user who does not want to wait.
+// What a signal that asks a program to quit means, given when the first of its kind came. Terminals
+// and process managers signal a process and its group, so one request can arrive twice within
+// microseconds; only a later one is from a user who does not want to wait.
 #pragma once
 
 #include <cstdint>

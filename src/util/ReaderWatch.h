@@ -1,8 +1,9 @@
-// Decides from repeated looks at a connection's socket whether its reader thread still reads. Pure: the
-// caller passes what it saw and when.
+// Decides from repeated looks at a connection's socket whether its reader thread still reads. Pure:
+// the caller passes what it saw and when.
 //
-// A reader is taken for dead once the same input has waited for it for `limitMs` while it was not busy with a
-// message. A healthy reader takes input within milliseconds, so the limit only has to outlast a busy machine.
+// A reader is taken for dead once the same input has waited for it for `limitMs` while it was not
+// busy with a message. A healthy reader takes input within milliseconds, so the limit only has to
+// outlast a busy machine.
 #pragma once
 
 #include <cstdint>
@@ -33,7 +34,8 @@ public:
             return false;
         }
 
-        if (!waiting || waiting->bytesTaken != seen.bytesTaken || waiting->deliveries != seen.deliveries)
+        if (!waiting || waiting->bytesTaken != seen.bytesTaken ||
+            waiting->deliveries != seen.deliveries)
             waiting = Waiting{now, seen.bytesTaken, seen.deliveries};
 
         return now - waiting->since >= limitMs;

@@ -6,10 +6,11 @@ namespace quelta {
 
 bool isValidUtf8(const std::string& text)
 {
-    // The framework's check lets characters of more bytes than they need pass; its strings, sized by what
-    // they need, overflow.
+    // The framework's check lets characters of more bytes than they need pass; its strings, sized
+    // by what they need, overflow.
     return juce::CharPointer_UTF8::isValidString(text.c_str(), static_cast<int>(text.size())) &&
-           juce::CharPointer_UTF8::getBytesRequiredFor(juce::CharPointer_UTF8(text.c_str())) == text.size();
+           juce::CharPointer_UTF8::getBytesRequiredFor(juce::CharPointer_UTF8(text.c_str())) ==
+               text.size();
 }
 
 std::string toValidUtf8(std::string_view bytes)

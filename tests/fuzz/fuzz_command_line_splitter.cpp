@@ -10,7 +10,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     size_t length = 0;
 
-    for (const auto& argument : quelta::splitCommandLine({reinterpret_cast<const char*>(data), size}))
+    for (const auto& argument :
+         quelta::splitCommandLine({reinterpret_cast<const char*>(data), size}))
         length += argument.size();
 
     if (length > size)

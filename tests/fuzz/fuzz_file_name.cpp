@@ -16,7 +16,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const auto joined = quelta::FileName::combine(base, other);
     const auto& components = joined.getComponents();
 
-    if (joined.isAbsolute() ? !components.empty() && components.front() == ".." : !joined.getRoot().empty())
+    if (joined.isAbsolute() ? !components.empty() && components.front() == ".."
+                            : !joined.getRoot().empty())
         std::abort();
 
     if (joined.toString().size() > size + 2)

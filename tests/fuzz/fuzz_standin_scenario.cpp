@@ -11,7 +11,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     quelta::Scenario scenario;
     std::string error;
 
-    if (quelta::parseScenario({reinterpret_cast<const char*>(data), size}, scenario, error) != error.empty())
+    if (quelta::parseScenario({reinterpret_cast<const char*>(data), size}, scenario, error) !=
+        error.empty())
         std::abort();
     return 0;
 }

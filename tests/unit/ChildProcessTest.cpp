@@ -55,9 +55,9 @@ protected:
         return lines;
     }
 
-    /** Whether no byte arrives for a second, or none will. That shows that the program at the other end is
-       gone; its connection does not always end: Wine's server at times keeps a socket that it was just busy
-       with. */
+    /** Whether no byte arrives for a second, or none will. That shows that the program at the other
+        end is gone; its connection does not always end: Wine's server at times keeps a socket that
+        it was just busy with. */
     static bool waitForSilence(juce::StreamingSocket& connection)
     {
         constexpr int silenceMs = 1000;
@@ -146,7 +146,8 @@ protected:
     void SetUp() override
     {
         if (platform::absolutePathsHaveRoot() || !processesAreShownAsFiles())
-            GTEST_SKIP() << "there are no file permissions, descriptors and signals to test on this system";
+            GTEST_SKIP()
+                << "there are no file permissions, descriptors and signals to test on this system";
     }
 
     /** What a program of the system prints. */
@@ -219,7 +220,9 @@ TEST_F(ChildProcessPosixTest, NoProgramOutlivesItsObject)
 
 TEST_F(ChildProcessPosixTest, AProgramGoesWithTheThreadThatLaunchedIt)
 {
-    std::thread([this] { EXPECT_EQ(child.launch(juce::File("/bin/sleep"), "sleep 1000"), 0); }).join();
+    std::thread([this] {
+        EXPECT_EQ(child.launch(juce::File("/bin/sleep"), "sleep 1000"), 0);
+    }).join();
     EXPECT_TRUE(waitForEnd());
 }
 
@@ -270,16 +273,16 @@ TEST_F(ChildProcessPosixTest, TheProgramWorksInItsOwnFolder)
 TEST_F(ChildProcessPosixTest, TheCommandLineIsCutIntoArguments)
 {
     const StandinSlave standin("exit 0", "slave with blanks");
-    const auto lines =
-        runStandin(standin, juce::String::fromUTF8("\"slave with blanks\" --daemon-port 1"
-                                                   " --alias \"a  b\\\"c\"\"d\\\\\" -g\t0 \"\" \xC3\xBC"));
+    const auto lines = runStandin(
+        standin, juce::String::fromUTF8("\"slave with blanks\" --daemon-port 1"
+                                        " --alias \"a  b\\\"c\"\"d\\\\\" -g\t0 \"\" \xC3\xBC"));
     ASSERT_GE(lines.size(), 9u);
-    EXPECT_EQ(
-        Lines(lines.begin(), lines.begin() + 9),
-        (Lines{"standin: argument 0: [slave with blanks]", "standin: argument 1: [--daemon-port]",
-               "standin: argument 2: [1]", "standin: argument 3: [--alias]",
-               "standin: argument 4: [a  b\"c\"d\\]", "standin: argument 5: [-g]", "standin: argument 6: [0]",
-               "standin: argument 7: []", "standin: argument 8: [\xC3\xBC]"}));
+    EXPECT_EQ(Lines(lines.begin(), lines.begin() + 9),
+              (Lines{"standin: argument 0: [slave with blanks]",
+                     "standin: argument 1: [--daemon-port]", "standin: argument 2: [1]",
+                     "standin: argument 3: [--alias]", "standin: argument 4: [a  b\"c\"d\\]",
+                     "standin: argument 5: [-g]", "standin: argument 6: [0]",
+                     "standin: argument 7: []", "standin: argument 8: [\xC3\xBC]"}));
 }
 
 } // namespace

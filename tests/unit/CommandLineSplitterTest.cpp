@@ -18,11 +18,12 @@ Arguments split(const std::string& arguments)
 
 TEST(CommandLineSplitterTest, ASlavesCommandLineIsCutAsItsMainSeesIt)
 {
-    EXPECT_EQ(splitCommandLine("\"slave.exe\" --net-master-address 192.168.0.10 --net-master-port 5130 "
-                               "--daemon-port 5300 --alias \"node7\" -g 0 -g 2 --out-of-core 8589934592"),
-              (Arguments{"slave.exe", "--net-master-address", "192.168.0.10", "--net-master-port", "5130",
-                         "--daemon-port", "5300", "--alias", "node7", "-g", "0", "-g", "2", "--out-of-core",
-                         "8589934592"}));
+    EXPECT_EQ(
+        splitCommandLine("\"slave.exe\" --net-master-address 192.168.0.10 --net-master-port 5130 "
+                         "--daemon-port 5300 --alias \"node7\" -g 0 -g 2 --out-of-core 8589934592"),
+        (Arguments{"slave.exe", "--net-master-address", "192.168.0.10", "--net-master-port", "5130",
+                   "--daemon-port", "5300", "--alias", "node7", "-g", "0", "-g", "2",
+                   "--out-of-core", "8589934592"}));
 }
 
 TEST(CommandLineSplitterTest, QuotesInTheProgramsNameGroupAndNothingEscapes)

@@ -42,10 +42,12 @@ protected:
     /** The reason and, behind it, how it is done right. */
     static Lines failure(const std::string& reason)
     {
-        const auto program = juce::File::getSpecialLocation(juce::File::currentExecutableFile).getFileName();
+        const auto program =
+            juce::File::getSpecialLocation(juce::File::currentExecutableFile).getFileName();
         return {reason, "\ncommand line syntax:",
                 "  " + program.toStdString() +
-                    "  --port <daemon port>  --slave \"<path to binary>\"  [--alias \"<slave nickname>\"]  "
+                    "  --port <daemon port>  --slave \"<path to binary>\"  [--alias \"<slave "
+                    "nickname>\"]  "
                     "[--gpus \"<IDs of GPUs to use>\"]  "
                     "[--out-of-core <max OOC memory>[k|K|m|M|g|G][,<headroom>[k|K|m|M|g|G]]",
                 "\n  (k/K = KiloByte, m/M = MegaByte, g/G = GigaByte)"};
@@ -58,8 +60,8 @@ protected:
 
 TEST_F(CommandLineTest, EveryOptionFillsItsField)
 {
-    EXPECT_TRUE(parse({"--port", "5130", "--slave", "/opt/q/slave", "--alias", "node7", "--gpus", "1,3",
-                       "--out-of-core", "8G,1G"}));
+    EXPECT_TRUE(parse({"--port", "5130", "--slave", "/opt/q/slave", "--alias", "node7", "--gpus",
+                       "1,3", "--out-of-core", "8G,1G"}));
     EXPECT_EQ(slavePath, "/opt/q/slave");
     EXPECT_EQ(settings.slaveAlias, "node7");
     EXPECT_EQ(settings.daemonPort, 5130);
@@ -81,8 +83,8 @@ TEST_F(CommandLineTest, SlaveAndPortAreEnoughAndTheRestKeepsItsDefault)
 
 TEST_F(CommandLineTest, WhatWasInTheResultBeforeIsReset)
 {
-    EXPECT_TRUE(
-        parse({"--slave", "slave", "--port", "5000", "--alias", "a", "--gpus", "2", "--out-of-core", "1,2"}));
+    EXPECT_TRUE(parse({"--slave", "slave", "--port", "5000", "--alias", "a", "--gpus", "2",
+                       "--out-of-core", "1,2"}));
     EXPECT_FALSE(parse({}));
     EXPECT_EQ(slavePath, "");
     EXPECT_EQ(settings.slaveAlias, "");
@@ -136,8 +138,8 @@ TEST_F(CommandLineTest, APortIsTheLeadingNumberModulo65536)
 
 TEST_F(CommandLineTest, OfARepeatedOptionTheLastWins)
 {
-    EXPECT_TRUE(parse({"--port", "1", "--slave", "a", "--alias", "x", "--out-of-core", "1G,1G", "--slave",
-                       "b", "--port", "2", "--alias", "y", "--out-of-core", "2k"}));
+    EXPECT_TRUE(parse({"--port", "1", "--slave", "a", "--alias", "x", "--out-of-core", "1G,1G",
+                       "--slave", "b", "--port", "2", "--alias", "y", "--out-of-core", "2k"}));
     EXPECT_EQ(slavePath, "b");
     EXPECT_EQ(settings.daemonPort, 2);
     EXPECT_EQ(settings.slaveAlias, "y");
@@ -147,7 +149,8 @@ TEST_F(CommandLineTest, OfARepeatedOptionTheLastWins)
 
 TEST_F(CommandLineTest, AnUnknownOptionStopsAtOnce)
 {
-    EXPECT_FALSE(parse({"--alias", "a", "--help", "", "--slave", "slave", "--port", "5000", "--other", "x"}));
+    EXPECT_FALSE(parse(
+        {"--alias", "a", "--help", "", "--slave", "slave", "--port", "5000", "--other", "x"}));
     EXPECT_EQ(log.lines(), failure("unknown command line argument '--help'"));
     EXPECT_EQ(settings.slaveAlias, "a");
     EXPECT_EQ(slavePath, "");
@@ -156,7 +159,8 @@ TEST_F(CommandLineTest, AnUnknownOptionStopsAtOnce)
 
 TEST_F(CommandLineTest, OptionsAreComparedWholeAndWithTheirCase)
 {
-    for (const std::string option : {"--Port", "--por", "--port=5000", "-port", "port", "", " --port"})
+    for (const std::string option :
+         {"--Port", "--por", "--port=5000", "-port", "port", "", " --port"})
     {
         EXPECT_FALSE(parse({option.c_str(), "5000", "--slave", "slave"}));
         EXPECT_EQ(log.lines(), failure("unknown command line argument '" + option + "'"));
@@ -234,13 +238,17 @@ TEST_F(CommandLineTest, AGpuIdHasNoUpperBoundButThatOf32Bits)
 TEST_F(CommandLineTest, AGpuIdBelowOneIsAnErrorThatShowsIt)
 {
     const std::vector<std::pair<const char*, std::string>> lists{
-        {"1, 3", ""}, {"1,,3", ""}, {",", ""},      {"1,", ""},       {" 1", ""},
-        {"0", "0"},   {"-1", "-1"}, {"1,x,2", "x"}, {"1 2 0x", "0x"}, {"-99999999999", "-99999999999"}};
+        {"1, 3", ""},     {"1,,3", ""},
+        {",", ""},        {"1,", ""},
+        {" 1", ""},       {"0", "0"},
+        {"-1", "-1"},     {"1,x,2", "x"},
+        {"1 2 0x", "0x"}, {"-99999999999", "-99999999999"}};
 
     for (const auto& [list, shown] : lists)
     {
         EXPECT_FALSE(parseBehindSlaveAndPort({"--gpus", list})) << list;
-        EXPECT_EQ(log.lines(), failure("invalid GPU ID '" + shown + "', must be an integral number >= 1"))
+        EXPECT_EQ(log.lines(),
+                  failure("invalid GPU ID '" + shown + "', must be an integral number >= 1"))
             << list;
     }
 }

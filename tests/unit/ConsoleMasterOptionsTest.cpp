@@ -40,12 +40,14 @@ TEST(ConsoleMasterHostList, ReadsNodesPartedByBlanksCommasAndLineEndsWithoutComm
 {
     std::vector<NodeName> nodes;
     EXPECT_EQ(addNodes(" 10.0.0.5:5130,render07:1 # the old one:5\n\tnode-1:65535\r\n", nodes), "");
-    EXPECT_EQ(nodes, (std::vector<NodeName>{{"10.0.0.5", 5130}, {"render07", 1}, {"node-1", 65535}}));
+    EXPECT_EQ(nodes,
+              (std::vector<NodeName>{{"10.0.0.5", 5130}, {"render07", 1}, {"node-1", 65535}}));
 }
 
 TEST(ConsoleMasterHostList, NamesTheFirstTextThatIsNoNode)
 {
-    for (const std::string bad : {"host", ":5130", "host:", "host:0", "host:65536", "host:+1", "host:1x"})
+    for (const std::string bad :
+         {"host", ":5130", "host:", "host:0", "host:65536", "host:+1", "host:1x"})
     {
         std::vector<NodeName> nodes;
         EXPECT_EQ(addNodes("good:1 " + bad + " worse", nodes),
@@ -65,7 +67,8 @@ TEST(ConsoleMasterHostList, ReadsDottedAddressesOnlyInFull)
     EXPECT_EQ(parseIp("10.0.0.5"), 0x0A000005u);
     EXPECT_EQ(parseIp("255.255.255.255"), 0xFFFFFFFFu);
 
-    for (const auto* bad : {"", "10.0.0", "10.0.0.256", "10.0.0.5.1", "10.0.0.5 ", "a.b.c.d", "10..0.5"})
+    for (const auto* bad :
+         {"", "10.0.0", "10.0.0.256", "10.0.0.5.1", "10.0.0.5 ", "a.b.c.d", "10..0.5"})
         EXPECT_EQ(parseIp(bad), std::nullopt) << bad;
 
     EXPECT_EQ(parseAddress("10.0.0.5:21001"), rig);
@@ -74,8 +77,9 @@ TEST(ConsoleMasterHostList, ReadsDottedAddressesOnlyInFull)
 
 TEST(ConsoleMasterOptions, FillsInEveryOption)
 {
-    const auto parsed = parse({"stop", "a:1", "b:2", "--address", "127.0.0.1", "--listen-port", "21000",
-                               "--timeout", "0.25", "--text", "me", "--json", "--as", "10.0.0.5:21001"});
+    const auto parsed =
+        parse({"stop", "a:1", "b:2", "--address", "127.0.0.1", "--listen-port", "21000",
+               "--timeout", "0.25", "--text", "me", "--json", "--as", "10.0.0.5:21001"});
     EXPECT_EQ(parsed.status, std::nullopt);
     EXPECT_EQ(parsed.options.command, Command::stop);
     EXPECT_EQ(parsed.options.nodes, (std::vector<NodeName>{{"a", 1}, {"b", 2}}));
@@ -131,8 +135,9 @@ TEST(ConsoleMasterOptions, SaysWhyAFileOfNodesCannotBeRead)
     const auto missing = juce::TemporaryFile().getFile().getFullPathName().toStdString();
     const auto ofMissing = parse({"scan", "--nodes", missing});
     EXPECT_EQ(ofMissing.status, exitUsage);
-    EXPECT_EQ(ofMissing.err, "cannot read the file of nodes \"" + missing +
-                                 "\": No such file or directory\nRun with --help for more information.\n");
+    EXPECT_EQ(ofMissing.err,
+              "cannot read the file of nodes \"" + missing +
+                  "\": No such file or directory\nRun with --help for more information.\n");
 }
 
 TEST(ConsoleMasterOptions, HelpEndsWithSuccessAndWrongUseWithTwo)

@@ -120,7 +120,8 @@ TEST(ConsoleMasterBoard, HoldStartsKeepsAndGivesBack)
     EXPECT_STREQ(stateName(hold.node()), "starting");
     hold.receive(Type::SLAVE_RUNNING, self);
     EXPECT_STREQ(stateName(hold.node()), "running");
-    EXPECT_EQ(hold.told(), (std::vector{NodeEvent::found, NodeEvent::starting, NodeEvent::running}));
+    EXPECT_EQ(hold.told(),
+              (std::vector{NodeEvent::found, NodeEvent::starting, NodeEvent::running}));
 
     hold.board.release(0);
     EXPECT_EQ(hold.sent(), std::vector{Type::STOP_REQUEST});
@@ -286,7 +287,8 @@ TEST(ConsoleMasterBoard, WatchTellsChangesOnlyAndEndsAsAsked)
     watch.receive(Type::DAEMON_STATUS, nobody, 20000);
     watch.receive(Type::DAEMON_STATUS, nobody, 21000);
     watch.receive(Type::DAEMON_STATUS, other, 22000);
-    EXPECT_EQ(watch.told(), (std::vector{NodeEvent::noAnswer, NodeEvent::found, NodeEvent::changed}));
+    EXPECT_EQ(watch.told(),
+              (std::vector{NodeEvent::noAnswer, NodeEvent::found, NodeEvent::changed}));
 
     EXPECT_FALSE(watch.board.isDone());
     watch.board.release(23000);
@@ -304,7 +306,8 @@ TEST(ConsoleMasterBoard, AWatchedNodeThatComesBackUnchangedIsFoundAgain)
     watch.connect(60000);
     watch.receive(Type::DAEMON_STATUS, nobody, 60000);
     watch.receive(Type::DAEMON_STATUS, nobody, 61000);
-    EXPECT_EQ(watch.told(), (std::vector{NodeEvent::found, NodeEvent::disconnected, NodeEvent::found}));
+    EXPECT_EQ(watch.told(),
+              (std::vector{NodeEvent::found, NodeEvent::disconnected, NodeEvent::found}));
     EXPECT_STREQ(stateName(watch.node()), "free");
 }
 
@@ -315,7 +318,8 @@ TEST(ConsoleMasterBoard, ASecondConnectionMeansThatTheFirstWasLostUnnoticed)
     watch.receive(Type::DAEMON_STATUS, nobody);
     watch.connect(5000);
     watch.receive(Type::DAEMON_STATUS, nobody, 5000);
-    EXPECT_EQ(watch.told(), (std::vector{NodeEvent::found, NodeEvent::disconnected, NodeEvent::found}));
+    EXPECT_EQ(watch.told(),
+              (std::vector{NodeEvent::found, NodeEvent::disconnected, NodeEvent::found}));
 }
 
 TEST(ConsoleMasterBoard, RecordsThatNoDaemonSendsAreReportedAndChangeNothing)
@@ -360,12 +364,13 @@ TEST(ConsoleMasterReport, JsonHoldsTheSameWithNullForWhatIsNotKnown)
     scan.connect();
     scan.receive(Type::DAEMON_STATUS, other);
     scan.board.tick(timeoutMs);
-    EXPECT_EQ(formatJson(scan.board.getNodes()),
-              "[\n  {\n    \"node\": \"n:1\",\n    \"state\": \"owned\",\n    \"alias\": \"node7\",\n"
-              "    \"gpus\": 2,\n    \"slaveVersion\": 4000001,\n    \"owner\": \"10.0.0.5:21001\",\n"
-              "    \"ownerText\": \"rig\"\n  },\n  {\n    \"node\": \"m:2\",\n"
-              "    \"state\": \"no answer\",\n    \"alias\": null,\n    \"gpus\": null,\n"
-              "    \"slaveVersion\": null,\n    \"owner\": null,\n    \"ownerText\": null\n  }\n]\n");
+    EXPECT_EQ(
+        formatJson(scan.board.getNodes()),
+        "[\n  {\n    \"node\": \"n:1\",\n    \"state\": \"owned\",\n    \"alias\": \"node7\",\n"
+        "    \"gpus\": 2,\n    \"slaveVersion\": 4000001,\n    \"owner\": \"10.0.0.5:21001\",\n"
+        "    \"ownerText\": \"rig\"\n  },\n  {\n    \"node\": \"m:2\",\n"
+        "    \"state\": \"no answer\",\n    \"alias\": null,\n    \"gpus\": null,\n"
+        "    \"slaveVersion\": null,\n    \"owner\": null,\n    \"ownerText\": null\n  }\n]\n");
 }
 
 TEST(ConsoleMasterReport, EventsAreOneLineInEitherForm)
@@ -373,14 +378,17 @@ TEST(ConsoleMasterReport, EventsAreOneLineInEitherForm)
     auto held = heldNode();
     EXPECT_EQ(formatEvent(held.node(), NodeEvent::starting), "n:1 starting for 127.0.0.1:21000");
     EXPECT_EQ(formatEvent(held.node(), NodeEvent::running), "n:1 running");
-    EXPECT_EQ(formatJsonEvent(held.node(), NodeEvent::running, "T"),
-              R"({"time":"T","event":"running","node":"n:1","state":"running","alias":"node7","gpus":2,)"
-              R"("slaveVersion":4000001,"owner":"127.0.0.1:21000","ownerText":"rig"})");
+    EXPECT_EQ(
+        formatJsonEvent(held.node(), NodeEvent::running, "T"),
+        R"({"time":"T","event":"running","node":"n:1","state":"running","alias":"node7","gpus":2,)"
+        R"("slaveVersion":4000001,"owner":"127.0.0.1:21000","ownerText":"rig"})");
 
     held.receive(Type::DAEMON_STATUS, other);
-    EXPECT_EQ(formatEvent(held.node(), NodeEvent::stolen), "n:1 stolen by 10.0.0.5:21001 (\"rig\")");
-    EXPECT_EQ(formatEvent(held.node(), NodeEvent::found),
-              "n:1 found: alias \"node7\", 2 GPUs, version 4000001, owned by 10.0.0.5:21001 (\"rig\")");
+    EXPECT_EQ(formatEvent(held.node(), NodeEvent::stolen),
+              "n:1 stolen by 10.0.0.5:21001 (\"rig\")");
+    EXPECT_EQ(
+        formatEvent(held.node(), NodeEvent::found),
+        "n:1 found: alias \"node7\", 2 GPUs, version 4000001, owned by 10.0.0.5:21001 (\"rig\")");
     EXPECT_EQ(formatListening(self), "listening as 127.0.0.1:21000");
     EXPECT_EQ(formatJsonListening(self, "T"),
               R"({"time":"T","event":"listening","address":"127.0.0.1:21000"})");

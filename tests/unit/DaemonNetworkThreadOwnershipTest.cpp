@@ -59,8 +59,8 @@ TEST_F(DaemonNetworkThreadOwnershipTest, TheOwnerIsToldThatTheSlaveRuns)
     first->send(startRequest, "render one");
     EXPECT_EQ(first->nextTypes(2), (Types{daemonStatus, startReply}));
     expectNext(*first, slaveRunning, first->getAddress(), "render one");
-    EXPECT_TRUE(
-        wasLogged("notifying master " + first->getName() + " that the slave is initialized and running"));
+    EXPECT_TRUE(wasLogged("notifying master " + first->getName() +
+                          " that the slave is initialized and running"));
     EXPECT_EQ(second->nextTypes(1), Types{daemonStatus});
     EXPECT_TRUE(second->hasNoRecord());
 }
@@ -172,9 +172,10 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AStealWhileNobodyOwnsTheSlaveStartsItAf
     first->send(stealRequest);
     expectNext(*first, daemonStatus, first->getAddress());
     expectNext(*first, stealReply, first->getAddress());
-    EXPECT_EQ(getFirstLines(3), (Lines{"daemon    : received steal request from master " + first->getName(),
-                                       "ERROR     : we don't have an Quelta slave running",
-                                       "daemon    : starting slave for master " + first->getName()}));
+    EXPECT_EQ(getFirstLines(3),
+              (Lines{"daemon    : received steal request from master " + first->getName(),
+                     "ERROR     : we don't have an Quelta slave running",
+                     "daemon    : starting slave for master " + first->getName()}));
     EXPECT_TRUE(first->nextOf(slaveRunning));
 }
 
@@ -265,7 +266,8 @@ TEST_F(DaemonNetworkThreadOwnershipTest, TheEndStopsTheSlaveAndTellsThoseThatAre
     startForFirst();
     log.clear();
     daemon.reset();
-    EXPECT_TRUE(wasLogged("stopping slave because we are disconnecting from its master " + first->getName()));
+    EXPECT_TRUE(wasLogged("stopping slave because we are disconnecting from its master " +
+                          first->getName()));
     EXPECT_TRUE(wasLogged("stopping Quelta slave for master " + first->getName()));
     expectNext(*first, daemonStatus, nobody);
 
@@ -291,7 +293,8 @@ protected:
     }
 };
 
-TEST_F(DaemonNetworkThreadReplacementTest, ASlaveWhoseOwnerCountsAsNoneIsReplacedWithoutBeingStopped)
+TEST_F(DaemonNetworkThreadReplacementTest,
+       ASlaveWhoseOwnerCountsAsNoneIsReplacedWithoutBeingStopped)
 {
     startForNobody({0, 21000});
     ASSERT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));

@@ -51,8 +51,9 @@ TEST_F(DaemonNetworkThreadTest, MastersAreConnectedInTheOrderOfTheirAddresses)
 {
     std::vector<std::unique_ptr<FakeMaster>> masters(5);
     std::generate(masters.begin(), masters.end(), [] { return std::make_unique<FakeMaster>(); });
-    std::sort(masters.begin(), masters.end(),
-              [](const auto& a, const auto& b) { return a->getAddress().port > b->getAddress().port; });
+    std::sort(masters.begin(), masters.end(), [](const auto& a, const auto& b) {
+        return a->getAddress().port > b->getAddress().port;
+    });
 
     for (const auto& master : masters)
         daemon->masterDetected(master->getAddress());
@@ -127,7 +128,8 @@ TEST_F(DaemonNetworkThreadTest, RequestsThatNobodyKnowsAreAnsweredSo)
         log.clear();
         master->send(type);
         EXPECT_EQ(master->nextTypes(1), std::vector<uint32_t>{unexpectedRequest});
-        EXPECT_EQ(log.lines(), Lines{"ERROR     : unexpected message type (" + std::to_string(type) + ")"});
+        EXPECT_EQ(log.lines(),
+                  Lines{"ERROR     : unexpected message type (" + std::to_string(type) + ")"});
     }
 }
 
@@ -215,7 +217,8 @@ TEST_F(DaemonNetworkThreadTest, ARefusedDiscoveryThreadIsAnError)
         daemon = std::make_unique<DaemonNetworkThread>(settings, 513, 2);
     }
 
-    EXPECT_EQ(log.lines(), Lines{"ERROR     : the system refused the thread that listens for masters"});
+    EXPECT_EQ(log.lines(),
+              Lines{"ERROR     : the system refused the thread that listens for masters"});
 }
 
 TEST_F(DaemonNetworkThreadTest, WithoutASlaveTheEndTakesLessThanASecond)
@@ -242,10 +245,10 @@ TEST_F(DaemonNetworkThreadTest, AMalformedRecordIsLoggedAndIgnoredAndTheConnecti
     master->sendFrame(makeRecord(13, master->getAddress()));
     master->send(scanRequest);
     EXPECT_EQ(master->nextTypes(1), std::vector<uint32_t>{daemonStatus});
-    EXPECT_EQ(log.lines(),
-              (Lines{"master daemon message has invalid magic", "master daemon message has invalid size (91)",
-                     "master daemon message has invalid size (93)",
-                     "master daemon message had invalid type (13)"}));
+    EXPECT_EQ(log.lines(), (Lines{"master daemon message has invalid magic",
+                                  "master daemon message has invalid size (91)",
+                                  "master daemon message has invalid size (93)",
+                                  "master daemon message had invalid type (13)"}));
 }
 
 TEST_F(DaemonNetworkThreadTest, AnEmptyFrameIsDropped)

@@ -11,7 +11,8 @@ namespace {
 using Components = std::vector<std::string>;
 
 const std::string parentsLeft =
-    "Absolute path specified, but after normalization there are still some '..' left. Removing these...";
+    "Absolute path specified, but after normalization there are still some '..' left. Removing "
+    "these...";
 const std::string notAbsolute = "FileName::toJuceFile() can be called only on absolute file names";
 
 class FileNameTest : public testing::Test
@@ -24,7 +25,8 @@ protected:
         return FileName::combine(FileName(base), FileName(relative)).toString();
     }
 
-    static void expectParsed(const char* path, const char* root, bool absolute, const Components& components)
+    static void expectParsed(const char* path, const char* root, bool absolute,
+                             const Components& components)
     {
         const FileName name(path);
         EXPECT_EQ(name.getRoot(), root) << path;
@@ -143,13 +145,15 @@ TEST_F(FileNameTest, HoweverManyParentsAreDroppedTheWarningComesOnce)
 TEST_F(FileNameTest, ADriveWithoutSeparatorIsClearedWithAWarning)
 {
     expectParsed("C:data", "", false, {"data"});
-    EXPECT_EQ(log.lines(), Lines{"relative path with root given (C:data). root 'C:' will be cleared."});
+    EXPECT_EQ(log.lines(),
+              Lines{"relative path with root given (C:data). root 'C:' will be cleared."});
     log.clear();
     expectParsed("C:", "", false, {});
     EXPECT_EQ(log.lines(), Lines{"relative path with root given (C:). root 'C:' will be cleared."});
     log.clear();
     expectParsed("D:../x//y", "", false, {"..", "x", "y"});
-    EXPECT_EQ(log.lines(), Lines{"relative path with root given (D:../x//y). root 'D:' will be cleared."});
+    EXPECT_EQ(log.lines(),
+              Lines{"relative path with root given (D:../x//y). root 'D:' will be cleared."});
 }
 
 TEST_F(FileNameTest, WarningsAreErrors)

@@ -47,7 +47,8 @@ TEST(LeadingIntegerTest, WhatDoesNotFit32BitsSaturates)
     EXPECT_EQ(parseLeadingInt32("-2147483648"), std::numeric_limits<int32_t>::min());
     EXPECT_EQ(parseLeadingInt32("-2147483649"), std::numeric_limits<int32_t>::min());
     EXPECT_EQ(parseLeadingInt32("99999999999999999999999999"), 2147483647);
-    EXPECT_EQ(parseLeadingInt32("-99999999999999999999999999"), std::numeric_limits<int32_t>::min());
+    EXPECT_EQ(parseLeadingInt32("-99999999999999999999999999"),
+              std::numeric_limits<int32_t>::min());
 }
 
 TEST(LeadingIntegerTest, WhatDoesNotFit64BitsSaturates)

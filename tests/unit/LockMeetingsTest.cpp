@@ -1,5 +1,6 @@
-// The DaemonNetworkThread's lock is held by whoever waits for one of the framework's threads to end, and each
-// of these threads may be waiting for that very lock. There are four such meetings, and none may last.
+// The DaemonNetworkThread's lock is held by whoever waits for one of the framework's threads to
+// end, and each of these threads may be waiting for that very lock. There are four such meetings,
+// and none may last.
 #include <algorithm>
 #include <atomic>
 #include <thread>
@@ -11,8 +12,8 @@
 namespace quelta::test {
 namespace {
 
-/** Long enough for any thread to come to the lock that it is heading for. Should it not be there yet on a
-   busy machine, the test is a weaker one but still right. */
+/** Long enough for any thread to come to the lock that it is heading for. Should it not be there
+    yet on a busy machine, the test is a weaker one but still right. */
 constexpr int arrivalMs = 300;
 
 class LockMeetingsTest : public DaemonTest
@@ -25,13 +26,16 @@ protected:
     }
 };
 
-/** Holder: the destructor, which stops the owner's slave and then closes the other master's connection. */
+/** Holder: the destructor, which stops the owner's slave and then closes the other master's
+    connection. */
 TEST_F(LockMeetingsTest, AReaderThreadThatBringsARequestGivesUpWhenItsConnectionIsClosed)
 {
     slave.play("[run]\non-stop exit-after 500\nconnect\ninfo\nwait 400\nbeat 50");
     startDaemon();
     std::unique_ptr<FakeMaster> masters[] = {introduce(), introduce()};
-    const auto byAddress = [](const auto& a, const auto& b) { return a->getAddress() < b->getAddress(); };
+    const auto byAddress = [](const auto& a, const auto& b) {
+        return a->getAddress() < b->getAddress();
+    };
     std::sort(std::begin(masters), std::end(masters), byAddress);
     auto& owner = *masters[0]; // closed first
     auto& other = *masters[1];
@@ -78,12 +82,13 @@ TEST_F(LockMeetingsTest, ASlavesThreadThatReportsASlaveRunningGivesUpWhenTheSlav
                   EXPECT_EQ(owner->nextTypes(2), (std::vector<uint32_t>{daemonStatus, stopReply}));
               }),
               200u + 1'500u);
-    EXPECT_FALSE(
-        wasLogged("notifying master " + owner->getName() + " that the slave is initialized and running"));
+    EXPECT_FALSE(wasLogged("notifying master " + owner->getName() +
+                           " that the slave is initialized and running"));
     EXPECT_EQ(voice.hear(), framedStopMessage);
 }
 
-/** Holder: a reader thread that serves the owner's stop while a hanging slave is given time to end. */
+/** Holder: a reader thread that serves the owner's stop while a hanging slave is given time to
+    end. */
 TEST_F(LockMeetingsTest, ASlavesThreadThatIsAboutToReportAFailureGivesUpWhenTheSlaveIsStopped)
 {
     slave.play("[run]\non-stop ignore\nconnect\nstatus\nhang");
@@ -110,7 +115,8 @@ TEST_F(LockMeetingsTest, ASlavesThreadThatAlreadyWaitsToReportAFailureGivesUpAsW
     startSlaveFor(*owner);
     ASSERT_TRUE(crashIsSeen.waitUntilReached());
 
-    // The reader thread takes the lock and then waits in its first line, since the gate holds the log.
+    // The reader thread takes the lock and then waits in its first line, since the gate holds the
+    // log.
     owner->send(stopRequest);
     juce::Thread::sleep(arrivalMs);
     crashIsSeen.open();

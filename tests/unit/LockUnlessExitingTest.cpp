@@ -20,7 +20,9 @@ enum class Outcome
 class TakingThread final : public juce::Thread
 {
 public:
-    explicit TakingThread(const juce::CriticalSection& lockToTake) : Thread("taking"), lock(lockToTake) {}
+    explicit TakingThread(const juce::CriticalSection& lockToTake)
+        : Thread("taking"), lock(lockToTake)
+    {}
     ~TakingThread() override { stopThread(-1); }
 
     void run() override

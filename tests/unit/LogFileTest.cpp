@@ -16,8 +16,8 @@ protected:
     LogFileTest()
     {
         place(file);
-        inTemporaryFolder =
-            juce::File::getSpecialLocation(juce::File::tempDirectory).getChildFile(file.getFileName());
+        inTemporaryFolder = juce::File::getSpecialLocation(juce::File::tempDirectory)
+                                .getChildFile(file.getFileName());
     }
 
     ~LogFileTest() override

@@ -15,7 +15,8 @@ using Settings = LogFlagFileSettings;
 
 constexpr size_t megabytes = 1024 * 1024;
 
-// Far above what reading takes even under a sanitizer, far below what anything quadratic would take.
+// Far above what reading takes even under a sanitizer, far below what anything quadratic would
+// take.
 constexpr std::chrono::seconds slowestReading{60};
 
 class LogFlagsFileTest : public testing::Test
@@ -121,10 +122,10 @@ TEST_F(LogFlagsFileTest, HalfACharacterAtTheEndOfUtf16IsIgnored)
 
 TEST_F(LogFlagsFileTest, WhatFollowsNulsIsStillRead)
 {
-    EXPECT_EQ(
-        read("ab\0c daemon=6\0\0 logTime"sv),
-        (Settings{
-            {std::string("ab\0c", 4), 1}, {"daemon", 1}, {std::string("6\0\0", 3), 1}, {"logTime", 1}}));
+    EXPECT_EQ(read("ab\0c daemon=6\0\0 logTime"sv), (Settings{{std::string("ab\0c", 4), 1},
+                                                              {"daemon", 1},
+                                                              {std::string("6\0\0", 3), 1},
+                                                              {"logTime", 1}}));
     EXPECT_EQ(flags::logTime, 1);
     read(
         "\xFF\xFE"
@@ -176,7 +177,8 @@ TEST_F(LogFlagsFileTest, MegabytesOfUtf16DoNotHideWhatFollows)
     while (text.size() < 8 * megabytes)
         text += "\xAC\x20="sv;
 
-    text.resize(8 * megabytes); // even, and behind a whole character or not: only the next break counts
+    text.resize(8 *
+                megabytes); // even, and behind a whole character or not: only the next break counts
     expectReadQuickly(text + std::string("\n\0d\0a\0e\0m\0o\0n\0=\0007\0"sv));
 }
 

@@ -38,9 +38,9 @@ TEST_F(LogFlagsTest, EveryFlagIsRegisteredInByteWiseOrder)
         if (!name.starts_with(testNames))
             names.push_back(name);
 
-    EXPECT_EQ(names,
-              (Lines{"daemon", "daemonDetail", "logAppendToFile", "logFlags", "logFlushTime", "logForceFlush",
-                     "logJuce", "logPrefix", "logTime", "logToDebugConsole", "logToFile", "logToStdout"}));
+    EXPECT_EQ(names, (Lines{"daemon", "daemonDetail", "logAppendToFile", "logFlags", "logFlushTime",
+                            "logForceFlush", "logJuce", "logPrefix", "logTime", "logToDebugConsole",
+                            "logToFile", "logToStdout"}));
 }
 
 TEST_F(LogFlagsTest, ARegistrationGivesZeroAndStoresARecord)
@@ -97,7 +97,8 @@ TEST_F(LogFlagsTest, SettingAnUnknownNameDoesNothing)
 
 TEST_F(LogFlagsTest, ANameWithOrWithoutEqualsSignOrAloneSetsAFlag)
 {
-    for (const auto* text : {"daemon=1", "daemon 1", "daemon", "daemon = 1", "\tdaemon\r\n", "daemon=\n1"})
+    for (const auto* text :
+         {"daemon=1", "daemon 1", "daemon", "daemon = 1", "\tdaemon\r\n", "daemon=\n1"})
     {
         flags::daemon = 0;
         EXPECT_EQ(set(text), (Settings{{"daemon", 1}})) << text;
@@ -154,8 +155,9 @@ TEST_F(LogFlagsTest, AValueOfMoreThan32BitsSaturates)
 
 TEST_F(LogFlagsTest, AWordThatIsNotPurelyANumberIsANameOfItsOwn)
 {
-    EXPECT_EQ(set("logFlushTime=1000ms daemon=+1 logTime"),
-              (Settings{{"logFlushTime", 1}, {"1000ms", 1}, {"daemon", 1}, {"+1", 1}, {"logTime", 1}}));
+    EXPECT_EQ(
+        set("logFlushTime=1000ms daemon=+1 logTime"),
+        (Settings{{"logFlushTime", 1}, {"1000ms", 1}, {"daemon", 1}, {"+1", 1}, {"logTime", 1}}));
     EXPECT_EQ(flags::logFlushTime, 1);
     EXPECT_EQ(flags::daemon, 1);
     EXPECT_EQ(flags::logTime, 1);
@@ -169,9 +171,11 @@ TEST_F(LogFlagsTest, ANumberInPlaceOfANameIsAnUnknownName)
 
 TEST_F(LogFlagsTest, QuotesStayPartOfTheirWordAndSoMatchNoFlag)
 {
-    EXPECT_EQ(
-        set("\"daemon\"=1 \"log Time\" 2 log\"Pre\"fix \"daemonDetail\n1\""),
-        (Settings{{"\"daemon\"", 1}, {"\"log Time\"", 2}, {"log\"Pre\"fix", 1}, {"\"daemonDetail\n1\"", 1}}));
+    EXPECT_EQ(set("\"daemon\"=1 \"log Time\" 2 log\"Pre\"fix \"daemonDetail\n1\""),
+              (Settings{{"\"daemon\"", 1},
+                        {"\"log Time\"", 2},
+                        {"log\"Pre\"fix", 1},
+                        {"\"daemonDetail\n1\"", 1}}));
     EXPECT_EQ(flags::daemon, 0);
     EXPECT_EQ(flags::logTime, 0);
     EXPECT_EQ(flags::logPrefix, 0);
@@ -185,7 +189,8 @@ TEST_F(LogFlagsTest, AnEqualsSignInsideQuotesBecomesABlank)
 
 TEST_F(LogFlagsTest, AQuoteThatIsNeverClosedTakesTheRest)
 {
-    EXPECT_EQ(set("logTime \"daemon=1 logPrefix"), (Settings{{"logTime", 1}, {"\"daemon 1 logPrefix", 1}}));
+    EXPECT_EQ(set("logTime \"daemon=1 logPrefix"),
+              (Settings{{"logTime", 1}, {"\"daemon 1 logPrefix", 1}}));
     EXPECT_EQ(flags::daemon, 0);
 }
 
@@ -229,36 +234,48 @@ TEST_F(LogFlagsTest, TheTableShowsEveryFlagInOrder)
             "Flag                      Type    Value      Prefix       Description",
             "------------------------- ------- ---------- ------------ "
             "--------------------------------------------------------------------------------",
-            "daemon                    release -2147483648 \"daemon\"     Enables general logging of the "
+            "daemon                    release -2147483648 \"daemon\"     Enables general logging "
+            "of the "
             "slave "
             "daemon.",
-            "daemonDetail              release 0          \"daemon\"     Enables detailed logging of the "
+            "daemonDetail              release 0          \"daemon\"     Enables detailed logging "
+            "of the "
             "slave "
             "daemon.",
-            "logAppendToFile           release 0          \"\"           If enabled, logging will be to the "
+            "logAppendToFile           release 0          \"\"           If enabled, logging will "
+            "be to the "
             "already existing log file appended",
-            "logFlags                  release 1          \"\"           If enabled, all log flags will be "
+            "logFlags                  release 1          \"\"           If enabled, all log flags "
+            "will be "
             "dumped during startup",
-            "logFlushTime              release 0          \"\"           The time (ms) after which the log "
+            "logFlushTime              release 0          \"\"           The time (ms) after which "
+            "the log "
             "is "
             "flushed. If set to 0, the timer based flush will be disabled.",
-            "logForceFlush             release 0          \"\"           If enabled, every logged line will "
+            "logForceFlush             release 0          \"\"           If enabled, every logged "
+            "line will "
             "be "
             "flushed",
-            "logJuce                   release 0          \"JUCE\"       If enabled, JUCE logging will go "
+            "logJuce                   release 0          \"JUCE\"       If enabled, JUCE logging "
+            "will go "
             "through the logging framework of Quelta",
-            "logPrefix                 release 0          \"\"           If enabled, each log line will have "
+            "logPrefix                 release 0          \"\"           If enabled, each log line "
+            "will have "
             "a "
             "prefix",
-            "logTime                   release 0          \"\"           If enabled, each log line will have "
+            "logTime                   release 0          \"\"           If enabled, each log line "
+            "will have "
             "a "
             "timestamp",
-            "logToDebugConsole         release 0          \"\"           If enabled, logging will go to the "
+            "logToDebugConsole         release 0          \"\"           If enabled, logging will "
+            "go to the "
             "debug console (Windows only)",
-            "logToFile                 release 0          \"\"           If enabled, logging will go to a "
+            "logToFile                 release 0          \"\"           If enabled, logging will "
+            "go to a "
             "log "
             "file",
-            "logToStdout               release 2          \"\"           If enabled, logging will go to "
+            "logToStdout               release 2          \"\"           If enabled, logging will "
+            "go to "
             "standard out (when set to 1) or standard error (when set to 2)",
         }));
 }

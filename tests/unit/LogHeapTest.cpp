@@ -1,6 +1,6 @@
-// Lines are built and written without the heap: what takes memory from it is replaced in this program, the
-// operators and the C library's functions, and counts. Except under a sanitizer, which brings its own
-// operators.
+// Lines are built and written without the heap: what takes memory from it is replaced in this
+// program, the operators and the C library's functions, and counts. Except under a sanitizer, which
+// brings its own operators.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -20,7 +20,8 @@
 
 namespace {
 
-/** Null while nobody counts. Not a thread-local count, which may itself take memory at its first use. */
+/** Null while nobody counts. Not a thread-local count, which may itself take memory at its first
+    use. */
 std::atomic<void*> countedThread{nullptr};
 std::atomic<int> allocations{0};
 

@@ -87,7 +87,8 @@ TEST_F(LogLifecycleTest, ByDefaultLinesAppearOnStandardOutputOnly)
     output.stop();
 
     EXPECT_EQ(output.getWritten(),
-              "Started logging on 16.11.26 00:43:48\n\nan error\n\nStopped logging on 16.11.26 00:43:48\n\n");
+              "Started logging on 16.11.26 00:43:48\n\nan error\n\nStopped logging on 16.11.26 "
+              "00:43:48\n\n");
     EXPECT_EQ(error.getWritten(), "");
     EXPECT_FALSE(logFile.exists());
 }
@@ -124,7 +125,8 @@ TEST_F(LogLifecycleTest, SinksAreAddedInOrderConsoleDebuggerFile)
     writeFlagsFile("logToFile logToDebugConsole logToStdout");
     init();
     output.stop();
-    EXPECT_EQ(getSinks(), (std::vector<LogSink>{writeToConsole, writeToDebugConsole, writeToLogFile}));
+    EXPECT_EQ(getSinks(),
+              (std::vector<LogSink>{writeToConsole, writeToDebugConsole, writeToLogFile}));
 }
 
 TEST_F(LogLifecycleTest, WithoutFlagsNoSinkIsAdded)
@@ -155,18 +157,16 @@ TEST_F(LogLifecycleTest, ADumpOfTheFlagsFollowsTheFirstLine)
                      "Flag                      Type    Value      Prefix       Description"}));
     EXPECT_EQ(lines.size(), 1 + 3 + getLogFlagRegistry()->size() + 1);
     EXPECT_EQ(lines.back(), "");
-    EXPECT_NE(
-        std::find(
-            lines.begin(), lines.end(),
-            "logFlags                  release 1          \"\"           If enabled, all log flags will "
-            "be dumped during startup"),
-        lines.end());
-    EXPECT_NE(
-        std::find(
-            lines.begin(), lines.end(),
-            "logToStdout               release 1          \"\"           If enabled, logging will go to "
-            "standard out (when set to 1) or standard error (when set to 2)"),
-        lines.end());
+    EXPECT_NE(std::find(lines.begin(), lines.end(),
+                        "logFlags                  release 1          \"\"           If enabled, "
+                        "all log flags will "
+                        "be dumped during startup"),
+              lines.end());
+    EXPECT_NE(std::find(lines.begin(), lines.end(),
+                        "logToStdout               release 1          \"\"           If enabled, "
+                        "logging will go to "
+                        "standard out (when set to 1) or standard error (when set to 2)"),
+              lines.end());
 }
 
 TEST_F(LogLifecycleTest, TheLogFileHoldsEverythingFromTheFirstLineToTheLast)
@@ -176,8 +176,9 @@ TEST_F(LogLifecycleTest, TheLogFileHoldsEverythingFromTheFirstLineToTheLast)
     init();
     logError("x");
     shutdownLog();
-    EXPECT_EQ(readBytes(logFile),
-              "Started logging on 16.11.26 00:43:48\n\nx\n\nStopped logging on 16.11.26 00:43:48\n\n");
+    EXPECT_EQ(
+        readBytes(logFile),
+        "Started logging on 16.11.26 00:43:48\n\nx\n\nStopped logging on 16.11.26 00:43:48\n\n");
 }
 
 TEST_F(LogLifecycleTest, TheLogFileIsKeptWhenAsked)
@@ -234,7 +235,8 @@ TEST_F(LogLifecycleTest, LoggingThatIsStartedTwiceHasItsSinksAndItsTimerOnce)
     EXPECT_EQ(getSinks().size(), 3u); // the capturing one among them
     EXPECT_EQ(log.lines(), (Lines{"Started logging on 16.11.26 00:43:48", "",
                                   "Started logging on 16.11.26 00:43:48", ""}));
-    EXPECT_EQ(Log::get().fileSettings, (LogFlagFileSettings{{"logFlushTime", 30000}, {"second", 1}}));
+    EXPECT_EQ(Log::get().fileSettings,
+              (LogFlagFileSettings{{"logFlushTime", 30000}, {"second", 1}}));
     ASSERT_NE(Log::get().flushTimer, nullptr);
     EXPECT_EQ(Log::get().flushTimer->getTimerInterval(), 30000);
     shutdownLog();
@@ -260,7 +262,8 @@ TEST_F(LogLifecycleTest, TheFlushTimerRunsAtTheIntervalOfTheFlag)
 
 TEST_F(LogLifecycleTest, WithoutALogFileOrWithoutAPositiveIntervalThereIsNoFlushTimer)
 {
-    for (const auto* text : {"logFlushTime=60000", "logToFile logFlushTime=0", "logToFile logFlushTime=-1"})
+    for (const auto* text :
+         {"logFlushTime=60000", "logToFile logFlushTime=0", "logToFile logFlushTime=-1"})
     {
         flags::logToFile = 0;
         writeFlagsFile(text);

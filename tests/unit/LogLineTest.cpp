@@ -76,8 +76,8 @@ TEST_F(LogLineTest, WithoutAClockOfItsOwnTheLogTakesTheSystems)
     int minutes = -1;
     int seconds = -1;
     int milliseconds = -1;
-    ASSERT_EQ(std::sscanf(log.lines().at(0).c_str(), "[%02d:%02d:%02d.%03d] x", &hours, &minutes, &seconds,
-                          &milliseconds),
+    ASSERT_EQ(std::sscanf(log.lines().at(0).c_str(), "[%02d:%02d:%02d.%03d] x", &hours, &minutes,
+                          &seconds, &milliseconds),
               4);
     const juce::int64 logged = ((hours * 60 + minutes) * 60 + seconds) * 1000 + milliseconds;
 

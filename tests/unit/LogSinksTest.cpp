@@ -137,15 +137,15 @@ protected:
 TEST_F(LogConsoleTest, ARealConsoleGetsTheLineWithItsNulAndThenTheLineEnd)
 {
     logUnprefixed("hi");
-    EXPECT_EQ(console.written,
-              (RecordedConsole::Writes{{StandardStream::output, u"hi\0"s}, {StandardStream::output, u"\n"}}));
+    EXPECT_EQ(console.written, (RecordedConsole::Writes{{StandardStream::output, u"hi\0"s},
+                                                        {StandardStream::output, u"\n"}}));
 }
 
 TEST_F(LogConsoleTest, AnEmptyLineOnARealConsoleIsANulAndTheLineEnd)
 {
     logUnprefixed("%s", "");
-    EXPECT_EQ(console.written,
-              (RecordedConsole::Writes{{StandardStream::output, u"\0"s}, {StandardStream::output, u"\n"}}));
+    EXPECT_EQ(console.written, (RecordedConsole::Writes{{StandardStream::output, u"\0"s},
+                                                        {StandardStream::output, u"\n"}}));
 }
 
 TEST_F(LogConsoleTest, ARealConsoleGetsUtf16)

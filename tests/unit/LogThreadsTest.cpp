@@ -13,8 +13,8 @@ namespace {
 
 constexpr int linesOfAThread = 2000;
 
-// Two sinks that write byte by byte into unguarded texts: were two lines ever written at once, they would
-// mix, and a thread sanitizer would say so.
+// Two sinks that write byte by byte into unguarded texts: were two lines ever written at once, they
+// would mix, and a thread sanitizer would say so.
 std::string firstText;
 std::string secondText;
 

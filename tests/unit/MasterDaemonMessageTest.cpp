@@ -10,14 +10,17 @@ namespace {
 
 // A daemon tells the master at 10.0.0.5:21000 that its slave runs.
 const std::string slaveRunningBytes =
-    "41 43 23 00 08 00 00 00 09 00 00 00 "                                                             //
-    "05 00 00 0A 08 52 00 00 "                                                                         //
-    "72 65 6E 64 65 72 2D 6D 61 73 74 65 72 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 " //
-    "6E 6F 64 65 37 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 " //
+    "41 43 23 00 08 00 00 00 09 00 00 00 " //
+    "05 00 00 0A 08 52 00 00 "             //
+    "72 65 6E 64 65 72 2D 6D 61 73 74 65 72 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+    "00 " //
+    "6E 6F 64 65 37 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+    "00 " //
     "02 00 00 00 04 03 02 01 ";
 
 const std::string emptyText =
-    "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 ";
+    "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+    "00 ";
 
 /** A record that holds nothing but what its first twelve bytes say. */
 std::string recordWithHead(const std::string& head)
@@ -65,13 +68,13 @@ TEST_F(MasterDaemonMessageTest, WithoutAnOwnerOnlyAliasGpusAndVersionAreFilled)
     message.slaveAlias = "node7";
     message.numGpus = 0x00000102;
     message.slaveVersion = 0xFFFFFFFE;
-    EXPECT_EQ(
-        toHex(encodeMasterMessage(message)),
-        "41 43 23 00 08 00 00 00 01 00 00 00 "
-        "00 00 00 00 00 00 00 00 " +
-            emptyText +
-            "6E 6F 64 65 37 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
-            "02 01 00 00 FE FF FF FF ");
+    EXPECT_EQ(toHex(encodeMasterMessage(message)),
+              "41 43 23 00 08 00 00 00 01 00 00 00 "
+              "00 00 00 00 00 00 00 00 " +
+                  emptyText +
+                  "6E 6F 64 65 37 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+                  "00 00 00 00 00 00 "
+                  "02 01 00 00 FE FF FF FF ");
 }
 
 TEST_F(MasterDaemonMessageTest, EveryTypeHasItsNumber)
@@ -101,7 +104,8 @@ TEST_F(MasterDaemonMessageTest, TextsAreCutAt32BytesAndThenHaveNoTerminator)
     message.slaveAlias = "0123456789abcdef0123456789ABCDEF and more";
     const auto hex = toHex(encodeMasterMessage(message));
     const std::string full =
-        "30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 30 31 32 33 34 35 36 37 38 39 41 42 43 44 45 46 ";
+        "30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 30 31 32 33 34 35 36 37 38 39 41 42 43 44 "
+        "45 46 ";
     EXPECT_EQ(hex.substr(20 * 3, 32 * 3), full);
     EXPECT_EQ(hex.substr(52 * 3, 32 * 3), full);
     EXPECT_EQ(hex.substr(84 * 3), "00 00 00 00 00 00 00 00 ");
@@ -178,7 +182,8 @@ TEST_F(MasterDaemonMessageTest, AllBytesOfAReceivedTextAreKept)
 
 TEST_F(MasterDaemonMessageTest, AFieldWithoutNulIsAllText)
 {
-    EXPECT_EQ(textBeforeNul("0123456789abcdef0123456789ABCDEF"), "0123456789abcdef0123456789ABCDEF");
+    EXPECT_EQ(textBeforeNul("0123456789abcdef0123456789ABCDEF"),
+              "0123456789abcdef0123456789ABCDEF");
     EXPECT_EQ(textBeforeNul(""), "");
     EXPECT_EQ(textBeforeNul(std::string_view("\0a", 2)), "");
 }
@@ -187,7 +192,8 @@ TEST_F(MasterDaemonMessageTest, Only92BytesAreARecordWhateverTheyHold)
 {
     expectRejected("", "master daemon message has invalid size (0)");
     expectRejected(slaveRunningBytes.substr(3), "master daemon message has invalid size (91)");
-    expectRejected(slaveRunningBytes.substr(0, 91 * 3), "master daemon message has invalid size (91)");
+    expectRejected(slaveRunningBytes.substr(0, 91 * 3),
+                   "master daemon message has invalid size (91)");
     expectRejected(slaveRunningBytes + "00 ", "master daemon message has invalid size (93)");
 }
 

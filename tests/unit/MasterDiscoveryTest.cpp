@@ -28,7 +28,8 @@ public:
     Lines waitFor(size_t count)
     {
         std::unique_lock guard(lock);
-        changed.wait_for(guard, LogCapture::hangLimit, [this, count] { return heard.size() >= count; });
+        changed.wait_for(guard, LogCapture::hangLimit,
+                         [this, count] { return heard.size() >= count; });
         return heard;
     }
 
@@ -122,7 +123,8 @@ TEST_F(MasterDiscoveryTest, AMalformedDatagramIsReportedWithItsSenderAndPortZero
 {
     start();
     const auto valid = makeRecord(scanRequest, someMaster);
-    expectRejected(Bytes(valid.begin(), valid.end() - 1), "master daemon message has invalid size (91)");
+    expectRejected(Bytes(valid.begin(), valid.end() - 1),
+                   "master daemon message has invalid size (91)");
 
     auto tooLong = valid;
     tooLong.push_back(0);
@@ -137,7 +139,8 @@ TEST_F(MasterDiscoveryTest, AMalformedDatagramIsReportedWithItsSenderAndPortZero
     expectRejected(old, "master daemon message has invalid version (7)");
 
     expectRejected(makeRecord(13, someMaster), "master daemon message had invalid type (13)");
-    expectRejected(makeRecord(0xFFFFFFFF, someMaster), "master daemon message had invalid type (-1)");
+    expectRejected(makeRecord(0xFFFFFFFF, someMaster),
+                   "master daemon message had invalid type (-1)");
 
     sender.send(valid);
     EXPECT_EQ(listener.waitFor(1), Lines{"10.0.0.5:21000"});
@@ -241,8 +244,9 @@ TEST_F(MasterDiscoveryTest, ASocketThatTheSystemRefusesEndsDiscovery)
     const NoMoreDescriptors scarcity;
     discovery.startThread();
     ASSERT_TRUE(discovery.waitForThreadToExit(static_cast<int>(hangLimitMs)));
-    EXPECT_EQ(log.lines(), (Lines{"daemon    : start listening for masters on port " + std::to_string(port),
-                                  "ERROR     : failed to create listen socket: Too many open files (24)"}));
+    EXPECT_EQ(log.lines(),
+              (Lines{"daemon    : start listening for masters on port " + std::to_string(port),
+                     "ERROR     : failed to create listen socket: Too many open files (24)"}));
 }
 
 TEST_F(MasterDiscoveryTest, AReceiveThatFailsEndsDiscovery)

@@ -40,7 +40,8 @@ public:
 
     void dropIfDeaf(uint32_t now) override
     {
-        world.events.push_back("look " + std::to_string(address.port) + " at " + std::to_string(now));
+        world.events.push_back("look " + std::to_string(address.port) + " at " +
+                               std::to_string(now));
     }
 
     void send(const MasterDaemonMessage::Bytes&) override
@@ -157,7 +158,8 @@ TEST_F(MasterRegistryTest, TheSearchGoesOnBehindAMasterThatIsGone)
     for (const auto port : onePortEach)
         addUnreachable(port);
 
-    EXPECT_EQ(registry.connect(nullptr), std::vector<MasterAddress>{(MasterAddress{0x7F000001, 1})});
+    EXPECT_EQ(registry.connect(nullptr),
+              std::vector<MasterAddress>{(MasterAddress{0x7F000001, 1})});
     registry.remove({0x7F000001, 1});
     takeEvents();
     registry.connect(nullptr);
@@ -184,7 +186,8 @@ TEST_F(MasterRegistryTest, TheReserveIsKeptAndItsUseIsAnErrorOnce)
     EXPECT_EQ(takeEvents(), Lines{"connect 1"});
     EXPECT_EQ(
         log.lines(),
-        (Lines{"ERROR     : only 16 file descriptors left: no more masters are connected until some are free",
+        (Lines{"ERROR     : only 16 file descriptors left: no more masters are connected until "
+               "some are free",
                "daemon    : not connecting to master 127.0.0.1:2: only 16 file descriptors left",
                "daemon    : not connecting to master 127.0.0.1:3: only 16 file descriptors left"}));
 }

@@ -12,7 +12,10 @@ namespace {
 class OutputFileTest : public testing::Test
 {
 protected:
-    void write(std::string_view bytes) { EXPECT_EQ(output.write(bytes.data(), bytes.size()), bytes.size()); }
+    void write(std::string_view bytes)
+    {
+        EXPECT_EQ(output.write(bytes.data(), bytes.size()), bytes.size());
+    }
 
     const TemporaryFolder folder;
     const juce::File file = folder.getChild("file.log");
@@ -58,7 +61,8 @@ TEST_F(OutputFileTest, WhatIsNoFileCannotBeOpened)
 {
     file.createDirectory();
 
-    for (const auto& place : {file, folder.getChild("no such folder").getChildFile("x"), juce::File()})
+    for (const auto& place :
+         {file, folder.getChild("no such folder").getChildFile("x"), juce::File()})
     {
         EXPECT_FALSE(output.open(place));
         EXPECT_FALSE(output.isOpen());

@@ -17,7 +17,8 @@ constexpr MasterAddress nobody{};
 constexpr MasterAddress withoutPort{0x0A000005, 0};
 constexpr MasterAddress withoutIp{0, 21000};
 
-const std::vector<OwnershipState> freeStates{{.owner = nobody}, {.owner = withoutPort}, {.owner = withoutIp}};
+const std::vector<OwnershipState> freeStates{
+    {.owner = nobody}, {.owner = withoutPort}, {.owner = withoutIp}};
 
 struct Row
 {
@@ -32,12 +33,18 @@ const OwnershipState failed{.owner = owner, .slaveFailed = true};
 const OwnershipState unowned{.owner = nobody};
 
 const std::vector<Row> rows{
-    {"free, scan", unowned, {.type = Type::SCAN_REQUEST, .address = owner}, {.reply = Type::DAEMON_STATUS}},
+    {"free, scan",
+     unowned,
+     {.type = Type::SCAN_REQUEST, .address = owner},
+     {.reply = Type::DAEMON_STATUS}},
     {"free, start",
      unowned,
      {.type = Type::START_REQUEST, .address = owner},
      {.start = true, .reply = Type::START_REPLY}},
-    {"free, stop", unowned, {.type = Type::STOP_REQUEST, .address = owner}, {.reply = Type::STOP_REPLY}},
+    {"free, stop",
+     unowned,
+     {.type = Type::STOP_REQUEST, .address = owner},
+     {.reply = Type::STOP_REPLY}},
     {"free, stop in nobody's name",
      unowned,
      {.type = Type::STOP_REQUEST, .address = nobody},

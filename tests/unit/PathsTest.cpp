@@ -17,7 +17,8 @@ TEST(Paths, TheExecutableFileIsTheRunningProgram)
 
 TEST(Paths, ARelativePathIsSeenFromTheCurrentFolder)
 {
-    EXPECT_EQ(resolvePath("folder/file"), currentFolder().getChildFile("folder").getChildFile("file"));
+    EXPECT_EQ(resolvePath("folder/file"),
+              currentFolder().getChildFile("folder").getChildFile("file"));
     EXPECT_EQ(resolvePath("../file"), currentFolder().getSiblingFile("file"));
     EXPECT_TRUE(currentFolder().isDirectory());
 }

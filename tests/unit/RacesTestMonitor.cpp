@@ -9,7 +9,8 @@
 namespace quelta::test {
 namespace {
 
-/** Nothing here waits for anything but threads that are about to end; the rest is for a busy machine. */
+/** Nothing here waits for anything but threads that are about to end; the rest is for a busy
+    machine. */
 constexpr uint32_t endBoundMs = 1'000;
 
 class RacesTestMonitor : public ThreadedTest

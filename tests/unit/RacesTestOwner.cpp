@@ -19,8 +19,8 @@ protected:
 
     ~RacesTestOwner() override { daemon.reset(); }
 
-    /** Ticks until the witness is told that nobody owns the slave. The bound is that of a stop and of the two
-        ticks that it can take to notice that somebody is gone. */
+    /** Ticks until the witness is told that nobody owns the slave. The bound is that of a stop and
+        of the two ticks that it can take to notice that somebody is gone. */
     void expectFreedByTicks()
     {
         bool isFree = false;
@@ -42,8 +42,8 @@ protected:
 TEST_F(RacesTestOwner, AnOwnerThatIsLostInMidStartLosesTheSlave)
 {
     for (const std::string moment :
-         {"starting slave for master #", "\n", "slave connection created", "started to monitor slave",
-          "slave has version 4000000 and provides 1 GPU(s)",
+         {"starting slave for master #", "\n", "slave connection created",
+          "started to monitor slave", "slave has version 4000000 and provides 1 GPU(s)",
           "notifying master # that the slave is initialized and running"})
     {
         SCOPED_TRACE(moment);
@@ -76,9 +76,9 @@ TEST_F(RacesTestOwner, AnOwnerThatIsLostInMidStopLeavesTheSlaveFree)
         owner->vanish();
         expectFreedByTicks();
         const auto lines = log.lines();
-        EXPECT_EQ(
-            std::count(lines.begin(), lines.end(), "stopping Quelta slave for master " + owner->getName()),
-            1);
+        EXPECT_EQ(std::count(lines.begin(), lines.end(),
+                             "stopping Quelta slave for master " + owner->getName()),
+                  1);
     }
 }
 
@@ -111,11 +111,13 @@ TEST_F(RacesTestOwner, StealsAtTheSameTimeAreServedOneByOne)
             thread.join();
     }
 
-    // Each change of hands was told once; the thief of a round that owned the slave already changed nothing.
+    // Each change of hands was told once; the thief of a round that owned the slave already changed
+    // nothing.
     witness->send(stopRequest);
     size_t changes = 0;
 
-    for (auto record = witness->next(); record && record->type != stopReply; record = witness->next())
+    for (auto record = witness->next(); record && record->type != stopReply;
+         record = witness->next())
         changes += record->type == daemonStatus ? 1 : 0;
 
     EXPECT_LE(changes, rounds * numThieves);
@@ -127,8 +129,8 @@ TEST_F(RacesTestOwner, StealsAtTheSameTimeAreServedOneByOne)
     }
 }
 
-/** The stop comes while the slave dies, at all distances. A failure may be told before the reply, never
-    behind it. */
+/** The stop comes while the slave dies, at all distances. A failure may be told before the reply,
+    never behind it. */
 TEST_F(RacesTestOwner, AStopWhileTheSlaveCrashesIsObeyedInTime)
 {
     slave.play("[run]\nconnect\ninfo\nwait 120\nexit 3");
@@ -144,7 +146,8 @@ TEST_F(RacesTestOwner, AStopWhileTheSlaveCrashesIsObeyedInTime)
     }
 }
 
-/** The request of another master waits while the owner's slave is being stopped, and that master goes. */
+/** The request of another master waits while the owner's slave is being stopped, and that master
+    goes. */
 TEST_F(RacesTestOwner, AMasterThatVanishesWhileItsRequestWaitsOwnsNothingInTheEnd)
 {
     slave.play("[run]\non-stop exit-after 150\nconnect\ninfo\nwait 400\nbeat 50");

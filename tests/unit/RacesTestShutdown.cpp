@@ -79,8 +79,9 @@ TEST_F(RacesTestShutdown, TheEndUnderAFloodOfRequestsStopsTheSlave)
 TEST_F(RacesTestShutdown, TheEndAtEveryMomentOfAStartStopsTheSlave)
 {
     for (const std::string moment :
-         {"starting slave for master #", "\n", "slave connection created", "slave connection established",
-          "started to monitor slave", "received heartbeat message 'AUTHENTICATING' from slave",
+         {"starting slave for master #", "\n", "slave connection created",
+          "slave connection established", "started to monitor slave",
+          "received heartbeat message 'AUTHENTICATING' from slave",
           "slave has version 4000000 and provides 1 GPU(s)",
           "notifying master # that the slave is initialized and running",
           "received heartbeat message 'SLAVE_STATUS' from slave"})

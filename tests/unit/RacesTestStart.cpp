@@ -19,8 +19,9 @@ protected:
     std::unique_ptr<FakeMaster> master;
 };
 
-/** The thread that has just logged the line waits in it until the stop has been sent; a moment later it runs
-    on, along with the thread that serves the stop. Every moment comes twice, with different delays. */
+/** The thread that has just logged the line waits in it until the stop has been sent; a moment
+    later it runs on, along with the thread that serves the stop. Every moment comes twice, with
+    different delays. */
 TEST_F(RacesTestStart, AStopAtEveryMomentOfAStartIsObeyedInTime)
 {
     const std::string moments[] = {

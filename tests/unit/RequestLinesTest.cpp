@@ -39,11 +39,13 @@ TEST_F(RequestLinesTest, EveryRequestIsNamedByTheAddressInItsMessage)
 {
     const MasterAddress claimed{0x0A000005, 21000};
 
-    for (const auto& [type, name] : {std::pair{scanRequest, "scan"}, std::pair{startRequest, "start"},
-                                     std::pair{stealRequest, "steal"}, std::pair{stopRequest, "stop"}})
+    for (const auto& [type, name] :
+         {std::pair{scanRequest, "scan"}, std::pair{startRequest, "start"},
+          std::pair{stealRequest, "steal"}, std::pair{stopRequest, "stop"}})
     {
         first->sendFrame(makeRecord(type, claimed));
-        EXPECT_TRUE(log.waitForLine(std::string("received ") + name + " request from master 10.0.0.5:21000"));
+        EXPECT_TRUE(log.waitForLine(std::string("received ") + name +
+                                    " request from master 10.0.0.5:21000"));
     }
 }
 
@@ -61,8 +63,8 @@ TEST_F(RequestLinesTest, ARefusedStopIsLoggedWithTheRealPeer)
     startSlaveFor(*first);
     second->sendFrame(makeRecord(stopRequest, {0x0A000005, 21000}));
     ASSERT_TRUE(second->nextOf(stopReply));
-    EXPECT_EQ(getReasons(),
-              Lines{"refused the stop request from " + second->getName() + ": it does not own the slave"});
+    EXPECT_EQ(getReasons(), Lines{"refused the stop request from " + second->getName() +
+                                  ": it does not own the slave"});
 }
 
 TEST_F(RequestLinesTest, AStopByTheOwnerSaysSo)
@@ -70,7 +72,8 @@ TEST_F(RequestLinesTest, AStopByTheOwnerSaysSo)
     startSlaveFor(*first);
     first->send(stopRequest);
     ASSERT_TRUE(first->nextOf(stopReply));
-    EXPECT_EQ(getReasons(), Lines{"reason for the stop: requested by the owner, from " + first->getName()});
+    EXPECT_EQ(getReasons(),
+              Lines{"reason for the stop: requested by the owner, from " + first->getName()});
 }
 
 TEST_F(RequestLinesTest, AStealSaysSo)
@@ -78,7 +81,8 @@ TEST_F(RequestLinesTest, AStealSaysSo)
     startSlaveFor(*first);
     second->send(stealRequest);
     ASSERT_TRUE(second->nextOf(stealReply));
-    EXPECT_EQ(getReasons(), Lines{"reason for the stop: stolen by a request from " + second->getName()});
+    EXPECT_EQ(getReasons(),
+              Lines{"reason for the stop: stolen by a request from " + second->getName()});
 }
 
 TEST_F(RequestLinesTest, TheLossOfTheOwnerSaysSo)

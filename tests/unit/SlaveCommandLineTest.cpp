@@ -82,9 +82,10 @@ TEST_F(SlaveCommandLineTest, AnInformationRunNamesNoMasterAndSaysSoAtTheEnd)
 
 TEST_F(SlaveCommandLineTest, AMonitorWithoutAPortIsPassedOnAsPortZero)
 {
-    EXPECT_EQ(buildSlaveCommandLine(settings, 0xFFFFFFFF, 65535, 0, false).toStdString(),
-              "\"slave.exe\" --net-master-address 255.255.255.255 --net-master-port 65535 --daemon-port 0"
-              " --alias \"\"");
+    EXPECT_EQ(
+        buildSlaveCommandLine(settings, 0xFFFFFFFF, 65535, 0, false).toStdString(),
+        "\"slave.exe\" --net-master-address 255.255.255.255 --net-master-port 65535 --daemon-port 0"
+        " --alias \"\"");
 }
 
 TEST_F(SlaveCommandLineTest, NamesAndAliasesGoIntoTheLineAsTheyAre)

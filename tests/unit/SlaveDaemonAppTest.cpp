@@ -5,7 +5,8 @@
 namespace quelta::test {
 namespace {
 
-/** A message manager whose loop has ended stays ended: each of these tests leaves a new one behind. */
+/** A message manager whose loop has ended stays ended: each of these tests leaves a new one
+    behind. */
 class SlaveDaemonAppTest : public testing::Test
 {
 protected:

@@ -40,7 +40,8 @@ TEST_F(SlaveDaemonMessageTest, TheSlavesInformationHasTheseBytes)
     message.type = SlaveMessageType::SLAVE_INFO;
     message.numGpus = 0x01020304;
     message.slaveVersion = 0xA1B2C3D4;
-    EXPECT_EQ(toHex(message.encode()), "0D 72 CE 7F 01 00 00 00 01 00 00 00 04 03 02 01 D4 C3 B2 A1 ");
+    EXPECT_EQ(toHex(message.encode()),
+              "0D 72 CE 7F 01 00 00 00 01 00 00 00 04 03 02 01 D4 C3 B2 A1 ");
 }
 
 TEST_F(SlaveDaemonMessageTest, AReceivedInformationIsReadFromItsBytes)

@@ -138,7 +138,8 @@ TEST(SlaveJudgementTest, ASlaveIsInitialisedWhileItSaysSoInTime)
 
 TEST(SlaveJudgementTest, AFreshMessageIsNeverAHang)
 {
-    for (const auto status : {STATUS_STARTING, STATUS_AUTHENTICATING, STATUS_INITIALIZED, STATUS_RUNNING})
+    for (const auto status :
+         {STATUS_STARTING, STATUS_AUTHENTICATING, STATUS_INITIALIZED, STATUS_RUNNING})
         EXPECT_EQ(judgeSlave({status, 0, runs, unasked, serving}, {}).hang, none);
 }
 

@@ -170,7 +170,8 @@ TEST_F(SlaveMonitorDeathTest, IfThatIsTakenTheNextOneIsTried)
     EXPECT_EXIT(goesOn(), testing::ExitedWithCode(0), "");
 }
 
-/** The socket layer takes number 0 as a wish for any port, so a listener is there that nobody is told of. */
+/** The socket layer takes number 0 as a wish for any port, so a listener is there that nobody is
+    told of. */
 TEST_F(SlaveMonitorDeathTest, BehindTheHighestPortThereIsNoneAndTheNextMonitorBeginsAnew)
 {
     const auto findsNone = [this] {

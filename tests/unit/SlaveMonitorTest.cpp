@@ -67,8 +67,8 @@ protected:
 TEST_F(SlaveMonitorTest, ItSaysOnWhichPortItListens)
 {
     EXPECT_NE(monitor.getPort(), 0);
-    EXPECT_EQ(log.lines(),
-              Lines{"using free port " + std::to_string(monitor.getPort()) + " to communicate with slave"});
+    EXPECT_EQ(log.lines(), Lines{"using free port " + std::to_string(monitor.getPort()) +
+                                 " to communicate with slave"});
 }
 
 TEST_F(SlaveMonitorTest, BeforeTheFirstMessageTheSlaveIsStarting)
@@ -132,7 +132,9 @@ TEST_F(SlaveMonitorTest, EveryKindOfHeartBeatEndsTheSilence)
     for (int message = 0; message < 3; ++message)
     {
         ASSERT_TRUE(waitUntil([this] { return getSilence() >= 200; }));
-        message == 0 ? slave->sayAuthenticating() : message == 1 ? slave->sayInfo() : slave->sayStatus();
+        message == 0   ? slave->sayAuthenticating()
+        : message == 1 ? slave->sayInfo()
+                       : slave->sayStatus();
         EXPECT_TRUE(waitUntil([this] { return getSilence() < 200; })) << message;
     }
 }
@@ -160,7 +162,8 @@ TEST_F(SlaveMonitorTest, MessagesThatAreNotTheSlavesAreRefusedAndAreNoHeartBeat)
     for (const auto* type : {"03", "04", "05"})
     {
         log.clear();
-        slave->say(std::string("0D 72 CE 7F 01 00 00 00 ") + type + " 00 00 00 00 00 00 00 00 00 00 00");
+        slave->say(std::string("0D 72 CE 7F 01 00 00 00 ") + type +
+                   " 00 00 00 00 00 00 00 00 00 00 00");
         EXPECT_TRUE(log.waitForLine("received invalid status message from slave"));
         EXPECT_EQ(log.lines().size(), 1u);
         EXPECT_EQ(getStatus(), STATUS_RUNNING);
@@ -283,12 +286,13 @@ TEST_F(SlaveMonitorLogTest, EveryMessageIsLoggedInDetail)
     slave->sayInfo();
     slave->say("0D 72 CE 7F 01 00 00 00 04 00 00 00 00 00 00 00 00 00 00 00");
     EXPECT_TRUE(log.waitForLine("ERROR     : received invalid status message from slave"));
-    EXPECT_EQ(log.lines(), (Lines{"daemon    : received heartbeat message 'AUTHENTICATING' from slave",
-                                  "daemon    : received heartbeat message 'SLAVE_STATUS' from slave",
-                                  "daemon    : received heartbeat message 'SLAVE_INFO' from slave",
-                                  "daemon    : slave has version 513 and provides 2 GPU(s)",
-                                  "daemon    : received heartbeat message 'unknown' from slave",
-                                  "ERROR     : received invalid status message from slave"}));
+    EXPECT_EQ(log.lines(),
+              (Lines{"daemon    : received heartbeat message 'AUTHENTICATING' from slave",
+                     "daemon    : received heartbeat message 'SLAVE_STATUS' from slave",
+                     "daemon    : received heartbeat message 'SLAVE_INFO' from slave",
+                     "daemon    : slave has version 513 and provides 2 GPU(s)",
+                     "daemon    : received heartbeat message 'unknown' from slave",
+                     "ERROR     : received invalid status message from slave"}));
 }
 
 TEST_F(SlaveMonitorLogTest, WhatIsWrongIsLoggedAsAnError)
@@ -310,8 +314,8 @@ class SlaveMonitorFramesTest : public SlaveMonitorTest
 /** Bytes that are no frames of this protocol end the connection or are dropped, without a word. */
 TEST_F(SlaveMonitorFramesTest, ForeignAndCutFramesHarmNothing)
 {
-    for (const auto* bytes :
-         {"DD CC BB AA 14 00 00 00", "2C 9E B4 F2", "2C 9E B4 F2 00 00 00 00", "2C 9E B4 F2 FF FF FF FF"})
+    for (const auto* bytes : {"DD CC BB AA 14 00 00 00", "2C 9E B4 F2", "2C 9E B4 F2 00 00 00 00",
+                              "2C 9E B4 F2 FF FF FF FF"})
     {
         SlaveMonitor attacked(daemonPort);
         log.clear();

@@ -16,8 +16,8 @@ namespace {
 /** None of these is ever reached; a test that wants one reached makes it shorter. */
 constexpr SlaveTimeLimits patient{60'000, 60'000, 60'000, 60'000};
 
-// Where the running notice is expected, the slave says nothing for 400 ms after its information, so that even
-// on a busy machine one of the polls sees it initialised.
+// Where the running notice is expected, the slave says nothing for 400 ms after its information, so
+// that even on a busy machine one of the polls sees it initialised.
 
 constexpr auto crashLine = "slave crashed or was stopped via CTRL-C";
 constexpr auto killLine = "slave didn't stop gracefully, killing process by force";
@@ -25,7 +25,8 @@ constexpr auto killLine = "slave didn't stop gracefully, killing process by forc
 class SlaveProcessTest : public ThreadedTest
 {
 protected:
-    void start(const char* scenario, const SlaveTimeLimits& limits = patient, bool infoRequest = false)
+    void start(const char* scenario, const SlaveTimeLimits& limits = patient,
+               bool infoRequest = false)
     {
         flags::daemonDetail = 1;
         slave.play(scenario);
@@ -34,7 +35,8 @@ protected:
         process.emplace(0x7F000001, 5130, settings, infoRequest, &owner, limits);
     }
 
-    void runToTheEnd(const char* scenario, const SlaveTimeLimits& limits = patient, bool infoRequest = false)
+    void runToTheEnd(const char* scenario, const SlaveTimeLimits& limits = patient,
+                     bool infoRequest = false)
     {
         start(scenario, limits, infoRequest);
         waitForEnd();
@@ -89,7 +91,8 @@ TEST_F(SlaveProcessTest, AnEmptyLineIsPrintedBeforeEveryLaunch)
 TEST_F(SlaveProcessTest, ASlaveThatNeverConnectsHangsInStartup)
 {
     runToTheEnd("[run]\nhang", {300, 60'000, 60'000, 200});
-    expectOutcome(true, 0, 1, {"detected that slave is hanging during startup -> stopping slave", killLine});
+    expectOutcome(true, 0, 1,
+                  {"detected that slave is hanging during startup -> stopping slave", killLine});
 }
 
 TEST_F(SlaveProcessTest, AConnectionIsASignOfLifeOnlyOnce)
@@ -110,19 +113,22 @@ TEST_F(SlaveProcessTest, AnAuthenticatingSlaveHasAllTheTimeItWants)
 TEST_F(SlaveProcessTest, AnInitialisedSlaveThatFallsSilentHangs)
 {
     runToTheEnd("[run]\nconnect\ninfo\nhang", {60'000, 800, 60'000, 60'000});
-    expectOutcome(true, 1, 1, {"detected that slave is hanging after initialization -> stopping slave"});
+    expectOutcome(true, 1, 1,
+                  {"detected that slave is hanging after initialization -> stopping slave"});
 }
 
 TEST_F(SlaveProcessTest, ASlaveWhoseHeartBeatStopsIsStopped)
 {
-    runToTheEnd("[run]\nconnect\ninfo\nwait 400\nbeat 50 for 200\nhang", {60'000, 60'000, 800, 60'000});
+    runToTheEnd("[run]\nconnect\ninfo\nwait 400\nbeat 50 for 200\nhang",
+                {60'000, 60'000, 800, 60'000});
     expectOutcome(true, 1, 1, {"detected that heart beat of slave stopped -> stopping slave"});
 }
 
 TEST_F(SlaveProcessTest, AHangingSlaveThatIgnoresTheStopIsKilled)
 {
     runToTheEnd("[run]\non-stop ignore\nconnect\nstatus\nhang", {60'000, 60'000, 300, 300});
-    expectOutcome(true, 0, 1, {"detected that heart beat of slave stopped -> stopping slave", killLine});
+    expectOutcome(true, 0, 1,
+                  {"detected that heart beat of slave stopped -> stopping slave", killLine});
 }
 
 TEST_F(SlaveProcessTest, ARunningSlaveThatEndsByItselfHasCrashedWhateverItsStatus)
@@ -137,8 +143,8 @@ TEST_F(SlaveProcessTest, ASlaveThatDiesWithoutAWordHasCrashed)
     expectOutcome(true, 0, 1, {crashLine});
 }
 
-/** Its message and its end fall into the same poll. The end may be seen before the message has been read,
-   which nobody promises otherwise, but not ever and ever again. */
+/** Its message and its end fall into the same poll. The end may be seen before the message has been
+    read, which nobody promises otherwise, but not ever and ever again. */
 TEST_F(SlaveProcessTest, ThePollThatSeesTheEndLooksAtTheLastMessageToo)
 {
     Lines crashes;
@@ -254,8 +260,8 @@ TEST_F(SlaveProcessTest, AnInformationRunDoesNotKeepTheMachineAwake)
 
 TEST_F(SlaveProcessTest, AnInformationRunEndsWellOnceTheSlaveHasReported)
 {
-    runToTheEnd("[info]\nversion 513\ngpus 7\nconnect\nauthenticating\ninfo\nwait 150\nexit 9", patient,
-                true);
+    runToTheEnd("[info]\nversion 513\ngpus 7\nconnect\nauthenticating\ninfo\nwait 150\nexit 9",
+                patient, true);
     expectOutcome(false, 0, 0, {});
     EXPECT_EQ(process->getSlaveVersion(), 513u);
     EXPECT_EQ(process->getNumProvidedGpus(), 7u);
@@ -270,7 +276,8 @@ TEST_F(SlaveProcessTest, AnInformationRunThatEndsBeforeTheReportFailsAndNobodyEl
 TEST_F(SlaveProcessTest, AnInformationRunThatHangsFailsAndNobodyElseIsTold)
 {
     runToTheEnd("[info]\nconnect\ninfo\nhang", {60'000, 800, 60'000, 60'000}, true);
-    expectOutcome(true, 0, 0, {"detected that slave is hanging after initialization -> stopping slave"});
+    expectOutcome(true, 0, 0,
+                  {"detected that slave is hanging after initialization -> stopping slave"});
 }
 
 TEST_F(SlaveProcessTest, WithoutAnOwnerNobodyIsTold)

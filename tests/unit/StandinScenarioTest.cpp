@@ -44,11 +44,13 @@ TEST(StandinScenario, EmptyTextBehavesWell)
 {
     const auto scenario = parse("");
 
-    EXPECT_EQ(getActions(scenario.info), (std::vector{Action::connect, Action::authenticating, Action::wait,
-                                                      Action::info, Action::wait, Action::exit}));
+    EXPECT_EQ(getActions(scenario.info),
+              (std::vector{Action::connect, Action::authenticating, Action::wait, Action::info,
+                           Action::wait, Action::exit}));
     EXPECT_EQ(scenario.info.steps.back().firstNumber, 0u);
-    EXPECT_EQ(getActions(scenario.run), (std::vector{Action::connect, Action::authenticating, Action::wait,
-                                                     Action::info, Action::wait, Action::beat}));
+    EXPECT_EQ(getActions(scenario.run),
+              (std::vector{Action::connect, Action::authenticating, Action::wait, Action::info,
+                           Action::wait, Action::beat}));
     EXPECT_EQ(scenario.run.steps.back().firstNumber, 1000u);
     EXPECT_EQ(scenario.run.steps.back().secondNumber, std::nullopt);
     EXPECT_EQ(scenario.run.onStop, RunScenario::OnStop::exit);
@@ -60,9 +62,11 @@ TEST(StandinScenario, EmptyTextBehavesWell)
 
 TEST(StandinScenario, LinesBeforeTheFirstSectionBelongToBothRuns)
 {
-    const auto scenario = parse("gpus 3\nconnect\n[info]\ngpus 4\ncrash\n[run]\nhang\n[info]\nexit 7\n");
+    const auto scenario =
+        parse("gpus 3\nconnect\n[info]\ngpus 4\ncrash\n[run]\nhang\n[info]\nexit 7\n");
 
-    EXPECT_EQ(getActions(scenario.info), (std::vector{Action::connect, Action::crash, Action::exit}));
+    EXPECT_EQ(getActions(scenario.info),
+              (std::vector{Action::connect, Action::crash, Action::exit}));
     EXPECT_EQ(scenario.info.numGpus, 4u);
     EXPECT_EQ(getActions(scenario.run), (std::vector{Action::connect, Action::hang}));
     EXPECT_EQ(scenario.run.numGpus, 3u);
@@ -80,17 +84,18 @@ TEST(StandinScenario, ARunWithoutStepsPlaysTheDefaultWithItsSettings)
 
 TEST(StandinScenario, ReadsEveryStep)
 {
-    const auto run = parse(
-                         "connect\ndisconnect\nsecond-connection\nauthenticating\ninfo\ninfo 4294967295 2\n"
-                         "status\nbeat 500\nbeat 500 for 3000\nwait 0\nframe\nframe 0d72 CE 7f\n"
-                         "raw 00ff times 3\nhang\ncrash\nexit 259\n")
-                         .run;
+    const auto run =
+        parse(
+            "connect\ndisconnect\nsecond-connection\nauthenticating\ninfo\ninfo 4294967295 2\n"
+            "status\nbeat 500\nbeat 500 for 3000\nwait 0\nframe\nframe 0d72 CE 7f\n"
+            "raw 00ff times 3\nhang\ncrash\nexit 259\n")
+            .run;
 
-    EXPECT_EQ(
-        getActions(run),
-        (std::vector{Action::connect, Action::disconnect, Action::secondConnection, Action::authenticating,
-                     Action::info, Action::info, Action::status, Action::beat, Action::beat, Action::wait,
-                     Action::frame, Action::frame, Action::raw, Action::hang, Action::crash, Action::exit}));
+    EXPECT_EQ(getActions(run),
+              (std::vector{Action::connect, Action::disconnect, Action::secondConnection,
+                           Action::authenticating, Action::info, Action::info, Action::status,
+                           Action::beat, Action::beat, Action::wait, Action::frame, Action::frame,
+                           Action::raw, Action::hang, Action::crash, Action::exit}));
     EXPECT_EQ(run.steps[4].firstNumber, std::nullopt);
     EXPECT_EQ(run.steps[5].firstNumber, 4294967295u);
     EXPECT_EQ(run.steps[5].secondNumber, 2u);
@@ -122,7 +127,8 @@ TEST(StandinScenario, ReadsEverySetting)
 
 TEST(StandinScenario, CommentsBlanksLineEndsAndByteOrderMarkDoNotMatter)
 {
-    const auto run = parse("\xEF\xBB\xBF# a comment\r\n\r\n \t connect\t# and one behind\r\n   \nhang#").run;
+    const auto run =
+        parse("\xEF\xBB\xBF# a comment\r\n\r\n \t connect\t# and one behind\r\n   \nhang#").run;
     EXPECT_EQ(getActions(run), (std::vector{Action::connect, Action::hang}));
 }
 
@@ -137,7 +143,8 @@ TEST(StandinScenario, ErrorsTellTheLineAndTheReason)
     EXPECT_EQ(parseError("wait"), "line 1: 'wait' needs more words");
     EXPECT_EQ(parseError("wait -1"), "line 1: '-1' is not a number from 0 to 3600000");
     EXPECT_EQ(parseError("wait 3600001"), "line 1: '3600001' is not a number from 0 to 3600000");
-    EXPECT_EQ(parseError("exit 4294967296"), "line 1: '4294967296' is not a number from 0 to 4294967295");
+    EXPECT_EQ(parseError("exit 4294967296"),
+              "line 1: '4294967296' is not a number from 0 to 4294967295");
     EXPECT_EQ(parseError("gpus 1x"), "line 1: '1x' is not a number from 0 to 4294967295");
     EXPECT_EQ(parseError("beat 0"), "line 1: 'beat' needs at least 1 ms");
     EXPECT_EQ(parseError("beat 1 until 2"), "line 1: unknown word 'until'");
@@ -157,7 +164,8 @@ TEST(StandinScenario, ErrorsTellTheLineAndTheReason)
 TEST(StandinScenario, ErrorsStayShortAndPrintable)
 {
     EXPECT_EQ(parseError(std::string_view("a\0\x7F\xFFz", 5)), "line 1: unknown word 'a???z'");
-    EXPECT_EQ(parseError(std::string(100, 'a')), "line 1: unknown word '" + std::string(40, 'a') + "...'");
+    EXPECT_EQ(parseError(std::string(100, 'a')),
+              "line 1: unknown word '" + std::string(40, 'a') + "...'");
 }
 
 TEST(StandinScenario, AnErrorLeavesTheScenarioAlone)

@@ -30,11 +30,12 @@ protected:
 
 TEST_F(StartupSummaryTest, WithoutOptionsItSaysWhatIsUsedInstead)
 {
-    EXPECT_EQ(print(), (Lines{"\n\nLaunching daemon with:",
-                              "  slave path:    " + settings.slaveExecutable.getFullPathName().toStdString(),
-                              "  slave alias:   ", "  daemon port:   5130", "  GPU selection: all",
-                              "Slave information:", "  version:       4000001", "  provided GPUs: 2",
-                              "Out-of-core rendering: disabled", ""}));
+    EXPECT_EQ(print(),
+              (Lines{"\n\nLaunching daemon with:",
+                     "  slave path:    " + settings.slaveExecutable.getFullPathName().toStdString(),
+                     "  slave alias:   ", "  daemon port:   5130", "  GPU selection: all",
+                     "Slave information:", "  version:       4000001", "  provided GPUs: 2",
+                     "Out-of-core rendering: disabled", ""}));
 }
 
 TEST_F(StartupSummaryTest, EveryOptionShows)
@@ -48,9 +49,9 @@ TEST_F(StartupSummaryTest, EveryOptionShows)
               (Lines{"\n\nLaunching daemon with:",
                      "  slave path:    " + settings.slaveExecutable.getFullPathName().toStdString(),
                      "  slave alias:   node7", "  daemon port:   65535", "  GPU selection: 2, 1",
-                     "Slave information:", "  version:       4294967295", "  provided GPUs: 4294967295",
-                     "Out-of-core rendering: enabled", "  Max RAM usage:   8.0 GB",
-                     "  GPU headroom:    100 bytes", ""}));
+                     "Slave information:", "  version:       4294967295",
+                     "  provided GPUs: 4294967295", "Out-of-core rendering: enabled",
+                     "  Max RAM usage:   8.0 GB", "  GPU headroom:    100 bytes", ""}));
 }
 
 TEST_F(StartupSummaryTest, WithoutAHeadroomTheSlavesDefaultIsUsed)

@@ -1,5 +1,5 @@
-// Which process has started another, as Windows knows it: Wine gives every process a number of its own, which
-// only that system's calls understand.
+// Which process has started another, as Windows knows it: Wine gives every process a number of its
+// own, which only that system's calls understand.
 #pragma once
 
 #include <windows.h>

@@ -1,5 +1,5 @@
-// In the place of the render slave: starts a copy of itself outside the daemon's job, tells whether the
-// system allows that, and waits, as the copy does, until somebody ends it.
+// In the place of the render slave: starts a copy of itself outside the daemon's job, tells whether
+// the system allows that, and waits, as the copy does, until somebody ends it.
 #include <windows.h>
 
 #include <cstdio>
@@ -17,8 +17,8 @@ void startCopy()
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION process = {};
 
-    if (CreateProcessW(program, commandLine, nullptr, nullptr, FALSE, CREATE_BREAKAWAY_FROM_JOB, nullptr,
-                       nullptr, &startup, &process) != FALSE)
+    if (CreateProcessW(program, commandLine, nullptr, nullptr, FALSE, CREATE_BREAKAWAY_FROM_JOB,
+                       nullptr, nullptr, &startup, &process) != FALSE)
         std::printf("breakaway: started\n");
     else
         std::printf("breakaway: error %lu\n", GetLastError());

@@ -1,6 +1,7 @@
-// Tells what a process's parent holds: a line for each kind of handle with their number, by the system's own
-// names ("Process", "Thread", "Event"), and one for its running threads ("running threads"). Its argument is
-// the id of the process; its exit status is 0 if the parent could be asked.
+// Tells what a process's parent holds: a line for each kind of handle with their number, by the
+// system's own names ("Process", "Thread", "Event"), and one for its running threads ("running
+// threads"). Its argument is the id of the process; its exit status is 0 if the parent could be
+// asked.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -32,7 +33,8 @@ std::string kindOf(HANDLE handle)
     return kind;
 }
 
-/** The system's own count of them is not to be had everywhere, so every possible handle is tried. */
+/** The system's own count of them is not to be had everywhere, so every possible handle is
+    tried. */
 std::map<std::string, int> countHandles(HANDLE process)
 {
     std::map<std::string, int> kinds;
@@ -41,8 +43,8 @@ std::map<std::string, int> countHandles(HANDLE process)
     {
         HANDLE copy = nullptr;
 
-        if (DuplicateHandle(process, reinterpret_cast<HANDLE>(value), GetCurrentProcess(), &copy, 0, FALSE,
-                            DUPLICATE_SAME_ACCESS) == FALSE)
+        if (DuplicateHandle(process, reinterpret_cast<HANDLE>(value), GetCurrentProcess(), &copy, 0,
+                            FALSE, DUPLICATE_SAME_ACCESS) == FALSE)
             continue;
 
         ++kinds[kindOf(copy)];

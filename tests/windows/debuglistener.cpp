@@ -1,6 +1,6 @@
-// Receives what programs send to a debugger, as viewers of debugger output do. Prints "listening", then a
-// line for each text: the sender's process id and the bytes as hexadecimal digits. Ends after a minute
-// without any.
+// Receives what programs send to a debugger, as viewers of debugger output do. Prints "listening",
+// then a line for each text: the sender's process id and the bytes as hexadecimal digits. Ends
+// after a minute without any.
 #include <windows.h>
 
 #include <cstdio>
@@ -33,8 +33,8 @@ int main()
 {
     auto* const ready = CreateEventW(nullptr, FALSE, FALSE, L"DBWIN_BUFFER_READY");
     auto* const filled = CreateEventW(nullptr, FALSE, FALSE, L"DBWIN_DATA_READY");
-    auto* const mapping =
-        CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(Buffer), L"DBWIN_BUFFER");
+    auto* const mapping = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                             sizeof(Buffer), L"DBWIN_BUFFER");
     const auto* const buffer =
         static_cast<const Buffer*>(MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, sizeof(Buffer)));
 

@@ -1,5 +1,5 @@
-// Runs the program that its arguments are the command line of, in a job, and stays when that program has
-// ended, so that the job stays too. What is left in the job ends with this process.
+// Runs the program that its arguments are the command line of, in a job, and stays when that
+// program has ended, so that the job stays too. What is left in the job ends with this process.
 #include <windows.h>
 
 #include <cstdio>
@@ -31,8 +31,8 @@ bool enterJob()
     JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
     limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
     auto* const job = CreateJobObjectW(nullptr, nullptr);
-    return SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof(limits)) !=
-               FALSE &&
+    return SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits,
+                                   sizeof(limits)) != FALSE &&
            AssignProcessToJobObject(job, GetCurrentProcess()) != FALSE;
 }
 
@@ -44,8 +44,8 @@ int main()
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION process = {};
 
-    if (!enterJob() || CreateProcessW(nullptr, getArguments(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                                      &startup, &process) == FALSE)
+    if (!enterJob() || CreateProcessW(nullptr, getArguments(), nullptr, nullptr, FALSE, 0, nullptr,
+                                      nullptr, &startup, &process) == FALSE)
         return 1;
 
     WaitForSingleObject(process.hProcess, lifeTimeMs);

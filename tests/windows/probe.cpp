@@ -1,6 +1,6 @@
-// Tells how it was started, and ends: the exact text of its command line, which the runtime would split, and
-// how many handles it has from the start, which shows whether any came from the process that started it. Also
-// whether text can be selected in its console.
+// Tells how it was started, and ends: the exact text of its command line, which the runtime would
+// split, and how many handles it has from the start, which shows whether any came from the process
+// that started it. Also whether text can be selected in its console.
 #include <windows.h>
 
 #include <cstdint>

@@ -1,5 +1,5 @@
-// Asks a process's parent to end, as Windows and its tools do it. Arguments: the id of the process and the
-// way:
+// Asks a process's parent to end, as Windows and its tools do it. Arguments: the id of the process
+// and the way:
 //   close        WM_CLOSE to all its top-level windows (taskkill, Task Scheduler)
 //   quit         WM_QUIT to all its threads (service wrappers)
 //   end-session  asks its windows whether the session may end, tells them that it does, and then ends the
@@ -65,7 +65,8 @@ bool visitWindows(DWORD process, std::function<bool(HWND)> visit)
 
 bool closeWindows(DWORD process)
 {
-    return visitWindows(process, [](HWND window) { return PostMessageW(window, WM_CLOSE, 0, 0) != FALSE; });
+    return visitWindows(process,
+                        [](HWND window) { return PostMessageW(window, WM_CLOSE, 0, 0) != FALSE; });
 }
 
 /** Other threads have no queue and take no message, so one is enough. */
@@ -87,7 +88,8 @@ bool quitThreads(DWORD process)
 bool ask(HWND window, UINT message, WPARAM parameter, DWORD_PTR expected)
 {
     DWORD_PTR answer = 0;
-    return SendMessageTimeoutW(window, message, parameter, 0, SMTO_NORMAL, systemsPatienceMs, &answer) != 0 &&
+    return SendMessageTimeoutW(window, message, parameter, 0, SMTO_NORMAL, systemsPatienceMs,
+                               &answer) != 0 &&
            answer == expected;
 }
 
@@ -95,7 +97,8 @@ bool endSession(DWORD process)
 {
     auto* const handle = OpenProcess(PROCESS_TERMINATE, FALSE, process);
 
-    if (!visitWindows(process, [](HWND window) { return ask(window, WM_QUERYENDSESSION, 0, TRUE); }))
+    if (!visitWindows(process,
+                      [](HWND window) { return ask(window, WM_QUERYENDSESSION, 0, TRUE); }))
         return false;
 
     // The answer of a window that goes with its process in the meantime does not matter.
@@ -107,11 +110,12 @@ bool endSession(DWORD process)
 /** Every program has the system's libraries at the same place. */
 bool raiseConsoleEvent(DWORD process, DWORD event)
 {
-    constexpr auto access = PROCESS_CREATE_THREAD | PROCESS_QUERY_INFORMATION | PROCESS_VM_OPERATION |
-                            PROCESS_VM_WRITE | PROCESS_VM_READ | PROCESS_TERMINATE;
+    constexpr auto access = PROCESS_CREATE_THREAD | PROCESS_QUERY_INFORMATION |
+                            PROCESS_VM_OPERATION | PROCESS_VM_WRITE | PROCESS_VM_READ |
+                            PROCESS_TERMINATE;
     auto* const handle = OpenProcess(access, FALSE, process);
-    auto* const routine = reinterpret_cast<LPTHREAD_START_ROUTINE>(
-        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernelbase.dll"), "CtrlRoutine")));
+    auto* const routine = reinterpret_cast<LPTHREAD_START_ROUTINE>(reinterpret_cast<void*>(
+        GetProcAddress(GetModuleHandleW(L"kernelbase.dll"), "CtrlRoutine")));
 
     if (handle == nullptr || routine == nullptr)
         return false;

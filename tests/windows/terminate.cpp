@@ -1,5 +1,6 @@
-// Ends a process's parent by force, as the task manager does it: TerminateProcess, without a word to the
-// parent. Its argument is the id of the process; its exit status is 0 if the parent has ended.
+// Ends a process's parent by force, as the task manager does it: TerminateProcess, without a word
+// to the parent. Its argument is the id of the process; its exit status is 0 if the parent has
+// ended.
 #include <cstdlib>
 
 #include "ParentProcess.h"

@@ -11,7 +11,8 @@ namespace quelta {
 namespace {
 
 constexpr uint32_t beaconInterval = 500;
-constexpr uint32_t tableDelay = 250; ///< Changes come in groups; the table is written once they pause.
+constexpr uint32_t tableDelay =
+    250; ///< Changes come in groups; the table is written once they pause.
 constexpr std::chrono::milliseconds tickInterval{50};
 
 uint32_t now()
@@ -35,8 +36,8 @@ bool isThisMachine(uint32_t ip)
     });
 }
 
-/** All addresses of this machine are taken for one: which of them a daemon here connects from is not known.
- */
+/** All addresses of this machine are taken for one: which of them a daemon here connects from is
+    not known. */
 uint32_t machineOf(uint32_t ip)
 {
     return isThisMachine(ip) ? 0 : ip;
@@ -44,8 +45,8 @@ uint32_t machineOf(uint32_t ip)
 
 } // namespace
 
-ConsoleMaster::ConsoleMaster(const Options& givenOptions, std::ostream& output, std::ostream& errors,
-                             const StopRequest& givenStopRequest)
+ConsoleMaster::ConsoleMaster(const Options& givenOptions, std::ostream& output,
+                             std::ostream& errors, const StopRequest& givenStopRequest)
     : options(givenOptions),
       out(output),
       err(errors),
@@ -115,7 +116,8 @@ void ConsoleMaster::warnOfForeignAddress()
 {
     if (options.address && !isThisMachine(*options.address))
         err << "warning: " << formatIp(*options.address)
-            << " is not an address of this machine; nodes that connect to it may reach another one\n";
+            << " is not an address of this machine; nodes that connect to it may reach another "
+               "one\n";
 }
 
 bool ConsoleMaster::addTarget(const NodeName& node, std::map<uint32_t, size_t>& nodesOnMachine)
@@ -132,12 +134,17 @@ bool ConsoleMaster::addTarget(const NodeName& node, std::map<uint32_t, size_t>& 
 
     if (!announced)
     {
-        err << "no network leads to " << node.host << "; give this machine's address with --address\n";
+        err << "no network leads to " << node.host
+            << "; give this machine's address with --address\n";
         return false;
     }
 
-    targets.push_back(
-        {formatNode(node), *ip, node.port, nodesOnMachine[machineOf(*ip)]++, {*announced, 0}, false});
+    targets.push_back({formatNode(node),
+                       *ip,
+                       node.port,
+                       nodesOnMachine[machineOf(*ip)]++,
+                       {*announced, 0},
+                       false});
     return true;
 }
 
@@ -151,10 +158,13 @@ bool ConsoleMaster::openListeners()
     for (size_t i = 0; i < count; ++i)
     {
         // A master that announces a loopback address is not to be reached from elsewhere.
-        const auto isPrivate = [i](const Target& t) { return t.listener != i || isLoopback(t.self.ip); };
+        const auto isPrivate = [i](const Target& t) {
+            return t.listener != i || isLoopback(t.self.ip);
+        };
         const auto first = std::find_if(targets.begin(), targets.end(),
                                         [i](const Target& target) { return target.listener == i; });
-        const uint32_t ip = std::all_of(targets.begin(), targets.end(), isPrivate) ? first->self.ip : 0;
+        const uint32_t ip =
+            std::all_of(targets.begin(), targets.end(), isPrivate) ? first->self.ip : 0;
         const auto port = options.listenPort == 0 ? 0 : options.listenPort + i;
         listeners.push_back(std::make_unique<MasterListener>(i, inbox));
 
@@ -220,7 +230,8 @@ void ConsoleMaster::handleConnection(const PeerEvent& event)
         return;
     }
 
-    // A daemon that connects again has given up its earlier connection, even if this end does not know yet.
+    // A daemon that connects again has given up its earlier connection, even if this end does not
+    // know yet.
     if (const auto earlier = connectionOfNode.find(*node); earlier != connectionOfNode.end())
         nodeOfConnection.erase(earlier->second);
 
@@ -252,9 +263,10 @@ void ConsoleMaster::sendBeacons()
 
     for (auto& target : targets)
     {
-        const auto beacon = encodeMasterMessage(message(MasterMessageType::SCAN_REQUEST, target.self));
-        const auto sent = beaconSocket.write(juce::String(formatIp(target.ip)), target.port, beacon.data(),
-                                             static_cast<int>(beacon.size()));
+        const auto beacon =
+            encodeMasterMessage(message(MasterMessageType::SCAN_REQUEST, target.self));
+        const auto sent = beaconSocket.write(juce::String(formatIp(target.ip)), target.port,
+                                             beacon.data(), static_cast<int>(beacon.size()));
 
         if (sent < 0 && !std::exchange(target.unreachable, true))
             err << "cannot send a beacon to " << target.name << "; trying on\n";
@@ -318,14 +330,16 @@ void ConsoleMaster::showEvents()
                               : formatEvent(node, event.kind));
     }
 
-    if (options.command == Command::watch && !options.json && tableIsOld && now() - lastEventAt >= tableDelay)
+    if (options.command == Command::watch && !options.json && tableIsOld &&
+        now() - lastEventAt >= tableDelay)
     {
         tableIsOld = false;
         out << "\n" << formatTable(board.getNodes()) << std::endl;
     }
 }
 
-/** A line of text has no time of its own. Watching goes on for days, so there the time is needed. */
+/** A line of text has no time of its own. Watching goes on for days, so there the time is
+    needed. */
 void ConsoleMaster::showLine(const std::string& line)
 {
     if (options.command == Command::watch && !options.json)
@@ -356,12 +370,14 @@ void ConsoleMaster::showResult()
     judgeBroadcast();
 
     if (options.json || !board.getNodes().empty())
-        out << (options.json ? formatJson(board.getNodes()) : formatTable(board.getNodes())) << std::flush;
+        out << (options.json ? formatJson(board.getNodes()) : formatTable(board.getNodes()))
+            << std::flush;
 }
 
 bool ConsoleMaster::isFinished() const
 {
-    // Who may answer to a broadcast is not known, so a scan waits to the end; watching ends by request only.
+    // Who may answer to a broadcast is not known, so a scan waits to the end; watching ends by
+    // request only.
     const bool collecting = options.command == Command::scan && options.broadcast && !released &&
                             now() - startedAt < options.timeoutMs;
     const bool watching = options.command == Command::watch && !released;

@@ -1,4 +1,5 @@
-// The master at work: beacons out, connections in, the node board in the middle, lines to the operator.
+// The master at work: beacons out, connections in, the node board in the middle, lines to the
+// operator.
 //
 // `run` does everything on the caller's thread; the listeners' threads only fill the inbox.
 #pragma once
@@ -43,7 +44,8 @@ private:
         bool unreachable = false; ///< Sending failed, and the operator knows.
     };
 
-    /** A machine is known by the listener to which it connects and the address from which it does. */
+    /** A machine is known by the listener to which it connects and the address from which it
+        does. */
     using MachineKey = std::pair<size_t, uint32_t>;
 
     bool prepare();

@@ -7,7 +7,8 @@
 
 namespace quelta {
 
-ConsoleStream::ConsoleStream(platform::StandardStream stream, std::FILE* file, std::ostream* complaints)
+ConsoleStream::ConsoleStream(platform::StandardStream stream, std::FILE* file,
+                             std::ostream* complaints)
     : std::ostream(nullptr), buffer(stream, file, complaints)
 {
     rdbuf(&buffer);

@@ -1,5 +1,6 @@
-// Standard output and standard error of the program. A real console of Windows takes UTF-16; everything else
-// (a file, a pipe, a terminal of another system) takes the bytes as they are. One thread uses a stream.
+// Standard output and standard error of the program. A real console of Windows takes UTF-16;
+// everything else (a file, a pipe, a terminal of another system) takes the bytes as they are. One
+// thread uses a stream.
 #pragma once
 
 #include <cstdio>
@@ -11,13 +12,15 @@
 
 namespace quelta {
 
-/** Keeps what is written until it is flushed. The stream goes bad with the first flush that fails. */
+/** Keeps what is written until it is flushed. The stream goes bad with the first flush that
+    fails. */
 class ConsoleStream final : public std::ostream
 {
 public:
-    /** `file` is the stream as the standard library knows it. The first failure is reported on `complaints`.
-     */
-    ConsoleStream(platform::StandardStream stream, std::FILE* file, std::ostream* complaints = nullptr);
+    /** `file` is the stream as the standard library knows it. The first failure is reported on
+        `complaints`. */
+    ConsoleStream(platform::StandardStream stream, std::FILE* file,
+                  std::ostream* complaints = nullptr);
 
 private:
     class Buffer final : public std::streambuf

@@ -1,4 +1,5 @@
-// The nodes and addresses that an operator names on the command line or in a file. Pure functions on text.
+// The nodes and addresses that an operator names on the command line or in a file. Pure functions
+// on text.
 #pragma once
 
 #include <compare>
@@ -27,8 +28,9 @@ std::string formatNode(const NodeName& node);
 /** Reads "host:port", the port from 1 to 65535. */
 std::optional<NodeName> parseNode(std::string_view text);
 
-/** Reads nodes parted by blanks, commas and line ends, from '#' to the end of its line a comment, and adds
-    them to `nodes`. Gives the text of what is wrong with the first bad one, empty if nothing is. */
+/** Reads nodes parted by blanks, commas and line ends, from '#' to the end of its line a comment,
+    and adds them to `nodes`. Gives the text of what is wrong with the first bad one, empty if
+    nothing is. */
 std::string addNodes(std::string_view text, std::vector<NodeName>& nodes);
 
 /** Reads "10.0.0.5". */

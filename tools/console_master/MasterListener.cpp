@@ -20,7 +20,8 @@ std::vector<PeerEvent> Inbox::take(std::chrono::milliseconds limit)
     return std::exchange(events, {});
 }
 
-/** One daemon. Its own thread reads; `connectionMade` runs on the server's thread before that one starts. */
+/** One daemon. Its own thread reads; `connectionMade` runs on the server's thread before that one
+    starts. */
 class MasterListener::Connection final : public juce::InterprocessConnection
 {
 public:
@@ -56,7 +57,9 @@ private:
     uint32_t peerIp = 0;
 };
 
-MasterListener::MasterListener(size_t index, Inbox& eventInbox) : listenerIndex(index), inbox(eventInbox) {}
+MasterListener::MasterListener(size_t index, Inbox& eventInbox)
+    : listenerIndex(index), inbox(eventInbox)
+{}
 
 MasterListener::~MasterListener()
 {
@@ -109,7 +112,8 @@ juce::InterprocessConnection* MasterListener::createConnectionObject()
     // Here is the one place where no earlier connection can still be in the server's hands.
     std::erase_if(connections, [](const auto& entry) { return !entry.second->isConnected(); });
 
-    auto connection = std::make_unique<Connection>(ConnectionId{listenerIndex, ++lastNumber}, inbox);
+    auto connection =
+        std::make_unique<Connection>(ConnectionId{listenerIndex, ++lastNumber}, inbox);
     return connections.emplace(lastNumber, std::move(connection)).first->second.get();
 }
 

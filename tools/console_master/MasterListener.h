@@ -43,8 +43,8 @@ struct PeerEvent
     MasterDaemonMessage message;
 };
 
-/** The road from the threads of all connections to the one thread that thinks. Any thread pushes, one takes;
-    the lock guards the events. */
+/** The road from the threads of all connections to the one thread that thinks. Any thread pushes,
+    one takes; the lock guards the events. */
 class Inbox
 {
 public:
@@ -59,8 +59,8 @@ private:
     std::vector<PeerEvent> events;
 };
 
-/** Listens on one port. The owner's thread opens, sends and destroys; the server's thread accepts; the lock
-    guards the connections. */
+/** Listens on one port. The owner's thread opens, sends and destroys; the server's thread accepts;
+    the lock guards the connections. */
 class MasterListener final : private juce::InterprocessConnectionServer
 {
 public:

@@ -22,7 +22,8 @@ bool isSentByDaemons(Type type)
 bool tellSame(const MasterDaemonMessage& a, const MasterDaemonMessage& b)
 {
     return a.masterAddress == b.masterAddress && a.masterText == b.masterText &&
-           a.slaveAlias == b.slaveAlias && a.numGpus == b.numGpus && a.slaveVersion == b.slaveVersion;
+           a.slaveAlias == b.slaveAlias && a.numGpus == b.numGpus &&
+           a.slaveVersion == b.slaveVersion;
 }
 
 Type requestFor(Command command)
@@ -41,7 +42,9 @@ Type replyFor(Command command)
 
 } // namespace
 
-NodeBoard::NodeBoard(Command givenCommand, uint32_t timeout) : command(givenCommand), timeoutMs(timeout) {}
+NodeBoard::NodeBoard(Command givenCommand, uint32_t timeout)
+    : command(givenCommand), timeoutMs(timeout)
+{}
 
 size_t NodeBoard::addNode(const std::string& name, const MasterAddress& self, uint32_t now)
 {
@@ -105,7 +108,8 @@ void NodeBoard::received(size_t index, const MasterDaemonMessage& message, uint3
 
     auto& node = nodes[index];
     const bool isBack = std::exchange(node.away, false);
-    const bool isNews = std::exchange(node.silent, false) || !node.state || !tellSame(*node.state, message);
+    const bool isNews =
+        std::exchange(node.silent, false) || !node.state || !tellSame(*node.state, message);
     node.state = message;
 
     if (isStateMessage(message.type))
@@ -134,7 +138,8 @@ void NodeBoard::received(size_t index, const MasterDaemonMessage& message, uint3
             break;
         case NodePhase::releasing:
             if (message.type == Type::STOP_REPLY)
-                end(index, node.isOwned() ? NodeEvent::stolen : NodeEvent::stopped, !node.isOwned());
+                end(index, node.isOwned() ? NodeEvent::stolen : NodeEvent::stopped,
+                    !node.isOwned());
             break;
         case NodePhase::ended:
             break;
@@ -165,7 +170,8 @@ void NodeBoard::settle(size_t index, uint32_t now)
     const auto& node = nodes[index];
 
     if (command == Command::stop)
-        return end(index, node.isOwned() ? NodeEvent::refused : NodeEvent::stopped, !node.isOwned());
+        return end(index, node.isOwned() ? NodeEvent::refused : NodeEvent::stopped,
+                   !node.isOwned());
 
     if (!node.isOurs())
         return end(index, NodeEvent::refused, false);
@@ -250,7 +256,8 @@ void NodeBoard::keepScanning(size_t index, uint32_t now)
     if (!node.connected)
         return;
 
-    // One scan at a time: a daemon that reads nothing must not fill the connection until a send blocks.
+    // One scan at a time: a daemon that reads nothing must not fill the connection until a send
+    // blocks.
     if (!node.scanPending && passed >= scanInterval)
         scan(index, now);
     else if (node.scanPending && passed >= timeoutMs && !std::exchange(node.silent, true))
@@ -284,8 +291,9 @@ void NodeBoard::releaseNode(size_t index, uint32_t now)
 
 size_t NodeBoard::countReleasing() const
 {
-    return static_cast<size_t>(std::count_if(
-        nodes.begin(), nodes.end(), [](const Node& node) { return node.phase == NodePhase::releasing; }));
+    return static_cast<size_t>(std::count_if(nodes.begin(), nodes.end(), [](const Node& node) {
+        return node.phase == NodePhase::releasing;
+    }));
 }
 
 bool NodeBoard::isDone() const

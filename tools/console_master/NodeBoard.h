@@ -1,8 +1,9 @@
-// What the master knows of each node, what it asks of it next and what it tells the operator. Decisions
-// only: no clock, no sockets, no threads; the caller tells what happened and when, carries out the requests
-// and shows the events. One thread uses it.
+// What the master knows of each node, what it asks of it next and what it tells the operator.
+// Decisions only: no clock, no sockets, no threads; the caller tells what happened and when,
+// carries out the requests and shows the events. One thread uses it.
 //
-// Phases of a node, and what leads on (every other event changes nothing but what is known of the node):
+// Phases of a node, and what leads on (every other event changes nothing but what is known of the
+// node):
 //
 //   waiting    no state heard yet        state heard: ended (scan), watching (watch), asked (others)
 //   asked      request sent              its reply: starting, or ended when refused, or by stop
@@ -13,9 +14,9 @@
 //   releasing  stop request sent         its reply: ended
 //   ended      nothing more is asked
 //
-// No answer in time ends waiting, asked and releasing, the last one even if the node connects again; a
-// connection that does not come back in time ends starting and running; a new connection leads from asked to
-// waiting.
+// No answer in time ends waiting, asked and releasing, the last one even if the node connects
+// again; a connection that does not come back in time ends starting and running; a new connection
+// leads from asked to waiting.
 #pragma once
 
 #include <cstddef>
@@ -58,7 +59,10 @@ struct Node
     uint32_t scannedAt = 0;
     bool scanPending = false;
 
-    bool isOwned() const { return state && state->masterAddress.ip != 0 && state->masterAddress.port != 0; }
+    bool isOwned() const
+    {
+        return state && state->masterAddress.ip != 0 && state->masterAddress.port != 0;
+    }
     bool isOurs() const { return state && state->masterAddress == self; }
 };
 

@@ -16,12 +16,16 @@ namespace quelta {
 namespace {
 
 constexpr auto introduction =
-    "A render master for the command line: finds slave daemons by beacon, shows who owns their slaves, and\n"
-    "starts, takes over and stops slaves. Nodes are given as host:port, the port being the daemon's --port.";
+    "A render master for the command line: finds slave daemons by beacon, shows who owns their "
+    "slaves, and\n"
+    "starts, takes over and stops slaves. Nodes are given as host:port, the port being the "
+    "daemon's --port.";
 
 constexpr auto exitStatuses =
-    "Exit status: 0 every node did as asked, 1 some node did not (no answer, refused, failed, stolen),\n"
-    "2 the command line is wrong, 3 this machine is at fault (port in use, unknown host, no network, output\n"
+    "Exit status: 0 every node did as asked, 1 some node did not (no answer, refused, failed, "
+    "stolen),\n"
+    "2 the command line is wrong, 3 this machine is at fault (port in use, unknown host, no "
+    "network, output\n"
     "that cannot be written).";
 
 constexpr auto notes =
@@ -31,9 +35,12 @@ constexpr auto notes =
     "  quelta_master hold 10.0.0.5:5130\n"
     "  quelta_master COMMAND --help\n"
     "\n"
-    "The daemons connect back to this program: --address and --listen-port say where, and have to be\n"
-    "reachable from the nodes. A node is recognised by the address from which it connects. Nodes on one and\n"
-    "the same machine cannot be told apart by that, so the second one gets the next port (or another free\n"
+    "The daemons connect back to this program: --address and --listen-port say where, and have to "
+    "be\n"
+    "reachable from the nodes. A node is recognised by the address from which it connects. Nodes "
+    "on one and\n"
+    "the same machine cannot be told apart by that, so the second one gets the next port (or "
+    "another free\n"
     "one), and so on.";
 
 /** What CLI11 hands over as texts, before they have become Options. */
@@ -57,23 +64,31 @@ struct CommandText
 
 constexpr CommandText commands[] = {
     {Command::scan, "scan", "Show the state of nodes and end",
-     "Shows a table (or with --json an array) of the nodes: alias, number of GPUs, slave version, state,\n"
+     "Shows a table (or with --json an array) of the nodes: alias, number of GPUs, slave version, "
+     "state,\n"
      "owner and the owner's text.\n\nExample:\n  quelta_master scan 10.0.0.5:5130 10.0.0.6:5130"},
     {Command::watch, "watch", "Show the state of nodes, and every change, until Ctrl-C",
-     "Writes a line with the time for every event (with --json an object a line) and the table after each\n"
+     "Writes a line with the time for every event (with --json an object a line) and the table "
+     "after each\n"
      "change.\n\n"
      "Example:\n  quelta_master watch --nodes farm.txt"},
     {Command::hold, "hold", "Start the slaves of free nodes and keep them until Ctrl-C",
-     "Writes a line for every event: starting, running, failed, stolen, ... A failed slave is given back at\n"
-     "once, the others at Ctrl-C; a second Ctrl-C, a second later or more, ends the program at once. It\n"
-     "ends by itself when no slave is left. A node that belongs to another master refuses; see steal.\n\n"
+     "Writes a line for every event: starting, running, failed, stolen, ... A failed slave is "
+     "given back at\n"
+     "once, the others at Ctrl-C; a second Ctrl-C, a second later or more, ends the program at "
+     "once. It\n"
+     "ends by itself when no slave is left. A node that belongs to another master refuses; see "
+     "steal.\n\n"
      "Example:\n  quelta_master hold 10.0.0.5:5130 --text \"test run\""},
     {Command::steal, "steal", "Take slaves over from whoever owns them and keep them until Ctrl-C",
-     "Like hold, but the node's slave is stopped and started anew for this master, whoever owned it.\n\n"
+     "Like hold, but the node's slave is stopped and started anew for this master, whoever owned "
+     "it.\n\n"
      "Example:\n  quelta_master steal 10.0.0.5:5130"},
     {Command::stop, "stop", "Stop slaves that belong to this master's address",
-     "A daemon obeys only its owner, which it knows by address and port. So announce the owner's, if that\n"
-     "master is gone, or write the request in its name, if it still runs. A free node counts as stopped.\n\n"
+     "A daemon obeys only its owner, which it knows by address and port. So announce the owner's, "
+     "if that\n"
+     "master is gone, or write the request in its name, if it still runs. A free node counts as "
+     "stopped.\n\n"
      "Examples:\n  quelta_master stop 10.0.0.5:5130 --address 10.0.0.2 --listen-port 21000\n"
      "  quelta_master stop 10.0.0.5:5130 --as 10.0.0.2:21000"}};
 
@@ -90,34 +105,42 @@ CLI::Validator readableBy(Parse parse, const std::string& what)
 void addOptions(CLI::App& app, const CommandText& text, RawOptions& raw, Options& options)
 {
     app.add_option("node", raw.nodes, "Nodes, as host:port")->type_name("HOST:PORT");
-    app.add_option("--nodes", raw.nodesFile, "File of nodes, parted by blanks or line ends; # for comments")
+    app.add_option("--nodes", raw.nodesFile,
+                   "File of nodes, parted by blanks or line ends; # for comments")
         ->type_name("FILE");
-    app.add_option("--address", raw.address,
-                   "IPv4 address announced to the nodes (default: the local one on the way to each node)")
+    app.add_option(
+           "--address", raw.address,
+           "IPv4 address announced to the nodes (default: the local one on the way to each node)")
         ->type_name("IP")
         ->check(readableBy(parseIp, "an IPv4 address"));
-    app.add_option("--listen-port", options.listenPort, "TCP port for the nodes (default 0: any free one)")
+    app.add_option("--listen-port", options.listenPort,
+                   "TCP port for the nodes (default 0: any free one)")
         ->type_name("PORT")
         ->check(CLI::Range(0, 65535).description(""));
     app.add_option("--timeout", raw.timeoutSeconds, "Seconds to wait for an answer (default 5)")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.1, 3600.0).description(""));
-    app.add_option("--text", options.text, "What the nodes are told about this master, up to 32 bytes")
+    app.add_option("--text", options.text,
+                   "What the nodes are told about this master, up to 32 bytes")
         ->type_name("TEXT")
-        ->check(
-            readableBy([](const std::string& given) { return given.size() <= MasterDaemonMessage::textSize; },
-                       "32 bytes or less"));
+        ->check(readableBy(
+            [](const std::string& given) { return given.size() <= MasterDaemonMessage::textSize; },
+            "32 bytes or less"));
     app.add_flag("--json", options.json, "Write JSON instead of text");
 
     if (text.command == Command::scan || text.command == Command::watch)
-        app.add_option("--broadcast", raw.broadcast, "Send the beacon to a broadcast address as well")
+        app.add_option("--broadcast", raw.broadcast,
+                       "Send the beacon to a broadcast address as well")
             ->type_name("IP:PORT")
-            ->check(readableBy(parseAddress, "an address: give IP:port, for example 10.0.0.255:5130"));
+            ->check(
+                readableBy(parseAddress, "an address: give IP:port, for example 10.0.0.255:5130"));
 
     if (text.command == Command::stop)
-        app.add_option("--as", raw.actAs, "Write the request in the name of the master with this address")
+        app.add_option("--as", raw.actAs,
+                       "Write the request in the name of the master with this address")
             ->type_name("IP:PORT")
-            ->check(readableBy(parseAddress, "an address: give IP:port, for example 10.0.0.2:21000"));
+            ->check(
+                readableBy(parseAddress, "an address: give IP:port, for example 10.0.0.2:21000"));
 
     app.footer(std::string(text.footer) + "\n\n" + exitStatuses + "\n");
 }

@@ -34,8 +34,8 @@ struct Options
 {
     Command command = Command::scan;
     std::vector<NodeName> nodes;
-    std::optional<NodeName> broadcast;  ///< Where a beacon reaches nodes that nobody named.
-    std::optional<uint32_t> address;    ///< Announced instead of the address on the way to the node.
+    std::optional<NodeName> broadcast; ///< Where a beacon reaches nodes that nobody named.
+    std::optional<uint32_t> address;   ///< Announced instead of the address on the way to the node.
     std::optional<MasterAddress> actAs; ///< Written into stop requests instead of the own address.
     uint16_t listenPort = 0;            ///< 0 for any free one.
     uint32_t timeoutMs = 5000;
@@ -43,8 +43,9 @@ struct Options
     bool json = false;
 };
 
-/** Reads the command line, which begins with the program's name. Gives the exit status if the program is to
-   end at once (help and errors have been written then), otherwise nothing and `options` is filled. */
+/** Reads the command line, which begins with the program's name. Gives the exit status if the
+    program is to end at once (help and errors have been written then), otherwise nothing and
+    `options` is filled. */
 std::optional<int> parseOptions(const std::vector<std::string>& arguments, Options& options,
                                 std::ostream& out, std::ostream& err);
 

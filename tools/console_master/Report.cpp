@@ -15,7 +15,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 using Row = std::array<juce::String, 7>;
 
-/** A field's text without what a terminal would obey. Bytes that are not UTF-8 become question marks. */
+/** A field's text without what a terminal would obey. Bytes that are not UTF-8 become question
+    marks. */
 juce::String readable(const std::string& field)
 {
     const auto text = std::string(textBeforeNul(field));
@@ -55,8 +56,9 @@ std::string describe(const Node& node)
 {
     const auto& state = *node.state;
     return "alias " + quoted(state.slaveAlias) + ", " + std::to_string(state.numGpus) +
-           (state.numGpus == 1 ? " GPU" : " GPUs") + ", version " + std::to_string(state.slaveVersion) +
-           ", " + (node.isOwned() ? "owned by " + ownerPhrase(node) : "free");
+           (state.numGpus == 1 ? " GPU" : " GPUs") + ", version " +
+           std::to_string(state.slaveVersion) + ", " +
+           (node.isOwned() ? "owned by " + ownerPhrase(node) : "free");
 }
 
 const char* eventName(NodeEvent event)
@@ -106,11 +108,13 @@ std::string eventDetail(const Node& node, NodeEvent event)
         case NodeEvent::stopped:
             return ": the node is free";
         case NodeEvent::refused:
-            return node.isOwned() ? ": owned by " + ownerPhrase(node) : ": the slave was not started";
+            return node.isOwned() ? ": owned by " + ownerPhrase(node)
+                                  : ": the slave was not started";
         case NodeEvent::stolen:
             return " by " + ownerPhrase(node);
         case NodeEvent::lost:
-            return node.connected ? ": the slave is no longer ours" : ": the daemon does not come back";
+            return node.connected ? ": the slave is no longer ours"
+                                  : ": the daemon does not come back";
         case NodeEvent::running:
         case NodeEvent::failed:
         case NodeEvent::disconnected:

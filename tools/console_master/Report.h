@@ -1,5 +1,5 @@
-// What the operator sees: tables, event lines, JSON. Pure functions. Texts that come from a daemon are shown
-// without control characters, which a terminal would obey.
+// What the operator sees: tables, event lines, JSON. Pure functions. Texts that come from a daemon
+// are shown without control characters, which a terminal would obey.
 #pragma once
 
 #include <string>

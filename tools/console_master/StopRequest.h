@@ -1,5 +1,5 @@
-// The operator's wish to end, as signals bring it. Process managers signal a process and then its group, so
-// one wish may arrive twice within microseconds.
+// The operator's wish to end, as signals bring it. Process managers signal a process and then its
+// group, so one wish may arrive twice within microseconds.
 #pragma once
 
 #include <atomic>

@@ -12,7 +12,8 @@ namespace {
 bool takesValue(std::string_view option)
 {
     static constexpr std::string_view options[] = {
-        "--net-master-address", "--net-master-port", "--daemon-port", "--alias", "-g", "--out-of-core"};
+        "--net-master-address", "--net-master-port", "--daemon-port", "--alias", "-g",
+        "--out-of-core"};
     return std::find(std::begin(options), std::end(options), option) != std::end(options);
 }
 

@@ -55,7 +55,8 @@ DaemonLink::Event DaemonLink::poll(int milliseconds)
 {
     for (int timeOut = milliseconds; socket.waitUntilReady(true, timeOut) != 0; timeOut = 0)
     {
-        // Byte by byte, because a read that may return early would leave the socket non-blocking for writes.
+        // Byte by byte, because a read that may return early would leave the socket non-blocking
+        // for writes.
         uint8_t byte = 0;
         const auto event = socket.read(&byte, 1, true) == 1 ? takeByte(byte) : Event::lost;
 

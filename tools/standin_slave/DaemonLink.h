@@ -1,5 +1,5 @@
-// The stand-in's connection to the daemon's slave monitor: the framework's message framing spoken on a plain
-// socket, since a scenario may also want bytes that are no frame. Used from one thread.
+// The stand-in's connection to the daemon's slave monitor: the framework's message framing spoken
+// on a plain socket, since a scenario may also want bytes that are no frame. Used from one thread.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ public:
     {
         none,    ///< Nothing that is complete came in time.
         message, ///< A whole message came, see getMessage.
-        lost     ///< The daemon closed the connection, or sent what is no frame; the link is closed now.
+        lost ///< The daemon closed the connection, or sent what is no frame; the link is closed now.
     };
 
     /** Connects to the port on 127.0.0.1. */

@@ -1,5 +1,5 @@
-// What the stand-in slave does, as read from its scenario file: for each of its two runs some settings and a
-// list of steps that are played one after the other.
+// What the stand-in slave does, as read from its scenario file: for each of its two runs some
+// settings and a list of steps that are played one after the other.
 #pragma once
 
 #include <cstdint>

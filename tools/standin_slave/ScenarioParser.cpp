@@ -36,7 +36,8 @@ Words splitIntoWords(std::string_view line)
     line = line.substr(0, line.find('#'));
     Words words;
 
-    for (size_t begin = 0; (begin = line.find_first_not_of(blanks, begin)) != std::string_view::npos;)
+    for (size_t begin = 0;
+         (begin = line.find_first_not_of(blanks, begin)) != std::string_view::npos;)
     {
         const auto end = std::min(line.find_first_of(blanks, begin), line.size());
         words.push_back(line.substr(begin, end - begin));
@@ -69,12 +70,13 @@ int hexDigit(char c)
     return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
 }
 
-/** The parsing of one line into the runs that it belongs to. Every parse function returns whether the words
-    were right and otherwise has set `error`. */
+/** The parsing of one line into the runs that it belongs to. Every parse function returns whether
+    the words were right and otherwise has set `error`. */
 class LineParser
 {
 public:
-    LineParser(const Words& lineWords, std::string& errorText) : words(lineWords), error(errorText) {}
+    LineParser(const Words& lineWords, std::string& errorText) : words(lineWords), error(errorText)
+    {}
 
     /** Takes the line as a setting of `run` or as a step that is appended to it. */
     bool parseInto(RunScenario& run)
@@ -316,8 +318,9 @@ bool parseLines(std::string_view text, Scenario& scenario, size_t& lineNumber, s
             runs = {&scenario.info};
         else if (words.size() == 1 && words[0] == "[run]")
             runs = {&scenario.run};
-        else if (!std::all_of(runs.begin(), runs.end(),
-                              [&](RunScenario* run) { return LineParser(words, error).parseInto(*run); }))
+        else if (!std::all_of(runs.begin(), runs.end(), [&](RunScenario* run) {
+                     return LineParser(words, error).parseInto(*run);
+                 }))
             return false;
     }
 
@@ -348,8 +351,8 @@ bool parseScenario(std::string_view text, Scenario& scenario, std::string& error
     }
 
     Scenario defaults;
-    parseLines(std::string("[info]\n") + defaultInfoSteps + "[run]\n" + defaultRunSteps, defaults, lineNumber,
-               error);
+    parseLines(std::string("[info]\n") + defaultInfoSteps + "[run]\n" + defaultRunSteps, defaults,
+               lineNumber, error);
 
     if (parsed.info.steps.empty())
         parsed.info.steps = std::move(defaults.info.steps);

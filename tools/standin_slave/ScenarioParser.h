@@ -22,8 +22,8 @@ constexpr uint32_t maxScenarioMilliseconds = 3600000;
 extern const char* const defaultInfoSteps;
 extern const char* const defaultRunSteps;
 
-/** Fills `scenario` and returns true, or leaves it alone, puts "line N: reason" into `error` and returns
-    false. */
+/** Fills `scenario` and returns true, or leaves it alone, puts "line N: reason" into `error` and
+    returns false. */
 bool parseScenario(std::string_view text, Scenario& scenario, std::string& error);
 
 } // namespace quelta

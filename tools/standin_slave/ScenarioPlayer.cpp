@@ -9,8 +9,8 @@ namespace quelta {
 
 namespace {
 
-/** Nobody can tell a slave without a connection to end, so after this time it does by itself. It is far
-    beyond the time that the daemon gives a slave to connect and to stop. */
+/** Nobody can tell a slave without a connection to end, so after this time it does by itself. It is
+    far beyond the time that the daemon gives a slave to connect and to stop. */
 constexpr uint32_t longestTimeWithoutConnection = 60000;
 
 constexpr uint32_t pollInterval = 50;
@@ -107,7 +107,8 @@ void ScenarioPlayer::tryAnotherConnection()
 
     report("second connection made");
 
-    for (const auto start = now(); now() - start < secondConnectionTime && !exitStatus.has_value(); pause(0))
+    for (const auto start = now(); now() - start < secondConnectionTime && !exitStatus.has_value();
+         pause(0))
     {
         if (second.poll(pollInterval) == DaemonLink::Event::lost)
             return report("second connection was closed by the daemon");
@@ -156,7 +157,8 @@ void ScenarioPlayer::sendBytes(const ScenarioStep& step)
         bytes.insert(bytes.end(), step.bytes.begin(), step.bytes.end());
 
     const auto framed = step.action == ScenarioStep::Action::frame;
-    report("sending %u bytes %s", static_cast<unsigned>(bytes.size()), framed ? "as a message" : "unframed");
+    report("sending %u bytes %s", static_cast<unsigned>(bytes.size()),
+           framed ? "as a message" : "unframed");
     checkSent(framed ? link.sendMessage(bytes) : link.sendRaw(bytes));
 }
 
@@ -212,7 +214,8 @@ void ScenarioPlayer::handleMessage()
     const auto& bytes = link.getMessage();
 
     if (!SlaveDaemonMessage::fromData(bytes.data(), bytes.size(), message))
-        return report("received an invalid message of %u bytes", static_cast<unsigned>(bytes.size()));
+        return report("received an invalid message of %u bytes",
+                      static_cast<unsigned>(bytes.size()));
 
     report("received %s", SlaveDaemonMessage::getTypeName(message.type));
 

@@ -1,5 +1,6 @@
-// Plays one run of a scenario: takes the steps in order and watches, in whatever waits there are, for the
-// daemon's stop message and for the end of the connection. Everything happens on the calling thread.
+// Plays one run of a scenario: takes the steps in order and watches, in whatever waits there are,
+// for the daemon's stop message and for the end of the connection. Everything happens on the
+// calling thread.
 #pragma once
 
 #include <cstdint>
@@ -30,7 +31,8 @@ private:
     void sendBytes(const ScenarioStep& step);
     void checkSent(bool sent);
 
-    /** Waits, without `duration` for ever, but not past the moment that the run's end is decided. */
+    /** Waits, without `duration` for ever, but not past the moment that the run's end is
+        decided. */
     void pause(std::optional<uint32_t> duration);
     void endIfDue();
     void handleMessage();

@@ -18,14 +18,16 @@ constexpr uint32_t badStartStatus = 2;
 void reportStart(const std::vector<std::string>& arguments)
 {
     for (size_t i = 0; i < arguments.size(); ++i)
-        report("argument %u: [%s]", static_cast<unsigned>(i), escapeForReport(arguments[i]).c_str());
+        report("argument %u: [%s]", static_cast<unsigned>(i),
+               escapeForReport(arguments[i]).c_str());
 
     const auto folder = platform::currentFolder().getFullPathName();
     report("folder: [%s]", escapeForReport(folder.toStdString()).c_str());
     report("pid: %lu", getProcessId());
 }
 
-/** Reads the scenario file, whose absence is none. Reports what is wrong with it and returns false. */
+/** Reads the scenario file, whose absence is none. Reports what is wrong with it and returns
+    false. */
 bool loadScenario(Scenario& scenario)
 {
     const auto executable = platform::executableFile();
@@ -71,7 +73,8 @@ uint32_t runStandinSlave(const std::vector<std::string>& arguments)
         return badStartStatus;
     }
 
-    return ScenarioPlayer(parsed.infoRequest ? scenario.info : scenario.run, parsed.daemonPort).play();
+    return ScenarioPlayer(parsed.infoRequest ? scenario.info : scenario.run, parsed.daemonPort)
+        .play();
 }
 
 } // namespace quelta

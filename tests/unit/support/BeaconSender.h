@@ -23,7 +23,10 @@ inline uint16_t findFreeBeaconPort()
 class BeaconSender
 {
 public:
-    explicit BeaconSender(uint16_t portToSendTo) : port(portToSendTo) { socket.bindToPort(0, "127.0.0.1"); }
+    explicit BeaconSender(uint16_t portToSendTo) : port(portToSendTo)
+    {
+        socket.bindToPort(0, "127.0.0.1");
+    }
 
     void send(const Bytes& datagram)
     {

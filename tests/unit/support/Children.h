@@ -1,5 +1,5 @@
-// The child processes of this process, ended but not yet reaped ones included, where the system shows
-// processes as files.
+// The child processes of this process, ended but not yet reaped ones included, where the system
+// shows processes as files.
 #pragma once
 
 #include <map>
@@ -27,14 +27,16 @@ inline std::string getStatusValue(const juce::File& process, const std::string& 
     return {};
 }
 
-/** Process number and state of every child, but for the one with which a sanitizer looks up names. */
+/** Process number and state of every child, but for the one with which a sanitizer looks up
+    names. */
 inline std::map<std::string, std::string> getChildren()
 {
     const auto self = getStatusValue(juce::File("/proc/self"), "Pid");
     std::map<std::string, std::string> children;
 
     for (const auto& entry : juce::File("/proc").findChildFiles(juce::File::findDirectories, false))
-        if (entry.getFileName().containsOnly("0123456789") && getStatusValue(entry, "PPid") == self &&
+        if (entry.getFileName().containsOnly("0123456789") &&
+            getStatusValue(entry, "PPid") == self &&
             !getStatusValue(entry, "Name").starts_with("llvm-symbolize"))
             children[entry.getFileName().toStdString()] = getStatusValue(entry, "State");
 

@@ -1,5 +1,5 @@
-// The base of tests of the DaemonNetworkThread: a daemon with the stand-in slave, and masters to introduce to
-// it. The test's thread is the message thread and ticks by hand.
+// The base of tests of the DaemonNetworkThread: a daemon with the stand-in slave, and masters to
+// introduce to it. The test's thread is the message thread and ticks by hand.
 #pragma once
 
 #include <memory>
@@ -30,7 +30,8 @@ protected:
     {
         daemon = std::make_unique<DaemonNetworkThread>(settings, 513, 2, limits);
 
-        const auto line = "start listening for masters on port " + std::to_string(settings.daemonPort);
+        const auto line =
+            "start listening for masters on port " + std::to_string(settings.daemonPort);
 
         // The discovery thread logs it whenever it comes to it.
         if (flags::daemon != 0)

@@ -15,7 +15,8 @@ public:
     DebugOutputCapture(const DebugOutputCapture&) = delete;
     DebugOutputCapture& operator=(const DebugOutputCapture&) = delete;
 
-    /** All of it, as its reader sees it: the system log ends a line with each call, a debugger does not. */
+    /** All of it, as its reader sees it: the system log ends a line with each call, a debugger does
+        not. */
     static std::string getReceived();
 };
 

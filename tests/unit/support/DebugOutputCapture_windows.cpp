@@ -9,7 +9,8 @@ namespace {
 std::string received;
 void* handler = nullptr;
 
-/** The system raises a text for a debugger as an exception, which whoever handles it first may keep. */
+/** The system raises a text for a debugger as an exception, which whoever handles it first may
+    keep. */
 LONG CALLBACK keepText(EXCEPTION_POINTERS* exception)
 {
     const auto& record = *exception->ExceptionRecord;

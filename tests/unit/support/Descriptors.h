@@ -1,5 +1,5 @@
-// The descriptors that this process has open, where the system shows them as files, and the faults that tests
-// make with them.
+// The descriptors that this process has open, where the system shows them as files, and the faults
+// that tests make with them.
 #pragma once
 
 #include <cstdint>
@@ -27,8 +27,8 @@ private:
     uint64_t limitBefore = 0;
 };
 
-/** Puts something that is no socket in the place of this process's UDP socket on `port`, so that receiving
-   fails. False if there is no such socket. */
+/** Puts something that is no socket in the place of this process's UDP socket on `port`, so that
+    receiving fails. False if there is no such socket. */
 bool breakUdpSocket(uint16_t port);
 
 } // namespace quelta::test

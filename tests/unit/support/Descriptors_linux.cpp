@@ -20,7 +20,8 @@ bool isUdpSocketOn(int descriptor, uint16_t port)
     socklen_t typeSize = sizeof(type);
     sockaddr_in address{};
     socklen_t addressSize = sizeof(address);
-    return getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &typeSize) == 0 && type == SOCK_DGRAM &&
+    return getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &typeSize) == 0 &&
+           type == SOCK_DGRAM &&
            getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &addressSize) == 0 &&
            address.sin_family == AF_INET && ntohs(address.sin_port) == port;
 }

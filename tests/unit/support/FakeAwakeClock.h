@@ -1,4 +1,5 @@
-// A clock that advances by calls only, in the place of the one that stands still while the machine sleeps.
+// A clock that advances by calls only, in the place of the one that stands still while the machine
+// sleeps.
 #pragma once
 
 #include <atomic>

@@ -1,5 +1,5 @@
-// A render master as the daemon meets it: listens on a free loopback port, speaks records written by hand and
-// keeps what the daemon sends.
+// A render master as the daemon meets it: listens on a free loopback port, speaks records written
+// by hand and keeps what the daemon sends.
 //
 // One thread of its own accepts, reads and closes; the test sends and asks.
 #pragma once
@@ -46,7 +46,10 @@ public:
     std::string getName() const { return formatAddress(address); }
 
     /** Sends a request in its own name. */
-    void send(uint32_t type, const std::string& text = {}) { sendFrame(makeRecord(type, address, text)); }
+    void send(uint32_t type, const std::string& text = {})
+    {
+        sendFrame(makeRecord(type, address, text));
+    }
 
     /** Sends any payload in the framework's framing. */
     void sendFrame(const Bytes& payload)

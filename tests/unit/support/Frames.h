@@ -1,5 +1,5 @@
-// The framework's message framing and the little-endian numbers in it, written by hand, so that a mistake of
-// the code under test cannot hide behind itself.
+// The framework's message framing and the little-endian numbers in it, written by hand, so that a
+// mistake of the code under test cannot hide behind itself.
 #pragma once
 
 #include <cstdint>

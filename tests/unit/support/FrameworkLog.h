@@ -1,5 +1,5 @@
-// Records what the framework itself has to say while it lives: that it killed a thread by force and, in debug
-// builds, that one of its assertions failed. Neither may ever happen.
+// Records what the framework itself has to say while it lives: that it killed a thread by force
+// and, in debug builds, that one of its assertions failed. Neither may ever happen.
 #pragma once
 
 #include <mutex>

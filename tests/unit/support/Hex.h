@@ -29,7 +29,8 @@ std::string toHex(const Bytes& bytes)
     for (const auto byte : bytes)
     {
         char word[4];
-        std::snprintf(word, sizeof(word), "%02X ", static_cast<unsigned>(static_cast<uint8_t>(byte)));
+        std::snprintf(word, sizeof(word), "%02X ",
+                      static_cast<unsigned>(static_cast<uint8_t>(byte)));
         text += word;
     }
 

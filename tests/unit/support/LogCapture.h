@@ -1,9 +1,9 @@
-// Captures what the code under test logs, and gives every test the log of a program that has just started:
-// all flags are 0 and the capturing sink is the only one. The destructor puts the flags back and leaves no
-// sink.
+// Captures what the code under test logs, and gives every test the log of a program that has just
+// started: all flags are 0 and the capturing sink is the only one. The destructor puts the flags
+// back and leaves no sink.
 //
-// One at a time, made and destroyed while no other thread logs. In between any thread may log and ask; a lock
-// of its own guards the lines, so that asking never waits for a sink.
+// One at a time, made and destroyed while no other thread logs. In between any thread may log and
+// ask; a lock of its own guards the lines, so that asking never waits for a sink.
 #pragma once
 
 #include <algorithm>
@@ -66,7 +66,8 @@ public:
     {
         std::unique_lock guard(captured.lock);
         return captured.changed.wait_for(guard, hangLimit, [&line] {
-            return std::find(captured.lines.begin(), captured.lines.end(), line) != captured.lines.end();
+            return std::find(captured.lines.begin(), captured.lines.end(), line) !=
+                   captured.lines.end();
         });
     }
 

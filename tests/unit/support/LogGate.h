@@ -1,5 +1,6 @@
-// Stops a thread in the middle of its work: whoever logs a certain line waits in it until the gate is opened,
-// with every lock that it holds there. It also holds the log's lock, so whoever else logs waits as well.
+// Stops a thread in the middle of its work: whoever logs a certain line waits in it until the gate
+// is opened, with every lock that it holds there. It also holds the log's lock, so whoever else
+// logs waits as well.
 //
 // One at a time. Made after the LogCapture, which removes the sink.
 #pragma once
@@ -39,7 +40,8 @@ public:
     bool waitUntilReached()
     {
         std::unique_lock guard(state.lock);
-        return state.changed.wait_for(guard, LogCapture::hangLimit, [this] { return state.reached; });
+        return state.changed.wait_for(guard, LogCapture::hangLimit,
+                                      [this] { return state.reached; });
     }
 
     void open()

@@ -1,8 +1,8 @@
-// The base of tests in which things happen at the same time, at many different moments. More rounds than the
-// tests have by themselves are had by --gtest_repeat.
+// The base of tests in which things happen at the same time, at many different moments. More rounds
+// than the tests have by themselves are had by --gtest_repeat.
 //
-// The time that a slave is given to end is short here, since some of these slaves never hear that they have
-// to.
+// The time that a slave is given to end is short here, since some of these slaves never hear that
+// they have to.
 #pragma once
 
 #include "Children.h"
@@ -15,8 +15,9 @@ class RaceTest : public DaemonTest
 protected:
     static constexpr uint32_t gracefulStopMs = 200;
 
-    /** The longest that stopping a slave may take: a poll of 100 ms to notice, the time to end, a poll to see
-        that it has ended, 500 ms to kill and reap it. The second is for a busy machine. */
+    /** The longest that stopping a slave may take: a poll of 100 ms to notice, the time to end,
+        a poll to see that it has ended, 500 ms to kill and reap it. The second is for a busy
+        machine. */
     static constexpr uint32_t stopBoundMs = 100 + gracefulStopMs + 100 + 500 + 1'000;
 
     /** The longest that the end of a daemon without a slave may take. */
@@ -36,15 +37,16 @@ protected:
 
     void startRaceDaemon() { startDaemon({10'000, 4'000, 10'000, gracefulStopMs}); }
 
-    /** Has `master` stop the slave and checks that it is free then, and that nothing comes behind the reply.
-     */
+    /** Has `master` stop the slave and checks that it is free then, and that nothing comes behind
+        the reply. */
     static void expectStopped(FakeMaster& master)
     {
         EXPECT_LT(timeOf([&master] { EXPECT_TRUE(master.nextOf(stopReply)); }), stopBoundMs);
         expectFree(master);
     }
 
-    /** Who owns the slave. Asked by a request that nobody knows, since no broadcast looks like its reply. */
+    /** Who owns the slave. Asked by a request that nobody knows, since no broadcast looks like its
+        reply. */
     static MasterAddress askForOwner(FakeMaster& master)
     {
         constexpr uint32_t unknownRequest = 7;

@@ -1,5 +1,5 @@
-// Sends a standard stream of this process into a file, where a test sees which bytes have really been
-// written, as the reader of a pipe would.
+// Sends a standard stream of this process into a file, where a test sees which bytes have really
+// been written, as the reader of a pipe would.
 #pragma once
 
 #include <fcntl.h>
@@ -19,7 +19,8 @@ public:
     {
         std::fflush(stream);
         original = dup(fileno(stream));
-        const int redirected = open(file.getFullPathName().toRawUTF8(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        const int redirected =
+            open(file.getFullPathName().toRawUTF8(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         dup2(redirected, fileno(stream));
         close(redirected);
     }

@@ -22,7 +22,10 @@ public:
     }
 
     /** What the next launch plays. */
-    void play(std::string_view scenario) { writeBytes(executable.withFileExtension("txt"), scenario); }
+    void play(std::string_view scenario)
+    {
+        writeBytes(executable.withFileExtension("txt"), scenario);
+    }
 
     const juce::File& getFile() const { return executable; }
 

@@ -1,5 +1,5 @@
-// The base of tests that run threads of the program: captures the log, fails when the framework kills a
-// thread or asserts, and ends the program when a test hangs.
+// The base of tests that run threads of the program: captures the log, fails when the framework
+// kills a thread or asserts, and ends the program when a test hangs.
 //
 // Log flags are read without a lock, so a test sets them before it starts a thread that logs.
 #pragma once
@@ -60,7 +60,8 @@ protected:
         return juce::Time::getMillisecondCounter() - start;
     }
 
-    static constexpr uint32_t hangLimitMs = 1000 * static_cast<uint32_t>(LogCapture::hangLimit.count());
+    static constexpr uint32_t hangLimitMs =
+        1000 * static_cast<uint32_t>(LogCapture::hangLimit.count());
 
     LogCapture log;
     FrameworkLog frameworkLog;

@@ -10,8 +10,8 @@ extern "C" decltype(&AssignProcessToJobObject) __imp_AssignProcessToJobObject;
 namespace quelta::test {
 namespace {
 
-BOOL WINAPI failWithoutAnError(LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL, DWORD,
-                               LPVOID, LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION)
+BOOL WINAPI failWithoutAnError(LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL,
+                               DWORD, LPVOID, LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION)
 {
     SetLastError(0);
     return FALSE;

@@ -1,7 +1,8 @@
-// Replaces a function of the system, for this program's calls of it, by another of the same signature.
+// Replaces a function of the system, for this program's calls of it, by another of the same
+// signature.
 //
-// `slot` is the program's pointer to the imported function, named __imp_ and the function's name. Constructor
-// and destructor run while no other thread calls the function.
+// `slot` is the program's pointer to the imported function, named __imp_ and the function's name.
+// Constructor and destructor run while no other thread calls the function.
 #pragma once
 
 #include <windows.h>

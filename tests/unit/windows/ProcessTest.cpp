@@ -13,7 +13,8 @@ TEST(ProcessTest, NoFaultShowsABox)
 {
     SetErrorMode(0);
     platform::prepareProcess();
-    EXPECT_EQ(GetErrorMode(), UINT{SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX});
+    EXPECT_EQ(GetErrorMode(),
+              UINT{SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX});
 }
 
 TEST(ProcessTest, TheSystemIsRequiredWhileARequestToStayAwakeIsHeld)

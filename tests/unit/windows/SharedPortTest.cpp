@@ -52,13 +52,13 @@ bool isExclusive(SOCKET socket)
 {
     BOOL exclusive = FALSE;
     int size = sizeof(exclusive);
-    return getsockopt(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, reinterpret_cast<char*>(&exclusive), &size) ==
-               0 &&
+    return getsockopt(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, reinterpret_cast<char*>(&exclusive),
+                      &size) == 0 &&
            exclusive != FALSE;
 }
 
-/** Binds to every address beside a socket on a single one, as Windows does and Wine does not: here to another
-    single address. */
+/** Binds to every address beside a socket on a single one, as Windows does and Wine does not: here
+    to another single address. */
 int WSAAPI bindLikeWindows(SOCKET socket, const sockaddr* name, int size)
 {
     auto address = *reinterpret_cast<const sockaddr_in*>(name);

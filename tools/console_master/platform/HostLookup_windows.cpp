@@ -19,7 +19,8 @@ std::optional<uint32_t> lookUpHost(const std::string& host)
     wanted.ai_socktype = SOCK_DGRAM;
     ADDRINFOW* found = nullptr;
 
-    if (GetAddrInfoW(reinterpret_cast<const wchar_t*>(name.c_str()), nullptr, &wanted, &found) != 0 ||
+    if (GetAddrInfoW(reinterpret_cast<const wchar_t*>(name.c_str()), nullptr, &wanted, &found) !=
+            0 ||
         found == nullptr)
         return std::nullopt;
 

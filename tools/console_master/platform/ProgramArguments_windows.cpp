@@ -10,7 +10,8 @@ namespace {
 
 std::string toUtf8(const wchar_t* text)
 {
-    // With the terminating NUL, which the last line takes off. Half of a surrogate pair becomes U+FFFD.
+    // With the terminating NUL, which the last line takes off. Half of a surrogate pair becomes
+    // U+FFFD.
     const int size = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
     std::string utf8(static_cast<size_t>(size), '\0');
     WideCharToMultiByte(CP_UTF8, 0, text, -1, utf8.data(), size, nullptr, nullptr);

@@ -5,8 +5,9 @@
 
 namespace quelta {
 
-/** From now on these signals go to `request`, which has to live as long as the process. A signal that the
-   request does not take for a repetition ends the process as if nothing had been installed. */
+/** From now on these signals go to `request`, which has to live as long as the process. A signal
+    that the request does not take for a repetition ends the process as if nothing had been
+    installed. */
 void installStopSignals(StopRequest& request);
 
 } // namespace quelta
