@@ -1,11 +1,16 @@
 """A slave path or a port that cannot work ends the start-up with its text and exit status 0."""
 
+import resource
+import signal
+
 import pytest
 
 from support import programs
 from support.output import error_line, plain_line
-from support.scenario import scenario
+from support.scenario import GPUS, SLAVE_VERSION, scenario
 from support.transcript import INFORMATION_RUN, between_start_and_stop
+
+STANDARD_STREAMS = 3
 
 
 def whole_output(node):
@@ -120,3 +125,15 @@ def test_error_of_a_failed_launch_is_tagged(make_node):
     assert lines[2:3] == [plain_line("Launching slave to gather information:")]
     assert lines[-4] == error_line(f"failed to launch Quelta slave: {193 if programs.ON_WINDOWS else 8}")
     assert node.wait_exit() == 0
+
+
+@pytest.mark.linux_only("limits the descriptors of a Linux process")
+def test_start_without_a_descriptor_for_the_quit_pipe_is_an_error(make_node):
+    """Signals then have their default effect: better than none, but the administrator has to know."""
+    node = make_node(flags="logPrefix", plays=scenario(information="connect\ninfo\nwait 1000\nexit 0"))
+    node.start()
+    node.slave_report(f"sending SLAVE_INFO, version {SLAVE_VERSION}, GPUs {GPUS}")
+    resource.prlimit(node.process.pid, resource.RLIMIT_NOFILE, (STANDARD_STREAMS, STANDARD_STREAMS))
+    node.output.wait(error_line("signals end the daemon without a shutdown: Too many open files"))
+    node.interrupt(signal.SIGTERM)
+    assert node.wait_exit() == -signal.SIGTERM
