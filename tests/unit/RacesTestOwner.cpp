@@ -130,7 +130,8 @@ TEST_F(RacesTestOwner, StealsAtTheSameTimeAreServedOneByOne)
 }
 
 /** The stop comes while the slave dies, at all distances. A failure may be told before the reply,
-    never behind it. */
+    never behind it. On a starved machine the slave can die before anybody has read that it is
+    initialised; its failure then comes first. */
 TEST_F(RacesTestOwner, AStopWhileTheSlaveCrashesIsObeyedInTime)
 {
     slave.play("[run]\nconnect\ninfo\nwait 120\nexit 3");
@@ -139,7 +140,7 @@ TEST_F(RacesTestOwner, AStopWhileTheSlaveCrashesIsObeyedInTime)
     {
         SCOPED_TRACE(delayMs);
         witness->send(startRequest);
-        ASSERT_TRUE(witness->nextOf(slaveRunning));
+        ASSERT_TRUE(witness->nextOf({slaveRunning, slaveFailed}));
         juce::Thread::sleep(delayMs);
         witness->send(stopRequest);
         expectStopped(*witness);

@@ -91,11 +91,13 @@ TEST_F(SlaveMonitorTest, TheSilenceIsCountedByTheClockThatStandsStillDuringSleep
 {
     FakeAwakeClock clock;
     const auto slave = connect();
+    slave->sayStatus();
+    ASSERT_TRUE(waitForStatus(STATUS_RUNNING));
     EXPECT_EQ(getSilence(), 0u);
     clock.advance(7'000);
     EXPECT_EQ(getSilence(), 7'000u);
-    slave->sayStatus();
-    EXPECT_TRUE(waitForStatus(STATUS_RUNNING));
+    slave->sayAuthenticating();
+    ASSERT_TRUE(waitForStatus(STATUS_AUTHENTICATING));
     EXPECT_EQ(getSilence(), 0u);
 }
 

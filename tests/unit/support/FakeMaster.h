@@ -4,9 +4,11 @@
 // One thread of its own accepts, reads and closes; the test sends and asks.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <deque>
+#include <initializer_list>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -110,16 +112,18 @@ public:
         return types;
     }
 
-    /** The next record of this type, letting go of those before it. */
-    std::optional<DaemonRecord> nextOf(uint32_t type)
+    /** The next record of one of these types; drops those before it. */
+    std::optional<DaemonRecord> nextOf(std::initializer_list<uint32_t> types)
     {
         auto record = next();
 
-        while (record && record->type != type)
+        while (record && std::find(types.begin(), types.end(), record->type) == types.end())
             record = next();
 
         return record;
     }
+
+    std::optional<DaemonRecord> nextOf(uint32_t type) { return nextOf({type}); }
 
     /** Whether no record waits to be taken. */
     bool hasNoRecord()
