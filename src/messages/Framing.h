@@ -1,4 +1,4 @@
-// How records travel over TCP: in the framework's message framing, an 8-byte block of two
+// How records travel over TCP: in JUCE's message framing, an 8-byte block of two
 // little-endian words (magic number, payload length in bytes) ahead of every record.
 #pragma once
 
@@ -6,7 +6,7 @@
 
 namespace quelta {
 
-/** The framework's default magic number, which every peer uses. */
+/** JUCE's default magic number, which every peer uses. */
 constexpr uint32_t frameMagic = 0xF2B49E2C;
 
 } // namespace quelta

@@ -10,8 +10,6 @@ namespace quelta {
 
 namespace {
 
-constexpr int wakeUpTimeoutMs = 1000;
-constexpr int busyPollMs = 10;
 constexpr int numPorts = 65536;
 
 } // namespace
@@ -25,7 +23,7 @@ SlaveMonitor::SlaveMonitor(uint16_t daemonPort)
 
 SlaveMonitor::~SlaveMonitor()
 {
-    stopListening();
+    stopServing();
 
     std::unique_ptr<SlaveConnection> closing;
 
@@ -64,7 +62,7 @@ void SlaveMonitor::findPort(uint16_t daemonPort)
     for (int tries = 0; tries < numPorts; ++tries)
     {
         // A slave would report to the other program that shares the port.
-        if (!platform::listenerWouldSharePort(candidate) && beginWaitingForSocket(candidate, {}))
+        if (!platform::listenerWouldSharePort(candidate) && serve(candidate))
         {
             QUELTA_LOG_DAEMON("using free port %u to communicate with slave", candidate);
             port = candidate;
@@ -80,28 +78,6 @@ void SlaveMonitor::findPort(uint16_t daemonPort)
 
     if (port == 0)
         logError("could not find a free socket to monitor slave");
-}
-
-/** Closing the listener makes the framework connect to itself to wake its thread, and what that
-    connection's other end holds is not always released. So the thread is brought to leave by itself
-    beforehand. It is never closed over a call of ours: the framework would kill the thread by force
-    if that took long, as it does when the reader of the log is slow. */
-void SlaveMonitor::stopListening()
-{
-    stopping = true;
-
-    if (const auto boundPort = getBoundPort(); boundPort > 0)
-    {
-        juce::StreamingSocket wakeUp;
-
-        if (wakeUp.connect("127.0.0.1", boundPort, wakeUpTimeoutMs))
-            serverIsLeaving.wait(wakeUpTimeoutMs);
-    }
-
-    while (serverIsBusy)
-        juce::Thread::sleep(busyPollMs);
-
-    stop();
 }
 
 void SlaveMonitor::getStatus(SlaveStatus& currentStatus,
@@ -143,26 +119,8 @@ void SlaveMonitor::deliverStopMessage()
         logError("failed to send stop message to slave");
 }
 
-juce::InterprocessConnection* SlaveMonitor::createConnectionObject()
-{
-    serverIsBusy = true;
-
-    if (auto* const accepted = acceptConnection())
-        return accepted; // startMonitoring follows on this thread
-
-    serverIsBusy = false;
-    return nullptr;
-}
-
 juce::InterprocessConnection* SlaveMonitor::acceptConnection()
 {
-    if (stopping)
-    {
-        juce::Thread::getCurrentThread()->signalThreadShouldExit();
-        serverIsLeaving.signal();
-        return nullptr;
-    }
-
     const juce::ScopedLock sl(lock);
 
     if (connection != nullptr)
@@ -189,7 +147,7 @@ void SlaveMonitor::startMonitoring()
             deliverStopMessage();
     }
 
-    serverIsBusy = false;
+    finishAccepting();
 }
 
 void SlaveMonitor::stopMonitoring()

@@ -3,7 +3,7 @@
 // to end.
 //
 // One monitor serves one launch. The SlaveProcess thread makes it, polls it and destroys it; the
-// server's thread accepts (createConnectionObject, connectionMade); the connection's own thread
+// server's thread accepts (acceptConnection, connectionMade); the connection's own thread
 // delivers messages.
 //
 // Connection: none -> connected -> lost. The first to connect keeps its place, also after it is
@@ -18,10 +18,11 @@
 
 #include "messages/SlaveDaemonMessage.h"
 #include "platform/AwakeClock.h"
+#include "util/PeerServer.h"
 
 namespace quelta {
 
-class SlaveMonitor final : public juce::InterprocessConnectionServer
+class SlaveMonitor final : public PeerServer
 {
 public:
     class SlaveConnection;
@@ -47,9 +48,6 @@ public:
     /** Asks the slave to end: now if it is connected, otherwise as soon as it connects. */
     void sendStopMessage();
 
-    /** For the server: the object that serves an accepted client, or null to turn it away. */
-    juce::InterprocessConnection* createConnectionObject() override;
-
     /** For the connection: it is established, it is lost, it has delivered a valid message. */
     void startMonitoring();
     void stopMonitoring();
@@ -64,8 +62,7 @@ public:
 
 private:
     void findPort(uint16_t daemonPort);
-    juce::InterprocessConnection* acceptConnection();
-    void stopListening();
+    juce::InterprocessConnection* acceptConnection() override;
     void setStatus(SlaveStatus newStatus);
     void deliverStopMessage();
 
@@ -74,10 +71,6 @@ private:
     static std::atomic<uint16_t> lastMonitorPort;
 
     uint16_t port = 0; // constant after construction
-
-    std::atomic<bool> stopping{false};
-    std::atomic<bool> serverIsBusy{false}; ///< The server's thread is in a call of ours.
-    juce::WaitableEvent serverIsLeaving;
 
     juce::CriticalSection lock; ///< Guards everything below.
     std::unique_ptr<SlaveConnection> connection;
