@@ -62,8 +62,8 @@ void SlaveDaemonApp::initialise(const juce::String& commandLine)
     printStartupSummary(settings, information.version, information.numGpus);
     platform::installQuitHandlers();
     platform::startWinsock();
-    networkThread =
-        std::make_unique<DaemonNetworkThread>(settings, information.version, information.numGpus);
+    networkThread = std::make_unique<DaemonNetworkThread>(settings, information.version,
+                                                          information.numGpus, lastMonitorPort);
 }
 
 void SlaveDaemonApp::shutdown()
@@ -123,7 +123,7 @@ bool SlaveDaemonApp::gatherInformation(const DaemonSettings& settings,
                                        SlaveInformation& information)
 {
     logUnprefixed("Launching slave to gather information:\n\n\n");
-    SlaveProcess slave(0, 0, settings, true, nullptr);
+    SlaveProcess slave(0, 0, settings, true, nullptr, lastMonitorPort);
 
     while (slave.isThreadRunning())
         juce::Thread::sleep(timing::informationPollMs);

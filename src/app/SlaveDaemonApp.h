@@ -9,6 +9,7 @@
 
 #include "app/DaemonSettings.h"
 #include "master/DaemonNetworkThread.h"
+#include "slave/MonitorPort.h"
 
 namespace quelta {
 
@@ -42,6 +43,7 @@ private:
     bool readSettings(DaemonSettings& settings);
     bool gatherInformation(const DaemonSettings& settings, SlaveInformation& information);
 
+    MonitorPort lastMonitorPort{0};                     ///< Of the information run, too.
     std::unique_ptr<DaemonNetworkThread> networkThread; ///< Null until start-up has succeeded.
 };
 

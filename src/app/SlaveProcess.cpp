@@ -32,14 +32,15 @@ const char* describe(SlaveHang hang)
 } // namespace
 
 SlaveProcess::SlaveProcess(uint32_t address, uint16_t port, const DaemonSettings& daemonSettings,
-                           bool onlyInformation, SlaveProcessOwner* processOwner,
-                           const SlaveTimeLimits& timeLimits)
+                           bool isInfoRequest, SlaveProcessOwner* processOwner,
+                           MonitorPort& monitorPort, const SlaveTimeLimits& timeLimits)
     : Thread("SlaveProcess"),
       masterAddress(address),
       masterPort(port),
       settings(daemonSettings),
-      infoRequest(onlyInformation),
+      infoRequest(isInfoRequest),
       owner(processOwner),
+      lastMonitorPort(monitorPort),
       limits(timeLimits)
 {
     logUnprefixed("\n");
@@ -58,7 +59,7 @@ SlaveProcess::~SlaveProcess()
 
 void SlaveProcess::run()
 {
-    SlaveMonitor monitor(settings.daemonPort);
+    SlaveMonitor monitor(settings.daemonPort, lastMonitorPort);
     platform::ChildProcess slave;
 
     if (!launchSlave(slave, monitor))
@@ -110,7 +111,7 @@ SlaveNextStep SlaveProcess::watch(platform::ChildProcess& slave, const SlaveMoni
         {
             initialisedSeen = true;
 
-            if (hasListener())
+            if (ownerWantsNotices())
                 owner->notifySlaveRunning();
         }
 
@@ -147,7 +148,7 @@ void SlaveProcess::conclude(platform::ChildProcess& slave, SlaveMonitor& monitor
 
     const bool stillRunning = step == SlaveNextStep::stop && !stopGracefully(slave, monitor);
 
-    if (failed && hasListener())
+    if (failed && ownerWantsNotices())
         owner->notifySlaveFailed();
 
     if (stillRunning)

@@ -16,6 +16,7 @@
 
 #include "app/DaemonSettings.h"
 #include "app/SlaveJudgement.h"
+#include "slave/MonitorPort.h"
 
 namespace quelta {
 
@@ -45,8 +46,9 @@ public:
     /** Starts the slave for the master at `masterAddress` (host order) and `masterPort`, or, with
         `infoRequest`, only to learn its version and number of GPUs. `owner` may be null and is not
         told about an information run. */
-    SlaveProcess(uint32_t masterAddress, uint16_t masterPort, const DaemonSettings& settings,
-                 bool infoRequest, SlaveProcessOwner* owner, const SlaveTimeLimits& limits = {});
+    SlaveProcess(uint32_t address, uint16_t port, const DaemonSettings& daemonSettings,
+                 bool isInfoRequest, SlaveProcessOwner* processOwner, MonitorPort& monitorPort,
+                 const SlaveTimeLimits& timeLimits = {});
 
     /** Stops the slave if it still runs, and waits for that. */
     ~SlaveProcess() override;
@@ -67,7 +69,7 @@ private:
     SlaveObservation observe(platform::ChildProcess& slave, const SlaveMonitor& monitor);
     void conclude(platform::ChildProcess& slave, SlaveMonitor& monitor, SlaveNextStep step);
     bool stopGracefully(platform::ChildProcess& slave, SlaveMonitor& monitor);
-    bool hasListener() const { return !infoRequest && owner != nullptr; }
+    bool ownerWantsNotices() const { return !infoRequest && owner != nullptr; }
 
     const uint32_t masterAddress;
     const uint16_t masterPort;
@@ -77,6 +79,7 @@ private:
     uint32_t numProvidedGpus = 0;
     std::atomic<bool> failed{false};
     SlaveProcessOwner* const owner;
+    MonitorPort& lastMonitorPort;
     const SlaveTimeLimits limits;
 };
 

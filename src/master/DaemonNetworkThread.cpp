@@ -12,10 +12,11 @@ namespace quelta {
 
 DaemonNetworkThread::DaemonNetworkThread(const DaemonSettings& daemonSettings,
                                          uint32_t slaveVersionToTell, uint32_t numGpusToTell,
-                                         const SlaveTimeLimits& limits)
+                                         MonitorPort& monitorPort, const SlaveTimeLimits& limits)
     : settings(daemonSettings),
       slaveVersion(slaveVersionToTell),
       numProvidedGpus(numGpusToTell),
+      lastMonitorPort(monitorPort),
       slaveLimits(limits),
       discovery(std::make_unique<MasterDiscovery>(daemonSettings.daemonPort))
 {
@@ -200,7 +201,7 @@ void DaemonNetworkThread::startSlave(const MasterAddress& address, MasterConnect
     ownerConnection = &connection;
     ownerText = masterText;
     slave = std::make_unique<SlaveProcess>(address.ip, address.port, settings, false, this,
-                                           slaveLimits);
+                                           lastMonitorPort, slaveLimits);
     broadcastStatus();
 }
 

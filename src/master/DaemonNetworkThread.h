@@ -42,7 +42,8 @@ public:
     /** Starts listening for masters. Every message tells them the version and the number of GPUs.
         The slave has to keep to `limits`. */
     DaemonNetworkThread(const DaemonSettings& daemonSettings, uint32_t slaveVersionToTell,
-                        uint32_t numGpusToTell, const SlaveTimeLimits& limits = {});
+                        uint32_t numGpusToTell, MonitorPort& monitorPort,
+                        const SlaveTimeLimits& limits = {});
 
     /** Stops listening, disconnects from all masters and stops the slave. */
     ~DaemonNetworkThread() override;
@@ -75,6 +76,7 @@ private:
     const DaemonSettings settings;
     const uint32_t slaveVersion;
     const uint32_t numProvidedGpus;
+    MonitorPort& lastMonitorPort;
     const SlaveTimeLimits slaveLimits;
 
     juce::CriticalSection lock; ///< Recursive. Guards everything below.

@@ -14,11 +14,9 @@ constexpr int numPorts = 65536;
 
 } // namespace
 
-std::atomic<uint16_t> SlaveMonitor::lastMonitorPort{0};
-
-SlaveMonitor::SlaveMonitor(uint16_t daemonPort)
+SlaveMonitor::SlaveMonitor(uint16_t daemonPort, MonitorPort& lastMonitorPort)
 {
-    findPort(daemonPort);
+    findPort(daemonPort, lastMonitorPort);
 }
 
 SlaveMonitor::~SlaveMonitor()
@@ -52,7 +50,7 @@ uint16_t SlaveMonitor::getNextPort(uint16_t candidate, uint16_t daemonPort)
     return next == daemonPort ? static_cast<uint16_t>(next + 1) : next;
 }
 
-void SlaveMonitor::findPort(uint16_t daemonPort)
+void SlaveMonitor::findPort(uint16_t daemonPort, MonitorPort& lastMonitorPort)
 {
     const auto first = getFirstPort(lastMonitorPort, daemonPort);
     lastMonitorPort = first;

@@ -10,7 +10,6 @@
 // lost; whoever comes later is turned away.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -18,6 +17,7 @@
 
 #include "messages/SlaveDaemonMessage.h"
 #include "platform/AwakeClock.h"
+#include "slave/MonitorPort.h"
 #include "util/PeerServer.h"
 
 namespace quelta {
@@ -29,7 +29,7 @@ public:
 
     /** Finds a free port and listens on it, on every interface. Never the daemon's own port. Never
         fails: without a free port getPort() is 0, and nobody can connect. */
-    explicit SlaveMonitor(uint16_t daemonPort);
+    SlaveMonitor(uint16_t daemonPort, MonitorPort& lastMonitorPort);
 
     /** Closes the port and the slave's connection. */
     ~SlaveMonitor() override;
@@ -61,14 +61,10 @@ public:
     static uint16_t getNextPort(uint16_t candidate, uint16_t daemonPort);
 
 private:
-    void findPort(uint16_t daemonPort);
+    void findPort(uint16_t daemonPort, MonitorPort& lastMonitorPort);
     juce::InterprocessConnection* acceptConnection() override;
     void setStatus(SlaveStatus newStatus);
     void deliverStopMessage();
-
-    /** Where the last monitor found its port, so that a relaunched slave is served on the same
-        one. */
-    static std::atomic<uint16_t> lastMonitorPort;
 
     uint16_t port = 0; // constant after construction
 

@@ -214,11 +214,25 @@ TEST_F(DaemonNetworkThreadTest, ARefusedDiscoveryThreadIsAnError)
 
     {
         const NoMoreThreads scarcity;
-        daemon = std::make_unique<DaemonNetworkThread>(settings, 513, 2);
+        daemon = std::make_unique<DaemonNetworkThread>(settings, 513, 2, lastMonitorPort);
     }
 
     EXPECT_EQ(log.lines(),
               Lines{"ERROR     : the system refused the thread that listens for masters"});
+}
+
+TEST_F(DaemonNetworkThreadTest, ItsSlaveReportsToTheRememberedPort)
+{
+    const auto port = [] {
+        juce::StreamingSocket free;
+        free.createListener(0, {});
+        return free.getBoundPort();
+    }();
+    lastMonitorPort = static_cast<uint16_t>(port);
+    const auto master = introduce();
+    startSlaveFor(*master);
+    EXPECT_TRUE(
+        wasLogged("using free port " + std::to_string(port) + " to communicate with slave"));
 }
 
 TEST_F(DaemonNetworkThreadTest, WithoutASlaveTheEndTakesLessThanASecond)

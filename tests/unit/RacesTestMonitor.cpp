@@ -14,13 +14,16 @@ namespace {
 constexpr uint32_t endBoundMs = 1'000;
 
 class RacesTestMonitor : public ThreadedTest
-{};
+{
+protected:
+    MonitorPort lastMonitorPort{0};
+};
 
 TEST_F(RacesTestMonitor, TheEndUnderAFloodOfMessagesTakesLessThanASecond)
 {
     for (int round = 0; round < 40; ++round)
     {
-        auto monitor = std::make_unique<SlaveMonitor>(uint16_t{5000});
+        auto monitor = std::make_unique<SlaveMonitor>(uint16_t{5000}, lastMonitorPort);
         SlaveVoice slave(monitor->getPort());
         ASSERT_TRUE(log.waitForLine("started to monitor slave"));
         const Repeating flood([&slave] { slave.sayStatus(); });
@@ -34,7 +37,7 @@ TEST_F(RacesTestMonitor, TheEndWhileStrangersConnectTakesLessThanASecond)
 {
     for (int round = 0; round < 40; ++round)
     {
-        auto monitor = std::make_unique<SlaveMonitor>(uint16_t{5000});
+        auto monitor = std::make_unique<SlaveMonitor>(uint16_t{5000}, lastMonitorPort);
         const auto port = monitor->getPort();
         const Repeating knocking([port] {
             constexpr int timeoutMs = 50; // some systems spend all of it on a closed port
@@ -50,7 +53,7 @@ TEST_F(RacesTestMonitor, AskingForTheStatusAndForTheEndWhileTheSlaveComesAndGoes
 {
     for (int round = 0; round < 20; ++round)
     {
-        SlaveMonitor monitor(5000);
+        SlaveMonitor monitor(5000, lastMonitorPort);
         const Repeating asking([&monitor] {
             SlaveStatus status = STATUS_STARTING;
             uint32_t silence = 0;

@@ -21,7 +21,10 @@ uint16_t findFreePort()
 }
 
 class SlaveMonitorPortTest : public ThreadedTest
-{};
+{
+protected:
+    MonitorPort lastMonitorPort{0};
+};
 
 TEST_F(SlaveMonitorPortTest, TheFirstSearchBeginsBehindTheDaemonsPort)
 {
@@ -77,27 +80,28 @@ TEST_F(SlaveMonitorPortTest, ASearchTriesEveryPortButTheDaemonsOnce)
 
 TEST_F(SlaveMonitorPortTest, ASecondMonitorGetsThePortOfTheFirst)
 {
-    const auto first = std::make_unique<SlaveMonitor>(uint16_t{5000})->getPort();
-    EXPECT_EQ(SlaveMonitor(6000).getPort(), first);
+    const auto first = SlaveMonitor(5000, lastMonitorPort).getPort();
+    EXPECT_EQ(lastMonitorPort, first);
+    EXPECT_EQ(SlaveMonitor(6000, lastMonitorPort).getPort(), first);
 }
 
 TEST_F(SlaveMonitorPortTest, APortThatIsTakenIsSkipped)
 {
-    const SlaveMonitor first(5000);
-    const SlaveMonitor second(5000);
+    const SlaveMonitor first(5000, lastMonitorPort);
+    const SlaveMonitor second(5000, lastMonitorPort);
     EXPECT_GT(second.getPort(), first.getPort());
 }
 
 TEST_F(SlaveMonitorPortTest, TheDaemonsOwnPortIsNeverTakenEvenIfItIsFree)
 {
-    const SlaveMonitor first(5000);
+    const SlaveMonitor first(5000, lastMonitorPort);
     const auto daemonPort = static_cast<uint16_t>(first.getPort() + 1);
-    EXPECT_GT(SlaveMonitor(daemonPort).getPort(), daemonPort);
+    EXPECT_GT(SlaveMonitor(daemonPort, lastMonitorPort).getPort(), daemonPort);
 }
 
 TEST_F(SlaveMonitorPortTest, TheEndOfAMonitorClosesTheConnectionAndFreesThePort)
 {
-    auto monitor = std::make_unique<SlaveMonitor>(uint16_t{5000});
+    auto monitor = std::make_unique<SlaveMonitor>(uint16_t{5000}, lastMonitorPort);
     const auto port = monitor->getPort();
     SlaveVoice slave(port);
     ASSERT_TRUE(log.waitForLine("started to monitor slave"));
@@ -115,12 +119,12 @@ TEST_F(SlaveMonitorPortTest, MonitorsLeaveNoDescriptorBehind)
     if (!descriptorsCanBeCounted())
         GTEST_SKIP() << "the system does not show a process's descriptors as files";
 
-    SlaveMonitor(5000).getPort();
+    SlaveMonitor(5000, lastMonitorPort).getPort();
     const auto before = countDescriptors();
 
     for (int round = 0; round < 50; ++round)
     {
-        const SlaveMonitor monitor(5000);
+        const SlaveMonitor monitor(5000, lastMonitorPort);
         const SlaveVoice slave(monitor.getPort());
         const SlaveVoice stranger(monitor.getPort());
     }
@@ -135,68 +139,49 @@ TEST_F(SlaveMonitorPortTest, WithoutAnyFreePortThatIsAnError)
 
     flags::logPrefix = 1;
     const NoMoreDescriptors scarcity;
-    EXPECT_EQ(SlaveMonitor(5000).getPort(), 0);
+    EXPECT_EQ(SlaveMonitor(5000, lastMonitorPort).getPort(), 0);
     EXPECT_EQ(log.lines(), Lines{"ERROR     : could not find a free socket to monitor slave"});
 }
 
-// What only the first monitor of a process does happens in a process of its own.
-
-class SlaveMonitorDeathTest : public ThreadedTest
+TEST_F(SlaveMonitorPortTest, TheFirstPortTriedIsTheOneBehindTheDaemons)
 {
-protected:
-    SlaveMonitorDeathTest() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
-
-    /** Ends the process with a status that tells whether `condition` holds. */
-    [[noreturn]] static void endWith(bool condition) { std::_Exit(condition ? 0 : 1); }
-};
-
-TEST_F(SlaveMonitorDeathTest, TheFirstPortTriedIsTheOneBehindTheDaemons)
-{
-    const auto startsThere = [] {
-        const auto port = findFreePort();
-        endWith(SlaveMonitor(static_cast<uint16_t>(port - 1)).getPort() == port);
-    };
-    EXPECT_EXIT(startsThere(), testing::ExitedWithCode(0), "");
+    const auto port = findFreePort();
+    EXPECT_EQ(SlaveMonitor(static_cast<uint16_t>(port - 1), lastMonitorPort).getPort(), port);
 }
 
-TEST_F(SlaveMonitorDeathTest, IfThatIsTakenTheNextOneIsTried)
+TEST_F(SlaveMonitorPortTest, IfThatIsTakenTheNextOneIsTried)
 {
-    const auto goesOn = [] {
-        const auto port = findFreePort();
-        juce::StreamingSocket taken;
-        taken.createListener(port, {});
-        endWith(SlaveMonitor(static_cast<uint16_t>(port - 1)).getPort() > port);
-    };
-    EXPECT_EXIT(goesOn(), testing::ExitedWithCode(0), "");
+    const auto port = findFreePort();
+    juce::StreamingSocket taken;
+    taken.createListener(port, {});
+    EXPECT_GT(SlaveMonitor(static_cast<uint16_t>(port - 1), lastMonitorPort).getPort(), port);
 }
 
-/** The socket layer takes number 0 as a wish for any port, so a listener is there that nobody is
+/** The socket layer takes number 0 as a wish for any port, so a listener is there that no slave is
     told of. */
-TEST_F(SlaveMonitorDeathTest, BehindTheHighestPortThereIsNoneAndTheNextMonitorBeginsAnew)
+TEST_F(SlaveMonitorPortTest, BehindTheHighestPortThereIsNoneAndTheNextMonitorBeginsAnew)
 {
-    const auto findsNone = [this] {
-        const SlaveMonitor without(65535);
-        const bool noPort = without.getPort() == 0 && without.getBoundPort() > 0 &&
-                            log.lines() == Lines{"using free port 0 to communicate with slave",
-                                                 "could not find a free socket to monitor slave"};
-        const auto port = findFreePort();
-        endWith(noPort && SlaveMonitor(static_cast<uint16_t>(port - 1)).getPort() == port);
-    };
-    EXPECT_EXIT(findsNone(), testing::ExitedWithCode(0), "");
+    const SlaveMonitor without(65535, lastMonitorPort);
+    EXPECT_EQ(without.getPort(), 0);
+    EXPECT_GT(without.getBoundPort(), 0);
+    EXPECT_EQ(lastMonitorPort, 0);
+    EXPECT_EQ(log.lines(), (Lines{"using free port 0 to communicate with slave",
+                                  "could not find a free socket to monitor slave"}));
+
+    const auto port = findFreePort();
+    EXPECT_EQ(SlaveMonitor(static_cast<uint16_t>(port - 1), lastMonitorPort).getPort(), port);
 }
 
 /** Number 0 follows, which the socket layer takes as a wish for any port. */
-TEST_F(SlaveMonitorDeathTest, AfterTheHighestPortTheSearchGoesOnAtZero)
+TEST_F(SlaveMonitorPortTest, AfterTheHighestPortTheSearchGoesOnAtZero)
 {
-    const auto wraps = [this] {
-        juce::StreamingSocket taken;
-        taken.createListener(65535, {}); // if it fails, somebody else holds the port
-        const SlaveMonitor wrapped(65534);
-        endWith(wrapped.getPort() == 0 && wrapped.getBoundPort() > 0 &&
-                log.lines() == Lines{"using free port 0 to communicate with slave",
-                                     "could not find a free socket to monitor slave"});
-    };
-    EXPECT_EXIT(wraps(), testing::ExitedWithCode(0), "");
+    juce::StreamingSocket taken;
+    taken.createListener(65535, {}); // fails if another program holds the port, which is as good
+    const SlaveMonitor wrapped(65534, lastMonitorPort);
+    EXPECT_EQ(wrapped.getPort(), 0);
+    EXPECT_GT(wrapped.getBoundPort(), 0);
+    EXPECT_EQ(log.lines(), (Lines{"using free port 0 to communicate with slave",
+                                  "could not find a free socket to monitor slave"}));
 }
 
 } // namespace

@@ -61,7 +61,8 @@ protected:
         return slave;
     }
 
-    SlaveMonitor monitor{daemonPort};
+    MonitorPort lastMonitorPort{0};
+    SlaveMonitor monitor{daemonPort, lastMonitorPort};
 };
 
 TEST_F(SlaveMonitorTest, ItSaysOnWhichPortItListens)
@@ -271,12 +272,13 @@ protected:
     {
         flags::daemonDetail = 1;
         flags::logPrefix = 1;
-        monitor.emplace(daemonPort);
+        monitor.emplace(daemonPort, lastMonitorPort);
         slave.emplace(monitor->getPort());
         EXPECT_TRUE(log.waitForLine("daemon    : started to monitor slave"));
         log.clear();
     }
 
+    MonitorPort lastMonitorPort{0};
     std::optional<SlaveMonitor> monitor;
     std::optional<SlaveVoice> slave;
 };
@@ -319,7 +321,7 @@ TEST_F(SlaveMonitorFramesTest, ForeignAndCutFramesHarmNothing)
     for (const auto* bytes : {"DD CC BB AA 14 00 00 00", "2C 9E B4 F2", "2C 9E B4 F2 00 00 00 00",
                               "2C 9E B4 F2 FF FF FF FF"})
     {
-        SlaveMonitor attacked(daemonPort);
+        SlaveMonitor attacked(daemonPort, lastMonitorPort);
         log.clear();
         const auto sent = fromHex(bytes);
 

@@ -32,7 +32,7 @@ protected:
         slave.play(scenario);
         settings.slaveExecutable = slave.getFile();
         settings.daemonPort = 5000;
-        process.emplace(0x7F000001, 5130, settings, infoRequest, &owner, limits);
+        process.emplace(0x7F000001, 5130, settings, infoRequest, &owner, lastMonitorPort, limits);
     }
 
     void runToTheEnd(const char* scenario, const SlaveTimeLimits& limits = patient,
@@ -68,6 +68,7 @@ protected:
     StandinSlave slave{""};
     DaemonSettings settings;
     SlaveListener owner;
+    MonitorPort lastMonitorPort{0};
     std::optional<SlaveProcess> process;
 };
 
@@ -76,7 +77,7 @@ TEST_F(SlaveProcessTest, AMissingExecutableIsAFailureThatTheOwnerIsNotToldOf)
     flags::logPrefix = 1;
     settings.slaveExecutable = slave.getFile().getSiblingFile("missing");
     settings.daemonPort = 5000;
-    process.emplace(0, 0, settings, false, &owner, patient);
+    process.emplace(0, 0, settings, false, &owner, lastMonitorPort, patient);
     waitForEnd();
     EXPECT_TRUE(wasLogged("ERROR     : failed to launch Quelta slave: 2"));
     expectOutcome(true, 0, 0, {});
@@ -258,6 +259,18 @@ TEST_F(SlaveProcessTest, AnInformationRunDoesNotKeepTheMachineAwake)
     process->stopThread(-1);
 }
 
+TEST_F(SlaveProcessTest, ARelaunchedSlaveReportsToTheSamePort)
+{
+    runToTheEnd("[info]\nconnect\ninfo\nexit 0", patient, true);
+    const uint16_t first = lastMonitorPort;
+    ASSERT_NE(first, 0);
+    log.clear();
+    runToTheEnd("[run]\nexit 0");
+    EXPECT_TRUE(
+        wasLogged("using free port " + std::to_string(first) + " to communicate with slave"));
+    EXPECT_EQ(lastMonitorPort, first);
+}
+
 TEST_F(SlaveProcessTest, AnInformationRunEndsWellOnceTheSlaveHasReported)
 {
     runToTheEnd("[info]\nversion 513\ngpus 7\nconnect\nauthenticating\ninfo\nwait 150\nexit 9",
@@ -285,7 +298,7 @@ TEST_F(SlaveProcessTest, WithoutAnOwnerNobodyIsTold)
     slave.play("[run]\nconnect\ninfo\nwait 150\nexit 0");
     settings.slaveExecutable = slave.getFile();
     settings.daemonPort = 5000;
-    process.emplace(0, 0, settings, false, nullptr, patient);
+    process.emplace(0, 0, settings, false, nullptr, lastMonitorPort, patient);
     waitForEnd();
     expectOutcome(true, 0, 0, {crashLine});
 }

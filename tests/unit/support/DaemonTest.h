@@ -28,7 +28,7 @@ protected:
     /** A slave that is stopped before it has connected costs the last limit if it never does. */
     void startDaemon(const SlaveTimeLimits& limits = {10'000, 4'000, 10'000, 2'000})
     {
-        daemon = std::make_unique<DaemonNetworkThread>(settings, 513, 2, limits);
+        daemon = std::make_unique<DaemonNetworkThread>(settings, 513, 2, lastMonitorPort, limits);
 
         const auto line =
             "start listening for masters on port " + std::to_string(settings.daemonPort);
@@ -76,6 +76,7 @@ protected:
 
     StandinSlave slave{wellBehaved};
     DaemonSettings settings;
+    MonitorPort lastMonitorPort{0};
     std::unique_ptr<DaemonNetworkThread> daemon;
 };
 
