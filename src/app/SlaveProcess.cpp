@@ -1,5 +1,7 @@
 #include "app/SlaveProcess.h"
 
+#include <optional>
+
 #include "log/Log.h"
 #include "platform/AwakeClock.h"
 #include "platform/ChildProcess.h"
@@ -65,7 +67,11 @@ void SlaveProcess::run()
     if (!launchSlave(slave, monitor))
         return;
 
-    const platform::KeepAwake keepAwake(!infoRequest);
+    std::optional<platform::KeepAwake> keepAwake;
+
+    if (!infoRequest)
+        keepAwake.emplace();
+
     const auto step = watch(slave, monitor);
     slaveVersion = monitor.getSlaveVersion();
     numProvidedGpus = monitor.getNumGpus();

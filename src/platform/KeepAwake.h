@@ -9,18 +9,11 @@ namespace quelta::platform {
 class KeepAwake
 {
 public:
-    /** Without `wanted` nothing is requested. */
-    explicit KeepAwake(bool wanted);
+    KeepAwake();
     ~KeepAwake();
 
     KeepAwake(const KeepAwake&) = delete;
     KeepAwake& operator=(const KeepAwake&) = delete;
-
-    /** How many requests this process holds. Any thread. */
-    static int countHeld();
-
-private:
-    const bool held;
 };
 
 } // namespace quelta::platform

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "platform/KeepAwake.h"
 #include "platform/Paths.h"
 #include "support/FakeAwakeClock.h"
 #include "support/SlaveListener.h"
@@ -239,24 +238,6 @@ TEST_F(SlaveProcessTest, AStopDeadlineThatHasPassedCutsTheGraceShort)
     EXPECT_GE(time, 290u); // the clocks differ in how often they advance
     EXPECT_LT(time, 300u + 2'000u);
     expectOutcome(false, 0, 0, {killLine});
-}
-
-TEST_F(SlaveProcessTest, TheMachineIsKeptAwakeAsLongAsAMastersSlaveRuns)
-{
-    EXPECT_EQ(platform::KeepAwake::countHeld(), 0);
-    start("[run]\non-stop exit-after 0\nconnect\nstatus\nbeat 50");
-    ASSERT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
-    EXPECT_EQ(platform::KeepAwake::countHeld(), 1);
-    process->stopThread(-1);
-    EXPECT_EQ(platform::KeepAwake::countHeld(), 0);
-}
-
-TEST_F(SlaveProcessTest, AnInformationRunDoesNotKeepTheMachineAwake)
-{
-    start("[info]\non-stop exit-after 0\nconnect\nstatus\nbeat 50", patient, true);
-    ASSERT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
-    EXPECT_EQ(platform::KeepAwake::countHeld(), 0);
-    process->stopThread(-1);
 }
 
 TEST_F(SlaveProcessTest, ARelaunchedSlaveReportsToTheSamePort)

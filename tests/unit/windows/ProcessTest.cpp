@@ -22,12 +22,7 @@ TEST(ProcessTest, TheSystemIsRequiredWhileARequestToStayAwakeIsHeld)
     SetThreadExecutionState(ES_CONTINUOUS); // Wine begins with a state that Windows does not have
 
     {
-        const platform::KeepAwake notWanted(false);
-        EXPECT_EQ(SetThreadExecutionState(ES_CONTINUOUS) & ES_SYSTEM_REQUIRED, 0u);
-    }
-
-    {
-        const platform::KeepAwake keepAwake(true);
+        const platform::KeepAwake keepAwake;
         const EXECUTION_STATE required = ES_CONTINUOUS | ES_SYSTEM_REQUIRED;
         EXPECT_EQ(SetThreadExecutionState(required), required);
     }
