@@ -1,20 +1,24 @@
-// The log: one finished line of text at a time to every enabled sink.
+// The log: hands each finished line of text to every enabled sink.
 //
-// Any thread may log. A line is built on the caller's stack without allocation, then given to all
-// sinks under one recursive lock, so that lines never mix and every sink sees the same order.
-// Before initLog and after shutdownLog there are no sinks and calls are silent.
+// Any thread may log. A line is built on the caller's stack without allocation and then given to
+// all sinks under one lock: lines never mix, and every sink sees the same order. There are no sinks
+// before initLog and after shutdownLog; log calls are silent then.
 #pragma once
 
-#include <cstdint>
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <mutex>
 
-#include <juce_core/juce_core.h>
+#include <juce_events/juce_events.h>
 
+#include "log/LogFile.h"
 #include "log/LogFlags.h"
 
 #define QUELTA_PRINTF_FORMAT(formatIndex, firstArgument) \
     __attribute__((format(printf, formatIndex, firstArgument)))
 
-/** Logs under the flag `daemon`; the arguments are evaluated only when it is set. */
+/** Logs under the flag `daemon`. The arguments are evaluated only if the flag is set. */
 #define QUELTA_LOG_DAEMON(...)                          \
     do                                                  \
     {                                                   \
@@ -22,7 +26,7 @@
             ::quelta::logPrintf("daemon", __VA_ARGS__); \
     } while (false)
 
-/** Logs under the flag `daemonDetail`; the arguments are evaluated only when it is set. */
+/** Logs under the flag `daemonDetail`. The arguments are evaluated only if the flag is set. */
 #define QUELTA_LOG_DAEMON_DETAIL(...)                   \
     do                                                  \
     {                                                   \
@@ -32,33 +36,80 @@
 
 namespace quelta {
 
-/** Takes a finished line, UTF-8, without a line end. Called under the log lock. */
+namespace test {
+class LogAccess;
+}
+
+/** Writes a finished line: UTF-8, without a line end. Called under the log lock. */
 using LogSink = void (*)(const char* line);
 
-/** Logs a line with a prefix, which may be empty. A line longer than 102,399 bytes is cut. */
+/** Logs a line with a prefix, which may be empty. Cuts lines longer than 102,399 bytes. */
 void logPrintf(const char* prefix, const char* format, ...) QUELTA_PRINTF_FORMAT(2, 3);
 
-/** Logs a plain report line. */
+/** Logs a line without a prefix. */
 void logUnprefixed(const char* format, ...) QUELTA_PRINTF_FORMAT(1, 2);
 
-/** Logs an error; errors reach every sink whatever the flags say. */
+/** Logs an error. Errors reach every sink; no flag suppresses them. */
 void logError(const char* format, ...) QUELTA_PRINTF_FORMAT(1, 2);
 
-/** Logs a text that is already built; without timestamps and prefixes it may be of any length. */
+/** Logs a finished text. Its length is not limited if time stamps and prefixes are off. */
 void logString(const char* prefix, const juce::String& text);
 
-/** Adds a sink unless it is there already. False for null and when 16 sinks are there. */
+/** Adds a sink unless it is already present. Returns false for null, and if there are 16 sinks. */
 bool addLogSink(LogSink sink);
 
-/** Writes what the log file still buffers. */
+/** Writes the buffered lines to the log file. */
 void flushLog();
 
-/** Starts logging: reads the flags file in `folder`, chooses the sinks, logs the first lines.
-    `folder` is a full path in UTF-8. On the message thread, once; needs a message manager if a
-    flush timer is asked for. */
+/** Starts logging: reads the flags file in `folder`, adds the chosen sinks, logs the first lines.
+    `folder` is a full path in UTF-8. Message thread; a flush timer needs JUCE's message manager. */
 void initLog(const char* folder);
 
-/** Logs the last lines and closes the log file. On the message thread. */
+/** Logs the last lines, removes the sinks and closes the log file. Message thread. */
 void shutdownLog();
+
+/** The process-wide log behind the functions above. `lock` guards every member. It is recursive
+    because sinks, and code that holds it, may log. It is not juce::CriticalSection, whose priority
+    inheritance makes every contended line slower. */
+class Log
+{
+public:
+    /** Flushes the log file every `logFlushTime` milliseconds, on the message thread. */
+    class LogFlushTimer final : public juce::Timer
+    {
+    public:
+        LogFlushTimer();
+        void timerCallback() override;
+    };
+
+    /** Returns the only instance. Never destroyed: threads of JUCE may log until the process ends. */
+    static Log& get();
+
+    Log(const Log&) = delete;
+    Log& operator=(const Log&) = delete;
+
+    void start(const char* folder);
+    void stop();
+    bool addSink(LogSink sink);
+    void flush();
+
+    /** Gives a finished line to every sink, in the order in which they were added. */
+    void dispatch(const char* line);
+
+private:
+    friend class test::LogAccess; // resets the log between unit tests
+
+    static constexpr size_t maxSinks = 16;
+
+    Log() = default;
+    void addChosenSinks();
+    static void writeToFile(const char* line);
+
+    std::recursive_mutex lock;
+    std::array<LogSink, maxSinks> sinks{};
+    size_t sinkCount = 0;
+    LogFile file;
+    std::unique_ptr<LogFlushTimer> flushTimer;
+};
 
 } // namespace quelta

@@ -47,8 +47,8 @@ void LogFile::close()
     output.close();
 }
 
-/** Buffers the line and a line feed, the line end on every system. The buffer never becomes full,
-    so it never needs to grow. */
+/** Buffers the line and a line feed, the line end on every system. The buffer never reaches its
+    capacity and therefore never reallocates. */
 void LogFile::append(std::string_view line)
 {
     if (buffer.size() + line.size() + 1 >= bufferSize)
@@ -63,8 +63,8 @@ void LogFile::append(std::string_view line)
         writeOut(line, "\n");
 }
 
-/** Writes whole lines, in two pieces so that a long one need not be copied. Removes what a full
-    disk has cut off a line, so that the file goes on with a whole line once there is room. */
+/** Writes whole lines. The line end is separate so that a long line need not be copied. If the disk
+    is full, removes the beginning of a line again, so that the next line does not continue it. */
 void LogFile::writeOut(std::string_view text, std::string_view lineEnd)
 {
     auto written = output.write(text.data(), text.size());
@@ -104,7 +104,7 @@ bool LogFile::openInTemporaryFolder()
     const auto substitute =
         platform::temporaryFolder().getChildFile(fileName.getComponents().back().c_str());
 
-    // A link is deleted too, even a dangling one: another user may have placed it.
+    // Deletes links as well, even dangling ones: another user may have planted them.
     if (flags::logAppendToFile == 0 && !substitute.isDirectory())
         substitute.deleteFile();
 

@@ -1,10 +1,11 @@
-// The log file: opened by the first line that reaches it, in the executable's folder or, failing
-// that, in the temporary folder; given up for good, silently, when neither works. Lines that do not
-// fit on a full disk are lost; what the file holds are whole lines.
+// The log file. The first line opens it in the executable's folder or, if that fails, in the
+// temporary folder. If both fail, the log silently does without a file until the process ends.
 //
-// Every call is made under the log lock.
+// Lines that do not fit on a full disk are lost, but the file only ever holds whole lines. Called
+// under the log lock.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -19,17 +20,17 @@ namespace quelta {
 class LogFile
 {
 public:
-    /** Where the file will lie. Nothing is opened yet. */
+    /** Sets the path. Opens nothing yet. */
     void setFileName(FileName name);
 
-    /** Appends the line and a line feed, opening the file if need be; flushes as `logForceFlush`
-        asks. */
+    /** Appends the line and a line feed. Opens the file if necessary, and flushes it every
+        `logForceFlush` lines. */
     void writeLine(const char* line);
 
-    /** Writes out what is buffered, if a file is open. */
+    /** Writes the buffered lines and waits until the disk has them. No-op if no file is open. */
     void flush();
 
-    /** Flushes and closes the file, if one is open. */
+    /** Flushes and closes the file. No-op if no file is open. */
     void close();
 
 private:
@@ -39,14 +40,17 @@ private:
     bool openBesideExecutable();
     bool openInTemporaryFolder();
 
-    static constexpr size_t bufferSize = 65536; ///< Bytes.
+    static constexpr size_t bufferSize = 65'536; ///< Bytes.
 
     FileName fileName;
-    juce::File
-        file; ///< What `fileName` names; made beforehand, since a name that is none logs an error.
+
+    /** `fileName`, converted in advance: converting an invalid name logs an error, which a sink
+        must not do. */
+    juce::File file;
+
     platform::OutputFile output;
     std::string buffer;  ///< Whole lines only, fewer than `bufferSize` bytes.
-    bool failed = false; ///< Both places have failed; never reset.
+    bool failed = false; ///< The file could be opened in neither folder. Never reset.
     int32_t linesUntilFlush = 0;
 };
 

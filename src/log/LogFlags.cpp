@@ -11,10 +11,10 @@ namespace quelta {
 
 namespace {
 
-constexpr size_t longestPrefix = 12;
+constexpr size_t maxPrefixLength = 12; ///< Of a registered prefix, quotes included.
 
-/** Built by the static initialisers below and never destroyed, so that a line logged late still
-    finds it. */
+/** Created by the static initialisers below. Never destroyed, because threads may log until the
+    process ends. */
 LogFlagRegistry* registry = nullptr;
 
 const char* getTypeName(LogFlagType type)
@@ -42,7 +42,7 @@ bool isBlank(std::string_view token)
     return token.find_first_not_of(" \t\n\v\f\r") == std::string_view::npos;
 }
 
-/** Cuts at blanks, except inside double quotes, which stay part of their token. */
+/** Splits at white space outside double quotes. The quotes stay part of their token. */
 std::vector<std::string_view> splitIntoTokens(std::string_view text)
 {
     std::vector<std::string_view> tokens;
@@ -64,7 +64,7 @@ std::vector<std::string_view> splitIntoTokens(std::string_view text)
     return tokens;
 }
 
-/** The text behind the byte order mark; unlike the framework's conversion not ended by a NUL. */
+/** Converts the text after the byte order mark. JUCE's conversion would stop at a NUL. */
 std::string toUtf8(std::string_view utf16)
 {
     const size_t highByte = utf16.front() == '\xFE' ? 0 : 1;
@@ -92,7 +92,7 @@ bool isValue(std::string_view token)
 
 namespace flags {
 
-// A prefix is spelled with its quotes, as the table of flags prints it.
+// Prefixes include the double quotes that the table of flags prints.
 #define QUELTA_LOG_FLAG(name, prefix, description) \
     int32_t name = registerLogFlag(&name, prefix, #name, description)
 
@@ -130,9 +130,9 @@ int32_t registerLogFlag(int32_t* value, const char* prefix, const char* name,
 
     std::string storedPrefix = prefix;
 
-    if (storedPrefix.size() > longestPrefix)
+    if (storedPrefix.size() > maxPrefixLength)
     {
-        storedPrefix.resize(longestPrefix);
+        storedPrefix.resize(maxPrefixLength);
         storedPrefix.back() = '"';
     }
 
@@ -154,8 +154,9 @@ const LogFlagRegistry* getLogFlagRegistry()
     return registry;
 }
 
-void setLogFlagsFromText(std::string_view text, LogFlagFileSettings& settings)
+LogFlagFileSettings setLogFlagsFromText(std::string_view text)
 {
+    LogFlagFileSettings settings;
     std::string withoutEquals(text);
     std::replace(withoutEquals.begin(), withoutEquals.end(), '=', ' ');
     const auto tokens = splitIntoTokens(withoutEquals);
@@ -170,28 +171,27 @@ void setLogFlagsFromText(std::string_view text, LogFlagFileSettings& settings)
         settings.emplace(name, value);
         i += hasValue ? 2 : 1;
     }
+
+    return settings;
 }
 
-void readLogFlagsFile(const juce::File& file, LogFlagFileSettings& settings)
+LogFlagFileSettings readLogFlagsFile(const juce::File& file)
 {
     juce::MemoryBlock bytes;
 
     if (!file.existsAsFile() || !file.loadFileAsData(bytes))
-        return;
+        return {};
 
     std::string_view text(static_cast<const char*>(bytes.getData()), bytes.getSize());
 
-    // A text editor may have stored it as UTF-16, which the first two bytes tell.
+    // Some text editors of Windows store UTF-16.
     if (text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF"))
-    {
-        setLogFlagsFromText(toUtf8(text), settings);
-        return;
-    }
+        return setLogFlagsFromText(toUtf8(text));
 
     if (text.starts_with("\xEF\xBB\xBF"))
         text.remove_prefix(3);
 
-    setLogFlagsFromText(text, settings);
+    return setLogFlagsFromText(text);
 }
 
 void dumpLogFlags()

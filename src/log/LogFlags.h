@@ -1,9 +1,9 @@
-// The log flags: named integers that code tests before it logs, that every user of the daemon may
-// set in a small text file beside the executable, and that a registry knows by name.
+// The log flags: named integers that code tests before it logs. Users set them in a text file
+// beside the executable; a registry finds them by name.
 //
-// Flags are registered before main begins and written only while logging starts, so reading one
-// takes no lock. Functions here are called under the log lock (see Log.h) or before any other
-// thread exists.
+// Flags are registered before main and written only while logging starts, so reading a flag takes
+// no lock. The functions below are called under the log lock (see Log.h) or before other threads
+// exist.
 #pragma once
 
 #include <cstddef>
@@ -16,13 +16,13 @@
 
 namespace quelta {
 
-/** The flags. In a namespace of their own because POSIX declares a function called daemon. */
+/** The flags. They need a namespace because POSIX declares a function called daemon. */
 namespace flags {
 
 extern int32_t logAppendToFile;
 extern int32_t logFlags;
-extern int32_t logForceFlush; ///< Lines between two flushes of the log file; 0 for none.
-extern int32_t logFlushTime;  ///< Milliseconds between two flushes of the log file; 0 for none.
+extern int32_t logForceFlush; ///< Flushes the log file every so many lines; 0: never.
+extern int32_t logFlushTime;  ///< Flushes the log file every so many milliseconds; 0: never.
 extern int32_t logJuce;
 extern int32_t logToStdout; ///< 1: standard output, 2: standard error.
 extern int32_t logToDebugConsole;
@@ -41,7 +41,7 @@ enum class LogFlagType : int32_t
     perf = 2
 };
 
-/** One record of the registry. Code that tests a flag reads its variable, never the record. */
+/** A record of the registry. Code that tests a flag reads its variable, not the record. */
 struct LogFlag
 {
     std::string name;
@@ -51,30 +51,29 @@ struct LogFlag
     LogFlagType type = LogFlagType::release;
 };
 
-/** Name to record, in byte-wise ascending order. */
+/** Name to record, in ascending byte order. */
 using LogFlagRegistry = std::map<std::string, LogFlag>;
 
-/** Name to value, as read from the flags file. */
+/** Name to value, as found in a flags file; the first value of a name that occurs repeatedly. */
 using LogFlagFileSettings = std::map<std::string, int32_t>;
 
-/** Enters a flag, replacing an earlier one of that name; `prefix` comes with its double quotes.
-    Returns 0, with which static initialisers set the flag's variable. */
+/** Registers a flag and replaces an earlier one of that name. `prefix` includes its double quotes.
+    Returns 0, the initial value of the flag's variable. */
 int32_t registerLogFlag(int32_t* value, const char* prefix, const char* name,
                         const char* description);
 
-/** Sets the variable of a registered flag; does nothing for other names. */
+/** Sets the variable of a registered flag. Ignores unknown names. */
 void setLogFlag(const std::string& name, int32_t value);
 
-/** Whatever has been registered so far; null before the first registration. */
+/** Returns null if nothing has been registered yet. */
 const LogFlagRegistry* getLogFlagRegistry();
 
-/** Sets flags from the text of a flags file: words, each with or without a number behind it.
-    Every name is entered into `settings` unless it is there already. Junk is ignored without a
-    message. */
-void setLogFlagsFromText(std::string_view text, LogFlagFileSettings& settings);
+/** Sets flags from the text of a flags file: words, each optionally followed by a number. Silently
+    ignores junk. Returns every setting found, unknown names included. */
+LogFlagFileSettings setLogFlagsFromText(std::string_view text);
 
-/** The same for a file. Does nothing when there is no such file. */
-void readLogFlagsFile(const juce::File& file, LogFlagFileSettings& settings);
+/** Sets flags from a flags file, like the function above. A missing file is not an error. */
+LogFlagFileSettings readLogFlagsFile(const juce::File& file);
 
 /** Logs the registry as a table. */
 void dumpLogFlags();

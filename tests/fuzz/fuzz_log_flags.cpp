@@ -7,7 +7,6 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    quelta::LogFlagFileSettings settings;
-    quelta::setLogFlagsFromText({reinterpret_cast<const char*>(data), size}, settings);
+    quelta::setLogFlagsFromText({reinterpret_cast<const char*>(data), size});
     return 0;
 }

@@ -25,8 +25,7 @@ protected:
     Settings read(std::string_view bytes)
     {
         writeBytes(file, bytes);
-        Settings settings;
-        readLogFlagsFile(file, settings);
+        const auto settings = readLogFlagsFile(file);
         EXPECT_EQ(log.lines(), Lines{});
         return settings;
     }
@@ -53,22 +52,17 @@ TEST_F(LogFlagsFileTest, AFileSetsFlags)
     EXPECT_EQ(flags::logTime, 3);
 }
 
-TEST_F(LogFlagsFileTest, EntriesThatAreThereAlreadyStay)
+TEST_F(LogFlagsFileTest, TheTableKeepsTheFirstSettingOfAFlag)
 {
-    writeBytes(file, "daemon=2");
-    Settings settings{{"daemon", 9}};
-    readLogFlagsFile(file, settings);
-    EXPECT_EQ(settings, (Settings{{"daemon", 9}}));
+    EXPECT_EQ(read("daemon=9\ndaemon=2\n"), (Settings{{"daemon", 9}}));
     EXPECT_EQ(flags::daemon, 2);
 }
 
 TEST_F(LogFlagsFileTest, WithoutAFileNothingChanges)
 {
     flags::daemon = 4;
-    Settings settings;
-    readLogFlagsFile(folder.getChild("no such file.txt"), settings);
-    readLogFlagsFile(juce::File(), settings);
-    EXPECT_EQ(settings, Settings{});
+    EXPECT_EQ(readLogFlagsFile(folder.getChild("no such file.txt")), Settings{});
+    EXPECT_EQ(readLogFlagsFile(juce::File()), Settings{});
     EXPECT_EQ(flags::daemon, 4);
     EXPECT_EQ(log.lines(), Lines{});
 }
@@ -76,9 +70,7 @@ TEST_F(LogFlagsFileTest, WithoutAFileNothingChanges)
 TEST_F(LogFlagsFileTest, AFolderOfThatNameIsSkipped)
 {
     file.createDirectory();
-    Settings settings;
-    readLogFlagsFile(file, settings);
-    EXPECT_EQ(settings, Settings{});
+    EXPECT_EQ(readLogFlagsFile(file), Settings{});
     EXPECT_EQ(log.lines(), Lines{});
 }
 

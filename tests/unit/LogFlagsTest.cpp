@@ -20,12 +20,7 @@ int32_t secondVariable = 5;
 class LogFlagsTest : public testing::Test
 {
 protected:
-    Settings set(std::string_view text)
-    {
-        Settings settings;
-        setLogFlagsFromText(text, settings);
-        return settings;
-    }
+    Settings set(std::string_view text) { return setLogFlagsFromText(text); }
 
     LogCapture log;
 };

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "log/LogCore.h"
+#include "log/LogSinks.h"
 #include "support/LogCapture.h"
 #include "support/StandardStreamCapture.h"
 #include "support/TemporaryFolder.h"

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
-#include "log/LogCore.h"
+#include "log/JuceLog.h"
+#include "log/LogClock.h"
+#include "log/LogSinks.h"
 #include "support/LogCapture.h"
 #include "support/StandardStreamCapture.h"
 #include "support/TemporaryFolder.h"
@@ -36,12 +38,6 @@ protected:
     void writeFlagsFile(const char* text)
     {
         writeBytes(folder.getChild("quelta_daemon_log_flags.txt"), text);
-    }
-
-    static std::vector<LogSink> getSinks()
-    {
-        const auto& log = Log::get();
-        return {log.sinks.begin(), log.sinks.begin() + log.sinkCount};
     }
 
     const TemporaryFolder folder;
@@ -102,7 +98,7 @@ TEST_F(LogLifecycleTest, TheFlagsFileMaySwitchTheConsoleOff)
     logError("x");
     output.stop();
     EXPECT_EQ(output.getWritten(), "");
-    EXPECT_EQ(getSinks().size(), 1u); // the capturing one
+    EXPECT_EQ(LogAccess::getSinks().size(), 1u); // the capturing one
 }
 
 TEST_F(LogLifecycleTest, TheFlagsFileMayMoveTheConsoleToStandardError)
@@ -125,23 +121,15 @@ TEST_F(LogLifecycleTest, SinksAreAddedInOrderConsoleDebuggerFile)
     writeFlagsFile("logToFile logToDebugConsole logToStdout");
     init();
     output.stop();
-    EXPECT_EQ(getSinks(),
-              (std::vector<LogSink>{writeToConsole, writeToDebugConsole, writeToLogFile}));
+    EXPECT_EQ(LogAccess::getSinks(), (std::vector<LogSink>{writeToConsole, writeToDebugConsole,
+                                                           LogAccess::getFileSink()}));
 }
 
 TEST_F(LogLifecycleTest, WithoutFlagsNoSinkIsAdded)
 {
     init();
-    EXPECT_EQ(getSinks().size(), 1u); // the capturing one
-    EXPECT_EQ(Log::get().flushTimer, nullptr);
-}
-
-TEST_F(LogLifecycleTest, TheTableOfFileSettingsIsEmptiedFirst)
-{
-    Log::get().fileSettings = {{"old", 1}, {"daemon", 9}};
-    writeFlagsFile("daemon=2 unknown=3");
-    init();
-    EXPECT_EQ(Log::get().fileSettings, (LogFlagFileSettings{{"daemon", 2}, {"unknown", 3}}));
+    EXPECT_EQ(LogAccess::getSinks().size(), 1u); // the capturing one
+    EXPECT_EQ(LogAccess::getFlushTimer(), nullptr);
 }
 
 TEST_F(LogLifecycleTest, ADumpOfTheFlagsFollowsTheFirstLine)
@@ -210,7 +198,7 @@ TEST_F(LogLifecycleTest, ALineLoggedAfterShutDownGoesNowhere)
     flushLog();
     EXPECT_FALSE(logFile.exists());
     EXPECT_EQ(log.lines(), Lines{});
-    EXPECT_EQ(getSinks().size(), 0u);
+    EXPECT_EQ(LogAccess::getSinks().size(), 0u);
 }
 
 TEST_F(LogLifecycleTest, LoggingCanStartAgainAfterShutDown)
@@ -227,20 +215,18 @@ TEST_F(LogLifecycleTest, LoggingCanStartAgainAfterShutDown)
 TEST_F(LogLifecycleTest, LoggingThatIsStartedTwiceHasItsSinksAndItsTimerOnce)
 {
     StandardStreamCapture output(stdout);
-    writeFlagsFile("logToStdout logToFile logFlushTime=60000 first");
+    writeFlagsFile("logToStdout logToFile logFlushTime=60000");
     init();
-    writeFlagsFile("logFlushTime=30000 second");
+    writeFlagsFile("logFlushTime=30000");
     init();
     output.stop();
-    EXPECT_EQ(getSinks().size(), 3u); // the capturing one among them
+    EXPECT_EQ(LogAccess::getSinks().size(), 3u); // the capturing one among them
     EXPECT_EQ(log.lines(), (Lines{"Started logging on 16.11.26 00:43:48", "",
                                   "Started logging on 16.11.26 00:43:48", ""}));
-    EXPECT_EQ(Log::get().fileSettings,
-              (LogFlagFileSettings{{"logFlushTime", 30000}, {"second", 1}}));
-    ASSERT_NE(Log::get().flushTimer, nullptr);
-    EXPECT_EQ(Log::get().flushTimer->getTimerInterval(), 30000);
+    ASSERT_NE(LogAccess::getFlushTimer(), nullptr);
+    EXPECT_EQ(LogAccess::getFlushTimer()->getTimerInterval(), 30000);
     shutdownLog();
-    EXPECT_EQ(Log::get().flushTimer, nullptr);
+    EXPECT_EQ(LogAccess::getFlushTimer(), nullptr);
     EXPECT_EQ(readBytes(logFile),
               "Started logging on 16.11.26 00:43:48\n\n"
               "Started logging on 16.11.26 00:43:48\n\n"
@@ -251,13 +237,13 @@ TEST_F(LogLifecycleTest, TheFlushTimerRunsAtTheIntervalOfTheFlag)
 {
     writeFlagsFile("logToFile logFlushTime=60000");
     init();
-    ASSERT_NE(Log::get().flushTimer, nullptr);
-    EXPECT_EQ(Log::get().flushTimer->getTimerInterval(), 60000);
+    ASSERT_NE(LogAccess::getFlushTimer(), nullptr);
+    EXPECT_EQ(LogAccess::getFlushTimer()->getTimerInterval(), 60000);
     EXPECT_EQ(readBytes(logFile), "");
-    Log::get().flushTimer->timerCallback();
+    LogAccess::getFlushTimer()->timerCallback();
     EXPECT_EQ(readBytes(logFile), "Started logging on 16.11.26 00:43:48\n\n");
     shutdownLog();
-    EXPECT_EQ(Log::get().flushTimer, nullptr);
+    EXPECT_EQ(LogAccess::getFlushTimer(), nullptr);
 }
 
 TEST_F(LogLifecycleTest, WithoutALogFileOrWithoutAPositiveIntervalThereIsNoFlushTimer)
@@ -268,7 +254,7 @@ TEST_F(LogLifecycleTest, WithoutALogFileOrWithoutAPositiveIntervalThereIsNoFlush
         flags::logToFile = 0;
         writeFlagsFile(text);
         init();
-        EXPECT_EQ(Log::get().flushTimer, nullptr) << text;
+        EXPECT_EQ(LogAccess::getFlushTimer(), nullptr) << text;
         shutdownLog();
     }
 }

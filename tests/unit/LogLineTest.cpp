@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "log/LogCore.h"
+#include "log/JuceLog.h"
+#include "log/LogClock.h"
 #include "support/LogCapture.h"
 
 namespace quelta::test {

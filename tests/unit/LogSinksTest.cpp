@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "log/LogCore.h"
+#include "log/LogSinks.h"
 #include "platform/Console.h"
 #include "support/DebugOutputCapture.h"
 #include "support/LogCapture.h"

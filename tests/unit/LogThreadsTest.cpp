@@ -5,7 +5,6 @@
 #include <mutex>
 #include <thread>
 
-#include "log/LogCore.h"
 #include "support/LogCapture.h"
 
 namespace quelta::test {
@@ -103,7 +102,7 @@ TEST(LogThreadsTest, AnExceptionFromASinkReleasesTheLock)
     EXPECT_TRUE(isFree);
 
     if (!isFree)
-        Log::get().lock.unlock(); // lets the other thread end
+        LogAccess::getLock().unlock(); // lets the other thread end
 }
 
 TEST(LogThreadsTest, OtherThreadsWaitWhileALineIsWritten)
@@ -113,7 +112,7 @@ TEST(LogThreadsTest, OtherThreadsWaitWhileALineIsWritten)
     std::thread other;
 
     {
-        const std::scoped_lock sl(Log::get().lock);
+        const std::scoped_lock sl(LogAccess::getLock());
         other = std::thread([&begun] {
             begun.set_value();
             logUnprefixed("second");

@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "log/LogCore.h"
+#include "LogAccess.h"
 
 namespace quelta::test {
 
@@ -71,12 +71,7 @@ public:
         });
     }
 
-    static void removeAllSinks()
-    {
-        auto& log = Log::get();
-        const std::scoped_lock sl(log.lock);
-        log.sinkCount = 0;
-    }
+    static void removeAllSinks() { LogAccess::removeAllSinks(); }
 
 private:
     struct Captured

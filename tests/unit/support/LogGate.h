@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "LogCapture.h"
-#include "log/LogCore.h"
 
 namespace quelta::test {
 
