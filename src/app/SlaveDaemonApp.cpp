@@ -1,5 +1,7 @@
 #include "app/SlaveDaemonApp.h"
 
+#include <cstring>
+
 #include "app/CommandLine.h"
 #include "app/SlaveProcess.h"
 #include "app/StartupSummary.h"
@@ -60,7 +62,10 @@ void SlaveDaemonApp::initialise(const juce::String& commandLine)
     }
 
     printStartupSummary(settings, information.version, information.numGpus);
-    platform::installQuitHandlers();
+
+    if (const auto error = platform::installQuitHandlers(flushLog); error != 0)
+        logError("signals end the daemon without a shutdown: %s", std::strerror(error));
+
     platform::startWinsock();
     networkThread = std::make_unique<DaemonNetworkThread>(settings, information.version,
                                                           information.numGpus, lastMonitorPort);

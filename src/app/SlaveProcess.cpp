@@ -86,6 +86,12 @@ bool SlaveProcess::launchSlave(platform::ChildProcess& slave, const SlaveMonitor
 
     if (error == 0)
     {
+        if (const auto jobError = slave.getJobError(); jobError != 0)
+            logError(
+                "cannot assign the slave to a job (error %d): it will survive if the daemon is "
+                "killed",
+                jobError);
+
         QUELTA_LOG_DAEMON_DETAIL(
             "launched slave process %u, path: %s, command line: %s", slave.getId(),
             settings.slaveExecutable.getFullPathName().toRawUTF8(), commandLine.toRawUTF8());

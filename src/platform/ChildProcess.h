@@ -23,9 +23,13 @@ public:
 
     /** Starts `executable` with `commandLine` (its first word is the name that the child sees), in
         the executable's folder, with the daemon's environment and standard streams and nothing else
-        of it. Returns 0, or the system's error number. A child that runs when this process is
-        killed is killed too. Logs an error if the system does not allow that. */
+        of it. Returns 0, or the system's error number. The system kills the child if this process
+        dies, unless getJobError() says otherwise. */
     int launch(const juce::File& executable, const juce::String& commandLine);
+
+    /** Why Windows refused to put the child into the job that ends with this process: the system's
+        error number. Such a child outlives a killed daemon. 0 otherwise, and always on Linux. */
+    int getJobError() const;
 
     /** Whether the process has not ended yet. */
     bool isRunning();

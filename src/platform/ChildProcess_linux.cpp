@@ -213,6 +213,11 @@ int ChildProcess::launch(const juce::File& executable, const juce::String& comma
     return error;
 }
 
+int ChildProcess::getJobError() const
+{
+    return 0; // the child has asked for its parent-death signal itself
+}
+
 bool ChildProcess::isRunning()
 {
     if (handle->pid != 0 && reap(handle->pid, handle->status))

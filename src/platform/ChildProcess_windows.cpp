@@ -4,8 +4,6 @@
 
 #include <vector>
 
-#include "log/Log.h"
-
 namespace quelta::platform {
 
 namespace {
@@ -40,20 +38,17 @@ HANDLE createJobThatEndsWithItsHandle()
     all that it starts, from its first moment on. */
 struct JobOfSlaves
 {
-    /** A job that this process was born into may forbid it another one; then slaves join alone. */
-    void take(HANDLE slave) const
+    /** Adds a slave by itself if this process could not join, because the job in which it was
+        started forbids further jobs. Returns 0, or the system's error number. */
+    DWORD take(HANDLE slave) const
     {
         if (hasThisProcess || AssignProcessToJobObject(job, slave) != FALSE)
-            return;
+            return 0;
 
         const auto error = GetLastError();
 
         // A slave that has ended can join no job and needs none.
-        if (WaitForSingleObject(slave, 0) != WAIT_OBJECT_0)
-            logError(
-                "cannot assign the slave to a job (error %lu): it will survive if the daemon is "
-                "killed",
-                error);
+        return WaitForSingleObject(slave, 0) == WAIT_OBJECT_0 ? 0 : error;
     }
 
     const HANDLE job = createJobThatEndsWithItsHandle();
@@ -66,6 +61,7 @@ struct ChildProcess::Handle
 {
     HANDLE process = nullptr;
     DWORD id = 0;
+    DWORD jobError = 0;
 };
 
 ChildProcess::ChildProcess() : handle(std::make_unique<Handle>()) {}
@@ -100,10 +96,15 @@ int ChildProcess::launch(const juce::File& executable, const juce::String& comma
         return static_cast<int>(error != 0 ? error : ERROR_GEN_FAILURE);
     }
 
-    slavesEndWithThisProcess.take(process.hProcess);
+    handle->jobError = slavesEndWithThisProcess.take(process.hProcess);
     handle->process = process.hProcess;
     handle->id = process.dwProcessId;
     return 0;
+}
+
+int ChildProcess::getJobError() const
+{
+    return static_cast<int>(handle->jobError);
 }
 
 bool ChildProcess::isRunning()

@@ -12,8 +12,13 @@ void restoreDefaultInterrupt();
     do a hang-up that is not ignored (Linux), Ctrl-Break, and the end of the console or the session
     (Windows). A repetition within a second is the same request; a later one ends the process at
     once, so that a slow shutdown can be cut short. A crash signal is handled once only: a real
-    crash raises it again. */
-void installQuitHandlers();
+    crash raises it again.
+
+    Windows ends the process a few seconds after its console or session has ended. If the shutdown
+    takes longer, `beforeForcedEnd` is called just before that, on a thread of the system's.
+
+    Returns 0, or the system's error number; signals then keep their default effect. */
+int installQuitHandlers(void (*beforeForcedEnd)());
 
 /** Back to default handling, at once for crash signals. For the others at once if none has come,
     else a second after the first. */

@@ -7,11 +7,9 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 
 #include <juce_events/juce_events.h>
 
-#include "log/Log.h"
 #include "platform/AwakeClock.h"
 #include "util/QuitRepetition.h"
 
@@ -113,14 +111,10 @@ void restoreDefaultInterrupt()
     std::signal(SIGINT, SIG_DFL);
 }
 
-void installQuitHandlers()
+int installQuitHandlers(void (*)())
 {
     if (!openWakePipe())
-    {
-        // Without a way to the message loop the default handling is the better one.
-        logError("signals end the daemon without a shutdown: %s", std::strerror(errno));
-        return;
-    }
+        return errno; // a handler that cannot wake the message loop is worse than the default
 
     juce::LinuxEventLoop::registerFdCallback(wakePipe[0], [](int pipe) {
         char byte = 0;
@@ -138,6 +132,7 @@ void installQuitHandlers()
     }
 
     installed = true;
+    return 0;
 }
 
 void resetQuitHandlers()

@@ -8,7 +8,6 @@
 
 #include <juce_events/juce_events.h>
 
-#include "log/Log.h"
 #include "platform/AwakeClock.h"
 #include "util/QuitRepetition.h"
 #include "util/StopDeadline.h"
@@ -24,6 +23,7 @@ constexpr DWORD systemsPatienceMs = 4'500;
 
 std::atomic<int64_t> firstQuitMs{noQuitYet};
 std::atomic<bool> shuttingDown{false};
+std::atomic<void (*)()> callBeforeForcedEnd{nullptr};
 
 void setHandler(void (*handler)(int))
 {
@@ -83,7 +83,9 @@ void endWithTheConsole()
     noteQuitRequest();
     quitMessageLoop();
     Sleep(systemsPatienceMs);
-    flushLog();
+
+    if (auto* const callback = callBeforeForcedEnd.load(); callback != nullptr)
+        callback();
 }
 
 /** Services see every user log off, which does not concern them. */
@@ -124,11 +126,13 @@ void restoreDefaultInterrupt()
     // JUCE leaves Ctrl-C alone here.
 }
 
-void installQuitHandlers()
+int installQuitHandlers(void (*beforeForcedEnd)())
 {
+    callBeforeForcedEnd = beforeForcedEnd;
     setHandler(handleQuitSignal);
     SetConsoleCtrlHandler(handleConsoleEvent,
                           TRUE); // behind the runtime's, so that it is asked first
+    return 0;
 }
 
 void resetQuitHandlers()

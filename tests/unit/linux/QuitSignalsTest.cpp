@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 
@@ -21,7 +23,7 @@ protected:
     static void prepare()
     {
         alarm(loopLimitSeconds);
-        platform::installQuitHandlers();
+        platform::installQuitHandlers(nullptr);
     }
 };
 
@@ -55,6 +57,20 @@ TEST_F(QuitSignalsDeathTest, AnInterruptIsNotedAndEndsNothingByItself)
             _exit(platform::quitWasRequested() ? 7 : 8);
         },
         testing::ExitedWithCode(7), "");
+}
+
+TEST_F(QuitSignalsDeathTest,
+       WithoutAFreeDescriptorTheHandlersAreRefusedAndAnInterruptEndsTheProcess)
+{
+    EXPECT_EXIT(
+        {
+            const rlimit noMore{};
+            setrlimit(RLIMIT_NOFILE, &noMore);
+
+            if (platform::installQuitHandlers(nullptr) == EMFILE)
+                std::raise(SIGINT);
+        },
+        testing::KilledBySignal(SIGINT), "");
 }
 
 } // namespace

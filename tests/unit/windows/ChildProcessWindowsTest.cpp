@@ -1,6 +1,9 @@
 #include "platform/ChildProcess.h"
 
+#include <vector>
+
 #include "ImportPatch.h"
+#include "app/SlaveProcess.h"
 #include "support/StandinSlave.h"
 #include "support/ThreadedTest.h"
 
@@ -67,39 +70,62 @@ class ChildProcessWindowsDeathTest : public ChildProcessWindowsTest
 protected:
     ChildProcessWindowsDeathTest() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
 
-    /** Ends the process with a status that tells whether two launches logged these lines. */
+    /** Ends the process with a status that tells whether two launches reported these errors. */
     [[noreturn]] void launchTwice(const char* scenario, decltype(&AssignProcessToJobObject) assign,
-                                  const Lines& expected)
+                                  const std::vector<int>& expected)
     {
         const StandinSlave standin(scenario);
         const ImportPatch patch(__imp_AssignProcessToJobObject, assign);
+        std::vector<int> jobErrors;
         bool good = true;
 
         for (int launch = 0; launch < 2; ++launch)
         {
             platform::ChildProcess slave;
             good = slave.launch(standin.getFile(), "slave --daemon-port 1") == 0 && good;
+            jobErrors.push_back(slave.getJobError());
         }
 
-        std::_Exit(good && log.lines() == expected ? 0 : 1);
+        std::_Exit(good && jobErrors == expected && log.lines() == Lines{} ? 0 : 1);
+    }
+
+    /** Ends the process with a status that tells whether an information run logs `line`. */
+    [[noreturn]] void runSlave(decltype(&AssignProcessToJobObject) assign, const std::string& line)
+    {
+        const StandinSlave standin("hang");
+        const ImportPatch patch(__imp_AssignProcessToJobObject, assign);
+        DaemonSettings settings;
+        settings.slaveExecutable = standin.getFile();
+        settings.daemonPort = 5000;
+        SlaveProcess process(0, 0, settings, true, nullptr, {60'000, 60'000, 60'000, 0});
+        const bool logged = log.waitForLine(line);
+        process.stopThread(-1);
+        std::_Exit(logged ? 0 : 1);
     }
 };
 
 TEST_F(ChildProcessWindowsDeathTest, ASlaveThatNoJobTakesIsAnError)
 {
-    const std::string line =
-        "cannot assign the slave to a job (error 5): it will survive if the daemon is killed";
-    EXPECT_EXIT(launchTwice("hang", refuseAll, {line, line}), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(launchTwice("hang", refuseAll, {ERROR_ACCESS_DENIED, ERROR_ACCESS_DENIED}),
+                testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ChildProcessWindowsDeathTest, ASlaveThatNoJobTakesIsLogged)
+{
+    EXPECT_EXIT(runSlave(refuseAll,
+                         "cannot assign the slave to a job (error 5): it will survive "
+                         "if the daemon is killed"),
+                testing::ExitedWithCode(0), "");
 }
 
 TEST_F(ChildProcessWindowsDeathTest, ASlaveThatJoinsTheJobAloneIsNoError)
 {
-    EXPECT_EXIT(launchTwice("hang", refuseOnlyThisProcess, {}), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(launchTwice("hang", refuseOnlyThisProcess, {0, 0}), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(ChildProcessWindowsDeathTest, ASlaveThatEndsBeforeItJoinsIsNoError)
 {
-    EXPECT_EXIT(launchTwice("exit 0", refuseAfterItsEnd, {}), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(launchTwice("exit 0", refuseAfterItsEnd, {0, 0}), testing::ExitedWithCode(0), "");
 }
 
 } // namespace
