@@ -1,4 +1,4 @@
-// One record as it travels over TCP: the framework's eight bytes and the 92 bytes of the record.
+// One record as it travels over TCP: JUCE's frame header, then the 92 bytes of the record.
 #pragma once
 
 #include <algorithm>
@@ -12,7 +12,6 @@
 
 namespace quelta::bench {
 
-constexpr size_t frameHeaderSize = 8;
 using Frame = std::array<uint8_t, frameHeaderSize + MasterDaemonMessage::size>;
 
 inline Frame makeFrame(const MasterDaemonMessage::Bytes& record)
@@ -24,7 +23,7 @@ inline Frame makeFrame(const MasterDaemonMessage::Bytes& record)
     return frame;
 }
 
-/** The record's type; nothing else is looked at. */
+/** The record's type. Checks nothing. */
 inline MasterMessageType getType(const uint8_t* record)
 {
     return static_cast<MasterMessageType>(readLittleEndian32(record + 8));

@@ -1,4 +1,4 @@
-// What the stand-in needs from the command line that the daemon gives a render slave.
+// The part of a render slave's command line that the stand-in needs.
 #pragma once
 
 #include <cstdint>
@@ -9,11 +9,11 @@ namespace quelta {
 
 struct Arguments
 {
-    uint16_t daemonPort = 0;  ///< Port of the daemon's slave monitor; 0 if none was given.
-    bool infoRequest = false; ///< Only version and GPUs are wanted.
+    uint16_t daemonPort = 0;  ///< Port of the daemon's slave monitor; 0 if missing or invalid.
+    bool infoRequest = false; ///< The daemon wants only the version and the number of GPUs.
 
-    /** Looks through the arguments, the program's name left out. Whatever else is there is passed
-        over: an alias may hold anything, quotes too. */
+    /** `arguments` may begin with the program's name. Unknown arguments are ignored. The value of a
+        known option is never taken for an option, because an alias may hold any text. */
     static Arguments parse(const std::vector<std::string>& arguments);
 };
 

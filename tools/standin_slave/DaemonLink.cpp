@@ -1,24 +1,21 @@
 #include "standin_slave/DaemonLink.h"
 
-#include <algorithm>
-
+#include "messages/Framing.h"
 #include "util/LittleEndian.h"
 
 namespace quelta {
 
 namespace {
 
-constexpr uint32_t frameMagic = 0xF2B49E2C; // the framework's default
-constexpr size_t frameHeaderSize = 8;
-constexpr uint32_t longestMessage = 65536; // the daemon sends 20 bytes
-constexpr int connectTimeOut = 3000;
+constexpr uint32_t maxMessageSize = 65536; // far above the daemon's 20 bytes
+constexpr int connectTimeoutMs = 3000;
 
 } // namespace
 
 bool DaemonLink::connect(uint16_t port)
 {
     close();
-    return socket.connect("127.0.0.1", port, connectTimeOut);
+    return socket.connect("127.0.0.1", port, connectTimeoutMs);
 }
 
 void DaemonLink::close()
@@ -53,10 +50,10 @@ bool DaemonLink::sendRaw(const std::vector<uint8_t>& bytes)
 
 DaemonLink::Event DaemonLink::poll(int milliseconds)
 {
-    for (int timeOut = milliseconds; socket.waitUntilReady(true, timeOut) != 0; timeOut = 0)
+    for (int timeoutMs = milliseconds; socket.waitUntilReady(true, timeoutMs) != 0; timeoutMs = 0)
     {
-        // Byte by byte, because a read that may return early would leave the socket non-blocking
-        // for writes.
+        // One byte at a time: after a read that may return early, JUCE leaves the socket
+        // non-blocking, also for writes.
         uint8_t byte = 0;
         const auto event = socket.read(&byte, 1, true) == 1 ? takeByte(byte) : Event::lost;
 
@@ -79,7 +76,7 @@ DaemonLink::Event DaemonLink::takeByte(uint8_t byte)
 
     const auto length = readLittleEndian32(received.data() + 4);
 
-    if (readLittleEndian32(received.data()) != frameMagic || length > longestMessage)
+    if (readLittleEndian32(received.data()) != frameMagic || length > maxMessageSize)
         return Event::lost;
 
     if (received.size() < frameHeaderSize + length)

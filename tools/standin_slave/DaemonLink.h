@@ -1,5 +1,5 @@
-// The stand-in's connection to the daemon's slave monitor: the framework's message framing spoken
-// on a plain socket, since a scenario may also want bytes that are no frame. Used from one thread.
+// The stand-in's connection to the daemon's slave monitor. It speaks JUCE's message framing on a
+// plain socket, because a scenario may also send bytes that are not a valid frame. Not thread-safe.
 #pragma once
 
 #include <cstdint>
@@ -14,9 +14,9 @@ class DaemonLink
 public:
     enum class Event
     {
-        none,    ///< Nothing that is complete came in time.
-        message, ///< A whole message came, see getMessage.
-        lost ///< The daemon closed the connection, or sent what is no frame; the link is closed now.
+        none,    ///< No complete message arrived in time.
+        message, ///< A message arrived; getMessage() returns it.
+        lost     ///< The daemon closed the connection or sent an invalid frame. The link is closed.
     };
 
     /** Connects to the port on 127.0.0.1. */
@@ -26,23 +26,23 @@ public:
 
     bool isConnected() const { return socket.isConnected(); }
 
-    /** Sends one message, framed. False if the connection is gone. */
+    /** Sends one message in a frame. Returns false if the connection is lost. */
     bool sendMessage(const std::vector<uint8_t>& payload);
 
-    /** Sends bytes as they are. False if the connection is gone. */
+    /** Sends bytes without a frame. Returns false if the connection is lost. */
     bool sendRaw(const std::vector<uint8_t>& bytes);
 
-    /** Waits up to `milliseconds` for something from the daemon. */
+    /** Waits up to `milliseconds` for a message or the loss of the connection. */
     Event poll(int milliseconds);
 
-    /** The payload of the message that poll told of. */
+    /** The payload of the latest message. */
     const std::vector<uint8_t>& getMessage() const { return message; }
 
 private:
     Event takeByte(uint8_t byte);
 
     juce::StreamingSocket socket;
-    std::vector<uint8_t> received; ///< The frame that is coming in.
+    std::vector<uint8_t> received; ///< The incomplete frame.
     std::vector<uint8_t> message;
 };
 

@@ -19,7 +19,7 @@ void report(const char* format, ...)
     va_end(arguments);
     line.back() = '\n';
 
-    // In one piece, so that the daemon's lines do not get into it.
+    // A single write, so that no line of the daemon ends up inside this one.
     line.insert(0, "standin: ");
     std::fwrite(line.data(), 1, line.size(), stdout);
     std::fflush(stdout);

@@ -1,5 +1,5 @@
-// What the stand-in slave does, as read from its scenario file: for each of its two runs some
-// settings and a list of steps that are played one after the other.
+// What the stand-in slave does, as read from its scenario file: for each of its two runs, settings
+// and a list of steps that are played in order.
 #pragma once
 
 #include <cstdint>
@@ -18,10 +18,10 @@ struct ScenarioStep
         authenticating,
         info, ///< numbers: version, GPUs
         status,
-        beat,  ///< numbers: milliseconds between two beats, milliseconds in all (without: for ever)
+        beat,  ///< numbers: interval in milliseconds, duration in milliseconds (default: for ever)
         wait,  ///< numbers: milliseconds
-        frame, ///< bytes: the payload; numbers: how often it is repeated
-        raw,   ///< bytes: as they go onto the socket; numbers: how often they are repeated
+        frame, ///< bytes: the payload; numbers: repetitions of it
+        raw,   ///< bytes: sent without a frame; numbers: repetitions of them
         hang,
         crash,
         exit ///< numbers: exit status
@@ -45,7 +45,7 @@ struct RunScenario
     OnStop onStop = OnStop::exit;
     uint32_t stopDelay = 0;  ///< Milliseconds, for exitAfter.
     uint32_t stopStatus = 0; ///< Exit status after the stop message.
-    bool exitOnLost = true;  ///< Whether it ends when the daemon closes the connection.
+    bool exitOnLost = true;  ///< Exit when the connection is lost or cannot be made.
     uint32_t version = 4000000;
     uint32_t numGpus = 1;
     std::vector<ScenarioStep> steps;
@@ -53,8 +53,8 @@ struct RunScenario
 
 struct Scenario
 {
-    RunScenario info; ///< Played with --daemon-info-request.
-    RunScenario run;  ///< Played without.
+    RunScenario info; ///< Played if the command line has --daemon-info-request.
+    RunScenario run;  ///< Played otherwise.
 };
 
 } // namespace quelta

@@ -14,7 +14,7 @@ const char* const defaultInfoSteps =
     "wait 300\n"
     "exit 0\n";
 
-// The daemon looks every 100 ms and must not miss the moment after `info`.
+// The wait after `info` gives the daemon, which polls the status every 100 ms, time to see it.
 const char* const defaultRunSteps =
     "connect\n"
     "authenticating\n"
@@ -47,16 +47,16 @@ Words splitIntoWords(std::string_view line)
     return words;
 }
 
-/** A word of the file for an error text: short and printable, whatever the file holds. */
+/** Quotes a word of the file for an error text, shortened and with unprintable bytes replaced. */
 std::string quoteWord(std::string_view word)
 {
-    constexpr size_t longest = 40;
+    constexpr size_t maxLength = 40;
     std::string quoted = "'";
 
-    for (const auto c : word.substr(0, longest))
+    for (const auto c : word.substr(0, maxLength))
         quoted += c >= 0x20 && c < 0x7f ? c : '?';
 
-    return quoted + (word.size() > longest ? "...'" : "'");
+    return quoted + (word.size() > maxLength ? "...'" : "'");
 }
 
 int hexDigit(char c)
@@ -70,15 +70,15 @@ int hexDigit(char c)
     return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
 }
 
-/** The parsing of one line into the runs that it belongs to. Every parse function returns whether
-    the words were right and otherwise has set `error`. */
+/** Parses one line into the runs that it applies to. Every parse function returns false after
+    setting `error`. */
 class LineParser
 {
 public:
     LineParser(const Words& lineWords, std::string& errorText) : words(lineWords), error(errorText)
     {}
 
-    /** Takes the line as a setting of `run` or as a step that is appended to it. */
+    /** Applies the line to `run` as a setting, or appends it as a step. */
     bool parseInto(RunScenario& run)
     {
         const auto name = words[0];
@@ -111,32 +111,32 @@ private:
         return false;
     }
 
-    bool expectWords(size_t fewest, size_t most)
+    bool expectWords(size_t min, size_t max)
     {
-        if (words.size() < fewest)
+        if (words.size() < min)
             return fail(quoteWord(words[0]) + " needs more words");
 
-        if (words.size() > most)
-            return fail("unexpected " + quoteWord(words[most]));
+        if (words.size() > max)
+            return fail("unexpected " + quoteWord(words[max]));
 
         return true;
     }
 
-    bool parseNumber(size_t index, uint32_t highest, uint32_t& number)
+    bool parseNumber(size_t index, uint32_t max, uint32_t& number)
     {
         const auto word = words[index];
         const auto* end = word.data() + word.size();
         const auto [stop, result] = std::from_chars(word.data(), end, number);
 
-        if (stop != end || result != std::errc() || number > highest)
-            return fail(quoteWord(word) + " is not a number from 0 to " + std::to_string(highest));
+        if (stop != end || result != std::errc() || number > max)
+            return fail(quoteWord(word) + " is not a number from 0 to " + std::to_string(max));
 
         return true;
     }
 
-    bool parseNumber(size_t index, uint32_t highest, std::optional<uint32_t>& number)
+    bool parseNumber(size_t index, uint32_t max, std::optional<uint32_t>& number)
     {
-        return parseNumber(index, highest, number.emplace());
+        return parseNumber(index, max, number.emplace());
     }
 
     bool parseOnStop(RunScenario& run)
@@ -299,7 +299,7 @@ private:
     std::string& error;
 };
 
-/** Parses all lines into `scenario`; on an error `lineNumber` is the line that is wrong. */
+/** Parses all lines into `scenario`. On an error `lineNumber` is the number of the wrong line. */
 bool parseLines(std::string_view text, Scenario& scenario, size_t& lineNumber, std::string& error)
 {
     std::vector<RunScenario*> runs{&scenario.info, &scenario.run};
@@ -337,7 +337,7 @@ bool parseScenario(std::string_view text, Scenario& scenario, std::string& error
         return false;
     }
 
-    // Windows editors put a byte order mark in front of UTF-8.
+    // Windows editors begin UTF-8 files with a byte order mark.
     if (constexpr std::string_view mark = "\xEF\xBB\xBF"; text.substr(0, mark.size()) == mark)
         text.remove_prefix(mark.size());
 

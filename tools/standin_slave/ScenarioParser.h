@@ -1,4 +1,4 @@
-// Reads the text of a scenario file. A pure function on bytes; any bytes will do.
+// Parses the text of a scenario file. A pure function, safe on arbitrary bytes.
 #pragma once
 
 #include <cstddef>
@@ -9,21 +9,21 @@
 
 namespace quelta {
 
-/** A longer scenario is refused. */
+/** The maximum size of a scenario in bytes. */
 constexpr size_t maxScenarioSize = 1024 * 1024;
 
-/** Repeated bytes of one frame or raw step may not be more than this. */
+/** The maximum number of bytes that one frame or raw step sends, repetitions included. */
 constexpr size_t maxStepBytes = 64 * 1024 * 1024;
 
-/** The longest time that a scenario can name: an hour. */
+/** The maximum time that a scenario can specify: one hour. */
 constexpr uint32_t maxScenarioMilliseconds = 3600000;
 
-/** The steps of a well-behaved slave, played when a scenario gives none for that run. */
+/** The steps of a well-behaved slave, for runs whose scenario has no steps. */
 extern const char* const defaultInfoSteps;
 extern const char* const defaultRunSteps;
 
-/** Fills `scenario` and returns true, or leaves it alone, puts "line N: reason" into `error` and
-    returns false. */
+/** Fills `scenario` and returns true. On an error it leaves `scenario` unchanged, sets `error` to
+    "line N: reason" and returns false. */
 bool parseScenario(std::string_view text, Scenario& scenario, std::string& error);
 
 } // namespace quelta

@@ -3,18 +3,18 @@
 #include <algorithm>
 
 #include "standin_slave/Report.h"
-#include "standin_slave/platform/Platform.h"
+#include "standin_slave/platform/CurrentProcess.h"
 
 namespace quelta {
 
 namespace {
 
-/** Nobody can tell a slave without a connection to end, so after this time it does by itself. It is
-    far beyond the time that the daemon gives a slave to connect and to stop. */
-constexpr uint32_t longestTimeWithoutConnection = 60000;
+/** Without a connection no stop message can arrive, so the slave ends by itself after this time. It
+    is far beyond the daemon's own time limits for connecting and stopping. */
+constexpr uint32_t unconnectedTimeoutMs = 60000;
 
-constexpr uint32_t pollInterval = 50;
-constexpr uint32_t secondConnectionTime = 2000;
+constexpr uint32_t pollIntervalMs = 50;
+constexpr uint32_t secondConnectionTimeoutMs = 2000;
 constexpr uint32_t lostStatus = 1;
 
 uint32_t now()
@@ -32,7 +32,7 @@ uint32_t ScenarioPlayer::play()
 {
     for (const auto& step : scenario.steps)
     {
-        // Also between steps that do not wait, a stop message counts.
+        // Handles a stop message between two steps that do not wait.
         pause(0);
 
         if (exitStatus.has_value())
@@ -107,14 +107,14 @@ void ScenarioPlayer::tryAnotherConnection()
 
     report("second connection made");
 
-    for (const auto start = now(); now() - start < secondConnectionTime && !exitStatus.has_value();
-         pause(0))
+    for (const auto start = now();
+         now() - start < secondConnectionTimeoutMs && !exitStatus.has_value(); pause(0))
     {
-        if (second.poll(pollInterval) == DaemonLink::Event::lost)
+        if (second.poll(pollIntervalMs) == DaemonLink::Event::lost)
             return report("second connection was closed by the daemon");
     }
 
-    report("second connection is still open after %u ms, closing it", secondConnectionTime);
+    report("second connection is still open after %u ms, closing it", secondConnectionTimeoutMs);
 }
 
 void ScenarioPlayer::beat(uint32_t interval, std::optional<uint32_t> duration)
@@ -175,8 +175,8 @@ void ScenarioPlayer::pause(std::optional<uint32_t> duration)
 
     do
     {
-        const auto left = duration.has_value() ? *duration - elapsed : pollInterval;
-        const auto slice = static_cast<int>(std::min(left, pollInterval));
+        const auto left = duration.has_value() ? *duration - elapsed : pollIntervalMs;
+        const auto slice = static_cast<int>(std::min(left, pollIntervalMs));
 
         if (!link.isConnected())
             juce::Thread::sleep(slice);
@@ -201,9 +201,9 @@ void ScenarioPlayer::endIfDue()
     if (stopTime.has_value() && now() - *stopTime >= scenario.stopDelay)
         return end(0);
 
-    if (now() - connectedTime > longestTimeWithoutConnection)
+    if (now() - connectedTime > unconnectedTimeoutMs)
     {
-        report("without a connection for %u ms", longestTimeWithoutConnection);
+        report("without a connection for %u ms", unconnectedTimeoutMs);
         end(lostStatus);
     }
 }

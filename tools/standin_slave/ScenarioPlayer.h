@@ -1,5 +1,5 @@
-// Plays one run of a scenario: takes the steps in order and watches, in whatever waits there are,
-// for the daemon's stop message and for the end of the connection. Everything happens on the
+// Plays one run of a scenario: performs the steps in order and, during every wait and between two
+// steps, handles the daemon's stop message and the loss of the connection. Everything runs on the
 // calling thread.
 #pragma once
 
@@ -16,10 +16,11 @@ namespace quelta {
 class ScenarioPlayer
 {
 public:
-    /** Connects to `daemonPort` when the scenario says so. The scenario must outlive the player. */
+    /** `daemonPort` is where the scenario's `connect` steps connect to. The scenario must outlive
+        the player. */
     ScenarioPlayer(const RunScenario& runScenario, uint16_t daemonPort);
 
-    /** Plays to the end and returns the process's exit status. */
+    /** Plays the run and returns the process's exit status. */
     uint32_t play();
 
 private:
@@ -31,8 +32,8 @@ private:
     void sendBytes(const ScenarioStep& step);
     void checkSent(bool sent);
 
-    /** Waits, without `duration` for ever, but not past the moment that the run's end is
-        decided. */
+    /** Waits for `duration` milliseconds, or for ever without one. Returns early once `exitStatus`
+        is set. */
     void pause(std::optional<uint32_t> duration);
     void endIfDue();
     void handleMessage();
@@ -43,9 +44,9 @@ private:
     const RunScenario& scenario;
     const uint16_t port;
     DaemonLink link;
-    uint32_t connectedTime;             ///< When there last was a connection, or the start.
-    std::optional<uint32_t> stopTime;   ///< When the stop message came that is obeyed later.
-    std::optional<uint32_t> exitStatus; ///< Set once the end is decided.
+    uint32_t connectedTime;             ///< When the link was last connected; initially the start.
+    std::optional<uint32_t> stopTime;   ///< When the stop message arrived, for OnStop::exitAfter.
+    std::optional<uint32_t> exitStatus; ///< Set when the run is to end.
 };
 
 } // namespace quelta

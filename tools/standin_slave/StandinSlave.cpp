@@ -7,7 +7,7 @@
 #include "standin_slave/Report.h"
 #include "standin_slave/ScenarioParser.h"
 #include "standin_slave/ScenarioPlayer.h"
-#include "standin_slave/platform/Platform.h"
+#include "standin_slave/platform/CurrentProcess.h"
 
 namespace quelta {
 
@@ -26,8 +26,8 @@ void reportStart(const std::vector<std::string>& arguments)
     report("pid: %lu", getProcessId());
 }
 
-/** Reads the scenario file, whose absence is none. Reports what is wrong with it and returns
-    false. */
+/** Reads the scenario file; a missing file is not an error. Returns false after reporting an
+    error. */
 bool loadScenario(Scenario& scenario)
 {
     const auto executable = platform::executableFile();

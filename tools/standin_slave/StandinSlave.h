@@ -1,5 +1,5 @@
-// The stand-in render slave as a function; the entry point of each system only gathers the
-// arguments.
+// The stand-in render slave as a function, which each system's entry point calls
+// (platform/EntryPoint_*.cpp).
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,8 @@
 
 namespace quelta {
 
-/** Reports how it was started, reads the scenario beside the executable and plays it. The arguments
-    are in UTF-8 and begin with the program's name. Returns the exit status. */
+/** Reports how it was started, reads the scenario file beside the executable and plays it. The
+    arguments are UTF-8 and begin with the program's name. Returns the exit status. */
 uint32_t runStandinSlave(const std::vector<std::string>& arguments);
 
 } // namespace quelta

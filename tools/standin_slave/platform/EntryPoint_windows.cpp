@@ -1,5 +1,5 @@
-#include "standin_slave/platform/Platform.h"
-
+// The entry point on Windows: wmain, because main gets its arguments in the ANSI code page. The C
+// runtime splits the command line, as it does for any render slave.
 #include <windows.h>
 
 #include <cstdio>
@@ -11,10 +11,8 @@
 
 #include "standin_slave/StandinSlave.h"
 
-// A star in an argument is to stay one.
+// Keeps the C runtime from expanding * and ? in arguments.
 int _dowildcard = 0;
-
-namespace quelta {
 
 namespace {
 
@@ -27,34 +25,19 @@ std::string toUtf8(const wchar_t* text)
 
     std::string utf8(static_cast<size_t>(size), '\0');
     WideCharToMultiByte(CP_UTF8, 0, text, -1, utf8.data(), size, nullptr, nullptr);
-    utf8.pop_back(); // the zero
+    utf8.pop_back(); // the terminating NUL
     return utf8;
 }
 
 } // namespace
 
-unsigned long getProcessId()
-{
-    return GetCurrentProcessId();
-}
-
-void crashProcess()
-{
-    // The status of an access violation; a real one could put up a dialogue box and wait.
-    TerminateProcess(GetCurrentProcess(), 0xC0000005);
-    std::_Exit(1);
-}
-
-} // namespace quelta
-
-// The runtime splits the UTF-16 command line, as it would for any slave.
 extern "C" int wmain(int argc, wchar_t* argv[])
 {
     _setmode(_fileno(stdout), _O_BINARY);
     std::vector<std::string> arguments;
 
     for (int i = 0; i < argc; ++i)
-        arguments.push_back(quelta::toUtf8(argv[i]));
+        arguments.push_back(toUtf8(argv[i]));
 
     return static_cast<int>(quelta::runStandinSlave(arguments));
 }
