@@ -36,7 +36,7 @@ Parsed parse(std::vector<std::string> arguments)
 
 } // namespace
 
-TEST(ConsoleMasterHostList, ReadsNodesPartedByBlanksCommasAndLineEndsWithoutComments)
+TEST(ConsoleMasterHostList, ReadsNodesSeparatedByBlanksCommasAndLineEndsAndSkipsComments)
 {
     std::vector<NodeName> nodes;
     EXPECT_EQ(addNodes(" 10.0.0.5:5130,render07:1 # the old one:5\n\tnode-1:65535\r\n", nodes), "");
@@ -44,7 +44,7 @@ TEST(ConsoleMasterHostList, ReadsNodesPartedByBlanksCommasAndLineEndsWithoutComm
               (std::vector<NodeName>{{"10.0.0.5", 5130}, {"render07", 1}, {"node-1", 65535}}));
 }
 
-TEST(ConsoleMasterHostList, NamesTheFirstTextThatIsNoNode)
+TEST(ConsoleMasterHostList, ReportsTheFirstInvalidNode)
 {
     for (const std::string bad :
          {"host", ":5130", "host:", "host:0", "host:65536", "host:+1", "host:1x"})
@@ -55,14 +55,14 @@ TEST(ConsoleMasterHostList, NamesTheFirstTextThatIsNoNode)
     }
 }
 
-TEST(ConsoleMasterHostList, RefusesANodeGivenTwice)
+TEST(ConsoleMasterHostList, RejectsARepeatedNode)
 {
     std::vector<NodeName> nodes;
     EXPECT_EQ(addNodes("a:1 a:2", nodes), "");
     EXPECT_EQ(addNodes("b:1,a:2", nodes), "node a:2 is given twice");
 }
 
-TEST(ConsoleMasterHostList, ReadsDottedAddressesOnlyInFull)
+TEST(ConsoleMasterHostList, AcceptsOnlyCompleteDottedAddresses)
 {
     EXPECT_EQ(parseIp("10.0.0.5"), 0x0A000005u);
     EXPECT_EQ(parseIp("255.255.255.255"), 0xFFFFFFFFu);
@@ -75,7 +75,7 @@ TEST(ConsoleMasterHostList, ReadsDottedAddressesOnlyInFull)
     EXPECT_EQ(parseAddress("render07:21001"), std::nullopt);
 }
 
-TEST(ConsoleMasterOptions, FillsInEveryOption)
+TEST(ConsoleMasterOptions, ReadsEveryOption)
 {
     const auto parsed =
         parse({"stop", "a:1", "b:2", "--address", "127.0.0.1", "--listen-port", "21000",
@@ -104,7 +104,7 @@ TEST(ConsoleMasterOptions, ScanNeedsNodesOrABroadcast)
     EXPECT_EQ(broadcast.options.broadcast, (NodeName{"10.0.0.255", 5130}));
 }
 
-TEST(ConsoleMasterOptions, ReadsTheFileOfNodesWhateverItsName)
+TEST(ConsoleMasterOptions, ReadsAFileOfNodesWithAUnicodeName)
 {
     const juce::TemporaryFile folder;
     const auto file =
@@ -123,7 +123,7 @@ TEST(ConsoleMasterOptions, ReadsTheFileOfNodesWhateverItsName)
     EXPECT_EQ(parsed.options.nodes, (std::vector<NodeName>{{"a", 1}, {"b", 2}, {"c", 3}}));
 }
 
-TEST(ConsoleMasterOptions, SaysWhyAFileOfNodesCannotBeRead)
+TEST(ConsoleMasterOptions, ReportsWhyAFileOfNodesCannotBeRead)
 {
     const auto folder =
         juce::File::getSpecialLocation(juce::File::tempDirectory).getFullPathName().toStdString();
@@ -140,7 +140,7 @@ TEST(ConsoleMasterOptions, SaysWhyAFileOfNodesCannotBeRead)
                   "\": No such file or directory\nRun with --help for more information.\n");
 }
 
-TEST(ConsoleMasterOptions, HelpEndsWithSuccessAndWrongUseWithTwo)
+TEST(ConsoleMasterOptions, HelpExitsWithZeroAndInvalidUsageWithTwo)
 {
     const auto help = parse({"--help"});
     EXPECT_EQ(help.status, exitAsAsked);

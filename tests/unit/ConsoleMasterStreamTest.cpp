@@ -13,7 +13,7 @@ namespace quelta {
 
 namespace {
 
-/** Takes the place of the system's console for a test's duration. */
+/** Replaces the system's console while it lives. */
 class RecordingConsole final : public platform::Console
 {
 public:
@@ -38,7 +38,7 @@ private:
     const platform::StandardStream real;
 };
 
-/** An empty file that takes nothing. */
+/** A file to which nothing can be written. */
 class ReadOnlyFile
 {
 public:
@@ -57,7 +57,7 @@ public:
 
 } // namespace
 
-TEST(ConsoleMasterStream, ARealConsoleGetsUtf16LineByLineWithoutNuls)
+TEST(ConsoleMasterStream, WritesUtf16WithoutNulsToAConsoleLineByLine)
 {
     RecordingConsole console(platform::StandardStream::error);
     ConsoleStream stream(platform::StandardStream::error, stderr);
@@ -74,7 +74,7 @@ TEST(ConsoleMasterStream, ARealConsoleGetsUtf16LineByLineWithoutNuls)
     EXPECT_TRUE(stream.good());
 }
 
-TEST(ConsoleMasterStream, AFileGetsTheBytesAsTheyAre)
+TEST(ConsoleMasterStream, WritesBytesUnchangedToAFile)
 {
     RecordingConsole console(platform::StandardStream::error);
     const juce::TemporaryFile place;
@@ -90,7 +90,7 @@ TEST(ConsoleMasterStream, AFileGetsTheBytesAsTheyAre)
               "12\n");
 }
 
-TEST(ConsoleMasterStream, TheFirstFailedWriteIsReportedAndSpoilsTheStream)
+TEST(ConsoleMasterStream, ReportsTheFirstFailedWriteAndSetsTheStreamsBadbit)
 {
     const ReadOnlyFile full;
     std::ostringstream complaints;

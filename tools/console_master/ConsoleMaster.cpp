@@ -3,26 +3,18 @@
 #include <algorithm>
 #include <ostream>
 
-#include "console_master/Report.h"
 #include "console_master/platform/HostLookup.h"
 
 namespace quelta {
 
 namespace {
 
-constexpr uint32_t beaconInterval = 500;
-constexpr uint32_t tableDelay =
-    250; ///< Changes come in groups; the table is written once they pause.
+constexpr uint32_t beaconIntervalMs = 500;
 constexpr std::chrono::milliseconds tickInterval{50};
 
 uint32_t now()
 {
     return juce::Time::getMillisecondCounter();
-}
-
-std::string timeText()
-{
-    return juce::Time::getCurrentTime().toISO8601(true).toStdString();
 }
 
 bool isThisMachine(uint32_t ip)
@@ -36,8 +28,8 @@ bool isThisMachine(uint32_t ip)
     });
 }
 
-/** All addresses of this machine are taken for one: which of them a daemon here connects from is
-    not known. */
+/** Maps all addresses of this machine to one, because a daemon on this machine may connect from any
+    of them. */
 uint32_t machineOf(uint32_t ip)
 {
     return isThisMachine(ip) ? 0 : ip;
@@ -51,7 +43,8 @@ ConsoleMaster::ConsoleMaster(const Options& givenOptions, std::ostream& output,
       out(output),
       err(errors),
       stopRequest(givenStopRequest),
-      board(givenOptions.command, givenOptions.timeoutMs)
+      board(givenOptions.command, givenOptions.timeoutMs),
+      display(givenOptions, output)
 {}
 
 int ConsoleMaster::run()
@@ -69,18 +62,21 @@ int ConsoleMaster::run()
             carryOut();
         }
 
-        // Nobody reads any more: the same as Ctrl-C.
-        if ((stopRequest.hasCome() || !out) && !std::exchange(released, true))
+        // Output that can no longer be written has the same effect as Ctrl-C.
+        if ((stopRequest.isPending() || !out) && !std::exchange(released, true))
             release();
 
         board.tick(now());
         carryOut();
 
         if (now() - startedAt >= options.timeoutMs)
-            judgeBroadcast();
+            reportUnansweredBroadcast();
     }
 
-    showResult();
+    if (options.command == Command::scan)
+        reportUnansweredBroadcast();
+
+    display.showResult(board.getNodes());
     return exitStatus();
 }
 
@@ -106,7 +102,7 @@ bool ConsoleMaster::prepare()
         return false;
 
     startedAt = now();
-    beaconsSentAt = startedAt - beaconInterval;
+    beaconsSentAt = startedAt - beaconIntervalMs;
     addNodes();
     showListening();
     return true;
@@ -134,8 +130,7 @@ bool ConsoleMaster::addTarget(const NodeName& node, std::map<uint32_t, size_t>& 
 
     if (!announced)
     {
-        err << "no network leads to " << node.host
-            << "; give this machine's address with --address\n";
+        err << "no route to " << node.host << "; give this machine's address with --address\n";
         return false;
     }
 
@@ -157,7 +152,7 @@ bool ConsoleMaster::openListeners()
 
     for (size_t i = 0; i < count; ++i)
     {
-        // A master that announces a loopback address is not to be reached from elsewhere.
+        // A master that announces a loopback address must not be reachable from other machines.
         const auto isPrivate = [i](const Target& t) {
             return t.listener != i || isLoopback(t.self.ip);
         };
@@ -225,13 +220,13 @@ void ConsoleMaster::handleConnection(const PeerEvent& event)
     {
         if (strangers.insert(event.peerIp).second)
             err << "ignoring a connection from " << formatIp(event.peerIp)
-                << ", which is none of the nodes asked for\n";
+                << ", which is not one of the requested nodes\n";
 
         return;
     }
 
-    // A daemon that connects again has given up its earlier connection, even if this end does not
-    // know yet.
+    // A daemon that connects again has dropped its earlier connection, even if this end has not
+    // noticed yet.
     if (const auto earlier = connectionOfNode.find(*node); earlier != connectionOfNode.end())
         nodeOfConnection.erase(earlier->second);
 
@@ -256,7 +251,7 @@ std::optional<size_t> ConsoleMaster::findNode(const PeerEvent& event)
 
 void ConsoleMaster::sendBeacons()
 {
-    if (now() - beaconsSentAt < beaconInterval)
+    if (now() - beaconsSentAt < beaconIntervalMs)
         return;
 
     beaconsSentAt = now();
@@ -269,7 +264,7 @@ void ConsoleMaster::sendBeacons()
                                              beacon.data(), static_cast<int>(beacon.size()));
 
         if (sent < 0 && !std::exchange(target.unreachable, true))
-            err << "cannot send a beacon to " << target.name << "; trying on\n";
+            err << "cannot send a beacon to " << target.name << "; retrying\n";
     }
 }
 
@@ -279,7 +274,7 @@ void ConsoleMaster::release()
 
     if (const auto count = board.countReleasing(); count > 0)
         err << "giving back " << count << (count == 1 ? " node" : " nodes") << ", waiting up to "
-            << (board.releaseLimit() + 999) / 1000 << " s; Ctrl-C again ends at once\n";
+            << (board.releaseTimeoutMs() + 999) / 1000 << " s; Ctrl-C again ends at once\n";
 }
 
 void ConsoleMaster::carryOut()
@@ -294,16 +289,16 @@ void ConsoleMaster::carryOut()
         const bool inOtherName = options.actAs && request.type == MasterMessageType::STOP_REQUEST;
         const auto& self = inOtherName ? *options.actAs : board.getNodes()[request.node].self;
 
-        // A send that fails is followed by the loss of the connection, which the board hears of.
+        // A failed send needs no handling: the board is told of the loss, or times out.
         listeners[found->second.listener]->send(found->second.number, message(request.type, self));
     }
 
     showEvents();
 }
 
-void ConsoleMaster::judgeBroadcast()
+void ConsoleMaster::reportUnansweredBroadcast()
 {
-    if (!options.broadcast || std::exchange(broadcastJudged, true))
+    if (!options.broadcast || std::exchange(broadcastChecked, true))
         return;
 
     const auto& nodes = board.getNodes();
@@ -318,66 +313,25 @@ void ConsoleMaster::judgeBroadcast()
 void ConsoleMaster::showEvents()
 {
     for (const auto& event : board.takeEvents())
-    {
-        lastEventAt = now();
-        tableIsOld = true;
+        display.showEvent(board.getNodes()[event.node], event.kind, now());
 
-        if (options.command == Command::scan)
-            continue;
-
-        const auto& node = board.getNodes()[event.node];
-        showLine(options.json ? formatJsonEvent(node, event.kind, timeText())
-                              : formatEvent(node, event.kind));
-    }
-
-    if (options.command == Command::watch && !options.json && tableIsOld &&
-        now() - lastEventAt >= tableDelay)
-    {
-        tableIsOld = false;
-        out << "\n" << formatTable(board.getNodes()) << std::endl;
-    }
-}
-
-/** A line of text has no time of its own. Watching goes on for days, so there the time is
-    needed. */
-void ConsoleMaster::showLine(const std::string& line)
-{
-    if (options.command == Command::watch && !options.json)
-        out << juce::Time::getCurrentTime().formatted("%Y-%m-%d %H:%M:%S ").toStdString();
-
-    out << line << std::endl;
+    display.showOutdatedTable(board.getNodes(), now());
 }
 
 void ConsoleMaster::showListening()
 {
-    if (options.command == Command::scan || options.command == Command::stop)
-        return;
-
     std::set<MasterAddress> addresses;
 
     for (const auto& target : targets)
         addresses.insert(target.self);
 
-    for (const auto& self : addresses)
-        showLine(options.json ? formatJsonListening(self, timeText()) : formatListening(self));
-}
-
-void ConsoleMaster::showResult()
-{
-    if (options.command != Command::scan)
-        return;
-
-    judgeBroadcast();
-
-    if (options.json || !board.getNodes().empty())
-        out << (options.json ? formatJson(board.getNodes()) : formatTable(board.getNodes()))
-            << std::flush;
+    display.showListening(addresses);
 }
 
 bool ConsoleMaster::isFinished() const
 {
-    // Who may answer to a broadcast is not known, so a scan waits to the end; watching ends by
-    // request only.
+    // Any number of nodes may answer a broadcast, so such a scan lasts for the whole timeout. A
+    // watch ends only on request.
     const bool collecting = options.command == Command::scan && options.broadcast && !released &&
                             now() - startedAt < options.timeoutMs;
     const bool watching = options.command == Command::watch && !released;
@@ -386,8 +340,8 @@ bool ConsoleMaster::isFinished() const
 
 int ConsoleMaster::exitStatus() const
 {
-    const bool nobody = options.command == Command::scan && board.getNodes().empty();
-    return board.isAsAsked() && !nobody ? exitAsAsked : exitNotAsAsked;
+    const bool foundNothing = options.command == Command::scan && board.getNodes().empty();
+    return board.isAsAsked() && !foundNothing ? exitAsAsked : exitNotAsAsked;
 }
 
 MasterDaemonMessage ConsoleMaster::message(MasterMessageType type, const MasterAddress& self) const

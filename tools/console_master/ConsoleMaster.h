@@ -1,7 +1,7 @@
-// The master at work: beacons out, connections in, the node board in the middle, lines to the
-// operator.
+// Runs one command of the console master: sends beacons, passes what arrives on connections to the
+// node board, carries out the board's requests and prints its events.
 //
-// `run` does everything on the caller's thread; the listeners' threads only fill the inbox.
+// Everything runs on the thread that calls run(). The listeners' threads only fill the inbox.
 #pragma once
 
 #include <cstdint>
@@ -16,6 +16,7 @@
 
 #include <juce_core/juce_core.h>
 
+#include "console_master/Display.h"
 #include "console_master/MasterListener.h"
 #include "console_master/NodeBoard.h"
 #include "console_master/Options.h"
@@ -26,14 +27,15 @@ namespace quelta {
 class ConsoleMaster
 {
 public:
-    ConsoleMaster(const Options& options, std::ostream& out, std::ostream& err,
-                  const StopRequest& stopRequest);
+    /** All arguments must outlive the console master. */
+    ConsoleMaster(const Options& givenOptions, std::ostream& output, std::ostream& errors,
+                  const StopRequest& givenStopRequest);
 
-    /** Does what the options ask for and gives the exit status. */
+    /** Runs the command of the options to its end and returns the exit status. */
     int run();
 
 private:
-    /** Where a beacon goes and what it says. */
+    /** Where a beacon goes, and the address of this master in it. */
     struct Target
     {
         std::string name;
@@ -41,11 +43,11 @@ private:
         uint16_t port = 0;
         size_t listener = 0;
         MasterAddress self;
-        bool unreachable = false; ///< Sending failed, and the operator knows.
+        bool unreachable = false; ///< Sending a beacon has failed and this has been reported.
     };
 
-    /** A machine is known by the listener to which it connects and the address from which it
-        does. */
+    /** Identifies a node by the listener that it connects to and the address that it connects
+        from. */
     using MachineKey = std::pair<size_t, uint32_t>;
 
     bool prepare();
@@ -61,11 +63,9 @@ private:
     void sendBeacons();
     void release();
     void carryOut();
-    void judgeBroadcast();
+    void reportUnansweredBroadcast();
     void showEvents();
-    void showLine(const std::string& line);
     void showListening();
-    void showResult();
     bool isFinished() const;
     int exitStatus() const;
     MasterDaemonMessage message(MasterMessageType type, const MasterAddress& self) const;
@@ -76,21 +76,20 @@ private:
     const StopRequest& stopRequest;
 
     NodeBoard board;
+    Display display;
     Inbox inbox;
     juce::DatagramSocket beaconSocket{true};
     std::vector<std::unique_ptr<MasterListener>> listeners;
 
-    std::vector<Target> targets; ///< One a node, in its order, then the broadcast.
+    std::vector<Target> targets; ///< One for each node of the options, then the broadcast.
     std::map<MachineKey, size_t> nodeOfMachine;
     std::map<ConnectionId, size_t> nodeOfConnection;
     std::map<size_t, ConnectionId> connectionOfNode;
-    std::set<uint32_t> strangers; ///< Addresses of uninvited daemons that the operator knows of.
+    std::set<uint32_t> strangers; ///< Addresses of unexpected daemons that have been reported.
 
     uint32_t startedAt = 0;
     uint32_t beaconsSentAt = 0;
-    uint32_t lastEventAt = 0;
-    bool tableIsOld = false;
-    bool broadcastJudged = false;
+    bool broadcastChecked = false;
     bool released = false;
 };
 

@@ -7,9 +7,9 @@
 
 namespace quelta {
 
-ConsoleStream::ConsoleStream(platform::StandardStream stream, std::FILE* file,
-                             std::ostream* complaints)
-    : std::ostream(nullptr), buffer(stream, file, complaints)
+ConsoleStream::ConsoleStream(platform::StandardStream givenStream, std::FILE* givenFile,
+                             std::ostream* givenComplaints)
+    : std::ostream(nullptr), buffer(givenStream, givenFile, givenComplaints)
 {
     rdbuf(&buffer);
 }
@@ -49,7 +49,7 @@ void ConsoleStream::Buffer::writeToConsole(platform::Console& console)
 {
     const auto text = std::exchange(pending, {});
 
-    // Line by line, since a console takes a limited amount at once.
+    // Line by line, because a console accepts a limited amount at once.
     for (size_t start = 0; start < text.size();)
     {
         const auto end = std::min(text.find('\n', start), text.size() - 1) + 1;

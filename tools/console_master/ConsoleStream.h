@@ -1,6 +1,6 @@
-// Standard output and standard error of the program. A real console of Windows takes UTF-16;
-// everything else (a file, a pipe, a terminal of another system) takes the bytes as they are. One
-// thread uses a stream.
+// Standard output and standard error of the program. On a Windows console the text is written as
+// UTF-16; everywhere else (a file, a pipe, a Linux terminal) the bytes are written unchanged. Not
+// thread-safe.
 #pragma once
 
 #include <cstdio>
@@ -12,21 +12,21 @@
 
 namespace quelta {
 
-/** Keeps what is written until it is flushed. The stream goes bad with the first flush that
-    fails. */
+/** Buffers all output until it is flushed. A failed flush sets the stream's badbit. */
 class ConsoleStream final : public std::ostream
 {
 public:
-    /** `file` is the stream as the standard library knows it. The first failure is reported on
-        `complaints`. */
-    ConsoleStream(platform::StandardStream stream, std::FILE* file,
-                  std::ostream* complaints = nullptr);
+    /** `givenFile` is the C stream of the same name. The first failure is reported on
+        `givenComplaints`, if given. */
+    ConsoleStream(platform::StandardStream givenStream, std::FILE* givenFile,
+                  std::ostream* givenComplaints = nullptr);
 
 private:
     class Buffer final : public std::streambuf
     {
     public:
-        Buffer(platform::StandardStream stream, std::FILE* file, std::ostream* complaints);
+        Buffer(platform::StandardStream givenStream, std::FILE* givenFile,
+               std::ostream* givenComplaints);
 
     private:
         int_type overflow(int_type character) override;

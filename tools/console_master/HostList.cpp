@@ -7,14 +7,14 @@ namespace quelta {
 
 namespace {
 
-/** Digits only: no sign, no blanks, nothing after them. */
-std::optional<uint32_t> parseNumber(std::string_view text, uint32_t highest)
+/** Parses decimal digits only: no sign, no blanks. */
+std::optional<uint32_t> parseNumber(std::string_view text, uint32_t max)
 {
     uint32_t number = 0;
     const auto* end = text.data() + text.size();
     const auto result = std::from_chars(text.data(), end, number);
 
-    if (result.ec != std::errc() || result.ptr != end || number > highest)
+    if (result.ec != std::errc() || result.ptr != end || number > max)
         return std::nullopt;
 
     return number;

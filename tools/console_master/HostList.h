@@ -1,5 +1,4 @@
-// The nodes and addresses that an operator names on the command line or in a file. Pure functions
-// on text.
+// Parses the nodes and addresses on the command line and in files of nodes. Pure functions.
 #pragma once
 
 #include <compare>
@@ -13,10 +12,10 @@
 
 namespace quelta {
 
-/** Where a node's daemon hears beacons. */
+/** Where a node's daemon receives beacons. */
 struct NodeName
 {
-    std::string host;  ///< Name or dotted address.
+    std::string host;  ///< Host name or dotted address.
     uint16_t port = 0; ///< The daemon's port.
 
     bool operator==(const NodeName&) const = default;
@@ -25,18 +24,18 @@ struct NodeName
 /** "render07:5130". */
 std::string formatNode(const NodeName& node);
 
-/** Reads "host:port", the port from 1 to 65535. */
+/** Parses "host:port" with a port from 1 to 65535. */
 std::optional<NodeName> parseNode(std::string_view text);
 
-/** Reads nodes parted by blanks, commas and line ends, from '#' to the end of its line a comment,
-    and adds them to `nodes`. Gives the text of what is wrong with the first bad one, empty if
-    nothing is. */
+/** Parses nodes separated by blanks, commas and line ends, and appends them to `nodes`. A '#'
+    begins a comment that ends with its line. Returns an error message for the first invalid or
+    repeated node; empty on success. */
 std::string addNodes(std::string_view text, std::vector<NodeName>& nodes);
 
-/** Reads "10.0.0.5". */
+/** Parses "10.0.0.5". */
 std::optional<uint32_t> parseIp(std::string_view text);
 
-/** Reads "10.0.0.5:21000". */
+/** Parses "10.0.0.5:21000". */
 std::optional<MasterAddress> parseAddress(std::string_view text);
 
 /** Whether `ip` is in 127.0.0.0/8. */

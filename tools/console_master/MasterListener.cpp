@@ -3,6 +3,8 @@
 #include <utility>
 
 #include "console_master/HostList.h"
+#include "messages/Framing.h"
+#include "util/PeerConnection.h"
 
 namespace quelta {
 
@@ -13,48 +15,55 @@ void Inbox::push(PeerEvent event)
     arrival.notify_one();
 }
 
-std::vector<PeerEvent> Inbox::take(std::chrono::milliseconds limit)
+std::vector<PeerEvent> Inbox::take(std::chrono::milliseconds timeout)
 {
     std::unique_lock lock(mutex);
-    arrival.wait_for(lock, limit, [this] { return !events.empty(); });
+    arrival.wait_for(lock, timeout, [this] { return !events.empty(); });
     return std::exchange(events, {});
 }
 
-/** One daemon. Its own thread reads; `connectionMade` runs on the server's thread before that one
-    starts. */
-class MasterListener::Connection final : public juce::InterprocessConnection
+/** The connection of one daemon. JUCE calls connectionMade on the server's thread before it starts
+    the reader thread, which calls connectionLost and messageReceived. */
+class MasterListener::Connection final : public PeerConnection
 {
 public:
-    Connection(ConnectionId connectionId, Inbox& eventInbox)
-        : InterprocessConnection(false), id(connectionId), inbox(eventInbox)
+    Connection(ConnectionId connectionId, MasterListener& owningListener)
+        : PeerConnection(frameMagic), id(connectionId), listener(owningListener)
     {}
 
-    ~Connection() override { disconnect(-1, Notify::no); }
+    ~Connection() override { close(Notify::no); }
 
 private:
     void connectionMade() override
     {
+        PeerConnection::connectionMade();
         peerIp = parseIp(getSocket()->getHostName().toStdString()).value_or(0);
         push(PeerEvent::Kind::connected);
+        listener.finishAccepting();
     }
 
-    void connectionLost() override { push(PeerEvent::Kind::lost); }
-
-    void messageReceived(const juce::MemoryBlock& block) override
+    void connectionLost() override
     {
+        PeerConnection::connectionLost();
+        push(PeerEvent::Kind::lost);
+    }
+
+    void messageReceived(const juce::MemoryBlock& payload) override
+    {
+        const Delivery delivery(*this);
         MasterDaemonMessage message;
-        const bool valid = parseMasterMessage(block.getData(), block.getSize(), message);
+        const bool valid = parseMasterMessage(payload.getData(), payload.getSize(), message);
         push(valid ? PeerEvent::Kind::record : PeerEvent::Kind::junk, message);
     }
 
     void push(PeerEvent::Kind kind, const MasterDaemonMessage& message = {})
     {
-        inbox.push({kind, id, peerIp, message});
+        listener.inbox.push({kind, id, peerIp, message});
     }
 
     const ConnectionId id;
-    Inbox& inbox;
-    uint32_t peerIp = 0;
+    MasterListener& listener;
+    uint32_t peerIp = 0; // constant once the reader thread runs
 };
 
 MasterListener::MasterListener(size_t index, Inbox& eventInbox)
@@ -63,26 +72,13 @@ MasterListener::MasterListener(size_t index, Inbox& eventInbox)
 
 MasterListener::~MasterListener()
 {
-    // The server's thread waits in accept; a connection of our own lets it leave before stop() gets
-    // impatient.
-    if (getBoundPort() > 0)
-    {
-        stopping = true;
-        juce::StreamingSocket wakeUp;
-        const auto host = boundAddress.isEmpty() ? juce::String("127.0.0.1") : boundAddress;
-
-        if (wakeUp.connect(host, getBoundPort(), 1000))
-            leaving.wait(1000);
-    }
-
-    stop();
+    stopServing();
     connections.clear();
 }
 
 bool MasterListener::open(uint32_t ip, uint16_t port)
 {
-    boundAddress = ip == 0 ? juce::String() : juce::String(formatIp(ip));
-    return beginWaitingForSocket(port, boundAddress);
+    return serve(port, ip == 0 ? juce::String() : juce::String(formatIp(ip)));
 }
 
 uint16_t MasterListener::getPort() const
@@ -98,22 +94,16 @@ bool MasterListener::send(uint64_t connectionNumber, const MasterDaemonMessage& 
     return found != connections.end() && found->second->sendMessage({bytes.data(), bytes.size()});
 }
 
-juce::InterprocessConnection* MasterListener::createConnectionObject()
+juce::InterprocessConnection* MasterListener::acceptConnection()
 {
-    if (stopping)
-    {
-        juce::Thread::getCurrentThread()->signalThreadShouldExit();
-        leaving.signal();
-        return nullptr;
-    }
-
     const std::lock_guard lock(mutex);
 
-    // Here is the one place where no earlier connection can still be in the server's hands.
+    // Safe only here: JUCE still uses a new connection after acceptConnection has returned it, but
+    // no longer when it asks for the next one.
     std::erase_if(connections, [](const auto& entry) { return !entry.second->isConnected(); });
 
     auto connection =
-        std::make_unique<Connection>(ConnectionId{listenerIndex, ++lastNumber}, inbox);
+        std::make_unique<Connection>(ConnectionId{listenerIndex, ++lastNumber}, *this);
     return connections.emplace(lastNumber, std::move(connection)).first->second.get();
 }
 

@@ -1,7 +1,7 @@
-// The master's end of the connections: daemons connect to it and their records go into an inbox.
+// The console master's end of the connections: daemons connect to a listener, and what they send
+// goes into an inbox.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <compare>
 #include <condition_variable>
@@ -11,13 +11,12 @@
 #include <mutex>
 #include <vector>
 
-#include <juce_events/juce_events.h>
-
 #include "messages/MasterDaemonMessage.h"
+#include "util/PeerServer.h"
 
 namespace quelta {
 
-/** Names a connection for good; numbers are not used twice. */
+/** Identifies a connection. Numbers are not reused. */
 struct ConnectionId
 {
     size_t listener = 0;
@@ -32,8 +31,8 @@ struct PeerEvent
     enum class Kind
     {
         connected,
-        record, ///< `message` is set.
-        junk,   ///< Bytes that are no record.
+        record, ///< A valid record, in `message`.
+        junk,   ///< A frame whose payload is not a valid record.
         lost
     };
 
@@ -43,15 +42,15 @@ struct PeerEvent
     MasterDaemonMessage message;
 };
 
-/** The road from the threads of all connections to the one thread that thinks. Any thread pushes,
-    one takes; the lock guards the events. */
+/** Passes events from the connections' threads to the main loop. Any thread pushes, one thread
+    takes. The lock guards the events. */
 class Inbox
 {
 public:
     void push(PeerEvent event);
 
-    /** All events so far, in order; waits up to `limit` for the first. */
-    std::vector<PeerEvent> take(std::chrono::milliseconds limit);
+    /** Removes and returns all events, oldest first. Waits up to `timeout` for the first one. */
+    std::vector<PeerEvent> take(std::chrono::milliseconds timeout);
 
 private:
     std::mutex mutex;
@@ -61,33 +60,32 @@ private:
 
 /** Listens on one port. The owner's thread opens, sends and destroys; the server's thread accepts;
     the lock guards the connections. */
-class MasterListener final : private juce::InterprocessConnectionServer
+class MasterListener final : private PeerServer
 {
 public:
-    /** `index` is written into every event. The inbox has to outlive the listener. */
-    MasterListener(size_t index, Inbox& inbox);
+    /** Every event carries `index` as its listener. The inbox must outlive the listener. */
+    MasterListener(size_t index, Inbox& eventInbox);
+
+    /** Stops listening and closes all connections. */
     ~MasterListener() override;
 
-    /** Listens on `port`, 0 for any free one, of the local address `ip`, 0 for all. */
+    /** Listens on `port` (0: any free port) of the local address `ip` (0: every interface). Returns
+        false if the port is not available. */
     bool open(uint32_t ip, uint16_t port);
 
-    /** The port it listens on. */
+    /** The port that it listens on. */
     uint16_t getPort() const;
 
-    /** Sends a record; false if the connection is gone. */
+    /** Sends a record. Returns false if the connection is lost. */
     bool send(uint64_t connectionNumber, const MasterDaemonMessage& message);
 
 private:
     class Connection;
 
-    juce::InterprocessConnection* createConnectionObject() override;
+    juce::InterprocessConnection* acceptConnection() override;
 
     const size_t listenerIndex;
     Inbox& inbox;
-    juce::String boundAddress;
-
-    std::atomic<bool> stopping{false};
-    juce::WaitableEvent leaving;
 
     std::mutex mutex;
     uint64_t lastNumber = 0;

@@ -19,7 +19,7 @@ bool isSentByDaemons(Type type)
            type == Type::SLAVE_RUNNING || type == Type::STEAL_REPLY;
 }
 
-bool tellSame(const MasterDaemonMessage& a, const MasterDaemonMessage& b)
+bool haveSameContent(const MasterDaemonMessage& a, const MasterDaemonMessage& b)
 {
     return a.masterAddress == b.masterAddress && a.masterText == b.masterText &&
            a.slaveAlias == b.slaveAlias && a.numGpus == b.numGpus &&
@@ -42,8 +42,8 @@ Type replyFor(Command command)
 
 } // namespace
 
-NodeBoard::NodeBoard(Command givenCommand, uint32_t timeout)
-    : command(givenCommand), timeoutMs(timeout)
+NodeBoard::NodeBoard(Command givenCommand, uint32_t givenTimeoutMs)
+    : command(givenCommand), timeoutMs(givenTimeoutMs)
 {}
 
 size_t NodeBoard::addNode(const std::string& name, const MasterAddress& self, uint32_t now)
@@ -60,7 +60,7 @@ void NodeBoard::connected(size_t index, uint32_t now)
 {
     auto& node = nodes[index];
 
-    // The earlier connection has died unnoticed, with the machine for instance.
+    // The earlier connection was lost without notice, for instance because the node crashed.
     if (node.connected)
         disconnected(index, now);
 
@@ -109,7 +109,7 @@ void NodeBoard::received(size_t index, const MasterDaemonMessage& message, uint3
     auto& node = nodes[index];
     const bool isBack = std::exchange(node.away, false);
     const bool isNews =
-        std::exchange(node.silent, false) || !node.state || !tellSame(*node.state, message);
+        std::exchange(node.silent, false) || !node.state || !haveSameContent(*node.state, message);
     node.state = message;
 
     if (isStateMessage(message.type))
@@ -226,11 +226,11 @@ void NodeBoard::tickNode(size_t index, uint32_t now)
                 report(index, NodeEvent::noAnswer);
             break;
         case NodePhase::asked:
-            if (passed >= replyLimit(node))
+            if (passed >= replyTimeoutMs(node))
                 end(index, NodeEvent::noAnswer, false);
             break;
         case NodePhase::releasing:
-            if (passed >= replyLimit(node) || now - node.releasedAt >= releaseLimit())
+            if (passed >= replyTimeoutMs(node) || now - node.releasedAt >= releaseTimeoutMs())
                 end(index, NodeEvent::noAnswer, false);
             break;
         case NodePhase::starting:
@@ -256,9 +256,9 @@ void NodeBoard::keepScanning(size_t index, uint32_t now)
     if (!node.connected)
         return;
 
-    // One scan at a time: a daemon that reads nothing must not fill the connection until a send
-    // blocks.
-    if (!node.scanPending && passed >= scanInterval)
+    // One scan at a time: if the daemon stopped reading, unlimited requests would fill the
+    // connection's buffers and block a send.
+    if (!node.scanPending && passed >= scanIntervalMs)
         scan(index, now);
     else if (node.scanPending && passed >= timeoutMs && !std::exchange(node.silent, true))
         report(index, NodeEvent::silent);
@@ -327,10 +327,10 @@ void NodeBoard::scan(size_t index, uint32_t now)
     request(index, Type::SCAN_REQUEST);
 }
 
-uint32_t NodeBoard::replyLimit(const Node& node) const
+uint32_t NodeBoard::replyTimeoutMs(const Node& node) const
 {
     const bool stopsSlave = node.phase == NodePhase::releasing || command != Command::hold;
-    return node.connected && stopsSlave ? releaseLimit() : timeoutMs;
+    return node.connected && stopsSlave ? releaseTimeoutMs() : timeoutMs;
 }
 
 } // namespace quelta

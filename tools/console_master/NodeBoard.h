@@ -1,22 +1,23 @@
-// What the master knows of each node, what it asks of it next and what it tells the operator.
-// Decisions only: no clock, no sockets, no threads; the caller tells what happened and when,
-// carries out the requests and shows the events. One thread uses it.
+// The console master's decisions: what it knows of each node, what it asks of it next and what it
+// reports to the operator. No clock, no sockets, no threads: the caller says what happened and
+// when, carries out the requests and prints the events. Not thread-safe.
 //
-// Phases of a node, and what leads on (every other event changes nothing but what is known of the
-// node):
+// The phases of a node and their transitions. Any other event only updates what is known of the
+// node.
 //
-//   waiting    no state heard yet        state heard: ended (scan), watching (watch), asked (others)
-//   asked      request sent              its reply: starting, or ended when refused, or by stop
-//   starting   slave is ours             running; failed: releasing; another owner: ended
-//   running    slave is ours and works   failed: releasing; another owner: ended
-//              (starting, running and watching report a node that is back after a disconnection as found)
-//   watching   until told to end         told to end: ended
-//   releasing  stop request sent         its reply: ended
-//   ended      nothing more is asked
+//   phase      meaning                      transitions
+//   waiting    no state received yet        state: ended (scan), watching (watch), asked (others)
+//   asked      request sent                 reply: starting; ended if refused, and for stop
+//   starting   the slave is ours            running: running; failed: releasing; other owner: ended
+//   running    the slave is ours and works  failed: releasing; other owner: ended
+//   watching   scanned until released       release: ended
+//   releasing  stop request sent            reply: ended
+//   ended      no more requests
 //
-// No answer in time ends waiting, asked and releasing, the last one even if the node connects
-// again; a connection that does not come back in time ends starting and running; a new connection
-// leads from asked to waiting.
+// Time-outs: waiting, asked and releasing end without an answer in time (releasing also if the node
+// keeps reconnecting); starting and running end if a lost connection does not come back in time.
+// A new connection leads from asked back to waiting. In starting, running and watching, a node that
+// is back after a disconnection is reported as found.
 #pragma once
 
 #include <cstddef>
@@ -48,14 +49,14 @@ struct Node
     MasterAddress self; ///< The address by which this node knows this master.
     NodePhase phase = NodePhase::waiting;
     bool connected = false;
-    bool asAsked = true; ///< False once something went otherwise than the operator asked.
-    bool silent = false; ///< Has not answered in time, and has been reported for it.
-    bool away = false;   ///< Has been reported as disconnected and has not told its state since.
+    bool asAsked = true; ///< False once the node has not done what the operator asked.
+    bool silent = false; ///< Has not answered in time and has been reported.
+    bool away = false;   ///< Reported as disconnected; no state received since.
     std::optional<MasterDaemonMessage> state; ///< The latest record.
     bool slaveFailed = false;
 
-    uint32_t since = 0;      ///< When it entered its phase, or connected, or was disconnected.
-    uint32_t releasedAt = 0; ///< When it was first asked to stop.
+    uint32_t since = 0;      ///< When the phase began, or the connection was made or lost.
+    uint32_t releasedAt = 0; ///< When the phase releasing began.
     uint32_t scannedAt = 0;
     bool scanPending = false;
 
@@ -86,13 +87,13 @@ enum class NodeEvent
 class NodeBoard
 {
 public:
-    /** The daemon may need 12 s to stop a slave, and answers nobody meanwhile. */
-    static constexpr uint32_t stopAllowance = 15000;
-    static constexpr uint32_t scanInterval = 1000;
+    /** A daemon may take 12 s to stop a slave and does not answer until then. */
+    static constexpr uint32_t stopAllowanceMs = 15000;
+    static constexpr uint32_t scanIntervalMs = 1000;
 
-    NodeBoard(Command command, uint32_t timeoutMs);
+    NodeBoard(Command givenCommand, uint32_t givenTimeoutMs);
 
-    /** Gives the node's index. */
+    /** Returns the node's index. */
     size_t addNode(const std::string& name, const MasterAddress& self, uint32_t now);
 
     void connected(size_t index, uint32_t now);
@@ -100,20 +101,20 @@ public:
     void received(size_t index, const MasterDaemonMessage& message, uint32_t now);
     void receivedJunk(size_t index);
 
-    /** Time passes. */
+    /** Applies time-outs and schedules scans. Call it several times a second. */
     void tick(uint32_t now);
 
-    /** The operator has seen enough: whatever is held is given back. */
+    /** Ends the command at the operator's request: gives held nodes back. */
     void release(uint32_t now);
 
-    /** How many nodes are being given back, and how many milliseconds that takes at most. */
+    /** The number of nodes that are being given back, and the time limit for that. */
     size_t countReleasing() const;
-    uint32_t releaseLimit() const { return timeoutMs + stopAllowance; }
+    uint32_t releaseTimeoutMs() const { return timeoutMs + stopAllowanceMs; }
 
-    /** Whether nothing more is to come. */
+    /** Whether all nodes have ended. */
     bool isDone() const;
 
-    /** Whether every node did as asked. */
+    /** Whether every node has done what the operator asked. */
     bool isAsAsked() const;
 
     const std::vector<Node>& getNodes() const { return nodes; }
@@ -130,7 +131,7 @@ public:
         NodeEvent kind = NodeEvent::found;
     };
 
-    /** What is to be sent and shown since the last call, in order. */
+    /** The requests to send and the events to print since the last call, in order. */
     std::vector<Request> takeRequests() { return std::exchange(requests, {}); }
     std::vector<Event> takeEvents() { return std::exchange(events, {}); }
 
@@ -147,7 +148,7 @@ private:
     void scan(size_t index, uint32_t now);
     void request(size_t index, MasterMessageType type) { requests.push_back({index, type}); }
     void report(size_t index, NodeEvent kind) { events.push_back({index, kind}); }
-    uint32_t replyLimit(const Node& node) const;
+    uint32_t replyTimeoutMs(const Node& node) const;
 
     const Command command;
     const uint32_t timeoutMs;

@@ -16,17 +16,15 @@ namespace quelta {
 namespace {
 
 constexpr auto introduction =
-    "A render master for the command line: finds slave daemons by beacon, shows who owns their "
-    "slaves, and\n"
-    "starts, takes over and stops slaves. Nodes are given as host:port, the port being the "
-    "daemon's --port.";
+    "The console master, a render master for the command line. It finds slave daemons by beacon,\n"
+    "shows who owns their slaves, and starts, takes over and stops slaves. Give nodes as "
+    "host:port,\n"
+    "where port is the daemon's --port.";
 
 constexpr auto exitStatuses =
-    "Exit status: 0 every node did as asked, 1 some node did not (no answer, refused, failed, "
-    "stolen),\n"
-    "2 the command line is wrong, 3 this machine is at fault (port in use, unknown host, no "
-    "network, output\n"
-    "that cannot be written).";
+    "Exit status: 0 every node did as asked, 1 some node did not (no answer, refused, failed,\n"
+    "stolen), 2 invalid command line, 3 failure on this machine (port in use, unknown host, no\n"
+    "route, output that cannot be written).";
 
 constexpr auto notes =
     "Examples:\n"
@@ -35,15 +33,13 @@ constexpr auto notes =
     "  quelta_master hold 10.0.0.5:5130\n"
     "  quelta_master COMMAND --help\n"
     "\n"
-    "The daemons connect back to this program: --address and --listen-port say where, and have to "
-    "be\n"
-    "reachable from the nodes. A node is recognised by the address from which it connects. Nodes "
-    "on one and\n"
-    "the same machine cannot be told apart by that, so the second one gets the next port (or "
-    "another free\n"
-    "one), and so on.";
+    "The daemons connect back to this program, so --address and --listen-port must be reachable\n"
+    "from the nodes. A node is identified by the address that it connects from. Several nodes on "
+    "one\n"
+    "machine share that address, so each of them connects to a different port: the first to\n"
+    "--listen-port, the second to the next one, and so on (by default to any free ports).";
 
-/** What CLI11 hands over as texts, before they have become Options. */
+/** Options that CLI11 passes on as text, before they are parsed. */
 struct RawOptions
 {
     std::vector<std::string> nodes;
@@ -63,37 +59,38 @@ struct CommandText
 };
 
 constexpr CommandText commands[] = {
-    {Command::scan, "scan", "Show the state of nodes and end",
-     "Shows a table (or with --json an array) of the nodes: alias, number of GPUs, slave version, "
-     "state,\n"
-     "owner and the owner's text.\n\nExample:\n  quelta_master scan 10.0.0.5:5130 10.0.0.6:5130"},
-    {Command::watch, "watch", "Show the state of nodes, and every change, until Ctrl-C",
-     "Writes a line with the time for every event (with --json an object a line) and the table "
-     "after each\n"
-     "change.\n\n"
+    {Command::scan, "scan", "Show the state of nodes and exit",
+     "Prints a table of the nodes (with --json an array): alias, number of GPUs, slave version,\n"
+     "state, owner and the owner's text.\n\n"
+     "Example:\n  quelta_master scan 10.0.0.5:5130 10.0.0.6:5130"},
+    {Command::watch, "watch", "Show the state of nodes and every change, until Ctrl-C",
+     "Prints a line with the time for every event, and the table after each change. With --json "
+     "it\n"
+     "prints an object on a line of its own for every event, and no table.\n\n"
      "Example:\n  quelta_master watch --nodes farm.txt"},
     {Command::hold, "hold", "Start the slaves of free nodes and keep them until Ctrl-C",
-     "Writes a line for every event: starting, running, failed, stolen, ... A failed slave is "
-     "given back at\n"
-     "once, the others at Ctrl-C; a second Ctrl-C, a second later or more, ends the program at "
-     "once. It\n"
-     "ends by itself when no slave is left. A node that belongs to another master refuses; see "
-     "steal.\n\n"
+     "Prints a line for every event: starting, running, failed, stolen, ... Gives a failed slave\n"
+     "back at once, the others at Ctrl-C. A second Ctrl-C at least one second later ends the "
+     "program\n"
+     "at once. It also ends when it holds no slave any more. A node that belongs to another "
+     "master\n"
+     "refuses; see steal.\n\n"
      "Example:\n  quelta_master hold 10.0.0.5:5130 --text \"test run\""},
-    {Command::steal, "steal", "Take slaves over from whoever owns them and keep them until Ctrl-C",
-     "Like hold, but the node's slave is stopped and started anew for this master, whoever owned "
-     "it.\n\n"
+    {Command::steal, "steal", "Take slaves over from any owner and keep them until Ctrl-C",
+     "Like hold, but also takes over nodes that belong to another master: their slave is stopped\n"
+     "and restarted for this master.\n\n"
      "Example:\n  quelta_master steal 10.0.0.5:5130"},
     {Command::stop, "stop", "Stop slaves that belong to this master's address",
-     "A daemon obeys only its owner, which it knows by address and port. So announce the owner's, "
-     "if that\n"
-     "master is gone, or write the request in its name, if it still runs. A free node counts as "
-     "stopped.\n\n"
+     "A daemon accepts a stop request only from its owner, which it identifies by address and "
+     "port.\n"
+     "If the owner is gone, announce its address and port; if it still runs, send the request in "
+     "its\n"
+     "name with --as. Stopping a free node succeeds.\n\n"
      "Examples:\n  quelta_master stop 10.0.0.5:5130 --address 10.0.0.2 --listen-port 21000\n"
      "  quelta_master stop 10.0.0.5:5130 --as 10.0.0.2:21000"}};
 
 template <typename Parse>
-CLI::Validator readableBy(Parse parse, const std::string& what)
+CLI::Validator acceptedBy(Parse parse, const std::string& what)
 {
     return CLI::Validator(
         [parse, what](const std::string& text) {
@@ -106,52 +103,51 @@ void addOptions(CLI::App& app, const CommandText& text, RawOptions& raw, Options
 {
     app.add_option("node", raw.nodes, "Nodes, as host:port")->type_name("HOST:PORT");
     app.add_option("--nodes", raw.nodesFile,
-                   "File of nodes, parted by blanks or line ends; # for comments")
+                   "File of nodes, separated by blanks or line ends; # begins a comment")
         ->type_name("FILE");
-    app.add_option(
-           "--address", raw.address,
-           "IPv4 address announced to the nodes (default: the local one on the way to each node)")
+    app.add_option("--address", raw.address,
+                   "IPv4 address announced to the nodes (default: this machine's on the route to "
+                   "each node)")
         ->type_name("IP")
-        ->check(readableBy(parseIp, "an IPv4 address"));
+        ->check(acceptedBy(parseIp, "an IPv4 address"));
     app.add_option("--listen-port", options.listenPort,
-                   "TCP port for the nodes (default 0: any free one)")
+                   "TCP port that the nodes connect to (default 0: any free port)")
         ->type_name("PORT")
         ->check(CLI::Range(0, 65535).description(""));
     app.add_option("--timeout", raw.timeoutSeconds, "Seconds to wait for an answer (default 5)")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.1, 3600.0).description(""));
-    app.add_option("--text", options.text,
-                   "What the nodes are told about this master, up to 32 bytes")
+    app.add_option("--text", options.text, "Text that nodes show as the owner's, up to 32 bytes")
         ->type_name("TEXT")
-        ->check(readableBy(
+        ->check(acceptedBy(
             [](const std::string& given) { return given.size() <= MasterDaemonMessage::textSize; },
             "32 bytes or less"));
-    app.add_flag("--json", options.json, "Write JSON instead of text");
+    app.add_flag("--json", options.json, "Print JSON instead of text");
 
     if (text.command == Command::scan || text.command == Command::watch)
-        app.add_option("--broadcast", raw.broadcast,
-                       "Send the beacon to a broadcast address as well")
+        app.add_option("--broadcast", raw.broadcast, "Send beacons to this broadcast address, too")
             ->type_name("IP:PORT")
             ->check(
-                readableBy(parseAddress, "an address: give IP:port, for example 10.0.0.255:5130"));
+                acceptedBy(parseAddress, "an address: give IP:port, for example 10.0.0.255:5130"));
 
     if (text.command == Command::stop)
         app.add_option("--as", raw.actAs,
-                       "Write the request in the name of the master with this address")
+                       "Send the request in the name of the master with this address")
             ->type_name("IP:PORT")
             ->check(
-                readableBy(parseAddress, "an address: give IP:port, for example 10.0.0.2:21000"));
+                acceptedBy(parseAddress, "an address: give IP:port, for example 10.0.0.2:21000"));
 
     app.footer(std::string(text.footer) + "\n\n" + exitStatuses + "\n");
 }
 
-/** Appends the whole file to `text`. Gives the reason if it cannot be read, empty if it can. */
+/** Appends the file's contents to `text`. Returns the reason if it cannot be read; empty on
+    success. */
 std::string readFile(const std::string& name, std::string& text)
 {
     const std::filesystem::path path(std::u8string(name.begin(), name.end()));
     std::error_code ignored;
 
-    // Linux opens a folder like a file, and reading it throws.
+    // Linux opens a folder like a file; reading it then throws.
     if (std::filesystem::is_directory(path, ignored))
         return "it is a folder";
 
@@ -188,7 +184,7 @@ std::string readNodes(const RawOptions& raw, Options& options)
     return {};
 }
 
-/** Gives the text of what is wrong, empty if nothing is. */
+/** Returns an error message; empty on success. */
 std::string fillOptions(const RawOptions& raw, Options& options)
 {
     options.broadcast = parseNode(raw.broadcast);

@@ -1,4 +1,4 @@
-// What the operator asks for on the command line.
+// The console master's command line.
 #pragma once
 
 #include <cstdint>
@@ -34,18 +34,17 @@ struct Options
 {
     Command command = Command::scan;
     std::vector<NodeName> nodes;
-    std::optional<NodeName> broadcast; ///< Where a beacon reaches nodes that nobody named.
-    std::optional<uint32_t> address;   ///< Announced instead of the address on the way to the node.
-    std::optional<MasterAddress> actAs; ///< Written into stop requests instead of the own address.
-    uint16_t listenPort = 0;            ///< 0 for any free one.
+    std::optional<NodeName> broadcast;  ///< Another destination of beacons.
+    std::optional<uint32_t> address;    ///< Announced to nodes; default: chosen by the route.
+    std::optional<MasterAddress> actAs; ///< Sender of stop requests; default: this master.
+    uint16_t listenPort = 0;            ///< 0 for any free port.
     uint32_t timeoutMs = 5000;
-    std::string text; ///< What the master tells about itself.
+    std::string text; ///< This master's text, which nodes report as the owner's.
     bool json = false;
 };
 
-/** Reads the command line, which begins with the program's name. Gives the exit status if the
-    program is to end at once (help and errors have been written then), otherwise nothing and
-    `options` is filled. */
+/** Parses the command line, which begins with the program's name, into `options`. Returns the exit
+    status if the program must end at once, after printing help or an error; otherwise nothing. */
 std::optional<int> parseOptions(const std::vector<std::string>& arguments, Options& options,
                                 std::ostream& out, std::ostream& err);
 

@@ -15,7 +15,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 using Row = std::array<juce::String, 7>;
 
-/** A field's text without what a terminal would obey. Bytes that are not UTF-8 become question
+/** A field's text with control characters, and all bytes of invalid UTF-8, replaced by question
     marks. */
 juce::String readable(const std::string& field)
 {
@@ -160,7 +160,7 @@ void addNodeFields(Json& json, const Node& node)
     json["ownerText"] = owned ? Json(readable(node.state->masterText).toStdString()) : Json();
 }
 
-/** Host names may hold anything that the command line lets through. */
+/** Replaces invalid UTF-8, which host names from the command line may contain. */
 std::string dump(const Json& json, int indent = -1)
 {
     return json.dump(indent, ' ', false, Json::error_handler_t::replace);

@@ -1,5 +1,5 @@
-// What the operator sees: tables, event lines, JSON. Pure functions. Texts that come from a daemon
-// are shown without control characters, which a terminal would obey.
+// Formats the console master's output: tables, event lines, JSON. Pure functions. They replace
+// control characters in texts from a daemon, which could control the operator's terminal.
 #pragma once
 
 #include <string>
@@ -9,22 +9,22 @@
 
 namespace quelta {
 
-/** The word for a node's state: "free", "owned", "running", ... */
+/** The name of a node's state: "free", "owned", "running", ... */
 const char* stateName(const Node& node);
 
-/** All nodes as a table with a head, a line each. */
+/** All nodes as a table with a heading and one line for each node. */
 std::string formatTable(const std::vector<Node>& nodes);
 
 /** All nodes as a JSON array. */
 std::string formatJson(const std::vector<Node>& nodes);
 
-/** One event as a line of text, without a line end. */
+/** One event as a line of text without the line end. */
 std::string formatEvent(const Node& node, NodeEvent event);
 
-/** The same as a JSON object on one line; `time` is written as it is. */
+/** One event as a JSON object on one line. `time` is written unchanged. */
 std::string formatJsonEvent(const Node& node, NodeEvent event, const std::string& time);
 
-/** The address that nodes are told, as an event line in either form. */
+/** The event that reports the address announced to nodes, as text and as JSON. */
 std::string formatListening(const MasterAddress& self);
 std::string formatJsonListening(const MasterAddress& self, const std::string& time);
 

@@ -1,5 +1,5 @@
-// The operator's wish to end, as signals bring it. Process managers signal a process and then its
-// group, so one wish may arrive twice within microseconds.
+// The operator's request to stop, which arrives as a signal. Process managers signal a process and
+// then its group, so one request may arrive twice within microseconds.
 #pragma once
 
 #include <atomic>
@@ -9,15 +9,15 @@
 
 namespace quelta {
 
-/** Decides what a signal means. Any thread and any signal handler may call it. */
+/** Decides what a signal means. Thread-safe and async-signal-safe. */
 class StopRequest
 {
 public:
-    /** A signal that comes sooner after the first is a repetition of it. */
+    /** A signal that arrives within this time after the first is a repetition of it. */
     static constexpr std::chrono::milliseconds repetitionLimit{1000};
 
-    /** A signal has come at this time, which is never negative. Returns false if the program is to end at
-     * once. */
+    /** Handles a signal that arrived at `now`, which is not negative. Returns false if the program
+        must end at once. */
     bool receive(std::chrono::milliseconds now)
     {
         auto first = none;
@@ -25,7 +25,7 @@ public:
                now.count() - first < repetitionLimit.count();
     }
 
-    bool hasCome() const { return firstAt != none; }
+    bool isPending() const { return firstAt != none; }
 
 private:
     static constexpr int64_t none = std::numeric_limits<int64_t>::min();

@@ -1,3 +1,4 @@
+// The entry point of quelta_master, the console master.
 #include <cstdio>
 #include <ostream>
 #include <string>

@@ -1,4 +1,4 @@
-// What only the system knows about hosts: their addresses and the way to them. Any thread.
+// Name resolution and routing. Thread-safe.
 #pragma once
 
 #include <cstdint>
@@ -7,10 +7,10 @@
 
 namespace quelta {
 
-/** The IPv4 address of a host given by name or in dotted form; nothing if nobody knows it. */
+/** The IPv4 address of a host given by name or in dotted form; empty if unknown. */
 std::optional<uint32_t> lookUpHost(const std::string& host);
 
-/** The address that this machine has on the way to `ip`; nothing without a way. Sends nothing. */
+/** This machine's address on the route to `ip`; empty without a route. Sends no packet. */
 std::optional<uint32_t> localAddressTowards(uint32_t ip);
 
 } // namespace quelta

@@ -27,7 +27,7 @@ std::optional<uint32_t> lookUpHost(const std::string& host)
 
 std::optional<uint32_t> localAddressTowards(uint32_t ip)
 {
-    // Connecting a datagram socket only chooses the way. It may be a broadcast address, hence true.
+    // Connecting a datagram socket only selects a route. `true` permits broadcast addresses.
     const juce::DatagramSocket socket(true);
     const auto handle = socket.getRawSocketHandle();
 

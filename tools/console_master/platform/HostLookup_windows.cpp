@@ -11,7 +11,7 @@ namespace quelta {
 
 std::optional<uint32_t> lookUpHost(const std::string& host)
 {
-    const juce::DatagramSocket startsWinsock;
+    const juce::DatagramSocket winsockStarter; // JUCE starts Winsock with its first socket
     const auto name = platform::toTerminatedUtf16(host.c_str());
 
     ADDRINFOW wanted{};
@@ -32,7 +32,7 @@ std::optional<uint32_t> lookUpHost(const std::string& host)
 
 std::optional<uint32_t> localAddressTowards(uint32_t ip)
 {
-    // Connecting a datagram socket only chooses the way. It may be a broadcast address, hence true.
+    // Connecting a datagram socket only selects a route. `true` permits broadcast addresses.
     const juce::DatagramSocket socket(true);
     const auto handle = static_cast<SOCKET>(socket.getRawSocketHandle());
 

@@ -1,4 +1,4 @@
-// The command line of the process.
+// The arguments of the process as UTF-8.
 #pragma once
 
 #include <string>
@@ -6,9 +6,9 @@
 
 namespace quelta {
 
-/** The program's name and its arguments: on Windows as UTF-8, from the UTF-16 command line of the
-    process, because the text that main gets there has lost what the system's code page lacks; on
-    Linux the bytes that main gets. */
+/** The program's name and its arguments. On Windows they come from the UTF-16 command line of the
+    process, because main's arguments are in the ANSI code page, which lacks many characters. On
+    Linux they are main's arguments, byte for byte. */
 std::vector<std::string> programArguments(int argc, const char* const* argv);
 
 } // namespace quelta

@@ -10,8 +10,7 @@ namespace {
 
 std::string toUtf8(const wchar_t* text)
 {
-    // With the terminating NUL, which the last line takes off. Half of a surrogate pair becomes
-    // U+FFFD.
+    // The size includes the terminating NUL. An unpaired surrogate becomes U+FFFD.
     const int size = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
     std::string utf8(static_cast<size_t>(size), '\0');
     WideCharToMultiByte(CP_UTF8, 0, text, -1, utf8.data(), size, nullptr, nullptr);
@@ -26,7 +25,7 @@ std::vector<std::string> programArguments(int argc, const char* const* argv)
     int count = 0;
     auto* const wide = CommandLineToArgvW(GetCommandLineW(), &count);
 
-    // Only for lack of memory.
+    // Only if memory is exhausted.
     if (wide == nullptr)
         return {argv, argv + argc};
 

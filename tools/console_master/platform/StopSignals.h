@@ -1,13 +1,12 @@
-// Ctrl-C and termination as requests to stop.
+// Turns Ctrl-C and termination signals into stop requests.
 #pragma once
 
 #include "console_master/StopRequest.h"
 
 namespace quelta {
 
-/** From now on these signals go to `request`, which has to live as long as the process. A signal
-    that the request does not take for a repetition ends the process as if nothing had been
-    installed. */
+/** Passes these signals to `request` from now on, which must live as long as the process. If the
+    request says that the program must end at once, the signal's default action follows. */
 void installStopSignals(StopRequest& request);
 
 } // namespace quelta

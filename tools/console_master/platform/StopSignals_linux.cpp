@@ -13,13 +13,13 @@ StopRequest* receiver = nullptr;
 void receive(int signal)
 {
     timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now); // which a handler may call
+    clock_gettime(CLOCK_MONOTONIC, &now); // async-signal-safe
     const auto sinceBoot = std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
 
     if (receiver->receive(std::chrono::duration_cast<std::chrono::milliseconds>(sinceBoot)))
         return;
 
-    // Takes effect when the handler returns, since the signal is blocked until then.
+    // The signal is blocked while its handler runs, so the default action follows on return.
     std::signal(signal, SIG_DFL);
     std::raise(signal);
 }

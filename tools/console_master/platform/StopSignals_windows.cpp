@@ -10,7 +10,7 @@ namespace {
 
 StopRequest* receiver = nullptr;
 
-/** Windows calls it on a thread of its own; what it does not handle ends the process. */
+/** Runs on a thread that Windows starts. Events that it does not handle end the process. */
 BOOL WINAPI receive(DWORD event)
 {
     if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT)
