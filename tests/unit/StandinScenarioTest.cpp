@@ -40,7 +40,7 @@ std::vector<Action> getActions(const RunScenario& run)
 
 } // namespace
 
-TEST(StandinScenario, EmptyTextBehavesWell)
+TEST(StandinScenario, AnEmptyFileGivesAWellBehavedSlave)
 {
     const auto scenario = parse("");
 
@@ -60,7 +60,7 @@ TEST(StandinScenario, EmptyTextBehavesWell)
     EXPECT_EQ(scenario.run.numGpus, 1u);
 }
 
-TEST(StandinScenario, LinesBeforeTheFirstSectionBelongToBothRuns)
+TEST(StandinScenario, LinesBeforeTheFirstSectionApplyToBothRuns)
 {
     const auto scenario =
         parse("gpus 3\nconnect\n[info]\ngpus 4\ncrash\n[run]\nhang\n[info]\nexit 7\n");
@@ -72,7 +72,7 @@ TEST(StandinScenario, LinesBeforeTheFirstSectionBelongToBothRuns)
     EXPECT_EQ(scenario.run.numGpus, 3u);
 }
 
-TEST(StandinScenario, ARunWithoutStepsPlaysTheDefaultWithItsSettings)
+TEST(StandinScenario, ARunWithoutStepsHasTheDefaultStepsAndItsOwnSettings)
 {
     const auto scenario = parse("on-stop ignore\nversion 17\n[run]\nhang\n");
 
@@ -125,14 +125,14 @@ TEST(StandinScenario, ReadsEverySetting)
     EXPECT_TRUE(parse("on-lost ignore\non-lost exit").run.exitOnLost);
 }
 
-TEST(StandinScenario, CommentsBlanksLineEndsAndByteOrderMarkDoNotMatter)
+TEST(StandinScenario, IgnoresCommentsBlanksLineEndsAndTheByteOrderMark)
 {
     const auto run =
         parse("\xEF\xBB\xBF# a comment\r\n\r\n \t connect\t# and one behind\r\n   \nhang#").run;
     EXPECT_EQ(getActions(run), (std::vector{Action::connect, Action::hang}));
 }
 
-TEST(StandinScenario, ErrorsTellTheLineAndTheReason)
+TEST(StandinScenario, ErrorsNameTheLineAndTheReason)
 {
     EXPECT_EQ(parseError("connect\n\njump\n"), "line 3: unknown word 'jump'");
     EXPECT_EQ(parseError("connect now"), "line 1: unexpected 'now'");
@@ -161,14 +161,14 @@ TEST(StandinScenario, ErrorsTellTheLineAndTheReason)
     EXPECT_EQ(parseError("on-lost maybe"), "line 1: unknown word 'maybe'");
 }
 
-TEST(StandinScenario, ErrorsStayShortAndPrintable)
+TEST(StandinScenario, ErrorsAreShortAndPrintable)
 {
     EXPECT_EQ(parseError(std::string_view("a\0\x7F\xFFz", 5)), "line 1: unknown word 'a???z'");
     EXPECT_EQ(parseError(std::string(100, 'a')),
               "line 1: unknown word '" + std::string(40, 'a') + "...'");
 }
 
-TEST(StandinScenario, AnErrorLeavesTheScenarioAlone)
+TEST(StandinScenario, AnErrorLeavesTheScenarioUnchanged)
 {
     Scenario scenario;
     scenario.run.version = 9;
@@ -179,7 +179,7 @@ TEST(StandinScenario, AnErrorLeavesTheScenarioAlone)
     EXPECT_TRUE(scenario.run.steps.empty());
 }
 
-TEST(StandinScenario, AScenarioOfAMebibyteIsReadAndALongerOneRefused)
+TEST(StandinScenario, AScenarioOfMoreThanAMebibyteIsRejected)
 {
     const std::string longest(maxScenarioSize, '\n');
     EXPECT_EQ(parse(longest).run.steps.size(), 6u);
