@@ -53,8 +53,6 @@ protected:
     std::unique_ptr<ConsoleMaster> master;
 };
 
-} // namespace
-
 TEST_F(ConsoleMasterTest, ScanShowsANodeThatAnswers)
 {
     const FakeNode node;
@@ -152,4 +150,5 @@ TEST_F(ConsoleMasterTest, AnUnknownHostIsAFailureOfThisMachine)
     EXPECT_EQ(err.str(), "unknown host \"no such host\"\n");
 }
 
+} // namespace
 } // namespace quelta::test

@@ -74,8 +74,6 @@ MasterDaemonMessage scanRequestOf(const MasterAddress& master)
     return message;
 }
 
-} // namespace
-
 TEST_F(MasterListenerTest, PassesOnTheRecordsOfADaemonInOrder)
 {
     DaemonVoice daemon(port);
@@ -186,4 +184,5 @@ TEST_F(MasterListenerTest, APortThatIsInUseCannotBeOpened)
     EXPECT_NE(second.getPort(), port);
 }
 
+} // namespace
 } // namespace quelta::test
