@@ -1,12 +1,12 @@
-// Which process has started another, as Windows knows it: Wine gives every process a number of its
-// own, which only that system's calls understand.
+// Finds the parent of a process by its Windows id. Under Wine these ids differ from those of the
+// host system, so only Windows functions can look them up.
 #pragma once
 
 #include <windows.h>
 
 #include <tlhelp32.h>
 
-/** What the system says about the process; all zero if there is none. */
+/** The system's description of a process; all zero if there is no such process. */
 inline PROCESSENTRY32W describeProcess(DWORD process)
 {
     auto* const all = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
@@ -21,7 +21,7 @@ inline PROCESSENTRY32W describeProcess(DWORD process)
     return found != FALSE ? entry : PROCESSENTRY32W{};
 }
 
-/** What the system says about the process that has started it. */
+/** The system's description of the parent of a process. */
 inline PROCESSENTRY32W describeParent(DWORD process)
 {
     return describeProcess(describeProcess(process).th32ParentProcessID);

@@ -1,5 +1,5 @@
-// In the place of the render slave: starts a copy of itself outside the daemon's job, tells whether
-// the system allows that, and waits, as the copy does, until somebody ends it.
+// Replaces the render slave: starts a copy of itself outside the daemon's job, prints whether
+// Windows allows that, and waits to be ended, as the copy does.
 #include <windows.h>
 
 #include <cstdio>
@@ -30,7 +30,7 @@ void startCopy()
 
 int main(int count, char**)
 {
-    if (count != 2) // a slave has more
+    if (count != 2) // the copy has one argument, a slave has more
         startCopy();
 
     Sleep(lifeTimeMs);

@@ -1,7 +1,6 @@
-// Tells what a process's parent holds: a line for each kind of handle with their number, by the
-// system's own names ("Process", "Thread", "Event"), and one for its running threads ("running
-// threads"). Its argument is the id of the process; its exit status is 0 if the parent could be
-// asked.
+// Prints how many handles of each kind the parent of a process has, one kind a line under its
+// Windows name ("Process", "Thread", "Event"), and how many threads ("running threads"). Its
+// argument is the id of the process. Exits with 0 if the parent could be inspected.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -15,7 +14,7 @@
 namespace {
 
 constexpr uintptr_t handleStep = 4; ///< Handles are multiples of this.
-constexpr uintptr_t highestHandle = 65'536;
+constexpr uintptr_t maxHandle = 65'536;
 
 std::string kindOf(HANDLE handle)
 {
@@ -33,13 +32,12 @@ std::string kindOf(HANDLE handle)
     return kind;
 }
 
-/** The system's own count of them is not to be had everywhere, so every possible handle is
-    tried. */
+/** Tries every possible handle, because not every system can list them. */
 std::map<std::string, int> countHandles(HANDLE process)
 {
     std::map<std::string, int> kinds;
 
-    for (auto value = handleStep; value <= highestHandle; value += handleStep)
+    for (auto value = handleStep; value <= maxHandle; value += handleStep)
     {
         HANDLE copy = nullptr;
 

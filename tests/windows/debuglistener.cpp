@@ -1,15 +1,15 @@
-// Receives what programs send to a debugger, as viewers of debugger output do. Prints "listening",
-// then a line for each text: the sender's process id and the bytes as hexadecimal digits. Ends
-// after a minute without any.
+// Receives debugger output (OutputDebugString) of all programs. Prints "listening", then a line for
+// each text: the sender's process id and the bytes in hexadecimal. Exits after a minute without
+// any.
 #include <windows.h>
 
 #include <cstdio>
 
 namespace {
 
-constexpr DWORD patienceMs = 60'000;
+constexpr DWORD idleTimeoutMs = 60'000;
 
-/** As the system lays it out. */
+/** The layout that Windows defines. */
 struct Buffer
 {
     DWORD process;
@@ -44,7 +44,7 @@ int main()
     std::printf("listening\n");
     std::fflush(stdout);
 
-    while (SetEvent(ready) != FALSE && WaitForSingleObject(filled, patienceMs) == WAIT_OBJECT_0)
+    while (SetEvent(ready) != FALSE && WaitForSingleObject(filled, idleTimeoutMs) == WAIT_OBJECT_0)
         print(*buffer);
 
     return 0;

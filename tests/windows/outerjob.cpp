@@ -1,5 +1,5 @@
-// Runs the program that its arguments are the command line of, in a job, and stays when that
-// program has ended, so that the job stays too. What is left in the job ends with this process.
+// Runs a program, whose command line is its arguments, in a job. Keeps running after that program
+// has ended, and with it the job. When this process ends, so does everything left in the job.
 #include <windows.h>
 
 #include <cstdio>
@@ -8,7 +8,7 @@ namespace {
 
 constexpr DWORD lifeTimeMs = 300'000;
 
-/** What follows the first word of this process's command line. */
+/** This process's command line after its first word. */
 wchar_t* getArguments()
 {
     auto* text = GetCommandLineW();

@@ -1,6 +1,6 @@
-// Tells how it was started, and ends: the exact text of its command line, which the runtime would
-// split, and how many handles it has from the start, which shows whether any came from the process
-// that started it. Also whether text can be selected in its console.
+// Prints how it was started, and exits: its unsplit command line, the number of handles that it has
+// from the start, which shows whether it inherited any, and whether text can be selected in its
+// console.
 #include <windows.h>
 
 #include <cstdint>
@@ -10,14 +10,14 @@
 namespace {
 
 constexpr uintptr_t handleStep = 4; ///< Handles are multiples of this.
-constexpr uintptr_t highestHandle = 16'384;
+constexpr uintptr_t maxHandle = 16'384;
 
 std::string toUtf8(const wchar_t* text)
 {
     const auto size = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
     std::string utf8(static_cast<size_t>(size), '\0');
     WideCharToMultiByte(CP_UTF8, 0, text, -1, utf8.data(), size, nullptr, nullptr);
-    utf8.pop_back(); // the zero
+    utf8.pop_back(); // the terminating NUL
     return utf8;
 }
 
@@ -26,7 +26,7 @@ int countHandles()
     int count = 0;
     DWORD flags = 0;
 
-    for (auto value = handleStep; value <= highestHandle; value += handleStep)
+    for (auto value = handleStep; value <= maxHandle; value += handleStep)
         if (GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags) != FALSE)
             ++count;
 

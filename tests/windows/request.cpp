@@ -1,13 +1,13 @@
-// Asks a process's parent to end, as Windows and its tools do it. Arguments: the id of the process
-// and the way:
-//   close        WM_CLOSE to all its top-level windows (taskkill, Task Scheduler)
-//   quit         WM_QUIT to all its threads (service wrappers)
-//   end-session  asks its windows whether the session may end, tells them that it does, and then ends the
-//                program by force (log-off, shutdown)
+// Asks the parent of a process to end, as Windows and its tools do. Arguments: the id of the
+// process and the method:
+//   close        posts WM_CLOSE to all its top-level windows (taskkill, Task Scheduler)
+//   quit         posts WM_QUIT to all its threads (service wrappers)
+//   end-session  asks its windows whether the session may end, tells them that it does, and then
+//                terminates the process (log-off, shutdown)
 //   break, close-console, log-off, shutdown
-//                runs its handlers of this console event on a new thread, as the console's host does, and
-//                ends the program by force when they are through, or when Windows' patience is over
-// The exit status is 0 if the parent was there and was asked.
+//                runs its handlers of this console event on a new thread, as the console host does,
+//                and terminates the process when they have returned or timed out; not after break
+// Exits with 0 if the parent exists and was asked.
 #include <array>
 #include <cstdint>
 #include <cstdlib>
@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr UINT systemsPatienceMs = 5'000;
+constexpr UINT windowsTimeoutMs = 5'000;
 constexpr UINT forcedStatus = 9;
 
 struct ConsoleEvent
@@ -55,7 +55,7 @@ BOOL CALLBACK visitWindow(HWND window, LPARAM parameter)
     return TRUE;
 }
 
-/** Whether there are windows and every visit went well. */
+/** Returns true if there are windows and every visit succeeded. */
 bool visitWindows(DWORD process, std::function<bool(HWND)> visit)
 {
     WindowVisit task{process, std::move(visit)};
@@ -69,7 +69,7 @@ bool closeWindows(DWORD process)
                         [](HWND window) { return PostMessageW(window, WM_CLOSE, 0, 0) != FALSE; });
 }
 
-/** Other threads have no queue and take no message, so one is enough. */
+/** Threads without a message queue accept no message, so one success is enough. */
 bool quitThreads(DWORD process)
 {
     auto* const all = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
@@ -88,7 +88,7 @@ bool quitThreads(DWORD process)
 bool ask(HWND window, UINT message, WPARAM parameter, DWORD_PTR expected)
 {
     DWORD_PTR answer = 0;
-    return SendMessageTimeoutW(window, message, parameter, 0, SMTO_NORMAL, systemsPatienceMs,
+    return SendMessageTimeoutW(window, message, parameter, 0, SMTO_NORMAL, windowsTimeoutMs,
                                &answer) != 0 &&
            answer == expected;
 }
@@ -101,13 +101,13 @@ bool endSession(DWORD process)
                       [](HWND window) { return ask(window, WM_QUERYENDSESSION, 0, TRUE); }))
         return false;
 
-    // The answer of a window that goes with its process in the meantime does not matter.
+    // The process may end before its windows answer, so the answers do not matter.
     visitWindows(process, [](HWND window) { return ask(window, WM_ENDSESSION, TRUE, 0); });
     TerminateProcess(handle, forcedStatus);
     return true;
 }
 
-/** Every program has the system's libraries at the same place. */
+/** Works because Windows maps system libraries at the same address in every process. */
 bool raiseConsoleEvent(DWORD process, DWORD event)
 {
     constexpr auto access = PROCESS_CREATE_THREAD | PROCESS_QUERY_INFORMATION |
@@ -129,24 +129,24 @@ bool raiseConsoleEvent(DWORD process, DWORD event)
     if (event == CTRL_BREAK_EVENT)
         return true;
 
-    WaitForSingleObject(thread, systemsPatienceMs);
+    WaitForSingleObject(thread, windowsTimeoutMs);
     TerminateProcess(handle, forcedStatus);
     return true;
 }
 
-bool request(DWORD process, std::string_view way)
+bool request(DWORD process, std::string_view method)
 {
-    if (way == "close")
+    if (method == "close")
         return closeWindows(process);
 
-    if (way == "quit")
+    if (method == "quit")
         return quitThreads(process);
 
-    if (way == "end-session")
+    if (method == "end-session")
         return endSession(process);
 
     for (const auto& [name, event] : consoleEvents)
-        if (way == name)
+        if (method == name)
             return raiseConsoleEvent(process, event);
 
     return false;

@@ -1,4 +1,4 @@
-// Prints the daemon's text for each socket error that its arguments number, as bytes.
+// Prints the daemon's text for each socket error whose number is an argument.
 #include <cstdio>
 #include <cstdlib>
 

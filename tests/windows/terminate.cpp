@@ -1,6 +1,5 @@
-// Ends a process's parent by force, as the task manager does it: TerminateProcess, without a word
-// to the parent. Its argument is the id of the process; its exit status is 0 if the parent has
-// ended.
+// Terminates the parent of a process, as the Task Manager does: TerminateProcess, without a request
+// to exit. Its argument is the id of the process. Exits with 0 on success.
 #include <cstdlib>
 
 #include "ParentProcess.h"
