@@ -1,8 +1,7 @@
-// What a program that waits as the daemon has to wait costs at least: the same framework
-// connections, one loop that wakes every 100 ms, and one framework timer of 500 ms that does
-// nothing. With a slave's executable also what comes with a running slave: the framework's server,
-// the slave's connection and a second loop of 100 ms. Usage: PORT MASTERS [SLAVE]. Ends when its
-// standard input does.
+// Baseline for an idle daemon: the same JUCE connections, a loop that wakes every 100 ms, and a
+// JUCE timer of 500 ms that does nothing. Given a slave's executable, also what a running slave
+// adds: a JUCE server, the slave's connection and a second loop of 100 ms. Usage: PORT MASTERS
+// [SLAVE]. Exits at the end of its standard input.
 #include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -56,7 +55,7 @@ public:
     void timerCallback() override {}
 };
 
-/** Waits for datagrams that nobody sends. */
+/** Waits for datagrams; none arrives. */
 class SelectLoop final : public juce::Thread
 {
 public:
@@ -77,7 +76,7 @@ public:
     }
 };
 
-/** Starts the slave and looks every 100 ms whether it is still there. */
+/** Starts the slave and checks every 100 ms whether it still runs. */
 class SlaveLoop final : public juce::Thread
 {
 public:
@@ -129,7 +128,7 @@ int main(int argc, char** argv)
     if (argc < 3)
         return 2;
 
-    const juce::ScopedJuceInitialiser_GUI framework;
+    const juce::ScopedJuceInitialiser_GUI juceInitialiser;
     const int port = std::atoi(argv[1]);
     std::vector<std::unique_ptr<BareConnection>> connections;
 

@@ -1,5 +1,5 @@
-// The floor for beacons: the same two system calls as the daemon's, waiting and receiving, and
-// nothing else. Usage: PORT. Ends when its standard input does.
+// Baseline for beacons: the daemon's two system calls, waiting and receiving, and nothing else.
+// Usage: PORT. Exits at the end of its standard input.
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -15,7 +15,7 @@ namespace {
 
 constexpr int waitMs = 100;
 
-void receiveForEver(int handle)
+void receiveLoop(int handle)
 {
     std::array<char, 1000> datagram;
     pollfd waited{handle, POLLIN, 0};
@@ -46,7 +46,7 @@ int main(int argc, char** argv)
     if (bind(handle, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0)
         return 1;
 
-    std::thread(receiveForEver, handle).detach();
+    std::thread(receiveLoop, handle).detach();
     quelta::bench::serveUntilInputEnds();
-    _exit(0); // the thread never ends by itself
+    _exit(0); // the thread runs for ever
 }

@@ -1,6 +1,6 @@
-// What the framework alone costs: connects to the masters as the daemon does, with the framework's
-// own connection class, and sends back every record as it came. A start request goes to every
-// master, as the news of a new owner does. Usage: PORT MASTERS. Ends when its standard input does.
+// Baseline for requests: the cost of JUCE alone. Connects to the masters with JUCE's connection
+// class, as the daemon does, and echoes every record. A start request goes to every master, as the
+// daemon's status of a new owner does. Usage: PORT MASTERS. Exits at the end of its standard input.
 #include <unistd.h>
 
 #include <cstdlib>
@@ -19,7 +19,7 @@ using namespace quelta;
 
 class EchoConnection;
 
-/** Constant once all are connected, and no request comes before. */
+/** Constant once all are connected; requests arrive only then. */
 std::vector<std::unique_ptr<EchoConnection>> connections;
 
 class EchoConnection final : public juce::InterprocessConnection

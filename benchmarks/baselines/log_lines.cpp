@@ -1,4 +1,5 @@
-// Lines a second that the daemon's log writes to its file. Usage: FOLDER THREADS LINES.
+// Measures how many lines per second the daemon's log writes to its file. Usage: FOLDER THREADS
+// LINES.
 #include "log/Log.h"
 #include "support/LogRun.h"
 

@@ -1,5 +1,6 @@
-// The floor: connects to the masters and sends back every 100 bytes, with two system calls a
-// request and a thread a connection. Usage: PORT MASTERS. Ends when its standard input does.
+// Lower bound for requests: connects to the masters and echoes every 100 bytes, with two system
+// calls for each request and one thread for each connection. Usage: PORT MASTERS. Exits at the end
+// of its standard input.
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -58,5 +59,5 @@ int main(int argc, char** argv)
     }
 
     quelta::bench::serveUntilInputEnds();
-    _exit(0); // the threads never end by themselves
+    _exit(0); // the threads run for ever
 }

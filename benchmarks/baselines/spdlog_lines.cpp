@@ -1,5 +1,5 @@
-// Lines a second that spdlog writes to a file, synchronously, the lines being those of the daemon's
-// log. Usage: FOLDER THREADS LINES.
+// Measures how many lines per second spdlog writes to a file, synchronously and with the text of
+// the daemon's lines. Usage: FOLDER THREADS LINES.
 #include <string>
 
 #include <spdlog/sinks/basic_file_sink.h>

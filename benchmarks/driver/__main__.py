@@ -16,11 +16,11 @@ from row_slave import launch, startup
 
 BENCHMARKS = {each.__name__: each for each in (scan, throughput, beacons, broadcast, log, idle, launch, startup)}
 SPARE_DESCRIPTORS = 60
-BUSY = 0.15  # of the processors, by others
+BUSY = 0.15  # the share of processor time of other programs that is worth a warning
 
 
 class Bench:
-    """What a benchmark needs: where the programs are, how much it may do, and whom it tells how far it is."""
+    """Settings of a run: where the programs are and how much to measure. Shows progress."""
 
     def __init__(self, programs, short):
         self.programs = programs
@@ -37,7 +37,7 @@ class Bench:
         return usual // 20 if self.short else usual
 
     def can_have(self, masters):
-        """Whether the system lets one program have so many connections; says so if not."""
+        """Whether one program may have this many connections; prints a note if not."""
         enough = self.descriptor_limit >= masters + SPARE_DESCRIPTORS
         if not enough:
             print(f"(no {masters} masters: a program may have only {self.descriptor_limit} files open)",
@@ -49,7 +49,7 @@ class Bench:
 
 
 def busy_share():
-    """The part of all processors' time that is in use while nothing of ours runs."""
+    """The share of processor time that other programs use."""
     def read():
         fields = [int(n) for n in pathlib.Path("/proc/stat").read_text().splitlines()[0].split()[1:]]
         return sum(fields[:8]), fields[3] + fields[4]
@@ -70,9 +70,9 @@ def parse_arguments():
                                      formatter_class=argparse.RawDescriptionHelpFormatter,
                                      epilog="rows:\n" + "\n".join(f"  {name:11} {each.__doc__}"
                                                                   for name, each in BENCHMARKS.items()))
-    parser.add_argument("row", nargs="*", metavar="ROW", help="only these; all without any")
-    parser.add_argument("--short", action="store_true", help="a few seconds a row: proves that everything works, "
-                        "the figures mean nothing")
+    parser.add_argument("row", nargs="*", metavar="ROW", help="rows to measure (default: all)")
+    parser.add_argument("--short", action="store_true", help="a few seconds for each row: shows that everything works; "
+                        "the figures are meaningless")
     parser.add_argument("--programs", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
     parser.add_argument("--results", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
     arguments = parser.parse_args()
@@ -83,7 +83,7 @@ def parse_arguments():
 
 
 def measure(bench, names):
-    """All rows, and the largest part of the machine that others used."""
+    """Returns all rows and the maximum share of processor time that other programs used."""
     rows, busiest = [], 0.0
     for number, name in enumerate(names, 1):
         busiest = max(busiest, busy_share())
@@ -105,17 +105,17 @@ def main():
     if rows is None:
         return 1
 
-    machine = f"{describe_machine()}; others used up to {100 * busiest:.0f} % of it"
+    machine = f"{describe_machine()}; other programs used up to {100 * busiest:.0f} % of it"
     write_json(arguments.results / "results.json", rows)
     write_chart(arguments.results / "results.svg", rows, machine)
     print(table(rows))
     print(f"\n±: half the distance between the lowest and the highest round. Machine: {machine}.")
     if busiest > BUSY:
-        print("This machine is busy with other work: take the figures with care, or run again when it is quiet.")
+        print("Other programs keep this machine busy: interpret the figures with care, or run again when it is idle.")
     if uncertain := noisy(rows):
         print(f"{len(uncertain)} of {len(rows)} rows are uncertain: their rounds differ by more than ±20 %.")
     if arguments.short:
-        print("This was a short run: it shows that everything works, and its figures mean nothing.")
+        print("This was a short run: it shows that everything works; its figures are meaningless.")
     print(f"Written: {arguments.results / 'results.json'}, {arguments.results / 'results.svg'}")
     return 0
 

@@ -1,4 +1,4 @@
-"""Figures: what several rounds have given, and what a row of the table makes of two of them."""
+"""Figures, which summarise several rounds, and rows, which compare a figure with its baseline."""
 
 import statistics
 from dataclasses import dataclass
@@ -7,7 +7,7 @@ from dataclasses import dataclass
 @dataclass(frozen=True)
 class Figure:
     value: float
-    spread: float  # half of what lies between the lowest and the highest round, in percent of the value
+    spread: float  # half the distance between the lowest and the highest round, in percent of the value
 
     @classmethod
     def of(cls, rounds, pick=statistics.median):

@@ -1,4 +1,4 @@
-"""The processes of a benchmark: the daemon, the generator of masters, and the bare programs beside them."""
+"""The processes of a benchmark: the daemon, the generator of masters and the baseline programs."""
 
 import json
 import os
@@ -16,7 +16,7 @@ import threading
 import time
 from contextlib import ExitStack, contextmanager
 
-TIME_LIMIT = 30  # seconds; only a hang takes so long
+TIME_LIMIT = 30  # seconds; exceeded only by a hang
 
 QUICK_SLAVE = """
 [info]
@@ -42,7 +42,7 @@ def free_port():
 
 
 class Program:
-    """A started program; its lines come with the time at which they were read. It ends when its input does."""
+    """A running program. Its lines come with the time at which they were read. It exits at the end of its input."""
 
     def __init__(self, arguments, folder=None):
         self.started_ns = time.monotonic_ns()
@@ -62,24 +62,24 @@ class Program:
         try:
             at, line = self.lines.get(timeout=TIME_LIMIT)
         except queue.Empty:
-            raise BenchmarkError(f"{self.name} has said nothing for {TIME_LIMIT} s") from None
+            raise BenchmarkError(f"{self.name} has printed nothing for {TIME_LIMIT} s") from None
         if line is None:
-            raise BenchmarkError(f"{self.name} has ended")
+            raise BenchmarkError(f"{self.name} has exited")
         return at, line
 
     def line_with(self, text):
-        """The time and the text of the next line that holds the text; what comes before is dropped."""
+        """Returns the time and the text of the next line that contains `text`; skips the lines before it."""
         while True:
             at, line = self.next_line()
             if text in line:
                 return at, line
 
     def cpu_ns(self):
-        """The processor time of all its threads so far, of those that have ended too."""
+        """The processor time of all its threads so far, including ended ones."""
         return time.clock_gettime_ns((~self.pid << 3) | 2)
 
     def footprint(self):
-        """(wake-ups so far, resident bytes, threads)"""
+        """Returns (wake-ups so far, resident bytes, threads)."""
         switches = threads = resident = 0
         for task in pathlib.Path(f"/proc/{self.pid}/task").iterdir():
             status = (task / "status").read_text()
@@ -98,7 +98,7 @@ class Program:
         self.process.stdin.close()
 
     def end(self):
-        """The nanoseconds that it takes to end."""
+        """Ends the program and returns the nanoseconds that this took."""
         handle = os.pidfd_open(self.pid)
         try:
             asked = time.monotonic_ns()
@@ -120,7 +120,7 @@ class Program:
 
 
 class Daemon(Program):
-    """The daemon in a folder of its own, where its flags and the slave's scenario lie beside the executables."""
+    """The daemon in a temporary folder with a stand-in slave and its scenario."""
 
     def __init__(self, programs, scenario=QUICK_SLAVE):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="quelta-bench-"))
@@ -135,7 +135,7 @@ class Daemon(Program):
         self.process.send_signal(signal.SIGTERM)
 
     def pass_over_start(self):
-        """Drops the lines up to the summary, among which are those of the information run."""
+        """Skips the lines up to the summary, including those of the information run."""
         self.line_with("Out-of-core rendering: ")
 
     def slave_pid(self):
@@ -147,7 +147,7 @@ class Daemon(Program):
 
 
 class Masters(Program):
-    """Masters on the loopback, for a daemon that hears beacons on `daemon_port`."""
+    """Masters on the loopback for a daemon that receives beacons on `daemon_port`."""
 
     def __init__(self, programs, count, daemon_port=0):
         super().__init__([programs / "quelta_bench_masters", count, daemon_port])
@@ -169,7 +169,7 @@ class Masters(Program):
 
 
 class Subject:
-    """A program under measurement and the masters that it is connected to."""
+    """A measured program and the masters that it is connected to."""
 
     def __init__(self, stack, programs, name, masters, *more):
         if name == "daemon":
@@ -188,7 +188,7 @@ class Subject:
 
 @contextmanager
 def side_by_side(programs, names, masters):
-    """Subjects by name. All are paused; `running` lets one of them run."""
+    """Yields the subjects by name, all of them paused; `running` resumes one of them."""
     with ExitStack() as stack:
         subjects = {name: Subject(stack, programs, name, masters) for name in names}
         for subject in subjects.values():
@@ -210,7 +210,7 @@ def running(subject):
 
 
 def raise_descriptor_limit():
-    """Lets the programs have as many files open as the system allows; gives that number."""
+    """Raises the limit of open files to the maximum and returns it."""
     _, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
     resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
     return hard

@@ -4,11 +4,11 @@ import json
 import math
 from html import escape
 
-NOISY = 20  # percent of spread above which a figure has to be taken with care
+NOISY = 20  # the spread in percent above which a figure is uncertain
 
 
 def number(value):
-    """Three digits or so."""
+    """Formats a number with three significant digits."""
     if value == 0:
         return "0"
     digits = max(0, 2 - math.floor(math.log10(abs(value))))
@@ -34,7 +34,7 @@ def table(rows):
 
 
 def noisy(rows):
-    extremes = ("(longest)", "(best round)")  # of which a spread is expected
+    extremes = ("(longest)", "(best round)")  # extremes are expected to spread
     return [row for row in rows if not any(each in row.figure for each in extremes) and
             max(row.value.spread, row.baseline.spread) > NOISY]
 
@@ -62,7 +62,7 @@ def bar(row, y):
 
 
 def write_chart(path, rows, machine):
-    """A bar a row, from the baseline (1) to the ratio, on a logarithmic scale."""
+    """Draws a bar for each row from the baseline (1) to the ratio, on a logarithmic scale."""
     width, top = TEXT_WIDTH + BAR_WIDTH + RIGHT_WIDTH, 60
     height = top + LINE_HEIGHT * len(rows) + 20
     grid = "".join(f'<line x1="{x_of(r):.1f}" x2="{x_of(r):.1f}" y1="{top - 6}" y2="{height - 16}" '

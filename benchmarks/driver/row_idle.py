@@ -1,4 +1,4 @@
-"""What the daemon costs while nothing happens. Daemon and bare program idle at the same time."""
+"""The cost of an idle daemon. The daemon and its baseline idle at the same time."""
 
 import time
 from contextlib import ExitStack
@@ -10,7 +10,7 @@ WINDOWS = 6
 
 
 class Watched:
-    """Figures of an idle process, window by window."""
+    """The figures of an idle process, one for each time window."""
 
     def __init__(self, program):
         self.program = program
@@ -36,7 +36,7 @@ UNITS = {"CPU time": "ms/s", "wake-ups": "/s", "resident memory": "MB", "threads
 
 
 class Pair:
-    """A daemon and a bare program with as many masters, and with a slave if asked for."""
+    """A daemon and its baseline with the same number of masters, optionally with a slave."""
 
     def __init__(self, stack, bench, masters, with_slave=False):
         daemon = Subject(stack, bench.programs, "daemon", masters)
@@ -50,7 +50,7 @@ class Pair:
 
 
 def watch(bench, pairs):
-    time.sleep(1)  # the last connections settle
+    time.sleep(1)  # until the last connections have settled
     watched = [each for pair in pairs for each in pair.watched]
     for each in watched:
         each.restart()
@@ -62,7 +62,7 @@ def watch(bench, pairs):
 
 
 def rows(name, pairs):
-    """A row a figure; the windows of all pairs count alike."""
+    """Yields a row for each figure, over the windows of all pairs."""
     for key, unit in UNITS.items():
         goal = Goal.ratio_at_most(1.10)
         if key == "resident memory" and name == "10 masters":
@@ -74,7 +74,7 @@ def rows(name, pairs):
 
 def idle(bench):
     """Idle footprint over 30 s with 0 to 1,000 masters and with a running slave"""
-    # Several where a few wake-ups count, for their timers fall together by chance.
+    # Several pairs where few wake-ups matter, because timers coincide by chance.
     few = bench.rounds(3)
     with ExitStack() as stack:
         pairs = {

@@ -1,4 +1,4 @@
-"""Lines a second to a log file."""
+"""Log lines per second to a file."""
 
 import json
 import subprocess
@@ -15,7 +15,7 @@ def lines_per_second(program, threads, lines):
 
 
 def log(bench):
-    """Log lines a second to a file, with time and prefix"""
+    """Log lines per second to a file, with time and prefix"""
     for threads in (1, 4):
         ours, theirs = [], []
         for _ in range(bench.rounds(9)):

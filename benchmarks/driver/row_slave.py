@@ -1,4 +1,4 @@
-"""The slave's start and end, and the daemon's own."""
+"""Start and end of the slave and of the daemon."""
 
 import os
 import random
@@ -8,13 +8,13 @@ from contextlib import ExitStack
 from figures import Figure, Goal, Row
 from processes import Daemon, Masters, Subject
 
-POLL = 100  # ms: the watch of a slave, the wait for the information run, and the wait for beacons
-STOP_CHECK = 2  # ms: how often the end of the watching thread is looked for
-TICK = 500  # ms: when masters that have been heard are connected
+POLL = 100  # ms: the interval at which the daemon polls the slave, the information run and beacons
+STOP_CHECK = 2  # ms: the interval at which the end of the slave's thread is polled
+TICK = 500  # ms: the interval at which new masters are connected
 
 
 def start_slave(daemon, masters):
-    """The slave's process number, and the milliseconds from the request to its first line."""
+    """Returns the slave's process id and the milliseconds from the request to its first line."""
     sent = masters.do("start")["sent_ns"]
     at, _ = daemon.line_with("standin: argument 0: ")
     pid = daemon.slave_pid()
@@ -23,7 +23,7 @@ def start_slave(daemon, masters):
 
 
 def plain_launch(slave):
-    """Milliseconds from a bare spawn of the slave to its first line."""
+    """Returns the milliseconds from a bare spawn of the slave to its first line."""
     output, child_output = os.pipe()
     started = time.monotonic_ns()
     child = os.posix_spawn(slave, [slave], os.environ,
@@ -41,7 +41,7 @@ def polls(milliseconds):
 
 
 def launch(bench):
-    """From a request to a running slave, and from its end to the news of it"""
+    """From a request to a running slave, and from its end to the notification of its owner"""
     launched, plain, told, replied = [], [], [], []
     with ExitStack() as stack:
         subject = Subject(stack, bench.programs, "daemon", 1)
@@ -71,7 +71,7 @@ def launch(bench):
 
 
 def start_up(bench):
-    """Milliseconds from the launch of a daemon to a master's connection, without the slave's own time."""
+    """Returns the milliseconds from the launch of a daemon to a master's connection, without the slave's own time."""
     with ExitStack() as stack:
         daemon = stack.enter_context(Daemon(bench.programs))
         masters = stack.enter_context(Masters(bench.programs, 1, daemon.port))

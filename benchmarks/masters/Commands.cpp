@@ -18,8 +18,9 @@ namespace {
 
 constexpr int timeoutMs = 20'000;
 constexpr int announceIntervalMs = 5;
-constexpr int beaconsAtOnce =
-    50; ///< What the daemon's socket surely takes while the daemon is busy.
+
+/** A burst that fits the receive buffer of a busy daemon. */
+constexpr int beaconsAtOnce = 50;
 
 std::string print(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
@@ -36,7 +37,7 @@ std::string print(const char* format, ...)
 void require(bool happened, const char* what)
 {
     if (!happened)
-        throw std::runtime_error(std::string("waited in vain for ") + what);
+        throw std::runtime_error(std::string("timed out waiting for ") + what);
 }
 
 double getQuantile(std::vector<int64_t>& values, double quantile)
@@ -86,7 +87,7 @@ std::string Commands::run(const std::string& command)
     throw std::runtime_error("unknown command " + name);
 }
 
-/** Beacons for some of the masters that are not connected yet. */
+/** Sends beacons of some of the masters that are not connected yet. */
 void Commands::announceNext()
 {
     const auto daemon = makeSocketAddress(firstMasterIp, port);
@@ -184,7 +185,7 @@ std::string Commands::start()
         if (master == 0 && type == MasterMessageType::START_REPLY)
             replied = true;
 
-        // A bare echo sends the request itself to everybody.
+        // The echo baseline sends the request itself to every master.
         if (type == MasterMessageType::DAEMON_STATUS || type == MasterMessageType::START_REQUEST)
         {
             ++statuses;
@@ -195,7 +196,7 @@ std::string Commands::start()
 
     require(swarm.readUntil([&] { return replied && statuses >= swarm.getCount(); }, timeoutMs,
                             onRecord),
-            "the news of a slave");
+            "the status of the slave's owner");
     return print("{\"sent_ns\": %lld, \"last_status_ns\": %lld}", static_cast<long long>(sent),
                  static_cast<long long>(lastStatus));
 }
@@ -241,7 +242,7 @@ std::string Commands::kill(int slavePid)
 
     require(swarm.readUntil([&] { return told != 0 && swarm.getProcessEnded() != 0; }, timeoutMs,
                             onRecord),
-            "the news of the slave's end");
+            "the notification of the slave's end");
     return print("{\"ended_ns\": %lld, \"told_ns\": %lld}",
                  static_cast<long long>(swarm.getProcessEnded()), static_cast<long long>(told));
 }

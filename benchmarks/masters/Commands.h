@@ -1,17 +1,16 @@
-// What the generator of masters can be told to do, a line a command, a line of JSON the answer.
+// The commands of the generator of masters. A command is a line of text, its answer a line of JSON.
 //
-//   announce             beacons for every master until all are connected; the time of the last connection
+//   announce             send beacons until all masters are connected; reports when the last was
 //   accept               the same without beacons
-//   scan MASTERS MS      so many masters ask again and again, each as soon as it has its answer
-//   beacons COUNT RATE   beacons of the first master, evenly spread; a rate of 0 is as fast as it goes
-//   start                the first master asks for the slave; waits until every master has heard of it
-//   stop [PID]           it asks for the end of the slave; waits until every master has heard of it, and
-//   until that
-//                        process has ended
-//   kill PID             ends the slave's process; waits until the first master has heard of it
+//   scan MASTERS MS      this many masters send scan requests, each the next one after its answer
+//   beacons COUNT RATE   send beacons of the first master, RATE per second; 0: no pauses
+//   start                the first master starts the slave; waits until every master has its status
+//   stop [PID]           the first master stops the slave; waits until every master has its status
+//                        and the process PID has ended
+//   kill PID             kill the slave's process; waits until the first master has been notified
 //
-// Times are nanoseconds of the monotonic clock. A failure is answered with {"error": "..."} and
-// ends it.
+// Times are nanoseconds of the monotonic clock. The answer to a failed command is {"error": "..."},
+// after which the generator exits.
 #pragma once
 
 #include <string>
@@ -23,15 +22,15 @@ namespace quelta::bench {
 class Commands
 {
 public:
-    /** `daemonPort` is where the beacons go. */
+    /** `daemonPort` is where the beacons are sent to. */
     Commands(MasterSwarm& swarmToCommand, uint16_t daemonPort);
     ~Commands();
 
-    /** The answer to a command. */
+    /** Executes a command and returns its answer. */
     std::string run(const std::string& command);
 
 private:
-    std::string announce(bool sendBeacons);
+    std::string announce(bool withBeacons);
     std::string scan(int numAsking, int milliseconds);
     std::string sendBeacons(int count, int64_t rate);
     std::string start();

@@ -17,7 +17,7 @@ namespace quelta::bench {
 
 namespace {
 
-constexpr int portTries = 20;
+constexpr int maxPortTries = 20;
 
 enum Kind : uint32_t
 {
@@ -31,7 +31,7 @@ enum Kind : uint32_t
     throw std::runtime_error(what + ": " + std::strerror(errno));
 }
 
-/** The listening handle, or -1 if the port is taken there. */
+/** Returns the listening socket, or -1 if the port is in use on this address. */
 int listenOn(uint32_t ip, uint16_t port)
 {
     const int handle = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -71,7 +71,7 @@ MasterSwarm::MasterSwarm(int count)
         fail("epoll_create1");
 
     for (int tries = 0; !listenOnOnePort(); ++tries)
-        if (tries == portTries)
+        if (tries == maxPortTries)
             throw std::runtime_error("no port is free on all addresses");
 
     for (int i = 0; i < count; ++i)
@@ -84,7 +84,8 @@ MasterSwarm::~MasterSwarm()
     close(poller);
 }
 
-/** The system chooses the port of the first; false if another address has that one in use. */
+/** The kernel chooses the port of the first master. Returns false if that port is in use on another
+    master's address. */
 bool MasterSwarm::listenOnOnePort()
 {
     port = 0;

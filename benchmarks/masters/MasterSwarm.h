@@ -1,5 +1,5 @@
-// Up to a thousand masters in one thread: each has an address of its own on the loopback, all have
-// one port, and each takes one connection. Reads whatever arrives, with the time at which it did.
+// Up to a thousand masters in one thread. Each has its own loopback address, all share one port,
+// and each accepts one connection. Not thread-safe.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 
 namespace quelta::bench {
 
-/** Nanoseconds of the monotonic clock, which is one for all processes. */
+/** Nanoseconds of the monotonic clock, which all processes share. */
 int64_t now();
 
 class MasterSwarm
@@ -19,8 +19,7 @@ class MasterSwarm
 public:
     using OnRecord = std::function<void(int master, MasterMessageType type)>;
 
-    /** Listens for `count` masters; throws std::runtime_error with the system's text if it
-        cannot. */
+    /** Listens for `count` masters. Throws std::runtime_error on failure. */
     explicit MasterSwarm(int count);
     ~MasterSwarm();
 
@@ -32,24 +31,24 @@ public:
     int getNumConnected() const { return numConnected; }
     bool isConnected(int master) const { return at(master).connection >= 0; }
 
-    /** When the latest master was connected. */
+    /** When the last connection was accepted. */
     int64_t getLastConnected() const { return lastConnected; }
 
-    /** Sends a request of this type, which carries the master's own address. */
+    /** Sends a request of this type in the name of `master`. */
     void send(int master, MasterMessageType type);
 
-    /** The 92 bytes of a master's beacon. */
+    /** The beacon of `master`. */
     MasterDaemonMessage::Bytes makeBeacon(int master) const;
 
-    /** Reads until `done` says so, giving each record to `onRecord`. False when `timeoutMs` are
-        over first. `idle` is called at least every `idleMs`. */
+    /** Passes each received record to `onRecord` until `done` returns true. Returns false if that
+        takes longer than `timeoutMs`. Calls `idle` about every `idleMs`. */
     bool readUntil(const std::function<bool()>& done, int timeoutMs, const OnRecord& onRecord,
                    const std::function<void()>& idle = {}, int idleMs = 1000);
 
-    /** Waits, beside everything else, for the end of a process. */
+    /** Makes readUntil() note when this process ends. */
     void watchProcess(int pid);
 
-    /** When the watched process ended; 0 before. */
+    /** When the watched process ended; 0 while it runs. */
     int64_t getProcessEnded() const { return processEnded; }
 
 private:

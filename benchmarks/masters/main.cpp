@@ -1,5 +1,5 @@
-// A generator of masters for the benchmarks. Usage: MASTERS DAEMON_PORT. Prints where the masters
-// live, then answers the commands on its standard input, and ends when that does.
+// The generator of masters for the benchmarks. Usage: MASTERS DAEMON_PORT. Prints the masters'
+// port, then executes the commands on its standard input and exits at its end.
 #include <cstdlib>
 #include <exception>
 #include <iostream>

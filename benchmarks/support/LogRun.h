@@ -1,5 +1,5 @@
-// How both logs are measured: so many threads, each with its share of the lines, timed until the
-// file is closed.
+// Measures a log: several threads each write their share of the lines; the time includes closing
+// the file.
 #pragma once
 
 #include <chrono>
@@ -12,12 +12,12 @@
 
 namespace quelta::bench {
 
-/** What a line says; both logs print the same. */
+/** The contents of each line, the same for all logs. */
 constexpr const char* sampleIp = "192.168.100.17";
 constexpr unsigned samplePort = 21000;
 
-/** Calls `logLines (count)` on every thread, then `finish`, which closes the file, and prints the
-    lines a second. Gives the program's exit status. */
+/** Calls `logLines(count)` on every thread, then `finish`, which closes the file, and prints the
+    number of lines per second. Returns the program's exit status. */
 template <typename LogLines, typename Finish>
 int measureLog(int threads, int lines, LogLines logLines, Finish finish)
 {

@@ -1,5 +1,5 @@
-// Where the masters of a benchmark live: one port, and addresses counted up from 127.0.0.1, so that
-// a program that is to connect to all of them needs no more than the port and their number.
+// The addresses of a benchmark's masters: one port, and consecutive IP addresses from 127.0.0.1. A
+// program that connects to all of them needs only the port and their number.
 #pragma once
 
 #include <arpa/inet.h>

@@ -1,4 +1,4 @@
-// How a bare program is run: it says when it is ready, and ends when its standard input does.
+// The life of a baseline program: it prints "ready" and exits at the end of its standard input.
 #pragma once
 
 #include <unistd.h>
