@@ -67,7 +67,11 @@ def describe(process):
         name, _, fields = read(folder + "/stat").rpartition(")")
         if fields.split()[:1] not in ([], ["Z"], ["X"]):
             line = read(folder + "/cmdline").replace("\0", " ").strip()
-            ended = "" if read(f"/proc/{process}/cmdline") or not line else " (its first thread has ended)"
+            ended = (
+                ""
+                if read(f"/proc/{process}/cmdline") or not line
+                else " (its first thread has ended)"
+            )
             return (line or name.partition("(")[2]) + ended
     return ""
 
@@ -75,8 +79,13 @@ def describe(process):
 def list_running(why):
     running = [(process, text) for process in descendants() if (text := describe(process))]
     if running:
-        print(f"{why}; still running:", *(f"  {process} {text}" for process, text in running), sep="\n",
-              file=sys.stderr, flush=True)
+        print(
+            f"{why}; still running:",
+            *(f"  {process} {text}" for process, text in running),
+            sep="\n",
+            file=sys.stderr,
+            flush=True,
+        )
 
 
 class Command:

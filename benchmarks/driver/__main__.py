@@ -14,7 +14,10 @@ from report import noisy, table, write_chart, write_json
 from row_requests import broadcast, scan, throughput
 from row_slave import launch, startup
 
-BENCHMARKS = {each.__name__: each for each in (scan, throughput, beacons, broadcast, log, idle, launch, startup)}
+BENCHMARKS = {
+    each.__name__: each
+    for each in (scan, throughput, beacons, broadcast, log, idle, launch, startup)
+}
 SPARE_DESCRIPTORS = 60
 BUSY = 0.15  # the share of processor time of other programs that is worth a warning
 
@@ -40,8 +43,12 @@ class Bench:
         """Whether one program may have this many connections; prints a note if not."""
         enough = self.descriptor_limit >= masters + SPARE_DESCRIPTORS
         if not enough:
-            print(f"(no {masters} masters: a program may have only {self.descriptor_limit} files open)",
-                  end="", file=sys.stderr, flush=True)
+            print(
+                f"(no {masters} masters: a program may have only {self.descriptor_limit} files open)",
+                end="",
+                file=sys.stderr,
+                flush=True,
+            )
         return enough
 
     def step(self):
@@ -50,8 +57,11 @@ class Bench:
 
 def busy_share():
     """The share of processor time that other programs use."""
+
     def read():
-        fields = [int(n) for n in pathlib.Path("/proc/stat").read_text().splitlines()[0].split()[1:]]
+        fields = [
+            int(n) for n in pathlib.Path("/proc/stat").read_text().splitlines()[0].split()[1:]
+        ]
         return sum(fields[:8]), fields[3] + fields[4]
 
     total, idle_time = read()
@@ -66,13 +76,20 @@ def describe_machine():
 
 
 def parse_arguments():
-    parser = argparse.ArgumentParser(prog="./bench", description="Measures the daemon against its baselines.",
-                                     formatter_class=argparse.RawDescriptionHelpFormatter,
-                                     epilog="rows:\n" + "\n".join(f"  {name:11} {each.__doc__}"
-                                                                  for name, each in BENCHMARKS.items()))
+    parser = argparse.ArgumentParser(
+        prog="./bench",
+        description="Measures the daemon against its baselines.",
+        formatter_class=argparse.RawDescriptionHelpFormatter,
+        epilog="rows:\n"
+        + "\n".join(f"  {name:11} {each.__doc__}" for name, each in BENCHMARKS.items()),
+    )
     parser.add_argument("row", nargs="*", metavar="ROW", help="rows to measure (default: all)")
-    parser.add_argument("--short", action="store_true", help="a few seconds for each row: shows that everything works; "
-                        "the figures are meaningless")
+    parser.add_argument(
+        "--short",
+        action="store_true",
+        help="a few seconds for each row: shows that everything works; "
+        "the figures are meaningless",
+    )
     parser.add_argument("--programs", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
     parser.add_argument("--results", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
     arguments = parser.parse_args()
@@ -87,7 +104,12 @@ def measure(bench, names):
     rows, busiest = [], 0.0
     for number, name in enumerate(names, 1):
         busiest = max(busiest, busy_share())
-        print(f"[{number}/{len(names)}] {name}: {BENCHMARKS[name].__doc__} ", end="", file=sys.stderr, flush=True)
+        print(
+            f"[{number}/{len(names)}] {name}: {BENCHMARKS[name].__doc__} ",
+            end="",
+            file=sys.stderr,
+            flush=True,
+        )
         started = time.monotonic()
         try:
             rows += BENCHMARKS[name](bench)
@@ -111,9 +133,13 @@ def main():
     print(table(rows))
     print(f"\n±: half the distance between the lowest and the highest round. Machine: {machine}.")
     if busiest > BUSY:
-        print("Other programs keep this machine busy: interpret the figures with care, or run again when it is idle.")
+        print(
+            "Other programs keep this machine busy: interpret the figures with care, or run again when it is idle."
+        )
     if uncertain := noisy(rows):
-        print(f"{len(uncertain)} of {len(rows)} rows are uncertain: their rounds differ by more than ±20 %.")
+        print(
+            f"{len(uncertain)} of {len(rows)} rows are uncertain: their rounds differ by more than ±20 %."
+        )
     if arguments.short:
         print("This was a short run: it shows that everything works; its figures are meaningless.")
     print(f"Written: {arguments.results / 'results.json'}, {arguments.results / 'results.svg'}")

@@ -34,8 +34,10 @@ class Goal:
         return cls(f"under {limit:g} {unit}", lambda value, ratio: value < limit)
 
     def and_also(self, other):
-        return Goal(f"{self.text}, {other.text}",
-                    lambda value, ratio: self.is_reached(value, ratio) and other.is_reached(value, ratio))
+        return Goal(
+            f"{self.text}, {other.text}",
+            lambda value, ratio: self.is_reached(value, ratio) and other.is_reached(value, ratio),
+        )
 
 
 @dataclass(frozen=True)

@@ -46,8 +46,14 @@ class Program:
 
     def __init__(self, arguments, folder=None):
         self.started_ns = time.monotonic_ns()
-        self.process = subprocess.Popen([str(a) for a in arguments], cwd=folder, stdin=subprocess.PIPE,
-                                        stdout=subprocess.PIPE, text=True, bufsize=1)
+        self.process = subprocess.Popen(
+            [str(a) for a in arguments],
+            cwd=folder,
+            stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE,
+            text=True,
+            bufsize=1,
+        )
         self.pid = self.process.pid
         self.name = pathlib.Path(arguments[0]).name
         self.lines = queue.Queue()
@@ -128,8 +134,16 @@ class Daemon(Program):
         for name in ("quelta_daemon", "quelta_standin_slave"):
             shutil.copy2(programs / name, self.folder)
         (self.folder / "quelta_standin_slave.txt").write_text(scenario)
-        super().__init__([self.folder / "quelta_daemon", "--port", self.port,
-                          "--slave", self.folder / "quelta_standin_slave"], self.folder)
+        super().__init__(
+            [
+                self.folder / "quelta_daemon",
+                "--port",
+                self.port,
+                "--slave",
+                self.folder / "quelta_standin_slave",
+            ],
+            self.folder,
+        )
 
     def ask_to_end(self):
         self.process.send_signal(signal.SIGTERM)
@@ -181,7 +195,8 @@ class Subject:
         else:
             self.masters = stack.enter_context(Masters(programs, masters))
             self.program = stack.enter_context(
-                Program([programs / f"quelta_bench_{name}", self.masters.port, masters, *more]))
+                Program([programs / f"quelta_bench_{name}", self.masters.port, masters, *more])
+            )
             self.masters.do("accept")
             self.program.line_with("ready")
 

@@ -25,18 +25,37 @@ def reached(row):
 
 def table(rows):
     head = ("figure", "value", "unit", "baseline", "ratio", "goal", "reached")
-    lines = [head] + [(row.figure, with_spread(row.value), row.unit, with_spread(row.baseline), f"{row.ratio:.2f}",
-                       row.goal.text if row.goal else "-", reached(row)) for row in rows]
+    lines = [head] + [
+        (
+            row.figure,
+            with_spread(row.value),
+            row.unit,
+            with_spread(row.baseline),
+            f"{row.ratio:.2f}",
+            row.goal.text if row.goal else "-",
+            reached(row),
+        )
+        for row in rows
+    ]
     widths = [max(len(line[i]) for line in lines) for i in range(len(head))]
     right = {1, 3, 4}
-    return "\n".join("  ".join(cell.rjust(width) if i in right else cell.ljust(width)
-                               for i, (cell, width) in enumerate(zip(line, widths))).rstrip() for line in lines)
+    return "\n".join(
+        "  ".join(
+            cell.rjust(width) if i in right else cell.ljust(width)
+            for i, (cell, width) in enumerate(zip(line, widths))
+        ).rstrip()
+        for line in lines
+    )
 
 
 def noisy(rows):
     extremes = ("(longest)", "(best round)")  # extremes are expected to spread
-    return [row for row in rows if not any(each in row.figure for each in extremes) and
-            max(row.value.spread, row.baseline.spread) > NOISY]
+    return [
+        row
+        for row in rows
+        if not any(each in row.figure for each in extremes)
+        and max(row.value.spread, row.baseline.spread) > NOISY
+    ]
 
 
 def write_json(path, rows):
@@ -56,23 +75,28 @@ def bar(row, y):
     left, right = sorted((x_of(1), x_of(row.ratio)))
     colour = {True: "#3a7d44", False: "#b3261e", None: "#6b7280"}[row.reached]
     label = f"{row.ratio:.2f} x: {with_spread(row.value)} against {with_spread(row.baseline)} {row.unit}"
-    return (f'<text x="{TEXT_WIDTH - 10}" y="{y + 15}" text-anchor="end">{escape(row.figure)}</text>'
-            f'<rect x="{left:.1f}" y="{y + 4}" width="{max(right - left, 2):.1f}" height="14" fill="{colour}"/>'
-            f'<text x="{TEXT_WIDTH + BAR_WIDTH + 10}" y="{y + 15}">{escape(label)}</text>')
+    return (
+        f'<text x="{TEXT_WIDTH - 10}" y="{y + 15}" text-anchor="end">{escape(row.figure)}</text>'
+        f'<rect x="{left:.1f}" y="{y + 4}" width="{max(right - left, 2):.1f}" height="14" fill="{colour}"/>'
+        f'<text x="{TEXT_WIDTH + BAR_WIDTH + 10}" y="{y + 15}">{escape(label)}</text>'
+    )
 
 
 def write_chart(path, rows, machine):
     """Draws a bar for each row from the baseline (1) to the ratio, on a logarithmic scale."""
     width, top = TEXT_WIDTH + BAR_WIDTH + RIGHT_WIDTH, 60
     height = top + LINE_HEIGHT * len(rows) + 20
-    grid = "".join(f'<line x1="{x_of(r):.1f}" x2="{x_of(r):.1f}" y1="{top - 6}" y2="{height - 16}" '
-                   f'stroke="{"#111827" if r == 1 else "#d1d5db"}"/>'
-                   f'<text x="{x_of(r):.1f}" y="{top - 12}" text-anchor="middle">{r:g} x</text>'
-                   for r in (0.1, 0.2, 0.5, 1, 2, 5, 10))
+    grid = "".join(
+        f'<line x1="{x_of(r):.1f}" x2="{x_of(r):.1f}" y1="{top - 6}" y2="{height - 16}" '
+        f'stroke="{"#111827" if r == 1 else "#d1d5db"}"/>'
+        f'<text x="{x_of(r):.1f}" y="{top - 12}" text-anchor="middle">{r:g} x</text>'
+        for r in (0.1, 0.2, 0.5, 1, 2, 5, 10)
+    )
     bars = "".join(bar(row, top + LINE_HEIGHT * i) for i, row in enumerate(rows))
     path.write_text(
         f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" '
         f'font-family="sans-serif" font-size="12"><rect width="100%" height="100%" fill="white"/>'
         f'<text x="10" y="20" font-size="14">Quelta slave daemon against its baselines (1 x); green: goal reached, '
         f'red: missed, grey: no goal</text><text x="10" y="38" fill="#6b7280">{escape(machine)}</text>'
-        f'{grid}{bars}</svg>\n')
+        f"{grid}{bars}</svg>\n"
+    )

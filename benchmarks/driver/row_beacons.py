@@ -31,7 +31,9 @@ class Listener:
     def __init__(self, stack, programs, port, program=None):
         self.port = port
         self.masters = stack.enter_context(Masters(programs, 1, port))
-        self.program = program or stack.enter_context(Program([programs / "quelta_bench_beacon_loop", port]))
+        self.program = program or stack.enter_context(
+            Program([programs / "quelta_bench_beacon_loop", port])
+        )
 
     def send(self, count, rate):
         """Returns the rate at which the beacons were sent and how many were lost."""
@@ -63,8 +65,10 @@ def beacons(bench):
     with ExitStack() as stack:
         daemon = stack.enter_context(Daemon(bench.programs))
         daemon.pass_over_start()
-        listeners = [Listener(stack, bench.programs, daemon.port, daemon),
-                     Listener(stack, bench.programs, free_port())]
+        listeners = [
+            Listener(stack, bench.programs, daemon.port, daemon),
+            Listener(stack, bench.programs, free_port()),
+        ]
         listeners[0].masters.do("announce")
         listeners[1].program.line_with("ready")
 
@@ -78,7 +82,16 @@ def beacons(bench):
                 rate.append(listener.max_rate(bench.milliseconds(300) / 1000, 6))
             bench.step()
 
-    yield Row("beacons: CPU time a beacon of a known master, against a bare loop", Figure.of(costs[0]), "us",
-              Figure.of(costs[1]), Goal.ratio_at_most(1.3))
-    yield Row("beacons a second without loss (best round), against a bare loop", Figure.of(rates[0], max), "/s",
-              Figure.of(rates[1], max))
+    yield Row(
+        "beacons: CPU time a beacon of a known master, against a bare loop",
+        Figure.of(costs[0]),
+        "us",
+        Figure.of(costs[1]),
+        Goal.ratio_at_most(1.3),
+    )
+    yield Row(
+        "beacons a second without loss (best round), against a bare loop",
+        Figure.of(rates[0], max),
+        "/s",
+        Figure.of(rates[1], max),
+    )

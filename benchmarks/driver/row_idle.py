@@ -67,8 +67,10 @@ def rows(name, pairs):
         goal = Goal.ratio_at_most(1.10)
         if key == "resident memory" and name == "10 masters":
             goal = goal.and_also(Goal.value_below(8, "MB"))
-        ours, bare = (Figure.of([value for pair in pairs for value in pair.watched[which].figures[key]])
-                      for which in (0, 1))
+        ours, bare = (
+            Figure.of([value for pair in pairs for value in pair.watched[which].figures[key]])
+            for which in (0, 1)
+        )
         yield Row(f"idle, {name}: {key}, against a bare program", ours, unit, bare, goal)
 
 

@@ -9,8 +9,9 @@ from figures import Figure, Goal, Row
 
 def lines_per_second(program, threads, lines):
     with tempfile.TemporaryDirectory(prefix="quelta-bench-") as folder:
-        output = subprocess.run([program, folder, str(threads), str(lines)], check=True, capture_output=True,
-                                text=True).stdout
+        output = subprocess.run(
+            [program, folder, str(threads), str(lines)], check=True, capture_output=True, text=True
+        ).stdout
     return json.loads(output)["lines_per_second"]
 
 
@@ -20,8 +21,17 @@ def log(bench):
         ours, theirs = [], []
         for _ in range(bench.rounds(9)):
             for rounds, name in ((ours, "log_lines"), (theirs, "spdlog_lines")):
-                rounds.append(lines_per_second(bench.programs / f"quelta_bench_{name}", threads, bench.count(400_000)))
+                rounds.append(
+                    lines_per_second(
+                        bench.programs / f"quelta_bench_{name}", threads, bench.count(400_000)
+                    )
+                )
             bench.step()
         text = "1 thread" if threads == 1 else f"{threads} threads"
-        yield Row(f"log: lines to a file, {text}, against spdlog", Figure.of(ours), "/s", Figure.of(theirs),
-                  Goal.ratio_above(1))
+        yield Row(
+            f"log: lines to a file, {text}, against spdlog",
+            Figure.of(ours),
+            "/s",
+            Figure.of(theirs),
+            Goal.ratio_above(1),
+        )

@@ -27,18 +27,31 @@ def scan_rounds(bench, masters, rounds, milliseconds):
                 figures["cpu"].append(cpu / answer["requests"] / 1000)
                 figures["rate"].append(answer["requests"] * 1e9 / answer["ns"])
             bench.step()
-    return {name: {key: Figure.of(values) for key, values in figures.items()} for name, figures in seen.items()}
+    return {
+        name: {key: Figure.of(values) for key, values in figures.items()}
+        for name, figures in seen.items()
+    }
 
 
 def scan(bench):
     """Round trip of a scan request with one master: latency and processor time"""
     goals = {"median": Goal.ratio_at_most(1.15), "cpu": Goal.ratio_at_most(1.25)}
-    texts = {"median": "median round trip", "p99": "99th percentile of round trips", "cpu": "CPU time a request"}
+    texts = {
+        "median": "median round trip",
+        "p99": "99th percentile of round trips",
+        "cpu": "CPU time a request",
+    }
     figures = scan_rounds(bench, 1, bench.rounds(9), bench.milliseconds(600))
     for key, text in texts.items():
         for echo, echo_text in ECHOES.items():
             goal = goals.get(key) if echo == "juce_echo" else None
-            yield Row(f"scan: {text}, against a {echo_text}", figures["daemon"][key], "us", figures[echo][key], goal)
+            yield Row(
+                f"scan: {text}, against a {echo_text}",
+                figures["daemon"][key],
+                "us",
+                figures[echo][key],
+                goal,
+            )
 
 
 def throughput(bench):
@@ -47,8 +60,12 @@ def throughput(bench):
         figures = scan_rounds(bench, masters, bench.rounds(5), bench.milliseconds(500))
         for echo, echo_text in ECHOES.items():
             asking = "1 master" if masters == 1 else f"{masters} masters"
-            yield Row(f"scans with {asking} at once, against a {echo_text}", figures["daemon"]["rate"], "/s",
-                      figures[echo]["rate"])
+            yield Row(
+                f"scans with {asking} at once, against a {echo_text}",
+                figures["daemon"]["rate"],
+                "/s",
+                figures[echo]["rate"],
+            )
 
 
 def broadcast_rounds(bench, name, masters):
@@ -72,5 +89,10 @@ def broadcast(bench):
                 rounds += broadcast_rounds(bench, name, masters)
             bench.step()
         goal = Goal.value_below(50, "ms") if masters == 1000 else None
-        yield Row(f"broadcast: start request to the last of {masters} masters, against JUCE's sends alone",
-                  Figure.of(seen["daemon"]), "ms", Figure.of(seen["juce_echo"]), goal)
+        yield Row(
+            f"broadcast: start request to the last of {masters} masters, against JUCE's sends alone",
+            Figure.of(seen["daemon"]),
+            "ms",
+            Figure.of(seen["juce_echo"]),
+            goal,
+        )

@@ -26,8 +26,9 @@ def plain_launch(slave):
     """Returns the milliseconds from a bare spawn of the slave to its first line."""
     output, child_output = os.pipe()
     started = time.monotonic_ns()
-    child = os.posix_spawn(slave, [slave], os.environ,
-                           file_actions=[(os.POSIX_SPAWN_DUP2, child_output, 1)])
+    child = os.posix_spawn(
+        slave, [slave], os.environ, file_actions=[(os.POSIX_SPAWN_DUP2, child_output, 1)]
+    )
     os.read(output, 1)
     took = (time.monotonic_ns() - started) / 1e6
     os.waitpid(child, 0)
@@ -62,12 +63,27 @@ def launch(bench):
             replied.append((answer["replied_ns"] - answer["ended_ns"]) / 1e6)
             bench.step()
 
-    yield Row("launch: start request to the slave's first line, against a bare spawn", Figure.of(launched), "ms",
-              Figure.of(plain), Goal.value_below(10, "ms"))
-    yield Row("end of a slave to the owner being told (longest), against the poll", Figure.of(told, max), "ms",
-              polls(POLL), Goal.value_below(POLL + 10, "ms"))
-    yield Row("end of an obedient slave to the stop reply (longest), against the polls", Figure.of(replied, max),
-              "ms", polls(POLL + STOP_CHECK), Goal.value_below(POLL + STOP_CHECK + 10, "ms"))
+    yield Row(
+        "launch: start request to the slave's first line, against a bare spawn",
+        Figure.of(launched),
+        "ms",
+        Figure.of(plain),
+        Goal.value_below(10, "ms"),
+    )
+    yield Row(
+        "end of a slave to the owner being told (longest), against the poll",
+        Figure.of(told, max),
+        "ms",
+        polls(POLL),
+        Goal.value_below(POLL + 10, "ms"),
+    )
+    yield Row(
+        "end of an obedient slave to the stop reply (longest), against the polls",
+        Figure.of(replied, max),
+        "ms",
+        polls(POLL + STOP_CHECK),
+        Goal.value_below(POLL + STOP_CHECK + 10, "ms"),
+    )
 
 
 def start_up(bench):
@@ -97,7 +113,17 @@ def startup(bench):
         bench.step()
 
     demanded = 2 * POLL + TICK
-    yield Row("start-up to a master's connection (longest), against the polls", Figure.of(starts, max), "ms",
-              polls(demanded), Goal.value_below(demanded + 50, "ms"))
-    yield Row("shutdown without a slave, 10 masters (longest), against a bare program", Figure.of(ends, max), "ms",
-              Figure.of(bare_ends, max), Goal.value_below(250, "ms"))
+    yield Row(
+        "start-up to a master's connection (longest), against the polls",
+        Figure.of(starts, max),
+        "ms",
+        polls(demanded),
+        Goal.value_below(demanded + 50, "ms"),
+    )
+    yield Row(
+        "shutdown without a slave, 10 masters (longest), against a bare program",
+        Figure.of(ends, max),
+        "ms",
+        Figure.of(bare_ends, max),
+        Goal.value_below(250, "ms"),
+    )

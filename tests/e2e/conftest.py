@@ -40,13 +40,14 @@ def slow_ones_early(items):
     quick = [item for item in items if not item.get_closest_marker("slow")]
     ordered = []
     for number, item in enumerate(slow):
-        ordered += [item, *quick[number * APART:(number + 1) * APART]]
-    return ordered + quick[len(slow) * APART:]
+        ordered += [item, *quick[number * APART : (number + 1) * APART]]
+    return ordered + quick[len(slow) * APART :]
 
 
 @contextmanager
 def time_limit(phase):
     """Fails what takes longer, so that its fixtures still end their programs."""
+
     def give_up(*_):
         pytest.fail(f"{phase} has not ended within {TEST_LIMIT:g} s")
 
@@ -85,7 +86,9 @@ def pytest_runtest_makereport(item):
         for node in item.funcargs["make_node"].nodes:
             for name, output in (("output", node.output), ("errors", node.errors)):
                 if output:
-                    report.sections.append((f"{name} of {node.folder.name}", "\n".join(output.lines())))
+                    report.sections.append(
+                        (f"{name} of {node.folder.name}", "\n".join(output.lines()))
+                    )
 
 
 @pytest.fixture(scope="session")
@@ -126,8 +129,14 @@ def make_master(beacon_socket):
 
     def make(ip=None, text=None, **settings):
         number = len(masters) + 2
-        masters.append(Master(ip or f"127.0.0.{number}", b"master %d" % number if text is None else text,
-                              beacon_socket, **settings))
+        masters.append(
+            Master(
+                ip or f"127.0.0.{number}",
+                b"master %d" % number if text is None else text,
+                beacon_socket,
+                **settings,
+            )
+        )
         return masters[-1]
 
     yield make

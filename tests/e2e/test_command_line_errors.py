@@ -29,36 +29,55 @@ def test_nothing_given(make_node):
     assert_refused(make_node, [], NO_SLAVE)
 
 
-@pytest.mark.parametrize("arguments, reason", [
-    (["--port", "5130"], NO_SLAVE),
-    (["--port", "5130", "--slave"], NO_SLAVE),
-    (["--port", "5130", "--slave", ""], NO_SLAVE),
-    (["--port", "5130", "--slave", "''"], NO_SLAVE),
-    (["--slave", "x"], NO_PORT),
-    (["--slave", "x", "--port"], NO_PORT),
-    (["--slave", "x", "--port", "0"], NO_PORT),
-    (["--slave", "x", "--port", "65536"], NO_PORT),
-    (["--slave", "x", "--port", "port5130"], NO_PORT),
-    (["--slave", "x", "--port", "5130", "--port", "0"], NO_PORT),
-])
+@pytest.mark.parametrize(
+    "arguments, reason",
+    [
+        (["--port", "5130"], NO_SLAVE),
+        (["--port", "5130", "--slave"], NO_SLAVE),
+        (["--port", "5130", "--slave", ""], NO_SLAVE),
+        (["--port", "5130", "--slave", "''"], NO_SLAVE),
+        (["--slave", "x"], NO_PORT),
+        (["--slave", "x", "--port"], NO_PORT),
+        (["--slave", "x", "--port", "0"], NO_PORT),
+        (["--slave", "x", "--port", "65536"], NO_PORT),
+        (["--slave", "x", "--port", "port5130"], NO_PORT),
+        (["--slave", "x", "--port", "5130", "--port", "0"], NO_PORT),
+    ],
+)
 def test_slave_or_port_missing(make_node, arguments, reason):
     assert_refused(make_node, arguments, reason)
 
 
-@pytest.mark.parametrize("option", ["--Port", "--help", "-p", "port", "--port=5130", "--gpus ", "--größe", "", "%s%n"])
+@pytest.mark.parametrize(
+    "option", ["--Port", "--help", "-p", "port", "--port=5130", "--gpus ", "--größe", "", "%s%n"]
+)
 def test_unknown_option_stops_at_once(make_node, option):
     reason = f"unknown command line argument '{option}'"
     assert_refused(make_node, [option, "5130", "--port", "5130", "--slave", "x"], reason)
 
 
 def test_first_error_is_the_only_one_told(make_node):
-    assert_refused(make_node, ["--gpus", "0", "--what", "1"], "invalid GPU ID '0', must be an integral number >= 1")
+    assert_refused(
+        make_node,
+        ["--gpus", "0", "--what", "1"],
+        "invalid GPU ID '0', must be an integral number >= 1",
+    )
 
 
-@pytest.mark.parametrize("gpus, shown", [
-    ("0", "0"), ("-1", "-1"), ("1, 3", ""), ("1,,3", ""), ("1,x", "x"), ("2 0x3", "0x3"), ("4294967296x,0", "0"),
-    (",", ""), ("1,3,", ""),
-])
+@pytest.mark.parametrize(
+    "gpus, shown",
+    [
+        ("0", "0"),
+        ("-1", "-1"),
+        ("1, 3", ""),
+        ("1,,3", ""),
+        ("1,x", "x"),
+        ("2 0x3", "0x3"),
+        ("4294967296x,0", "0"),
+        (",", ""),
+        ("1,3,", ""),
+    ],
+)
 def test_invalid_gpu_is_told(make_node, gpus, shown):
     reason = f"invalid GPU ID '{shown}', must be an integral number >= 1"
     assert_refused(make_node, ["--port", "5130", "--gpus", gpus, "--slave", "x"], reason)
@@ -78,7 +97,9 @@ def test_option_that_is_no_utf8_harms_nothing(make_node):
 
 def test_usage_names_the_executable(make_node):
     node = make_node(flags=None)
-    node.program = programs.install(programs.DAEMON, node.folder / "renamed", "node seven" + programs.SUFFIX)
+    node.program = programs.install(
+        programs.DAEMON, node.folder / "renamed", "node seven" + programs.SUFFIX
+    )
     node.start([])
     lines = between_start_and_stop(node.output.rest())
     assert lines == [NO_SLAVE, *usage(node.program)]

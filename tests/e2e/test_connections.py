@@ -11,9 +11,13 @@ def test_dropped_connection_is_made_again(farm):
     node, master = farm()
     master.connection.close()
     master.accept()
-    node.output.wait_sequence([daemon_line(f"connected to master {master}"),
-                               daemon_line(f"disconnected from master {master}"),
-                               daemon_line(f"connected to master {master}")])
+    node.output.wait_sequence(
+        [
+            daemon_line(f"connected to master {master}"),
+            daemon_line(f"disconnected from master {master}"),
+            daemon_line(f"connected to master {master}"),
+        ]
+    )
     master.expect_silence(node.status(wire.DAEMON_STATUS))
     assert node.own_lines().count(daemon_line(f"detected new master on address {master}")) == 1
 
@@ -55,8 +59,12 @@ def test_owner_hears_of_a_failure_on_its_new_connection(farm):
     running(node, owner, other)
     owner.connection.close()
     owner.accept()
-    node.output.wait_sequence([daemon_line(f"disconnected from master {owner}"),
-                               daemon_line(f"connected to master {owner}")])
+    node.output.wait_sequence(
+        [
+            daemon_line(f"disconnected from master {owner}"),
+            daemon_line(f"connected to master {owner}"),
+        ]
+    )
     node.kill_slave()
     owner.expect(node.status(wire.SLAVE_FAILED, owner))
     owner.expect_silence(node.status(wire.SLAVE_FAILED, owner))
@@ -71,8 +79,12 @@ def test_lost_owner_loses_its_slave(farm):
         remaining.expect(node.status(wire.DAEMON_STATUS))
         remaining.expect_silence(node.status(wire.DAEMON_STATUS))
     node.wait_no_slave()
-    node.output.wait_sequence([daemon_line(f"disconnected from master {owner}"),
-                               daemon_line(f"stopping Quelta slave for master {owner}")])
+    node.output.wait_sequence(
+        [
+            daemon_line(f"disconnected from master {owner}"),
+            daemon_line(f"stopping Quelta slave for master {owner}"),
+        ]
+    )
     running(node, other, third)
 
 
@@ -102,7 +114,9 @@ def test_loss_is_a_matter_of_the_connection_that_asked(farm):
     node, named, asking = farm(2)
     asking.request(wire.START_REQUEST, address=named.address)
     told = node.status(wire.DAEMON_STATUS, named, text=asking.text)
-    asking.expect(told, told._replace(kind=wire.START_REPLY), told._replace(kind=wire.SLAVE_RUNNING))
+    asking.expect(
+        told, told._replace(kind=wire.START_REPLY), told._replace(kind=wire.SLAVE_RUNNING)
+    )
     named.expect(told)
     asking.vanish()
     named.expect(node.status(wire.DAEMON_STATUS))
@@ -125,10 +139,17 @@ def test_request_that_waits_behind_a_slow_stop_is_answered_after_it(farm):
     owner.request(wire.STOP_REQUEST)
     node.output.wait(daemon_line(f"stopping Quelta slave for master {owner}"))
     other.request(wire.START_REQUEST)
-    owner.expect(node.status(wire.DAEMON_STATUS), node.status(wire.STOP_REPLY),
-                 node.status(wire.DAEMON_STATUS, other))
-    other.expect(node.status(wire.DAEMON_STATUS), node.status(wire.DAEMON_STATUS, other),
-                 node.status(wire.START_REPLY, other), node.status(wire.SLAVE_RUNNING, other))
+    owner.expect(
+        node.status(wire.DAEMON_STATUS),
+        node.status(wire.STOP_REPLY),
+        node.status(wire.DAEMON_STATUS, other),
+    )
+    other.expect(
+        node.status(wire.DAEMON_STATUS),
+        node.status(wire.DAEMON_STATUS, other),
+        node.status(wire.START_REPLY, other),
+        node.status(wire.SLAVE_RUNNING, other),
+    )
 
 
 def test_change_reaches_masters_in_the_order_of_their_addresses(farm):

@@ -53,7 +53,9 @@ def test_watch_notices_that_a_restarted_node_is_back(make_node, operate):
     node.quit()
     gone = watch.output.wait_line(table_row(node, "disconnected"))
     node.serve()
-    back = watch.output.wait_line(rf'{TIME} {address_of(node)} found: alias "", 1 GPU, version 4000000, free', gone)
+    back = watch.output.wait_line(
+        rf'{TIME} {address_of(node)} found: alias "", 1 GPU, version 4000000, free', gone
+    )
     watch.output.wait_line(table_row(node, "free"), back)
     watch.interrupt()
     assert watch.wait_exit() == 0
@@ -66,7 +68,9 @@ def test_every_line_of_watch_carries_the_time_except_tables(make_node, operate):
     watch.interrupt()
     listening, found, *table = watch.output.rest()
     assert re.fullmatch(rf"{TIME} listening as 127\.0\.0\.1:\d+", listening)
-    assert re.fullmatch(rf'{TIME} {address_of(node)} found: alias "", 1 GPU, version 4000000, free', found)
+    assert re.fullmatch(
+        rf'{TIME} {address_of(node)} found: alias "", 1 GPU, version 4000000, free', found
+    )
     assert table[1].startswith("NODE ")
 
 
@@ -77,16 +81,32 @@ def test_times_of_json_stay_in_the_objects(make_node, operate):
     watch.interrupt()
     listening, found = map(json.loads, watch.output.rest())
     assert list(listening) == ["time", "event", "address"]
-    assert list(found) == ["time", "event", "node", "state", "alias", "gpus", "slaveVersion", "owner", "ownerText"]
+    assert list(found) == [
+        "time",
+        "event",
+        "node",
+        "state",
+        "alias",
+        "gpus",
+        "slaveVersion",
+        "owner",
+        "ownerText",
+    ]
 
 
 def test_an_address_of_another_machine_is_warned_about(make_node):
     node = make_node().serve()
-    result = console_master.run("scan", "--address", "192.0.2.1", "--timeout", "0.5", address_of(node))
+    result = console_master.run(
+        "scan", "--address", "192.0.2.1", "--timeout", "0.5", address_of(node)
+    )
     assert result.returncode == 1
-    assert result.stderr == ("warning: 192.0.2.1 is not an address of this machine; "
-                             "nodes that connect to it may reach another one\n")
-    own = console_master.run("scan", "--address", "127.0.0.1", "--timeout", PATIENCE, address_of(node))
+    assert result.stderr == (
+        "warning: 192.0.2.1 is not an address of this machine; "
+        "nodes that connect to it may reach another one\n"
+    )
+    own = console_master.run(
+        "scan", "--address", "127.0.0.1", "--timeout", PATIENCE, address_of(node)
+    )
     assert (own.returncode, own.stderr) == (0, "")
 
 
@@ -136,12 +156,22 @@ def test_a_folder_is_no_file_of_nodes(tmp_path):
 def test_a_file_of_nodes_that_cannot_be_read_to_its_end_is_an_error():
     result = console_master.run("scan", "--nodes", "/proc/self/mem")
     assert (result.returncode, result.stdout) == (2, "")
-    assert result.stderr.startswith('cannot read the file of nodes "/proc/self/mem": Input/output error\n')
+    assert result.stderr.startswith(
+        'cannot read the file of nodes "/proc/self/mem": Input/output error\n'
+    )
 
 
 @pytest.mark.linux_only("Windows has no device that is always full")
-@pytest.mark.parametrize("arguments", [["scan", "--timeout", PATIENCE], ["scan", "--timeout", PATIENCE, "--json"],
-                                       ["--help"], ["hold", "--help"]], ids=" ".join)
+@pytest.mark.parametrize(
+    "arguments",
+    [
+        ["scan", "--timeout", PATIENCE],
+        ["scan", "--timeout", PATIENCE, "--json"],
+        ["--help"],
+        ["hold", "--help"],
+    ],
+    ids=" ".join,
+)
 def test_output_that_cannot_be_written_is_a_failure(make_node, arguments):
     nodes = [] if "--help" in arguments else [address_of(make_node().serve())]
     with open("/dev/full", "wb") as full:

@@ -19,10 +19,16 @@ def detected(address):
 
 def test_beacon_byte_for_byte(make_node, make_master, beacon_socket):
     node, master = make_node().serve(), make_master(ip="127.0.0.5")
-    beacon_socket.sendto(bytes.fromhex("41432300 08000000 00000000 0500007f") +
-                         master.address[1].to_bytes(2, "little") + bytes(74), ("127.0.0.1", node.port))
+    beacon_socket.sendto(
+        bytes.fromhex("41432300 08000000 00000000 0500007f")
+        + master.address[1].to_bytes(2, "little")
+        + bytes(74),
+        ("127.0.0.1", node.port),
+    )
     master.accept()
-    node.output.wait_sequence([detected(master.address), daemon_line(f"connected to master {master}")])
+    node.output.wait_sequence(
+        [detected(master.address), daemon_line(f"connected to master {master}")]
+    )
 
 
 @pytest.mark.parametrize("kind", range(13))
@@ -95,7 +101,9 @@ def test_master_that_never_answers_only_delays_the_others(farm, tcp_listener, be
     absent = tcp_listener(0, "127.0.0.51")
     absent.listen(0)
     with socket.create_connection(absent.getsockname()):
-        beacon_socket.sendto(wire.master_record(wire.SCAN_REQUEST, absent.getsockname()), ("127.0.0.1", node.port))
+        beacon_socket.sendto(
+            wire.master_record(wire.SCAN_REQUEST, absent.getsockname()), ("127.0.0.1", node.port)
+        )
         node.output.wait(detected(absent.getsockname()))
         running(node, master)
         master.expect_silence(node.status(wire.DAEMON_STATUS, master))

@@ -17,8 +17,14 @@ pytestmark = pytest.mark.linux_only("limits the descriptors of a Linux process")
 LIMIT = 64
 MASTERS = 200
 RESERVE = 16
-NOT_CONNECTING = re.compile(r"daemon    : not connecting to master ([\d.]+:\d+): only (\d+) file descriptors left")
-SCARCE = re.compile(error_line(r"only (\d+) file descriptors left: no more masters are connected until some are free"))
+NOT_CONNECTING = re.compile(
+    r"daemon    : not connecting to master ([\d.]+:\d+): only (\d+) file descriptors left"
+)
+SCARCE = re.compile(
+    error_line(
+        r"only (\d+) file descriptors left: no more masters are connected until some are free"
+    )
+)
 BUSY_SECONDS = 4
 IDLE_SHARE = 0.3  # of a processor; a daemon that tried without end would use a whole one
 
@@ -34,7 +40,11 @@ def announce_all(node, masters):
 
 def turned_away(node):
     """What the daemon has said about those it did not connect to."""
-    return {match[1]: int(match[2]) for match in map(NOT_CONNECTING.fullmatch, node.output.lines()) if match}
+    return {
+        match[1]: int(match[2])
+        for match in map(NOT_CONNECTING.fullmatch, node.output.lines())
+        if match
+    }
 
 
 def connected(node, masters):
@@ -58,7 +68,11 @@ def crowded(make_node, make_master):
 
     def everybody_knows():
         announce_all(node, masters)
-        connected = [line for line in node.output.lines() if line.startswith(daemon_line("connected to master "))]
+        connected = [
+            line
+            for line in node.output.lines()
+            if line.startswith(daemon_line("connected to master "))
+        ]
         return len(connected) + len(turned_away(node)) == MASTERS
 
     wait_until(everybody_knows, "every master is either connected or turned away")
@@ -122,8 +136,10 @@ def test_daemon_recovers_when_they_go(crowded):
         master.vanish()
     # Half of them, because the slave that runs now has taken some descriptors of its own. Whoever announced itself
     # first is in, which may be one whose earlier beacon was still waiting.
-    wait_until(lambda: announce_all(node, outside) or len(connected(node, outside)) >= len(others) // 2,
-               "masters that were turned away are connected in the place of those that went")
+    wait_until(
+        lambda: announce_all(node, outside) or len(connected(node, outside)) >= len(others) // 2,
+        "masters that were turned away are connected in the place of those that went",
+    )
     newcomers = accepted(node, outside)
     for newcomer in newcomers:
         newcomer.expect_silence(node.status(wire.DAEMON_STATUS, owner))

@@ -37,7 +37,9 @@ def without_gibibytes():
     resource.setrlimit(resource.RLIMIT_AS, (1536 << 20, 1536 << 20))
 
 
-limited_memory = pytest.mark.skipif(measure.SANITIZED, reason="a sanitizer's own memory hides the daemon's")
+limited_memory = pytest.mark.skipif(
+    measure.SANITIZED, reason="a sanitizer's own memory hides the daemon's"
+)
 
 
 @pytest.fixture
@@ -138,7 +140,9 @@ def test_master_that_leaves_after_gibibytes_is_noticed(make_node, make_master):
     hostile = make_master().join(node)
     hostile.connection.send_bytes(TWO_GIBIBYTES)
     hostile.vanish()
-    node.output.wait(error_line(f"nothing reads the connection to master {hostile} any more -> connecting anew"))
+    node.output.wait(
+        error_line(f"nothing reads the connection to master {hostile} any more -> connecting anew")
+    )
     hostile.return_to(node).expect_silence(node.status(wire.DAEMON_STATUS))
     node.quit()
 
@@ -151,18 +155,25 @@ def test_owner_that_leaves_after_gibibytes_loses_its_slave(make_node, make_maste
     running(node, owner, other)
     owner.connection.send_bytes(TWO_GIBIBYTES)
     owner.vanish()
-    assert timed(lambda: other.expect(node.status(wire.DAEMON_STATUS))) < RECOVERY_SECONDS + SLAVE_END_SECONDS
+    assert (
+        timed(lambda: other.expect(node.status(wire.DAEMON_STATUS)))
+        < RECOVERY_SECONDS + SLAVE_END_SECONDS
+    )
     node.wait_no_slave()
     running(node, other)
     node.quit()
 
 
-@pytest.mark.parametrize("junk", [*FOREIGN.values(), *SWALLOWED.values(), "2c9eb4f2 ffffff7f", "2c9eb4f2 14000000 0d"],
-                         ids=[*FOREIGN, *SWALLOWED, "two gibibytes", "cut"])
+@pytest.mark.parametrize(
+    "junk",
+    [*FOREIGN.values(), *SWALLOWED.values(), "2c9eb4f2 ffffff7f", "2c9eb4f2 14000000 0d"],
+    ids=[*FOREIGN, *SWALLOWED, "two gibibytes", "cut"],
+)
 def test_slave_that_speaks_something_else_is_stopped_like_any_other(farm, junk):
     """The stop message travels the other way, so what the slave has said does not matter."""
-    node, owner, other = farm(2, flags=FLAGS, plays=scenario(
-        f"connect\ninfo\nwait 300\nraw {junk}\nbeat 1000"))
+    node, owner, other = farm(
+        2, flags=FLAGS, plays=scenario(f"connect\ninfo\nwait 300\nraw {junk}\nbeat 1000")
+    )
     running(node, owner, other)
     node.slave_report(f"sending {len(bytes.fromhex(junk))} bytes unframed")
     other.expect_silence(node.status(wire.DAEMON_STATUS, owner))
@@ -187,7 +198,9 @@ def test_slave_that_announces_gibibytes(farm):
 
 
 def test_slave_that_sends_byte_by_byte_is_heard(farm):
-    node, owner, other = farm(2, flags="daemon daemonDetail logPrefix logJuce", plays=scenario(PUPPET))
+    node, owner, other = farm(
+        2, flags="daemon daemonDetail logPrefix logJuce", plays=scenario(PUPPET)
+    )
     slave = puppet(node, owner, other)
     for byte in wire.frame(wire.slave_record(wire.SLAVE_INFO, 1, 4000000)):
         slave.send_bytes(bytes([byte]))
@@ -197,10 +210,14 @@ def test_slave_that_sends_byte_by_byte_is_heard(farm):
 
 def test_start_after_a_hostile_slave(farm):
     """Each launch has a monitor of its own: nothing of the last slave's bytes is left."""
-    node, owner = farm(flags=FLAGS, plays=scenario("connect\nraw 2c9eb4f2ffffff7f\nwait 200\ncrash"))
+    node, owner = farm(
+        flags=FLAGS, plays=scenario("connect\nraw 2c9eb4f2ffffff7f\nwait 200\ncrash")
+    )
     started(node, owner)
     owner.expect(node.status(wire.SLAVE_FAILED, owner))
     stopped(node, owner)
     node.play(scenario())
     running(node, owner)
-    node.output.wait(daemon_line(f"notifying master {owner} that the slave is initialized and running"))
+    node.output.wait(
+        daemon_line(f"notifying master {owner} that the slave is initialized and running")
+    )

@@ -7,7 +7,14 @@ from itertools import count, islice
 import pytest
 
 from support import measure, wire
-from support.hostile import announce, black_hole, flood, loopback_addresses, scan_without_reading, timed
+from support.hostile import (
+    announce,
+    black_hole,
+    flood,
+    loopback_addresses,
+    scan_without_reading,
+    timed,
+)
 from support.node import wait_until
 from support.output import daemon_line, error_line, plain_line
 from support.ownership import running, start_line, started, stopped
@@ -65,8 +72,11 @@ def test_owner_that_never_reads_keeps_its_slave_over_the_new_connection(farm):
     stopped(node, owner, other)
 
 
-@pytest.mark.parametrize("junk", [b"", b"x", bytes(1000), wire.master_record(wire.SCAN_REQUEST, version=9)],
-                         ids=["nothing", "a byte", "zeros", "another version"])
+@pytest.mark.parametrize(
+    "junk",
+    [b"", b"x", bytes(1000), wire.master_record(wire.SCAN_REQUEST, version=9)],
+    ids=["nothing", "a byte", "zeros", "another version"],
+)
 def test_beacon_is_heard_after_20000_junk_datagrams(farm, make_master, beacon_socket, junk):
     node, first = farm(flags="logPrefix")
     flood(beacon_socket, node, junk, 20000)
@@ -105,7 +115,9 @@ def test_thousands_of_masters_that_never_answer_leave_time_for_the_others(farm, 
             announce(beacon_socket, node, addresses[:1])
             return node.output.count(first_heard) > 1
 
-        wait_until(heard_again, "the first of them is forgotten after its failed attempt, and heard anew")
+        wait_until(
+            heard_again, "the first of them is forgotten after its failed attempt, and heard anew"
+        )
         assert timed(node.quit) < 5
 
 
@@ -116,19 +128,28 @@ def test_invented_masters_are_registered_up_to_a_limit(farm, beacon_socket):
     invented = count()
     complaint = f": there are {MOST_MASTERS} already"
     with black_hole() as port:
+
         def full():
             """Always new ones, since a busy daemon misses many."""
-            names = [f"127.{9 + number // 65536}.{number // 256 % 256}.{number % 256}"
-                     for number in islice(invented, 250)]
+            names = [
+                f"127.{9 + number // 65536}.{number // 256 % 256}.{number % 256}"
+                for number in islice(invented, 250)
+            ]
             announce(beacon_socket, node, [(name, port) for name in names])
             return any(line.endswith(complaint) for line in node.output.lines()[-300:])
 
         wait_until(full, "there are as many masters as the daemon keeps")
-        node.output.wait_match(r"daemon    : not registering master 127\.[\d.]+:%u" % port + complaint)
-        assert measure.SANITIZED or measure.resident_kilobytes(node.process.pid) - before < 40 * 1024
+        node.output.wait_match(
+            r"daemon    : not registering master 127\.[\d.]+:%u" % port + complaint
+        )
+        assert (
+            measure.SANITIZED or measure.resident_kilobytes(node.process.pid) - before < 40 * 1024
+        )
         owner.expect_silence(node.status(wire.DAEMON_STATUS))
         assert timed(node.quit) < 10
-    kept = node.output.wait_match(r" +closing down all existing master connections \((\d+)\)\.\.\.").group(1)
+    kept = node.output.wait_match(
+        r" +closing down all existing master connections \((\d+)\)\.\.\."
+    ).group(1)
     assert MOST_MASTERS - 10 <= int(kept) <= MOST_MASTERS  # a tick or two may have forgotten one
 
 
@@ -137,7 +158,11 @@ def test_beacons_that_name_the_daemons_own_ports(farm, beacon_socket):
     node, owner, other = farm(2, flags=FLAGS)
     running(node, owner, other)
     monitor = node.monitor_port(start_line(node, owner))
-    announce(beacon_socket, node, [("127.0.0.1", node.port), ("127.0.0.1", monitor), ("0.0.0.0", monitor)])
+    announce(
+        beacon_socket,
+        node,
+        [("127.0.0.1", node.port), ("127.0.0.1", monitor), ("0.0.0.0", monitor)],
+    )
     node.output.wait(daemon_line(f"connected to master 127.0.0.1:{monitor}"))
     node.output.wait(REFUSED)
     other.expect_silence(node.status(wire.DAEMON_STATUS, owner))
@@ -151,7 +176,9 @@ def test_beacons_that_name_the_daemons_own_ports(farm, beacon_socket):
 @pytest.mark.slow
 def test_daemon_that_is_first_at_its_own_slaves_door_is_only_a_stranger(farm, beacon_socket):
     """It takes the slave's place there: that start fails, and the daemon survives talking to itself."""
-    node, owner, other = farm(2, flags=FLAGS, plays=scenario("wait 4000\nconnect\nexit 0", settings="on-lost ignore"))
+    node, owner, other = farm(
+        2, flags=FLAGS, plays=scenario("wait 4000\nconnect\nexit 0", settings="on-lost ignore")
+    )
     started(node, owner, other)
     monitor = node.monitor_port(start_line(node, owner))
     announce(beacon_socket, node, [("127.0.0.1", monitor)])
@@ -166,8 +193,11 @@ def test_daemon_that_is_first_at_its_own_slaves_door_is_only_a_stranger(farm, be
 @pytest.mark.slow
 def test_stranger_that_is_first_at_the_slaves_door_costs_that_one_start(farm):
     """The first to connect keeps the place, so the slave itself is refused and counts as hanging."""
-    node, owner, other = farm(2, flags=FLAGS, plays=scenario("wait 3000\nconnect\nwait 9500\nexit 0",
-                                                            settings="on-lost ignore"))
+    node, owner, other = farm(
+        2,
+        flags=FLAGS,
+        plays=scenario("wait 3000\nconnect\nwait 9500\nexit 0", settings="on-lost ignore"),
+    )
     begin = time.monotonic()
     started(node, owner, other)
     start = start_line(node, owner)

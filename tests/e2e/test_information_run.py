@@ -25,15 +25,18 @@ def own_output(make_node, information, settings=""):
     return between_start_and_stop(node.own_lines())
 
 
-@pytest.mark.parametrize("information", [
-    "exit 0",
-    "exit 7",
-    "crash",
-    "connect\nexit 0",
-    "connect\nauthenticating\nwait 300\nexit 0",
-    "connect\nauthenticating\ncrash",
-    "connect\ninfo\nwait 300\nauthenticating\nwait 300\nexit 0",
-])
+@pytest.mark.parametrize(
+    "information",
+    [
+        "exit 0",
+        "exit 7",
+        "crash",
+        "connect\nexit 0",
+        "connect\nauthenticating\nwait 300\nexit 0",
+        "connect\nauthenticating\ncrash",
+        "connect\ninfo\nwait 300\nauthenticating\nwait 300\nexit 0",
+    ],
+)
 def test_slave_that_ends_before_it_is_initialised(make_node, information):
     assert own_output(make_node, information) == [*INFORMATION_RUN, CRASHED]
 
@@ -61,20 +64,26 @@ def test_slave_that_reports_but_does_not_end(make_node):
 
 @pytest.mark.slow
 def test_slave_whose_heartbeat_stops_in_the_information_run(make_node):
-    assert own_output(make_node, "connect\ninfo\nstatus\nhang") == [*INFORMATION_RUN, HEARTBEAT_STOPPED]
+    assert own_output(make_node, "connect\ninfo\nstatus\nhang") == [
+        *INFORMATION_RUN,
+        HEARTBEAT_STOPPED,
+    ]
 
 
-@pytest.mark.parametrize("information, version, gpus", [
-    ("connect\ninfo 4000000 1\nwait 1000\nexit 0", 4000000, 1),
-    ("connect\ninfo 4294967295 4294967295\nwait 1000\nexit 1", 4294967295, 4294967295),
-    ("connect\ninfo 0 0\nwait 1000\nexit 0", 0, 0),
-    ("connect\ninfo 1 2\ninfo 3 4\nwait 1000\nexit 0", 3, 4),
-    ("connect\ninfo 5 6\nstatus\nwait 1000\nexit 0", 5, 6),
-    ("connect\nstatus\nwait 1000\nexit 0", 0, 0),
-    ("connect\ninfo 7 8\nwait 1000\ncrash", 7, 8),
-    ("connect\ninfo 7 8\nwait 1000\ndisconnect\nwait 300\nexit 0", 7, 8),
-    ("connect\nframe 0d72ce7f 01000000 01000000 03000000 2a000000\nwait 1000\nexit 0", 42, 3),
-])
+@pytest.mark.parametrize(
+    "information, version, gpus",
+    [
+        ("connect\ninfo 4000000 1\nwait 1000\nexit 0", 4000000, 1),
+        ("connect\ninfo 4294967295 4294967295\nwait 1000\nexit 1", 4294967295, 4294967295),
+        ("connect\ninfo 0 0\nwait 1000\nexit 0", 0, 0),
+        ("connect\ninfo 1 2\ninfo 3 4\nwait 1000\nexit 0", 3, 4),
+        ("connect\ninfo 5 6\nstatus\nwait 1000\nexit 0", 5, 6),
+        ("connect\nstatus\nwait 1000\nexit 0", 0, 0),
+        ("connect\ninfo 7 8\nwait 1000\ncrash", 7, 8),
+        ("connect\ninfo 7 8\nwait 1000\ndisconnect\nwait 300\nexit 0", 7, 8),
+        ("connect\nframe 0d72ce7f 01000000 01000000 03000000 2a000000\nwait 1000\nexit 0", 42, 3),
+    ],
+)
 def test_slave_that_ends_after_it_was_initialised(make_node, information, version, gpus):
     node = make_node(flags=None, plays=scenario(information=information))
     node.start()
@@ -91,8 +100,10 @@ def test_slave_without_a_scenario_behaves_well(make_node):
 
 @pytest.mark.slow
 def test_authenticating_has_no_time_limit(make_node):
-    node = make_node(flags=None, plays=scenario(
-        information="connect\nauthenticating\nwait 12000\ninfo\nwait 300\nexit 0"))
+    node = make_node(
+        flags=None,
+        plays=scenario(information="connect\nauthenticating\nwait 12000\ninfo\nwait 300\nexit 0"),
+    )
     node.start()
     node.output.wait("Launching daemon with:")
 
@@ -103,9 +114,23 @@ def test_slave_is_told_that_only_information_is_wanted(make_node):
     port = node.output.wait_match(r"using free port (\d+) to communicate with slave").group(1)
     node.output.wait("Launching daemon with:")
     arguments = [line for line in node.output.lines() if line.startswith("standin: argument ")]
-    assert arguments == [f"standin: argument {number}: [{text}]" for number, text in enumerate(
-        [programs.STANDIN_SLAVE, "--net-master-address", "0.0.0.0", "--net-master-port", "0", "--daemon-port", port,
-         "--alias", "", "--daemon-info-request"])]
+    assert arguments == [
+        f"standin: argument {number}: [{text}]"
+        for number, text in enumerate(
+            [
+                programs.STANDIN_SLAVE,
+                "--net-master-address",
+                "0.0.0.0",
+                "--net-master-port",
+                "0",
+                "--daemon-port",
+                port,
+                "--alias",
+                "",
+                "--daemon-info-request",
+            ]
+        )
+    ]
 
 
 def test_no_slave_is_left_by_the_information_run(make_node):

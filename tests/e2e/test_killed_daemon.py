@@ -37,17 +37,24 @@ def assert_nothing_left(node):
     assert not [line for line in lines if line.startswith(("Stopped logging on ", SLAVE_GAVE_UP))]
 
 
-@pytest.mark.parametrize("end", [
-    kill_daemon,
-    pytest.param(terminate_daemon, marks=pytest.mark.windows_only("Linux knows SIGKILL alone")),
-])
-@pytest.mark.parametrize("settings, run", [
-    ("", "connect\ninfo\nwait 300\nbeat 1000"),
-    (STUBBORN, "connect\ninfo\nwait 300\nbeat 1000"),
-    (STUBBORN, "connect\nauthenticating\nhang"),
-    (STUBBORN, "connect\ninfo\nhang"),
-    (STUBBORN, "hang"),
-], ids=["well-behaved", "stubborn", "authenticating", "hanging", "never connected"])
+@pytest.mark.parametrize(
+    "end",
+    [
+        kill_daemon,
+        pytest.param(terminate_daemon, marks=pytest.mark.windows_only("Linux knows SIGKILL alone")),
+    ],
+)
+@pytest.mark.parametrize(
+    "settings, run",
+    [
+        ("", "connect\ninfo\nwait 300\nbeat 1000"),
+        (STUBBORN, "connect\ninfo\nwait 300\nbeat 1000"),
+        (STUBBORN, "connect\nauthenticating\nhang"),
+        (STUBBORN, "connect\ninfo\nhang"),
+        (STUBBORN, "hang"),
+    ],
+    ids=["well-behaved", "stubborn", "authenticating", "hanging", "never connected"],
+)
 def test_slave_in_every_state(farm, settings, run, end):
     node, owner = farm(plays=scenario(run, settings=settings))
     started(node, owner)

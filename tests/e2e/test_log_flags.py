@@ -18,18 +18,32 @@ TABLE_HEAD = [
 TABLE = [
     ("daemon", '"daemon"', "Enables general logging of the slave daemon."),
     ("daemonDetail", '"daemon"', "Enables detailed logging of the slave daemon."),
-    ("logAppendToFile", '""', "If enabled, logging will be to the already existing log file appended"),
+    (
+        "logAppendToFile",
+        '""',
+        "If enabled, logging will be to the already existing log file appended",
+    ),
     ("logFlags", '""', "If enabled, all log flags will be dumped during startup"),
-    ("logFlushTime", '""',
-     "The time (ms) after which the log is flushed. If set to 0, the timer based flush will be disabled."),
+    (
+        "logFlushTime",
+        '""',
+        "The time (ms) after which the log is flushed. If set to 0, the timer based flush will be disabled.",
+    ),
     ("logForceFlush", '""', "If enabled, every logged line will be flushed"),
-    ("logJuce", '"JUCE"', "If enabled, JUCE logging will go through the logging framework of Quelta"),
+    (
+        "logJuce",
+        '"JUCE"',
+        "If enabled, JUCE logging will go through the logging framework of Quelta",
+    ),
     ("logPrefix", '""', "If enabled, each log line will have a prefix"),
     ("logTime", '""', "If enabled, each log line will have a timestamp"),
     ("logToDebugConsole", '""', "If enabled, logging will go to the debug console (Windows only)"),
     ("logToFile", '""', "If enabled, logging will go to a log file"),
-    ("logToStdout", '""',
-     "If enabled, logging will go to standard out (when set to 1) or standard error (when set to 2)"),
+    (
+        "logToStdout",
+        '""',
+        "If enabled, logging will go to standard out (when set to 1) or standard error (when set to 2)",
+    ),
 ]
 
 
@@ -38,8 +52,15 @@ def table(**values):
     values = {"logFlags": 1, "logToStdout": 1, **values}
     rows = []
     for name, prefix, description in TABLE:
-        rows.append(name.ljust(25) + " release " + str(values.get(name, 0)).ljust(10) + " " + prefix.ljust(12) + " " +
-                    description)
+        rows.append(
+            name.ljust(25)
+            + " release "
+            + str(values.get(name, 0)).ljust(10)
+            + " "
+            + prefix.ljust(12)
+            + " "
+            + description
+        )
     return TABLE_HEAD + rows
 
 
@@ -74,35 +95,42 @@ def test_table_of_all_flags(make_node):
 
 def test_every_row_literally(make_node):
     lines = run_without_arguments(make_node, b"logFlags").output.lines()
-    assert ('daemon                    release 0          "daemon"     '
-            'Enables general logging of the slave daemon.') in lines
-    assert ('logFlags                  release 1          ""           '
-            'If enabled, all log flags will be dumped during startup') in lines
+    assert (
+        'daemon                    release 0          "daemon"     '
+        "Enables general logging of the slave daemon."
+    ) in lines
+    assert (
+        'logFlags                  release 1          ""           '
+        "If enabled, all log flags will be dumped during startup"
+    ) in lines
 
 
-@pytest.mark.parametrize("flags, values", [
-    (b"logFlags daemonDetail=0 logFlushTime=7", {"logFlushTime": 7}),
-    (b"logFlags\nlogFlushTime 7\n", {"logFlushTime": 7}),
-    (b"logFlags\r\nlogFlushTime\t=\t7\r\n", {"logFlushTime": 7}),
-    (b"=logFlags==logFlushTime=7=", {"logFlushTime": 7}),
-    (b"logFlags logFlushTime", {"logFlushTime": 1}),
-    (b"logFlags logFlushTime=1000ms", {"logFlushTime": 1}),
-    (b"logFlags logFlushTime=5 logFlushTime=6", {"logFlushTime": 6}),
-    (b"logFlags logFlushTime=5 logFlushTime", {"logFlushTime": 1}),
-    (b"logFlags logFlushTime=1-2", {"logFlushTime": 1}),
-    (b"logFlags logFlushTime=-", {}),
-    (b"logFlags logFlushTime=--3", {}),
-    (b"logFlags logFlushTime=-3", {"logFlushTime": -3}),
-    (b"logFlags logFlushTime=99999999999", {"logFlushTime": 2147483647}),
-    (b"logFlags logFlushTime=-99999999999999999999", {"logFlushTime": -2147483648}),
-    (b"logFlags logAppendToFile=12345678901", {"logAppendToFile": 2147483647}),
-    (b'logFlags "logFlushTime" "logFlushTime=4"', {}),
-    (b"logFlags logflushtime=4 LogFlushTime=4", {}),
-    (b"logFlags 5 6 7", {"logFlags": 5}),
-    (b"-1 -2 logFlags nobody=3", {}),
-    (b"\xef\xbb\xbflogFlags logFlushTime=4", {"logFlushTime": 4}),
-    (b"logFlags logForceFlush=3 logAppendToFile", {"logForceFlush": 3, "logAppendToFile": 1}),
-])
+@pytest.mark.parametrize(
+    "flags, values",
+    [
+        (b"logFlags daemonDetail=0 logFlushTime=7", {"logFlushTime": 7}),
+        (b"logFlags\nlogFlushTime 7\n", {"logFlushTime": 7}),
+        (b"logFlags\r\nlogFlushTime\t=\t7\r\n", {"logFlushTime": 7}),
+        (b"=logFlags==logFlushTime=7=", {"logFlushTime": 7}),
+        (b"logFlags logFlushTime", {"logFlushTime": 1}),
+        (b"logFlags logFlushTime=1000ms", {"logFlushTime": 1}),
+        (b"logFlags logFlushTime=5 logFlushTime=6", {"logFlushTime": 6}),
+        (b"logFlags logFlushTime=5 logFlushTime", {"logFlushTime": 1}),
+        (b"logFlags logFlushTime=1-2", {"logFlushTime": 1}),
+        (b"logFlags logFlushTime=-", {}),
+        (b"logFlags logFlushTime=--3", {}),
+        (b"logFlags logFlushTime=-3", {"logFlushTime": -3}),
+        (b"logFlags logFlushTime=99999999999", {"logFlushTime": 2147483647}),
+        (b"logFlags logFlushTime=-99999999999999999999", {"logFlushTime": -2147483648}),
+        (b"logFlags logAppendToFile=12345678901", {"logAppendToFile": 2147483647}),
+        (b'logFlags "logFlushTime" "logFlushTime=4"', {}),
+        (b"logFlags logflushtime=4 LogFlushTime=4", {}),
+        (b"logFlags 5 6 7", {"logFlags": 5}),
+        (b"-1 -2 logFlags nobody=3", {}),
+        (b"\xef\xbb\xbflogFlags logFlushTime=4", {"logFlushTime": 4}),
+        (b"logFlags logForceFlush=3 logAppendToFile", {"logForceFlush": 3, "logAppendToFile": 1}),
+    ],
+)
 def test_forms_of_the_file(make_node, flags, values):
     assert_table(make_node, flags, **values)
 
@@ -113,7 +141,9 @@ def test_junk_around_the_flags_is_ignored(make_node):
 
 
 def test_megabytes_are_read_to_their_end(make_node):
-    assert_table(make_node, b"nobody=1 someone else\n" * 200000 + b"logFlags logFlushTime=4", logFlushTime=4)
+    assert_table(
+        make_node, b"nobody=1 someone else\n" * 200000 + b"logFlags logFlushTime=4", logFlushTime=4
+    )
 
 
 def test_a_folder_in_the_place_of_the_file_is_skipped(make_node):
@@ -162,16 +192,25 @@ def test_any_other_value_means_standard_output(make_node, value):
     assert node.errors.lines() == []
 
 
-@pytest.mark.parametrize("flags", [b"daemon=1", b"daemon 1", b"daemon", b"daemon=-1", b"daemon=2147483648"])
+@pytest.mark.parametrize(
+    "flags", [b"daemon=1", b"daemon 1", b"daemon", b"daemon=-1", b"daemon=2147483648"]
+)
 def test_flag_that_is_not_zero_logs_the_command_line(make_node, flags):
     node = make_node(flags=None)
     node.flags_file.write_bytes(flags)
     node.start(["--port", "5130", "--gpus", "1 2", "--alias", "x"])
     lines = between_start_and_stop(node.output.rest())
-    assert lines == ["Command line:", '--port 5130 --gpus "1 2" --alias x', NO_SLAVE, *usage(node.program)]
+    assert lines == [
+        "Command line:",
+        '--port 5130 --gpus "1 2" --alias x',
+        NO_SLAVE,
+        *usage(node.program),
+    ]
 
 
-@pytest.mark.parametrize("flags", [b"", b"daemon=0", b"daemonDetail", b"daemon=1 daemon=0", b'"daemon"'])
+@pytest.mark.parametrize(
+    "flags", [b"", b"daemon=0", b"daemonDetail", b"daemon=1 daemon=0", b'"daemon"']
+)
 def test_command_line_is_not_logged_otherwise(make_node, flags):
     node = run_without_arguments(make_node, flags)
     assert between_start_and_stop(node.output.lines()) == [NO_SLAVE, *usage(node.program)]

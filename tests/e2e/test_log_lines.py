@@ -28,8 +28,14 @@ def test_prefix_field(make_node):
     assert lines[1:3] == [plain_line(""), daemon_line("Command line:")]
     assert lines[3] == daemon_line("")
     # The line feed that begins a text of the usage stands behind its prefix.
-    assert lines[4:-3] == [error_line(NO_SLAVE), error_line(""), complaint[2], error_line(complaint[3]),
-                           error_line(""), complaint[5]]
+    assert lines[4:-3] == [
+        error_line(NO_SLAVE),
+        error_line(""),
+        complaint[2],
+        error_line(complaint[3]),
+        error_line(""),
+        complaint[5],
+    ]
     assert lines[-3] == plain_line("")
     assert lines[-2].startswith(plain_line("Stopped logging on "))
     assert lines[-1] == plain_line("")
@@ -57,7 +63,9 @@ def test_time_stamp_without_prefix(make_node):
 @pytest.mark.linux_only("TZ does not set a Windows program's time zone")
 def test_start_line_is_local_time_while_stamps_are_utc(make_node):
     lines = finished(make_node(flags="logTime"), env={**os.environ, "TZ": "XYZ-05:30"})
-    stamp, local = re.match(r"\[(\d\d:\d\d:\d\d)\.\d{3}\] Started logging on \S+ (\d\d:\d\d:\d\d)$", lines[0]).groups()
+    stamp, local = re.match(
+        r"\[(\d\d:\d\d:\d\d)\.\d{3}\] Started logging on \S+ (\d\d:\d\d:\d\d)$", lines[0]
+    ).groups()
 
     def seconds(text):
         return sum(int(part) * unit for part, unit in zip(text.split(":"), (3600, 60, 1)))
@@ -95,7 +103,10 @@ def test_log_file_is_appended_to(make_node):
     node.log_file.write_bytes(b"of old, no line end")
     first = finished(node)
     second = finished(node)
-    assert node.log_file.read_bytes() == b"of old, no line end" + ("\n".join(first + second) + "\n").encode()
+    assert (
+        node.log_file.read_bytes()
+        == b"of old, no line end" + ("\n".join(first + second) + "\n").encode()
+    )
 
 
 @pytest.mark.linux_only("TMPDIR names the temporary folder on Linux")
@@ -120,6 +131,7 @@ def test_log_file_that_cannot_be_opened_anywhere_is_given_up_silently(make_node)
 @pytest.fixture
 def idle_node(make_node):
     """A daemon in service that has nothing to say any more: all lines up to now are known."""
+
     def start(flags):
         node = make_node(flags=flags).serve()
         node.output.wait(f"start listening for masters on port {node.port}")
@@ -139,7 +151,12 @@ def test_lines_are_flushed_by_their_number(make_node):
     """Up to the end of the start-up fourteen texts are logged, some with line feeds in them, so ten are flushed."""
     node = make_node(flags="logToFile logForceFlush=5").serve()
     lines = node.log_file.read_text().split("\n")
-    assert lines[-4:] == ["  daemon port:   %u" % node.port, "  GPU selection: all", "Slave information:", ""]
+    assert lines[-4:] == [
+        "  daemon port:   %u" % node.port,
+        "  GPU selection: all",
+        "Slave information:",
+        "",
+    ]
 
 
 def test_lines_wait_in_the_buffer_otherwise(idle_node):
@@ -151,10 +168,15 @@ def test_lines_wait_in_the_buffer_otherwise(idle_node):
 
 def test_lines_are_flushed_by_the_timer(idle_node):
     node = idle_node("daemon logToFile logFlushTime=50")
-    wait_until(lambda: node.log_file.read_text().split("\n")[:-1] == node.own_lines(), "the timer has flushed")
+    wait_until(
+        lambda: node.log_file.read_text().split("\n")[:-1] == node.own_lines(),
+        "the timer has flushed",
+    )
 
 
-@pytest.mark.parametrize("stream, flags", [("stdout", "daemon"), ("stderr", "daemon logToStdout=2")])
+@pytest.mark.parametrize(
+    "stream, flags", [("stdout", "daemon"), ("stderr", "daemon logToStdout=2")]
+)
 def test_redirected_stream_is_live(make_node, stream, flags):
     node = make_node(flags=flags)
     file = node.folder / "redirected.txt"

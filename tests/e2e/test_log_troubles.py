@@ -98,7 +98,10 @@ def test_read_only_folder_sends_the_log_to_the_temporary_one(make_node, make_mas
     temporary = tmp_path / "temporary"
     temporary.mkdir()
     node = make_node(flags=FILE_FLAGS)
-    node.serve(preexec_fn=mounts.read_only(node.program.parent), env={**os.environ, "TMPDIR": str(temporary)})
+    node.serve(
+        preexec_fn=mounts.read_only(node.program.parent),
+        env={**os.environ, "TMPDIR": str(temporary)},
+    )
     assert_goes_on(node, make_master)
     lines = node.quit()
     assert not node.log_file.exists()
@@ -110,8 +113,10 @@ def test_nowhere_to_write_a_log_file(make_node, make_master, tmp_path):
     temporary = tmp_path / "temporary"
     temporary.mkdir()
     node = make_node(flags=FILE_FLAGS)
-    node.serve(preexec_fn=mounts.read_only(node.program.parent, temporary),
-               env={**os.environ, "TMPDIR": str(temporary)})
+    node.serve(
+        preexec_fn=mounts.read_only(node.program.parent, temporary),
+        env={**os.environ, "TMPDIR": str(temporary)},
+    )
     assert_goes_on(node, make_master)
     node.quit()
     assert not node.log_file.exists() and not (temporary / LOG_FILE).exists()
@@ -187,8 +192,11 @@ def test_own_file_in_the_temporary_folder_is_appended_to(shared_folder):
     assert place.read_text().splitlines() == ["before", *lines]
 
 
-@pytest.mark.parametrize("lose", [Path.unlink, lambda file: file.rename(file.with_suffix(".old"))],
-                         ids=["deleted", "moved"])
+@pytest.mark.parametrize(
+    "lose",
+    [Path.unlink, lambda file: file.rename(file.with_suffix(".old"))],
+    ids=["deleted", "moved"],
+)
 def test_log_file_lost_under_way(make_node, make_master, lose):
     """The daemon goes on writing to the file that it has open; it makes no new one."""
     node = make_node(flags=FILE_FLAGS).serve()
@@ -240,6 +248,7 @@ def assert_waits(node, *silent, seconds):
 
 def fall_behind(beacon_socket, node):
     """Junk until the daemon's own complaints have filled the pipe, and so stop its beacon thread."""
+
     def stopped_listening():
         flood(beacon_socket, node, b"junk", 100)
         before = measure.datagrams_waiting(node.port)
@@ -249,7 +258,9 @@ def fall_behind(beacon_socket, node):
     wait_until(stopped_listening, "the daemon waits for the reader of its log")
 
 
-def test_daemon_waits_for_a_reader_that_sleeps_and_then_goes_on(make_node, make_master, beacon_socket):
+def test_daemon_waits_for_a_reader_that_sleeps_and_then_goes_on(
+    make_node, make_master, beacon_socket
+):
     node = make_node(flags="daemon logPrefix logJuce")
     reader = SleepyReader(node)
     owner, other = (make_master().join(node) for _ in range(2))
@@ -257,14 +268,21 @@ def test_daemon_waits_for_a_reader_that_sleeps_and_then_goes_on(make_node, make_
     owner.request(wire.START_REQUEST)
     assert_waits(node, owner.connection, other.connection, seconds=1)
     reader.wake()
-    owner.expect(*(node.status(kind, owner) for kind in (wire.DAEMON_STATUS, wire.START_REPLY, wire.SLAVE_RUNNING)))
+    owner.expect(
+        *(
+            node.status(kind, owner)
+            for kind in (wire.DAEMON_STATUS, wire.START_REPLY, wire.SLAVE_RUNNING)
+        )
+    )
     other.expect(node.status(wire.DAEMON_STATUS, owner))
     stopped(node, owner, other)
     node.quit()
 
 
 @pytest.mark.slow
-def test_end_waits_for_a_reader_that_sleeps_and_forces_nothing(make_node, make_master, beacon_socket):
+def test_end_waits_for_a_reader_that_sleeps_and_forces_nothing(
+    make_node, make_master, beacon_socket
+):
     """The beacon thread is stuck in the log while the daemon ends: it has to come to its own end."""
     node = make_node(flags="daemon logPrefix logJuce")
     reader = SleepyReader(node)
@@ -302,6 +320,7 @@ def test_stop_waits_for_a_reader_that_sleeps_and_forces_nothing(make_node, make_
 
 def slave_connection(node):
     """The slave process is there before it has said a word that anybody reads."""
+
     def connected():
         try:
             return SlaveConnection(node.port + 1)

@@ -48,8 +48,12 @@ def assert_noticed(node, near, lost, cut_at):
     assert took < NOTICED_WITHIN
     print(f"noticed after {took:.1f} s")
     node.wait_no_slave()
-    node.output.wait_sequence([daemon_line(f"disconnected from master {lost}"),
-                               daemon_line(f"stopping Quelta slave for master {lost}")])
+    node.output.wait_sequence(
+        [
+            daemon_line(f"disconnected from master {lost}"),
+            daemon_line(f"stopping Quelta slave for master {lost}"),
+        ]
+    )
     running(node, near)
     stopped(node, near)
     node.quit()
@@ -74,7 +78,11 @@ def test_lost_with_a_broadcast_in_flight(far_apart, cable):
     node.slave_report("stopping in 1500 ms", stopping)
     cable.cut()
     cut_at = time.monotonic()
-    near.expect(node.status(wire.DAEMON_STATUS), node.status(wire.STOP_REPLY), node.status(wire.DAEMON_STATUS, lost))
+    near.expect(
+        node.status(wire.DAEMON_STATUS),
+        node.status(wire.STOP_REPLY),
+        node.status(wire.DAEMON_STATUS, lost),
+    )
     assert_noticed(node, near, lost, cut_at)
 
 

@@ -16,12 +16,30 @@ MALFORMED = [
     (b"x" * 1000, "master daemon message has invalid size (1000)"),
     (bytes.fromhex("00234341") + GOOD_SCAN[4:], "master daemon message has invalid magic"),
     (bytes(92), "master daemon message has invalid magic"),
-    (bytes.fromhex("41432300 07000000 ffffffff") + bytes(80), "master daemon message has invalid version (7)"),
-    (bytes.fromhex("41432300 00000008 00000000") + bytes(80), "master daemon message has invalid version (134217728)"),
-    (bytes.fromhex("41432300 ffffffff 00000000") + bytes(80), "master daemon message has invalid version (4294967295)"),
-    (bytes.fromhex("41432300 08000000 0d000000") + bytes(80), "master daemon message had invalid type (13)"),
-    (bytes.fromhex("41432300 08000000 ffffffff") + bytes(80), "master daemon message had invalid type (-1)"),
-    (bytes.fromhex("41432300 08000000 00000080") + bytes(80), "master daemon message had invalid type (-2147483648)"),
+    (
+        bytes.fromhex("41432300 07000000 ffffffff") + bytes(80),
+        "master daemon message has invalid version (7)",
+    ),
+    (
+        bytes.fromhex("41432300 00000008 00000000") + bytes(80),
+        "master daemon message has invalid version (134217728)",
+    ),
+    (
+        bytes.fromhex("41432300 ffffffff 00000000") + bytes(80),
+        "master daemon message has invalid version (4294967295)",
+    ),
+    (
+        bytes.fromhex("41432300 08000000 0d000000") + bytes(80),
+        "master daemon message had invalid type (13)",
+    ),
+    (
+        bytes.fromhex("41432300 08000000 ffffffff") + bytes(80),
+        "master daemon message had invalid type (-1)",
+    ),
+    (
+        bytes.fromhex("41432300 08000000 00000080") + bytes(80),
+        "master daemon message had invalid type (-2147483648)",
+    ),
 ]
 
 # The framework passes an empty frame over without a word.
@@ -34,16 +52,27 @@ def test_malformed_beacon_is_told_with_its_sender(farm, beacon_socket, datagram,
     node.output.wait(daemon_line(f"connected to master {master}"))
     beacon_socket.sendto(datagram, ("127.0.0.1", node.port))
     line = node.output.wait(daemon_line(complaint))
-    assert node.output.wait(daemon_line("failed to decode beacon message from master 127.0.0.1:0"), line) == line + 1
+    assert (
+        node.output.wait(
+            daemon_line("failed to decode beacon message from master 127.0.0.1:0"), line
+        )
+        == line + 1
+    )
     master.expect_silence(node.status(wire.DAEMON_STATUS))
 
 
 @pytest.mark.parametrize("size", [1001, 1472, 65507])
-def test_datagram_beyond_the_buffer_is_cut_and_service_goes_on(farm, make_master, beacon_socket, size):
+def test_datagram_beyond_the_buffer_is_cut_and_service_goes_on(
+    farm, make_master, beacon_socket, size
+):
     node, _ = farm()
     beacon_socket.sendto(GOOD_SCAN + bytes(size - 92), ("127.0.0.1", node.port))
-    node.output.wait_sequence([daemon_line("master daemon message has invalid size (1000)"),
-                               daemon_line("failed to decode beacon message from master 127.0.0.1:0")])
+    node.output.wait_sequence(
+        [
+            daemon_line("master daemon message has invalid size (1000)"),
+            daemon_line("failed to decode beacon message from master 127.0.0.1:0"),
+        ]
+    )
     make_master().join(node)
 
 
@@ -74,11 +103,14 @@ def test_request_of_a_megabyte(farm):
     master.expect_silence(node.status(wire.DAEMON_STATUS))
 
 
-@pytest.mark.parametrize("junk", [
-    "2c9eb4f2 00000000",
-    "2c9eb4f2 ffffffff",
-    "2c9eb4f2 00000080",
-])
+@pytest.mark.parametrize(
+    "junk",
+    [
+        "2c9eb4f2 00000000",
+        "2c9eb4f2 ffffffff",
+        "2c9eb4f2 00000080",
+    ],
+)
 def test_empty_and_negative_frames_are_passed_over(farm, junk):
     node, master = farm()
     master.connection.send_bytes(bytes.fromhex(junk) * 3)
@@ -86,7 +118,9 @@ def test_empty_and_negative_frames_are_passed_over(farm, junk):
     assert not [line for line in node.quit() if "invalid" in line]
 
 
-@pytest.mark.parametrize("junk", ["2c9eb4f3 5c000000", "00" * 8, "474554202f20485454502f312e310d0a0d0a"])
+@pytest.mark.parametrize(
+    "junk", ["2c9eb4f3 5c000000", "00" * 8, "474554202f20485454502f312e310d0a0d0a"]
+)
 def test_foreign_frame_costs_only_its_own_connection(farm, junk):
     """The daemon gives the stream up and connects anew; a slave stays with its owner meanwhile."""
     node, owner, other = farm(2)
@@ -102,8 +136,12 @@ def test_record_cut_by_the_end_of_its_connection(farm):
     master.connection.send_bytes(wire.frame(master.record(wire.START_REQUEST))[:50])
     master.connection.close()
     master.accept()
-    node.output.wait_sequence([daemon_line(f"disconnected from master {master}"),
-                               daemon_line(f"connected to master {master}")])
+    node.output.wait_sequence(
+        [
+            daemon_line(f"disconnected from master {master}"),
+            daemon_line(f"connected to master {master}"),
+        ]
+    )
     other.request(wire.SCAN_REQUEST)
     assert other.receive().kind == wire.DAEMON_STATUS
 

@@ -27,8 +27,13 @@ def play(make_node, make_master):
     """Plays steps on a fresh daemon; returns what it disagreed about, or None."""
 
     def run(steps):
-        node = make_node(alias="model", plays=scenario("connect\ninfo\nwait 2500\nbeat 2000")).serve()
-        masters = [make_master(ip=f"127.77.0.{number + 1}", patience=PATIENCE).join(node) for number in range(MASTERS)]
+        node = make_node(
+            alias="model", plays=scenario("connect\ninfo\nwait 2500\nbeat 2000")
+        ).serve()
+        masters = [
+            make_master(ip=f"127.77.0.{number + 1}", patience=PATIENCE).join(node)
+            for number in range(MASTERS)
+        ]
         try:
             ModelRun(node, masters).play(steps)
         except Disagreement as disagreement:
@@ -49,6 +54,8 @@ def test_daemon_agrees_with_the_model(play, part):
     steps = random_steps(random.Random(f"{SEED}/{part}"), STEPS)
     disagreement = play(steps)
     if disagreement:
-        shortest = shortened(steps[:disagreement.number + 1], play, TRIES_TO_SHORTEN)
+        shortest = shortened(steps[: disagreement.number + 1], play, TRIES_TO_SHORTEN)
         listed = "\n".join(f"  {step}" for step in shortest)
-        pytest.fail(f"QUELTA_MODEL_SEED={SEED}, part {part}: {disagreement}\nthe fewest steps found to fail:\n{listed}")
+        pytest.fail(
+            f"QUELTA_MODEL_SEED={SEED}, part {part}: {disagreement}\nthe fewest steps found to fail:\n{listed}"
+        )

@@ -19,13 +19,25 @@ VERSION = "4.0.0"
 NAME = f"quelta-daemon-{VERSION}-" + ("win64" if programs.ON_WINDOWS else "linux-x86_64")
 ARCHIVE = NAME + (".zip" if programs.ON_WINDOWS else ".tar.gz")
 
-PROGRAMS = [name + programs.SUFFIX for name in ("quelta_daemon", "quelta_master", "quelta_standin_slave")]
+PROGRAMS = [
+    name + programs.SUFFIX for name in ("quelta_daemon", "quelta_master", "quelta_standin_slave")
+]
 LICENCES = ["CLI11", "JUCE-modules", "nlohmann-json"]
 if programs.ON_WINDOWS:
     LICENCES += ["gcc-runtime", "mingw-w64-runtime", "winpthreads", "zlib"]
-EXTRAS = (["check-windows.ps1", "check-windows-support.ps1"] if programs.ON_WINDOWS else ["quelta_daemon.service"])
-TEXTS = ["README.txt", FLAGS_FILE, "SECURITY.md", "docs/operation.md", *EXTRAS,
-         *(f"licences/{name}.txt" for name in LICENCES)]
+EXTRAS = (
+    ["check-windows.ps1", "check-windows-support.ps1"]
+    if programs.ON_WINDOWS
+    else ["quelta_daemon.service"]
+)
+TEXTS = [
+    "README.txt",
+    FLAGS_FILE,
+    "SECURITY.md",
+    "docs/operation.md",
+    *EXTRAS,
+    *(f"licences/{name}.txt" for name in LICENCES),
+]
 
 
 def is_packaged_build():
@@ -33,7 +45,9 @@ def is_packaged_build():
     return cache.exists() and "CMAKE_BUILD_TYPE:STRING=Release\n" in cache.read_text()
 
 
-pytestmark = pytest.mark.skipif(not is_packaged_build(), reason="only the build folder of a release is packaged")
+pytestmark = pytest.mark.skipif(
+    not is_packaged_build(), reason="only the build folder of a release is packaged"
+)
 
 
 @pytest.fixture(scope="module")
@@ -45,8 +59,12 @@ def archive(tmp_path_factory, worker_id):
     with (folder / "lock").open("w") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
         if not (folder / ARCHIVE).exists():
-            subprocess.run(["cpack", "--config", str(BUILD / "CPackConfig.cmake"), "-B", str(folder)], check=True,
-                           capture_output=True, timeout=HANG_LIMIT)
+            subprocess.run(
+                ["cpack", "--config", str(BUILD / "CPackConfig.cmake"), "-B", str(folder)],
+                check=True,
+                capture_output=True,
+                timeout=HANG_LIMIT,
+            )
     return folder / ARCHIVE
 
 
@@ -93,7 +111,9 @@ def test_links_lead_to_files_of_the_archive(unpacked, name):
 @pytest.mark.linux_only("Windows has no systemd")
 def test_unit_restarts_the_daemon_as_a_user_of_its_own(unpacked):
     lines = (unpacked / "quelta_daemon.service").read_text().splitlines()
-    settings = dict(line.split("=", 1) for line in lines if "=" in line and not line.startswith("#"))
+    settings = dict(
+        line.split("=", 1) for line in lines if "=" in line and not line.startswith("#")
+    )
     assert settings["User"] == "quelta"
     assert settings["ExecStart"].split()[0].endswith("/quelta_daemon")
     assert (settings["Restart"], settings["RestartSec"]) == ("always", "5")
@@ -106,7 +126,10 @@ def test_firewall_rules_are_the_same_everywhere(path):
     program = 'program="C:\\Quelta\\quelta_daemon.exe"'
     add = "netsh advfirewall firewall add rule name="
     assert f"netsh advfirewall firewall delete rule name=all {program}" in text
-    assert f'{add}"Quelta beacons" dir=in action=allow {program} protocol=UDP localport=5130 remoteip=10.0.5.0/24' in text
+    assert (
+        f'{add}"Quelta beacons" dir=in action=allow {program} protocol=UDP localport=5130 remoteip=10.0.5.0/24'
+        in text
+    )
     assert f'{add}"Quelta monitor" dir=in action=block {program} protocol=TCP' in text
     assert "action=allow protocol" not in text, "a rule without a program leaves Windows asking"
 
@@ -146,7 +169,9 @@ def test_the_three_programs_together(packaged_node, unpacked):
     node.alias = "packaged"
     node.options = ["--alias", node.alias]
     node.serve()
-    told = programs.run(unpacked / PROGRAMS[1], "scan", f"127.0.0.1:{node.port}", "--json", "--timeout", "60")
+    told = programs.run(
+        unpacked / PROGRAMS[1], "scan", f"127.0.0.1:{node.port}", "--json", "--timeout", "60"
+    )
     (row,) = json.loads(told)
     assert (row["alias"], row["gpus"], row["state"]) == ("packaged", 1, "free")
     assert node.quit()
@@ -154,6 +179,17 @@ def test_the_three_programs_together(packaged_node, unpacked):
 
 def test_readme_names_every_option_and_file():
     text = (Path(__file__).parents[2] / "packaging" / "README.txt").read_text()
-    for name in ("--port", "--slave", "--alias", "--gpus", "--out-of-core", FLAGS_FILE, "quelta_daemon_log.txt",
-                 *(name.removesuffix(programs.SUFFIX) for name in PROGRAMS), *EXTRAS, "SECURITY.md", "operation.md"):
+    for name in (
+        "--port",
+        "--slave",
+        "--alias",
+        "--gpus",
+        "--out-of-core",
+        FLAGS_FILE,
+        "quelta_daemon_log.txt",
+        *(name.removesuffix(programs.SUFFIX) for name in PROGRAMS),
+        *EXTRAS,
+        "SECURITY.md",
+        "operation.md",
+    ):
         assert name in text

@@ -17,8 +17,12 @@ def dump_below(heading):
 
 
 def test_beacon():
-    assert dump_below("A beacon") == wire.master_record(wire.SCAN_REQUEST, ("10.0.0.5", 21000), b"artist 7")
+    assert dump_below("A beacon") == wire.master_record(
+        wire.SCAN_REQUEST, ("10.0.0.5", 21000), b"artist 7"
+    )
 
 
 def test_information():
-    assert dump_below("The slave's information") == wire.frame(wire.slave_record(wire.SLAVE_INFO, 2, 4000000))
+    assert dump_below("The slave's information") == wire.frame(
+        wire.slave_record(wire.SLAVE_INFO, 2, 4000000)
+    )

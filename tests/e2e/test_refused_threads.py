@@ -11,7 +11,9 @@ from support.ownership import running, started, stopped
 from support.transcript import INFORMATION_RUN, between_start_and_stop
 
 pytestmark = [
-    pytest.mark.linux_only("limits the memory that a Linux process has for the stacks of its threads"),
+    pytest.mark.linux_only(
+        "limits the memory that a Linux process has for the stacks of its threads"
+    ),
     pytest.mark.skipif(measure.SANITIZED, reason="a sanitizer maps memory of its own"),
 ]
 
@@ -32,11 +34,14 @@ def give_no_more_threads(node):
 
 
 def give_threads_again(node):
-    resource.prlimit(node.process.pid, resource.RLIMIT_AS, (resource.RLIM_INFINITY, resource.RLIM_INFINITY))
+    resource.prlimit(
+        node.process.pid, resource.RLIMIT_AS, (resource.RLIM_INFINITY, resource.RLIM_INFINITY)
+    )
 
 
 def test_no_thread_for_the_information_run(make_node):
     """It has failed like a launch, so the daemon ends; it does not go on without GPUs."""
+
     def without_threads():
         resource.setrlimit(resource.RLIMIT_STACK, (1 << 40, resource.RLIM_INFINITY))
         resource.setrlimit(resource.RLIMIT_AS, (1 << 32, 1 << 32))
@@ -60,7 +65,11 @@ def test_masters_connected_without_threads_are_connected_anew(make_node, make_ma
         master.accept()
     assert time.monotonic() - sent < RECOVERY_SECONDS
     for master in deaf:
-        node.output.wait(error_line(f"nothing reads the connection to master {master} any more -> connecting anew"))
+        node.output.wait(
+            error_line(
+                f"nothing reads the connection to master {master} any more -> connecting anew"
+            )
+        )
         master.expect_silence(node.status(wire.DAEMON_STATUS))
     node.quit()
 
@@ -68,7 +77,9 @@ def test_masters_connected_without_threads_are_connected_anew(make_node, make_ma
 def test_no_thread_for_a_start(make_node, make_master):
     node = make_node(flags="daemon logPrefix logJuce").serve(preexec_fn=with_large_stacks)
     owner, other = (make_master().join(node) for _ in range(2))
-    owner.expect_silence(node.status(wire.DAEMON_STATUS))  # once it is served, all its threads are there
+    owner.expect_silence(
+        node.status(wire.DAEMON_STATUS)
+    )  # once it is served, all its threads are there
     other.expect_silence(node.status(wire.DAEMON_STATUS))
     give_no_more_threads(node)
     started(node, owner, other)

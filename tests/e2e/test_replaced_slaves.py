@@ -27,7 +27,12 @@ def started_without_port(node, master, *others, running=True):
 def replaced(node, owner, *others):
     """A start while the slave of an owner without port runs; `others` are all the other masters."""
     owner.request(wire.START_REQUEST)
-    owner.expect(*(node.status(kind, owner) for kind in (wire.DAEMON_STATUS, wire.START_REPLY, wire.SLAVE_RUNNING)))
+    owner.expect(
+        *(
+            node.status(kind, owner)
+            for kind in (wire.DAEMON_STATUS, wire.START_REPLY, wire.SLAVE_RUNNING)
+        )
+    )
     for other in others:
         other.expect(node.status(wire.DAEMON_STATUS, owner))
 
@@ -37,11 +42,18 @@ def test_half_an_address_is_no_owner(farm, address):
     node, careless, other = farm(2)
     careless.request(wire.START_REQUEST, address=address)
     told = node.status(wire.DAEMON_STATUS, careless)._replace(owner=address)
-    careless.expect(told, told._replace(kind=wire.START_REPLY), told._replace(kind=wire.SLAVE_RUNNING))
+    careless.expect(
+        told, told._replace(kind=wire.START_REPLY), told._replace(kind=wire.SLAVE_RUNNING)
+    )
     other.expect(told)
     replaced(node, other, careless)
-    node.output.wait_sequence([daemon_line("starting slave for master %s:%u" % address), ALREADY_RUNNING,
-                               daemon_line(f"starting slave for master {other}")])
+    node.output.wait_sequence(
+        [
+            daemon_line("starting slave for master %s:%u" % address),
+            ALREADY_RUNNING,
+            daemon_line(f"starting slave for master {other}"),
+        ]
+    )
 
 
 def test_replaced_slave_lives_on_until_the_daemon_quits(farm):
@@ -70,7 +82,9 @@ def test_failure_of_a_replaced_slave_is_told_to_nobody(farm):
 
 
 def test_slave_replaced_before_it_ran_reports_to_nobody(farm):
-    node, careless, other = farm(2, plays=scenario("connect\nwait 1500\ninfo\nwait 2500\nbeat 1000"))
+    node, careless, other = farm(
+        2, plays=scenario("connect\nwait 1500\ninfo\nwait 2500\nbeat 1000")
+    )
     started_without_port(node, careless, other, running=False)
     other.request(wire.START_REQUEST)
     other.expect(node.status(wire.DAEMON_STATUS, other), node.status(wire.START_REPLY, other))
@@ -94,7 +108,12 @@ def test_slave_of_an_owner_without_port_can_be_stolen(farm):
     node, careless, thief = farm(2)
     started_without_port(node, careless, thief)
     thief.request(wire.STEAL_REQUEST)
-    thief.expect(*(node.status(kind, thief) for kind in (wire.DAEMON_STATUS, wire.STEAL_REPLY, wire.SLAVE_RUNNING)))
+    thief.expect(
+        *(
+            node.status(kind, thief)
+            for kind in (wire.DAEMON_STATUS, wire.STEAL_REPLY, wire.SLAVE_RUNNING)
+        )
+    )
     careless.expect(node.status(wire.DAEMON_STATUS, thief))
     assert len(node.slave_processes()) == 1
     assert ALREADY_RUNNING not in node.quit()
@@ -114,8 +133,10 @@ def test_only_so_many_replaced_slaves_are_kept(farm):
     for _ in range(MOST_KEPT + 3):
         started_without_port(node, careless)
         processes += [process for process in node.slave_processes() if process not in processes]
-    wait_until(lambda: len(node.slave_processes()) <= MOST_KEPT + 1, "the oldest slaves are stopped")
-    assert set(node.slave_processes()) == set(processes[-MOST_KEPT - 1:])
+    wait_until(
+        lambda: len(node.slave_processes()) <= MOST_KEPT + 1, "the oldest slaves are stopped"
+    )
+    assert set(node.slave_processes()) == set(processes[-MOST_KEPT - 1 :])
     assert node.quit().count(ALREADY_RUNNING) == MOST_KEPT + 2
     node.assert_no_slave()
 

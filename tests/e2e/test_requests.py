@@ -12,21 +12,29 @@ LAUNCH = [plain_line(""), ""]
 
 def test_scan_reply_byte_for_byte(farm):
     node, master = farm(alias="node7")
-    master.connection.send_bytes(bytes.fromhex(
-        "2c9eb4f2 5c000000"
-        "41432300 08000000 00000000 0200007f") + master.address[1].to_bytes(2, "little") + bytes.fromhex(
-        "0000" + "6e6f626f6479" + "00" * 26 + NOTHING + "00000000 00000000"))
+    master.connection.send_bytes(
+        bytes.fromhex("2c9eb4f2 5c000000" "41432300 08000000 00000000 0200007f")
+        + master.address[1].to_bytes(2, "little")
+        + bytes.fromhex("0000" + "6e6f626f6479" + "00" * 26 + NOTHING + "00000000 00000000")
+    )
     assert master.connection.receive() == bytes.fromhex(
-        "41432300 08000000 01000000 00000000 0000 0000" + NOTHING +
-        "6e6f646537" + "00" * 27 + "01000000 00093d00")
+        "41432300 08000000 01000000 00000000 0000 0000"
+        + NOTHING
+        + "6e6f646537"
+        + "00" * 27
+        + "01000000 00093d00"
+    )
     node.output.wait(daemon_line(f"received scan request from master {master}"))
 
 
 def test_start_reply_byte_for_byte(farm):
     node, master = farm(alias="node7")
     address = bytes.fromhex("0200007f") + master.address[1].to_bytes(2, "little") + bytes(2)
-    request = (bytes.fromhex("41432300 08000000 02000000") + address +
-               bytes.fromhex("41424344" * 8 + "ff" * 32 + "ffffffff ffffffff"))
+    request = (
+        bytes.fromhex("41432300 08000000 02000000")
+        + address
+        + bytes.fromhex("41424344" * 8 + "ff" * 32 + "ffffffff ffffffff")
+    )
     master.connection.send(request)
     told = address + bytes.fromhex("41424344" * 8 + "6e6f646537" + "00" * 27 + "01000000 00093d00")
     assert master.connection.receive() == bytes.fromhex("41432300 08000000 01000000") + told
@@ -49,21 +57,26 @@ def test_life_of_a_slave_in_the_log(farm):
     node, master = farm()
     running(node, master)
     stopped(node, master)
-    node.output.wait_sequence([daemon_line(text) for text in (
-        f"start listening for masters on port {node.port}",
-        f"detected new master on address {master}",
-        f"connected to master {master}",
-        f"received start request from master {master}",
-        f"starting slave for master {master}",
-        "slave connection created",
-        "slave connection established",
-        "started to monitor slave",
-        "received heartbeat message 'SLAVE_INFO' from slave",
-        "slave has version 4000000 and provides 1 GPU(s)",
-        f"notifying master {master} that the slave is initialized and running",
-        f"received stop request from master {master}",
-        f"stopping Quelta slave for master {master}",
-    )])
+    node.output.wait_sequence(
+        [
+            daemon_line(text)
+            for text in (
+                f"start listening for masters on port {node.port}",
+                f"detected new master on address {master}",
+                f"connected to master {master}",
+                f"received start request from master {master}",
+                f"starting slave for master {master}",
+                "slave connection created",
+                "slave connection established",
+                "started to monitor slave",
+                "received heartbeat message 'SLAVE_INFO' from slave",
+                "slave has version 4000000 and provides 1 GPU(s)",
+                f"notifying master {master} that the slave is initialized and running",
+                f"received stop request from master {master}",
+                f"stopping Quelta slave for master {master}",
+            )
+        ]
+    )
     node.wait_no_slave()
 
 
@@ -110,8 +123,12 @@ def test_stop_for_no_address_while_free_finds_no_slave(farm):
     master.request(wire.STOP_REQUEST, address=wire.NO_ADDRESS)
     master.expect(node.status(wire.STOP_REPLY))
     other.expect_silence(node.status(wire.DAEMON_STATUS))
-    node.output.wait_sequence([daemon_line("received stop request from master 0.0.0.0:0"),
-                               error_line("we don't have an Quelta slave running")])
+    node.output.wait_sequence(
+        [
+            daemon_line("received stop request from master 0.0.0.0:0"),
+            error_line("we don't have an Quelta slave running"),
+        ]
+    )
 
 
 def test_one_after_another(farm):
@@ -129,7 +146,9 @@ def test_slave_serves_the_master_in_the_message(farm):
     node, named, asking = farm(2)
     asking.request(wire.START_REQUEST, address=named.address, text=b"for you")
     told = node.status(wire.DAEMON_STATUS, named, text=b"for you")
-    asking.expect(told, told._replace(kind=wire.START_REPLY), told._replace(kind=wire.SLAVE_RUNNING))
+    asking.expect(
+        told, told._replace(kind=wire.START_REPLY), told._replace(kind=wire.SLAVE_RUNNING)
+    )
     named.expect(told)
     asking.request(wire.STOP_REQUEST)
     asking.expect(told._replace(kind=wire.STOP_REPLY))
@@ -141,20 +160,25 @@ def test_owner_that_the_daemon_has_never_heard_of(farm):
     stranger = ("10.0.0.5", 21000)
     master.request(wire.START_REQUEST, address=stranger)
     told = node.status(wire.DAEMON_STATUS, master)._replace(owner=stranger)
-    master.expect(told, told._replace(kind=wire.START_REPLY), told._replace(kind=wire.SLAVE_RUNNING))
+    master.expect(
+        told, told._replace(kind=wire.START_REPLY), told._replace(kind=wire.SLAVE_RUNNING)
+    )
     node.output.wait(daemon_line("starting slave for master 10.0.0.5:21000"))
     master.request(wire.STOP_REQUEST, address=stranger)
     master.expect(node.status(wire.DAEMON_STATUS), node.status(wire.STOP_REPLY))
 
 
-@pytest.mark.parametrize("sent, kept", [
-    (b"", b""),
-    (b"x" * 32, b"x" * 32),
-    (b"ab\0cd", b"ab"),
-    (b"\0behind", b""),
-    ("Müller\n%s".encode(), "Müller\n%s".encode()),
-    (b"\xff\xfe\x01", b"\xff\xfe\x01"),
-])
+@pytest.mark.parametrize(
+    "sent, kept",
+    [
+        (b"", b""),
+        (b"x" * 32, b"x" * 32),
+        (b"ab\0cd", b"ab"),
+        (b"\0behind", b""),
+        ("Müller\n%s".encode(), "Müller\n%s".encode()),
+        (b"\xff\xfe\x01", b"\xff\xfe\x01"),
+    ],
+)
 def test_owner_text_ends_at_its_first_nul(farm, sent, kept):
     node, master = farm()
     master.request(wire.START_REQUEST, text=sent)
@@ -163,12 +187,15 @@ def test_owner_text_ends_at_its_first_nul(farm, sent, kept):
     assert master.connection.receive()[20:52] == kept.ljust(32, b"\0")
 
 
-@pytest.mark.parametrize("alias, sent", [
-    ("x" * 32, b"x" * 32),
-    ("y" * 40, b"y" * 32),
-    ("ü" * 16, b"\xc3\xbc" * 16),
-    ("a" + "ü" * 16, b"a" + b"\xc3\xbc" * 15 + b"\xc3"),
-])
+@pytest.mark.parametrize(
+    "alias, sent",
+    [
+        ("x" * 32, b"x" * 32),
+        ("y" * 40, b"y" * 32),
+        ("ü" * 16, b"\xc3\xbc" * 16),
+        ("a" + "ü" * 16, b"a" + b"\xc3\xbc" * 15 + b"\xc3"),
+    ],
+)
 def test_alias_is_cut_at_32_bytes(farm, alias, sent):
     node, master = farm(alias=alias)
     master.request(wire.SCAN_REQUEST)
@@ -205,9 +232,12 @@ def test_scans_are_logged_in_detail_only(farm):
 def test_detail_is_logged_without_the_general_flag(farm):
     node, master = farm(flags="daemonDetail logPrefix")
     running(node, master)
-    node.output.wait_sequence([
-        daemon_line("received heartbeat message 'SLAVE_INFO' from slave"),
-        daemon_line("slave has version 4000000 and provides 1 GPU(s)")])
+    node.output.wait_sequence(
+        [
+            daemon_line("received heartbeat message 'SLAVE_INFO' from slave"),
+            daemon_line("slave has version 4000000 and provides 1 GPU(s)"),
+        ]
+    )
     assert daemon_line(f"starting slave for master {master}") not in node.quit()
 
 
@@ -218,16 +248,26 @@ def test_without_flags_only_errors_and_the_slaves_failures_are_logged(farm):
     other.expect(node.status(wire.UNEXPECTED_REPLY))
     running(node, owner, other)
     other.request(wire.STEAL_REQUEST)
-    other.expect(*(node.status(kind, other) for kind in (wire.DAEMON_STATUS, wire.STEAL_REPLY, wire.SLAVE_RUNNING)))
+    other.expect(
+        *(
+            node.status(kind, other)
+            for kind in (wire.DAEMON_STATUS, wire.STEAL_REPLY, wire.SLAVE_RUNNING)
+        )
+    )
     owner.expect(node.status(wire.DAEMON_STATUS, other))
     node.kill_slave()
     other.expect(node.status(wire.SLAVE_FAILED, other))
     stopped(node, other, owner)
     running(node, owner, other)
     lines = node.quit()[serving:-3]
-    assert lines == [error_line("unexpected message type (7)"), *LAUNCH, *LAUNCH,
-                     plain_line("slave crashed or was stopped via CTRL-C"), *LAUNCH,
-                     plain_line("closing down all existing master connections (2)...")]
+    assert lines == [
+        error_line("unexpected message type (7)"),
+        *LAUNCH,
+        *LAUNCH,
+        plain_line("slave crashed or was stopped via CTRL-C"),
+        *LAUNCH,
+        plain_line("closing down all existing master connections (2)..."),
+    ]
 
 
 def test_requests_in_one_packet_are_answered_in_order(farm):

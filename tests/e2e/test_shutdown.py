@@ -16,11 +16,18 @@ from support.scenario import PUPPET, scenario
 NOT_UNDER_WINE = pytest.mark.linux_only("Wine does not hand other signals to a program")
 # Signals of the kind that a program's own fault raises: the thread sanitizer calls their handler at once, whatever it is
 # doing itself, and at times fails at that.
-NOT_SANITIZED = pytest.mark.skipif(measure.THREAD_SANITIZED, reason="the thread sanitizer's handling is not safe")
-SIGNALS = [signal.SIGINT, pytest.param(signal.SIGTERM, marks=NOT_UNDER_WINE),
-           pytest.param(signal.SIGHUP, marks=NOT_UNDER_WINE),
-           *(pytest.param(number, marks=[NOT_UNDER_WINE, NOT_SANITIZED])
-             for number in (signal.SIGABRT, signal.SIGFPE, signal.SIGILL, signal.SIGSEGV))]
+NOT_SANITIZED = pytest.mark.skipif(
+    measure.THREAD_SANITIZED, reason="the thread sanitizer's handling is not safe"
+)
+SIGNALS = [
+    signal.SIGINT,
+    pytest.param(signal.SIGTERM, marks=NOT_UNDER_WINE),
+    pytest.param(signal.SIGHUP, marks=NOT_UNDER_WINE),
+    *(
+        pytest.param(number, marks=[NOT_UNDER_WINE, NOT_SANITIZED])
+        for number in (signal.SIGABRT, signal.SIGFPE, signal.SIGILL, signal.SIGSEGV)
+    ),
+]
 
 
 def closing(count):
@@ -31,7 +38,7 @@ def tail(lines, first):
     """What was printed from this line on, without the lines that close every log."""
     assert lines[-3] == lines[-1] == plain_line("")
     assert lines[-2].startswith(plain_line("Stopped logging on "))
-    return lines[lines.index(first):-3]
+    return lines[lines.index(first) : -3]
 
 
 @pytest.mark.parametrize("number", SIGNALS)
@@ -52,7 +59,9 @@ def test_connections_are_closed_in_the_order_of_their_addresses(farm, number):
     assert node.wait_exit() == 0
     node.output.rest()
     assert tail(node.own_lines(), closing(3)) == [
-        closing(3), *(daemon_line(f"disconnected from master {master}") for master in masters)]
+        closing(3),
+        *(daemon_line(f"disconnected from master {master}") for master in masters),
+    ]
 
 
 @pytest.mark.parametrize("number", SIGNALS[:3])
@@ -67,7 +76,11 @@ def test_slave_is_stopped_with_its_owners_connection(farm, number):
     assert node.wait_exit() == 0
     node.output.rest()
     about_the_slave = ("heartbeat", "slave conn", "monitoring", "slave process")
-    lines = [line for line in tail(node.own_lines(), closing(3)) if not any(words in line for words in about_the_slave)]
+    lines = [
+        line
+        for line in tail(node.own_lines(), closing(3))
+        if not any(words in line for words in about_the_slave)
+    ]
     assert lines == [
         closing(3),
         daemon_line(f"disconnected from master {first}"),
@@ -153,8 +166,13 @@ def test_second_signal_ends_a_slow_shutdown_at_once(farm, second):
     node.wait_no_slave()
 
 
-@pytest.mark.parametrize("first, second", [(signal.SIGINT, signal.SIGINT),
-                                           pytest.param(signal.SIGTERM, signal.SIGHUP, marks=NOT_UNDER_WINE)])
+@pytest.mark.parametrize(
+    "first, second",
+    [
+        (signal.SIGINT, signal.SIGINT),
+        pytest.param(signal.SIGTERM, signal.SIGHUP, marks=NOT_UNDER_WINE),
+    ],
+)
 def test_signals_within_a_second_are_one_request(farm, first, second):
     """A process manager may signal a process and its group, or hang up right behind its request."""
     node, owner = farm(plays=scenario(settings="on-stop exit-after 1500"))
@@ -165,7 +183,9 @@ def test_signals_within_a_second_are_one_request(farm, first, second):
     node.interrupt(second)
     assert node.wait_exit() == 0
     node.output.rest()
-    assert tail(node.own_lines(), closing(1))[-1] == daemon_line(f"disconnected from master {owner}")
+    assert tail(node.own_lines(), closing(1))[-1] == daemon_line(
+        f"disconnected from master {owner}"
+    )
 
 
 @pytest.mark.linux_only("Wine does not hand other signals to a program")

@@ -15,13 +15,21 @@ from support.scenario import QUICK_INFORMATION, scenario
 def arguments_of_slave(node, master, after):
     """What the slave of `master` saw behind its fixed arguments, which are checked here."""
     port = node.monitor_port(after)
-    fixed = [programs.STANDIN_SLAVE, "--net-master-address", master.address[0], "--net-master-port",
-             str(master.address[1]), "--daemon-port", str(port), "--alias"]
+    fixed = [
+        programs.STANDIN_SLAVE,
+        "--net-master-address",
+        master.address[0],
+        "--net-master-port",
+        str(master.address[1]),
+        "--daemon-port",
+        str(port),
+        "--alias",
+    ]
     for number, text in enumerate(fixed):
         after = node.slave_report(f"argument {number}: [{text}]", after)
     end = node.output.wait_match(r"standin: folder: .*", after).string
-    lines = node.output.lines()[after + 1:]
-    rest = [line for line in lines[:lines.index(end)] if line.startswith("standin: argument ")]
+    lines = node.output.lines()[after + 1 :]
+    rest = [line for line in lines[: lines.index(end)] if line.startswith("standin: argument ")]
     return [line.partition(": [")[2][:-1] for line in rest]
 
 
@@ -32,20 +40,23 @@ def seen(farm, **settings):
     return arguments_of_slave(node, master, start_line(node, master))
 
 
-@pytest.mark.parametrize("alias, taken", [
-    ("", ""),
-    ("node7", "node7"),
-    ("two  words", "two  words"),
-    ("  ", "  "),
-    ("Übergröße 日本", "Übergröße 日本"),
-    ("it's", "it's"),
-    ("C:\\folder\\file", "C:\\folder\\file"),
-    ("ends with two\\\\", "ends with two\\"),
-    ('a "quoted" name', "a quoted name"),
-    ('doubled "" quote', 'doubled " quote'),
-    ('say \\"hi\\"', 'say "hi"'),
-    ("50% %s $HOME `id` *", "50% %s $HOME `id` *"),
-])
+@pytest.mark.parametrize(
+    "alias, taken",
+    [
+        ("", ""),
+        ("node7", "node7"),
+        ("two  words", "two  words"),
+        ("  ", "  "),
+        ("Übergröße 日本", "Übergröße 日本"),
+        ("it's", "it's"),
+        ("C:\\folder\\file", "C:\\folder\\file"),
+        ("ends with two\\\\", "ends with two\\"),
+        ('a "quoted" name', "a quoted name"),
+        ('doubled "" quote', 'doubled " quote'),
+        ('say \\"hi\\"', 'say "hi"'),
+        ("50% %s $HOME `id` *", "50% %s $HOME `id` *"),
+    ],
+)
 def test_alias(farm, alias, taken):
     assert seen(farm, alias=alias) == [taken]
 
@@ -67,18 +78,21 @@ def test_alias_that_closes_its_quotes_adds_arguments(farm):
     assert seen(farm, alias='x" -g 7 "y') == ["x", "-g", "7", "y"]
 
 
-@pytest.mark.parametrize("options, taken", [
-    (["--gpus", "1,2"], ["-g", "0", "-g", "1"]),
-    (["--gpus", "3 1 3"], ["-g", "2", "-g", "0", "-g", "2"]),
-    (["--gpus", "2147483647"], ["-g", "2147483646"]),
-    (["--out-of-core", "8G"], ["--out-of-core", "8589934592"]),
-    (["--out-of-core", "8G,512m"], ["--out-of-core", "8589934592,536870912"]),
-    (["--out-of-core", "8G,0"], ["--out-of-core", "8589934592"]),
-    (["--out-of-core", "0,1G"], []),
-    (["--out-of-core", "99999999999999999999"], ["--out-of-core", "9223372036854775807"]),
-    (["--out-of-core", "9223372036854775807G"], ["--out-of-core", "9223372036854775807"]),
-    (["--gpus", "2", "--out-of-core", "1k,1"], ["-g", "1", "--out-of-core", "1024,1"]),
-])
+@pytest.mark.parametrize(
+    "options, taken",
+    [
+        (["--gpus", "1,2"], ["-g", "0", "-g", "1"]),
+        (["--gpus", "3 1 3"], ["-g", "2", "-g", "0", "-g", "2"]),
+        (["--gpus", "2147483647"], ["-g", "2147483646"]),
+        (["--out-of-core", "8G"], ["--out-of-core", "8589934592"]),
+        (["--out-of-core", "8G,512m"], ["--out-of-core", "8589934592,536870912"]),
+        (["--out-of-core", "8G,0"], ["--out-of-core", "8589934592"]),
+        (["--out-of-core", "0,1G"], []),
+        (["--out-of-core", "99999999999999999999"], ["--out-of-core", "9223372036854775807"]),
+        (["--out-of-core", "9223372036854775807G"], ["--out-of-core", "9223372036854775807"]),
+        (["--gpus", "2", "--out-of-core", "1k,1"], ["-g", "1", "--out-of-core", "1024,1"]),
+    ],
+)
 def test_gpus_and_out_of_core(farm, options, taken):
     assert seen(farm, options=options) == ["", *taken]
 
@@ -114,7 +128,11 @@ def test_slave_is_served_on_the_same_port_again(farm):
 
 
 def process_status(pid, field):
-    rows = dict(line.split(":\t", 1) for line in Path(f"/proc/{pid}/status").read_text().splitlines() if ":\t" in line)
+    rows = dict(
+        line.split(":\t", 1)
+        for line in Path(f"/proc/{pid}/status").read_text().splitlines()
+        if ":\t" in line
+    )
     return rows[field].strip()
 
 
@@ -129,8 +147,11 @@ def sleeping_slave(make_node, make_master):
         node.slave.write_text("#!/bin/sh\nexec sleep 600\n")
         node.slave.chmod(0o755)
         owner.request(wire.START_REQUEST)
-        wait_until(lambda: [Path(f"/proc/{slave}/comm").read_text() for slave in node.slave_processes()] == ["sleep\n"],
-                   "the slave sleeps")
+        wait_until(
+            lambda: [Path(f"/proc/{slave}/comm").read_text() for slave in node.slave_processes()]
+            == ["sleep\n"],
+            "the slave sleeps",
+        )
         return node.slave_process()
 
     return start
@@ -144,15 +165,22 @@ def test_slave_has_the_standard_streams_and_nothing_else(make_node, sleeping_sla
     os.close(reader)
     os.close(writer)
     # Its loader has a library open for a moment; what it inherits stays.
-    wait_until(lambda: sorted(os.listdir(f"/proc/{slave}/fd")) == ["0", "1", "2"], "the slave has nothing else")
+    wait_until(
+        lambda: sorted(os.listdir(f"/proc/{slave}/fd")) == ["0", "1", "2"],
+        "the slave has nothing else",
+    )
 
 
 @pytest.mark.linux_only("reads the slave's state from /proc")
-@pytest.mark.parametrize("ignored", [
-    [],
-    [signal.SIGHUP],
-    [signal.SIGPIPE, signal.SIGUSR1, signal.SIGRTMAX],
-], ids=["none", "as under nohup", "others, of which the daemon ignores one itself"])
+@pytest.mark.parametrize(
+    "ignored",
+    [
+        [],
+        [signal.SIGHUP],
+        [signal.SIGPIPE, signal.SIGUSR1, signal.SIGRTMAX],
+    ],
+    ids=["none", "as under nohup", "others, of which the daemon ignores one itself"],
+)
 def test_slave_gets_the_signals_as_the_daemon_got_them(make_node, sleeping_slave, ignored):
     def prepare():
         for number in signal.valid_signals() - {signal.SIGKILL, signal.SIGSTOP}:
@@ -168,7 +196,9 @@ def test_slave_gets_the_signals_as_the_daemon_got_them(make_node, sleeping_slave
 def test_slave_starts_in_the_daemons_group(make_node, sleeping_slave):
     node = make_node()
     slave = sleeping_slave(node, env={**os.environ, "QUELTA_TEST_MARK": "handed on"})
-    assert int(process_status(slave, "SigBlk"), 16) == int(process_status(os.getpid(), "SigBlk"), 16)
+    assert int(process_status(slave, "SigBlk"), 16) == int(
+        process_status(os.getpid(), "SigBlk"), 16
+    )
     assert int(process_status(slave, "PPid")) == node.process.pid
     assert os.getpgid(slave) == os.getpgid(node.process.pid) == node.process.pid
     assert b"QUELTA_TEST_MARK=handed on" in Path(f"/proc/{slave}/environ").read_bytes().split(b"\0")

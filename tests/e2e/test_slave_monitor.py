@@ -26,20 +26,41 @@ def assert_still_heard(node, slave, after):
     return node.output.wait(HEARTBEAT, after)
 
 
-@pytest.mark.parametrize("record, complaint", [
-    (GOOD_STATUS + "00000000", "slave daemon message had invalid size (24)"),
-    (GOOD_STATUS[:-2], "slave daemon message had invalid size (19)"),
-    ("0d", "slave daemon message had invalid size (1)"),
-    ("ff" * 92, "slave daemon message had invalid size (92)"),
-    ("7fce720d 01000000 02000000 00000000 00000000", "slave daemon message had invalid header"),
-    ("00000000 02000000 ffffffff 00000000 00000000", "slave daemon message had invalid header"),
-    ("0d72ce7f 02000000 02000000 00000000 00000000", "slave daemon message had invalid version (2)"),
-    ("0d72ce7f 00000000 06000000 00000000 00000000", "slave daemon message had invalid version (0)"),
-    ("0d72ce7f ffffffff 02000000 00000000 00000000", "slave daemon message had invalid version (4294967295)"),
-    ("0d72ce7f 01000000 06000000 00000000 00000000", "slave daemon message had invalid type (6)"),
-    ("0d72ce7f 01000000 ffffffff 00000000 00000000", "slave daemon message had invalid type (-1)"),
-    ("0d72ce7f 01000000 00000080 00000000 00000000", "slave daemon message had invalid type (-2147483648)"),
-])
+@pytest.mark.parametrize(
+    "record, complaint",
+    [
+        (GOOD_STATUS + "00000000", "slave daemon message had invalid size (24)"),
+        (GOOD_STATUS[:-2], "slave daemon message had invalid size (19)"),
+        ("0d", "slave daemon message had invalid size (1)"),
+        ("ff" * 92, "slave daemon message had invalid size (92)"),
+        ("7fce720d 01000000 02000000 00000000 00000000", "slave daemon message had invalid header"),
+        ("00000000 02000000 ffffffff 00000000 00000000", "slave daemon message had invalid header"),
+        (
+            "0d72ce7f 02000000 02000000 00000000 00000000",
+            "slave daemon message had invalid version (2)",
+        ),
+        (
+            "0d72ce7f 00000000 06000000 00000000 00000000",
+            "slave daemon message had invalid version (0)",
+        ),
+        (
+            "0d72ce7f ffffffff 02000000 00000000 00000000",
+            "slave daemon message had invalid version (4294967295)",
+        ),
+        (
+            "0d72ce7f 01000000 06000000 00000000 00000000",
+            "slave daemon message had invalid type (6)",
+        ),
+        (
+            "0d72ce7f 01000000 ffffffff 00000000 00000000",
+            "slave daemon message had invalid type (-1)",
+        ),
+        (
+            "0d72ce7f 01000000 00000080 00000000 00000000",
+            "slave daemon message had invalid type (-2147483648)",
+        ),
+    ],
+)
 def test_invalid_record_is_told_and_dropped(watched, record, complaint):
     node, owner, slave = watched
     slave.send(bytes.fromhex(record))
@@ -60,7 +81,9 @@ def test_slave_may_come_by_any_address_of_the_machine(farm):
 def test_record_of_a_megabyte(watched):
     node, _, slave = watched
     slave.send(b"\x0d" * 1048576)
-    line = node.output.wait_sequence([error_line("slave daemon message had invalid size (1048576)"), INVALID])
+    line = node.output.wait_sequence(
+        [error_line("slave daemon message had invalid size (1048576)"), INVALID]
+    )
     assert_still_heard(node, slave, line)
 
 
@@ -68,36 +91,48 @@ def test_record_of_a_megabyte(watched):
 def test_record_that_a_slave_does_not_send(watched, kind, name):
     node, _, slave = watched
     slave.report(kind)
-    line = node.output.wait_sequence([daemon_line(f"received heartbeat message '{name}' from slave"),
-                                      error_line("received invalid status message from slave")])
+    line = node.output.wait_sequence(
+        [
+            daemon_line(f"received heartbeat message '{name}' from slave"),
+            error_line("received invalid status message from slave"),
+        ]
+    )
     assert_still_heard(node, slave, line)
     assert INVALID not in node.own_lines()
 
 
 def test_heartbeats_are_logged_by_name(watched):
     node, owner, slave = watched
-    for record in ("0d72ce7f 01000000 00000000 00000000 00000000", GOOD_STATUS,
-                   "0d72ce7f 01000000 01000000 05000000 40e20100"):
+    for record in (
+        "0d72ce7f 01000000 00000000 00000000 00000000",
+        GOOD_STATUS,
+        "0d72ce7f 01000000 01000000 05000000 40e20100",
+    ):
         slave.send(bytes.fromhex(record))
-    node.output.wait_sequence([
-        daemon_line("slave connection created"),
-        daemon_line("slave connection established"),
-        daemon_line("started to monitor slave"),
-        daemon_line("received heartbeat message 'AUTHENTICATING' from slave"),
-        daemon_line("received heartbeat message 'SLAVE_STATUS' from slave"),
-        daemon_line("received heartbeat message 'SLAVE_INFO' from slave"),
-        daemon_line("slave has version 123456 and provides 5 GPU(s)"),
-    ])
+    node.output.wait_sequence(
+        [
+            daemon_line("slave connection created"),
+            daemon_line("slave connection established"),
+            daemon_line("started to monitor slave"),
+            daemon_line("received heartbeat message 'AUTHENTICATING' from slave"),
+            daemon_line("received heartbeat message 'SLAVE_STATUS' from slave"),
+            daemon_line("received heartbeat message 'SLAVE_INFO' from slave"),
+            daemon_line("slave has version 123456 and provides 5 GPU(s)"),
+        ]
+    )
     # What the slave reports in service does not change what the daemon learnt at its start.
     owner.expect(node.status(wire.SLAVE_RUNNING, owner))
 
 
-@pytest.mark.parametrize("junk", [
-    "2c9eb4f2 00000000",
-    "2c9eb4f2 ffffffff",
-    "2c9eb4f2 00000080",
-    "2c9eb4f2 00000000" * 50,
-])
+@pytest.mark.parametrize(
+    "junk",
+    [
+        "2c9eb4f2 00000000",
+        "2c9eb4f2 ffffffff",
+        "2c9eb4f2 00000080",
+        "2c9eb4f2 00000000" * 50,
+    ],
+)
 def test_empty_and_negative_frames_are_passed_over(watched, junk):
     node, _, slave = watched
     slave.send_bytes(bytes.fromhex(junk))
@@ -120,13 +155,16 @@ def test_many_records_at_once(watched):
         after = node.output.wait(HEARTBEAT, after)
 
 
-@pytest.mark.parametrize("junk", [
-    "2c9eb4f3 14000000" + GOOD_STATUS,
-    "00" * 64,
-    "2c9eb4f2 14000000 0d72ce7f 01000000",
-    "2c9eb4f2 14",
-    "474554202f20485454502f312e310d0a0d0a",
-])
+@pytest.mark.parametrize(
+    "junk",
+    [
+        "2c9eb4f3 14000000" + GOOD_STATUS,
+        "00" * 64,
+        "2c9eb4f2 14000000 0d72ce7f 01000000",
+        "2c9eb4f2 14",
+        "474554202f20485454502f312e310d0a0d0a",
+    ],
+)
 def test_foreign_or_cut_frame_harms_nobody_else(farm, junk):
     node, owner, other = farm(2, plays=scenario(PUPPET))
     slave = puppet(node, owner, other)
@@ -161,24 +199,37 @@ def test_slave_cannot_connect_again(watched):
     slave.report(wire.SLAVE_INFO)
     owner.expect(node.status(wire.SLAVE_RUNNING, owner))
     slave.close()
-    line = node.output.wait_sequence([daemon_line("slave connection closed"), daemon_line("stopped monitoring slave")])
+    line = node.output.wait_sequence(
+        [daemon_line("slave connection closed"), daemon_line("stopped monitoring slave")]
+    )
     again = SlaveConnection(node.monitor_port())
     line = node.output.wait(error_line("multiple connections requested for slave monitor"), line)
     assert again.is_closed_by_daemon()
     # The limits run on: without a connection the slave hangs after its initialisation.
-    node.output.wait("            detected that slave is hanging after initialization -> stopping slave", line)
+    node.output.wait(
+        "            detected that slave is hanging after initialization -> stopping slave", line
+    )
     node.kill_slave()
     owner.expect(node.status(wire.SLAVE_FAILED, owner))
 
 
 def test_stand_in_speaks_malformed_bytes(farm):
-    node, owner = farm(plays=scenario(
-        "connect\nframe 0d72ce7f02000000020000000000000000000000\nraw 2c9eb4f200000000\n"
-        "frame 0d times 21\ninfo\nwait 2500\nbeat 1000"))
+    node, owner = farm(
+        plays=scenario(
+            "connect\nframe 0d72ce7f02000000020000000000000000000000\nraw 2c9eb4f200000000\n"
+            "frame 0d times 21\ninfo\nwait 2500\nbeat 1000"
+        )
+    )
     started(node, owner)
     owner.expect(node.status(wire.SLAVE_RUNNING, owner))
-    node.output.wait_sequence([error_line("slave daemon message had invalid version (2)"), INVALID,
-                               error_line("slave daemon message had invalid size (21)"), INVALID])
+    node.output.wait_sequence(
+        [
+            error_line("slave daemon message had invalid version (2)"),
+            INVALID,
+            error_line("slave daemon message had invalid size (21)"),
+            INVALID,
+        ]
+    )
     stopped(node, owner)
 
 

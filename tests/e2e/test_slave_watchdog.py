@@ -14,7 +14,9 @@ from support.ownership import puppet, running, started, stopped
 from support.scenario import PUPPET, scenario
 
 HANGING_AT_START = plain_line("detected that slave is hanging during startup -> stopping slave")
-HANGING_AFTER_INFO = plain_line("detected that slave is hanging after initialization -> stopping slave")
+HANGING_AFTER_INFO = plain_line(
+    "detected that slave is hanging after initialization -> stopping slave"
+)
 HEARTBEAT_STOPPED = plain_line("detected that heart beat of slave stopped -> stopping slave")
 CRASHED = plain_line("slave crashed or was stopped via CTRL-C")
 KILLED = plain_line("slave didn't stop gracefully, killing process by force")
@@ -96,11 +98,15 @@ def test_slave_whose_heartbeat_stops(farm):
 
 @pytest.mark.slow
 def test_heartbeats_may_be_up_to_ten_seconds_apart(farm):
-    node, owner = farm(plays=scenario("connect\nstatus\nwait 8500\nstatus\nwait 8500\nstatus\nbeat 1000"))
+    node, owner = farm(
+        plays=scenario("connect\nstatus\nwait 8500\nstatus\nwait 8500\nstatus\nbeat 1000")
+    )
     after = -1
     started(node, owner)
     for _ in range(4):
-        after = node.output.wait(daemon_line("received heartbeat message 'SLAVE_STATUS' from slave"), after)
+        after = node.output.wait(
+            daemon_line("received heartbeat message 'SLAVE_STATUS' from slave"), after
+        )
     owner.expect_silence(node.status(wire.DAEMON_STATUS, owner))
 
 
@@ -115,8 +121,17 @@ def test_slave_that_ignores_the_stop_after_a_hang_is_killed_after_its_owner_was_
     assert_failed(node, owner)
 
 
-@pytest.mark.parametrize("steps", ["exit 0", "exit 7", "crash", "connect\nauthenticating\nexit 0",
-                                   "connect\nstatus\nwait 300\nexit 0", "connect\ncrash"])
+@pytest.mark.parametrize(
+    "steps",
+    [
+        "exit 0",
+        "exit 7",
+        "crash",
+        "connect\nauthenticating\nexit 0",
+        "connect\nstatus\nwait 300\nexit 0",
+        "connect\ncrash",
+    ],
+)
 def test_slave_that_ends_by_itself_has_failed(farm, steps):
     node, owner, other = farm(2, plays=scenario(steps))
     started(node, owner, other)
@@ -144,20 +159,32 @@ def test_slave_that_dies_right_after_its_information_ran_and_failed(farm):
     node.kill_slave()
     owner.expect(node.status(wire.SLAVE_RUNNING, owner))
     assert_failed(node, owner, other)
-    node.output.wait_sequence([
-        daemon_line(f"notifying master {owner} that the slave is initialized and running"), CRASHED,
-        failure_notice(owner)])
+    node.output.wait_sequence(
+        [
+            daemon_line(f"notifying master {owner} that the slave is initialized and running"),
+            CRASHED,
+            failure_notice(owner),
+        ]
+    )
 
 
 def test_slave_is_told_to_run_once_whatever_it_reports(farm):
     node, owner = farm(plays=scenario(PUPPET))
     slave = puppet(node, owner)
     line = -1
-    for kind in (wire.SLAVE_STATUS, wire.AUTHENTICATING, wire.SLAVE_INFO, wire.SLAVE_STATUS, wire.AUTHENTICATING,
-                 wire.SLAVE_INFO):
+    for kind in (
+        wire.SLAVE_STATUS,
+        wire.AUTHENTICATING,
+        wire.SLAVE_INFO,
+        wire.SLAVE_STATUS,
+        wire.AUTHENTICATING,
+        wire.SLAVE_INFO,
+    ):
         slave.report(kind)
         name = ("AUTHENTICATING", "SLAVE_INFO", "SLAVE_STATUS")[kind]
-        line = node.output.wait(daemon_line(f"received heartbeat message '{name}' from slave"), line)
+        line = node.output.wait(
+            daemon_line(f"received heartbeat message '{name}' from slave"), line
+        )
     owner.expect(node.status(wire.SLAVE_RUNNING, owner))
     # Four more seconds of silence after the second information show that the watch went on.
     node.output.wait(HANGING_AFTER_INFO)
@@ -171,7 +198,9 @@ def test_slave_that_only_beats_never_counts_as_initialised(farm):
     started(node, owner)
     line = -1
     for _ in range(4):
-        line = node.output.wait(daemon_line("received heartbeat message 'SLAVE_STATUS' from slave"), line)
+        line = node.output.wait(
+            daemon_line("received heartbeat message 'SLAVE_STATUS' from slave"), line
+        )
     owner.expect_silence(node.status(wire.DAEMON_STATUS, owner))
     stopped(node, owner)
 
@@ -181,7 +210,9 @@ def test_failure_belongs_to_the_connection_that_asked_for_the_slave(farm):
     node, named, asking = farm(2)
     asking.request(wire.START_REQUEST, address=named.address)
     told = node.status(wire.DAEMON_STATUS, named, text=asking.text)
-    asking.expect(told, told._replace(kind=wire.START_REPLY), told._replace(kind=wire.SLAVE_RUNNING))
+    asking.expect(
+        told, told._replace(kind=wire.START_REPLY), told._replace(kind=wire.SLAVE_RUNNING)
+    )
     named.expect(told)
     node.kill_slave()
     asking.expect(told._replace(kind=wire.SLAVE_FAILED))

@@ -41,7 +41,12 @@ def steal_to_and_fro(node, owner, other):
     node.play(WELL_BEHAVED)
     for thief, victim in ((other, owner), (owner, other)):
         thief.request(wire.STEAL_REQUEST)
-        thief.expect(*(node.status(kind, thief) for kind in (wire.DAEMON_STATUS, wire.STEAL_REPLY, wire.SLAVE_RUNNING)))
+        thief.expect(
+            *(
+                node.status(kind, thief)
+                for kind in (wire.DAEMON_STATUS, wire.STEAL_REPLY, wire.SLAVE_RUNNING)
+            )
+        )
         victim.expect(node.status(wire.DAEMON_STATUS, thief))
     stopped(node, owner, other)
 
@@ -70,7 +75,9 @@ def lose_the_owner(node, owner, other):
     owner.vanish()
     other.expect(node.status(wire.DAEMON_STATUS))
     owner.return_to(node)
-    owner.expect_silence(node.status(wire.DAEMON_STATUS))  # once it is served, all its threads are there
+    owner.expect_silence(
+        node.status(wire.DAEMON_STATUS)
+    )  # once it is served, all its threads are there
 
 
 def hang_until_the_limit(node, owner, other):
@@ -102,7 +109,9 @@ def held(process):
 
 
 @pytest.mark.linux_only("counts what a Linux process holds")
-@pytest.mark.skipif(measure.SANITIZED, reason="a sanitizer has threads of its own, which come when they are needed")
+@pytest.mark.skipif(
+    measure.SANITIZED, reason="a sanitizer has threads of its own, which come when they are needed"
+)
 @pytest.mark.slow
 def test_as_much_is_held_after_many_slaves_as_before(farm):
     node, owner, other = farm(2, flags="daemon logPrefix logJuce")
@@ -117,7 +126,9 @@ def test_as_much_is_held_after_many_slaves_as_before(farm):
     wait_until(lambda: held(daemon) == before, f"the daemon holds {before} again")
     assert before[2] == {}, "no child is left, and no zombie"
     grown = measure.resident_kilobytes(daemon) - kilobytes
-    print(f"{ROUNDS} rounds: {before[1]} threads, {sum(before[0].values())} descriptors, {grown:+} kB")
+    print(
+        f"{ROUNDS} rounds: {before[1]} threads, {sum(before[0].values())} descriptors, {grown:+} kB"
+    )
     assert grown < GROWTH_KILOBYTES
     lines = node.quit()
     # No monitor has kept its port, so none of the later ones had to look for another.
@@ -130,7 +141,9 @@ def test_as_much_is_held_after_many_slaves_as_before(farm):
 def census(node):
     """The daemon's handles of each kind and its threads, as the system's own calls see them while a slave runs."""
     counted = programs.run(programs.bin_dir() / CENSUS, node.slave_id())
-    return Counter({kind: int(number) for kind, number in (line.split(": ") for line in counted.splitlines())})
+    return Counter(
+        {kind: int(number) for kind, number in (line.split(": ") for line in counted.splitlines())}
+    )
 
 
 def windows_held(node):
@@ -148,7 +161,13 @@ def test_each_launch_keeps_its_two_handles_and_nothing_else(farm):
     node, owner, other = farm(2, flags="daemon logPrefix logJuce")
 
     def launches():
-        return len([line for line in node.output.lines() if line.startswith(daemon_line("starting slave for master "))])
+        return len(
+            [
+                line
+                for line in node.output.lines()
+                if line.startswith(daemon_line("starting slave for master "))
+            ]
+        )
 
     def held_while_running():
         node.play(WELL_BEHAVED)

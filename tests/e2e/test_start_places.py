@@ -32,11 +32,13 @@ def assert_own_files(node, program=None, **popen):
     current = node.folder / "current"
     current.mkdir(exist_ok=True)
     (current / node.flags_file.name).write_text("logTime")
-    process = subprocess.run(program or [node.program], capture_output=True, timeout=60, cwd=current, **popen)
+    process = subprocess.run(
+        program or [node.program], capture_output=True, timeout=60, cwd=current, **popen
+    )
     assert (process.returncode, process.stderr) == (0, b"")
     lines = between_start_and_stop(process.stdout.decode().splitlines())
     assert [line for line in lines if line.startswith("logAppendToFile")][0].split()[2] == "23"
-    assert lines[-len(usage(node.program)):] == usage(node.program)
+    assert lines[-len(usage(node.program)) :] == usage(node.program)
     assert node.log_file.read_bytes() == process.stdout
     assert not (current / LOG_FILE).exists()
 
@@ -113,7 +115,9 @@ def test_daemon_whose_own_name_is_no_text(make_node, name):
     os.rename(node.program, program)
     process = subprocess.run([program], capture_output=True, timeout=60)
     shown = name.decode("latin-1")
-    assert between_start_and_stop(process.stdout.decode().splitlines())[3].startswith(f"  {shown}  --port ")
+    assert between_start_and_stop(process.stdout.decode().splitlines())[3].startswith(
+        f"  {shown}  --port "
+    )
     assert node.log_file.read_bytes() == process.stdout
 
 
@@ -136,8 +140,11 @@ def test_current_folder_whose_name_is_no_text(make_node, name):
 def test_slave_that_cannot_be_named_from_such_a_folder(make_node, path):
     node = make_node(flags=None)
     node.start(["--port", "5130", "--slave", path], cwd=folder_named(node, OVERLONG))
-    resolved = os.path.normpath(f"/proc/{node.process.pid}/cwd/{path}" if path == "missing" else
-                                f"/proc/{node.process.pid}/slave")
+    resolved = os.path.normpath(
+        f"/proc/{node.process.pid}/cwd/{path}"
+        if path == "missing"
+        else f"/proc/{node.process.pid}/slave"
+    )
     assert between_start_and_stop(node.output.rest()) == [f'"{resolved}" is not an existing file.']
     assert node.wait_exit() == 0
 
@@ -148,13 +155,18 @@ def test_current_folder_that_has_been_deleted(make_node):
     gone.mkdir()
     node.start(["--port", "5130", "--slave", "slave"], cwd=gone, preexec_fn=gone.rmdir)
     assert between_start_and_stop(node.output.rest()) == [
-        f'"/proc/{node.process.pid}/cwd/slave" is not an existing file.']
+        f'"/proc/{node.process.pid}/cwd/slave" is not an existing file.'
+    ]
 
 
 def test_home_folder_whose_name_is_no_text(make_node):
     node = make_node(flags=None)
-    node.start(["--port", "5130", "--slave", "~/slave"], env={**os.environb, b"HOME": b"/" + OVERLONG})
-    assert between_start_and_stop(node.output.rest()) == [f'"{node.folder}/~/slave" is not an existing file.']
+    node.start(
+        ["--port", "5130", "--slave", "~/slave"], env={**os.environb, b"HOME": b"/" + OVERLONG}
+    )
+    assert between_start_and_stop(node.output.rest()) == [
+        f'"{node.folder}/~/slave" is not an existing file.'
+    ]
     assert node.wait_exit() == 0
 
 

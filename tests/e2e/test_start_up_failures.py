@@ -41,14 +41,18 @@ def test_relative_slave_path_is_taken_from_the_current_directory(make_node):
     assert whole_output(node) == [f'"{expected}" is not an existing file.']
 
 
-@pytest.mark.parametrize("given, taken", [("1023", 1023), ("1", 1), ("66559", 1023), ("-64536", 1000)])
+@pytest.mark.parametrize(
+    "given, taken", [("1023", 1023), ("1", 1), ("66559", 1023), ("-64536", 1000)]
+)
 def test_port_below_1024_is_refused(make_node, given, taken):
     node = make_node(flags=None)
     node.start(["--port", given, "--slave", programs.native_path(node.slave)])
     assert whole_output(node) == [f"daemon port {taken} is invalid, should be in range 1024..65535"]
 
 
-@pytest.mark.parametrize("given, taken", [("1024", 1024), ("70000", 4464), ("  +05130abc", 5130), ("-2", 65534)])
+@pytest.mark.parametrize(
+    "given, taken", [("1024", 1024), ("70000", 4464), ("  +05130abc", 5130), ("-2", 65534)]
+)
 def test_port_is_the_leading_integer_in_16_bits(make_node, given, taken):
     node = make_node(flags=None)
     node.start(["--port", given, "--slave", programs.native_path(node.slave)])
@@ -69,7 +73,10 @@ def test_slave_that_is_no_program(make_node):
     node.slave.chmod(0o755)
     node.start()
     error_number = 193 if programs.ON_WINDOWS else 8
-    assert whole_output(node) == [*INFORMATION_RUN, f"failed to launch Quelta slave: {error_number}"]
+    assert whole_output(node) == [
+        *INFORMATION_RUN,
+        f"failed to launch Quelta slave: {error_number}",
+    ]
 
 
 @pytest.mark.linux_only("Windows has no permission to execute")
@@ -96,20 +103,41 @@ def test_last_port_of_all_leaves_none_for_the_slave(make_node):
     node = make_node(flags=None, plays=scenario(information="exit 0"))
     node.start(["--port", "65535", "--slave", programs.native_path(node.slave)])
     output = node.output.rest()
-    assert [line for line in output if line.startswith("standin: argument 6")] == ["standin: argument 6: [0]"]
+    assert [line for line in output if line.startswith("standin: argument 6")] == [
+        "standin: argument 6: [0]"
+    ]
     assert between_start_and_stop(node.own_lines()) == [
-        *INFORMATION_RUN, "could not find a free socket to monitor slave", "slave crashed or was stopped via CTRL-C"]
+        *INFORMATION_RUN,
+        "could not find a free socket to monitor slave",
+        "slave crashed or was stopped via CTRL-C",
+    ]
 
 
-@pytest.mark.parametrize("port, slave, plays, line", [
-    ("5130", "missing", "", error_line('"{missing}" is not an existing file.')),
-    ("80", "slave", "", error_line("daemon port 80 is invalid, should be in range 1024..65535")),
-    ("5130", "slave", "exit 0", plain_line("slave crashed or was stopped via CTRL-C")),
-], ids=["no slave", "low port", "crash"])
+@pytest.mark.parametrize(
+    "port, slave, plays, line",
+    [
+        ("5130", "missing", "", error_line('"{missing}" is not an existing file.')),
+        (
+            "80",
+            "slave",
+            "",
+            error_line("daemon port 80 is invalid, should be in range 1024..65535"),
+        ),
+        ("5130", "slave", "exit 0", plain_line("slave crashed or was stopped via CTRL-C")),
+    ],
+    ids=["no slave", "low port", "crash"],
+)
 def test_errors_are_tagged_and_what_the_slave_does_is_not(make_node, port, slave, plays, line):
     node = make_node(flags="logPrefix", plays=scenario(information=plays))
     missing = programs.native_path(node.folder / "missing")
-    node.start(["--port", port, "--slave", missing if slave == "missing" else programs.native_path(node.slave)])
+    node.start(
+        [
+            "--port",
+            port,
+            "--slave",
+            missing if slave == "missing" else programs.native_path(node.slave),
+        ]
+    )
     node.output.rest()
     assert node.own_lines()[2:-3][-1] == line.format(missing=missing)
     assert node.wait_exit() == 0
@@ -123,7 +151,9 @@ def test_error_of_a_failed_launch_is_tagged(make_node):
     node.start()
     lines = node.output.rest()
     assert lines[2:3] == [plain_line("Launching slave to gather information:")]
-    assert lines[-4] == error_line(f"failed to launch Quelta slave: {193 if programs.ON_WINDOWS else 8}")
+    assert lines[-4] == error_line(
+        f"failed to launch Quelta slave: {193 if programs.ON_WINDOWS else 8}"
+    )
     assert node.wait_exit() == 0
 
 

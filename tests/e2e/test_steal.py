@@ -24,11 +24,14 @@ def test_steal_from_the_owner(farm):
     stolen(node, thief, owner, third)
     wait_until(lambda: before not in node.slave_processes(), "the old slave is gone")
     assert len(node.slave_processes()) == 1
-    node.output.wait_sequence([
-        daemon_line(f"received steal request from master {thief}"),
-        daemon_line(f"stopping Quelta slave for master {owner}"),
-        daemon_line(f"starting slave for master {thief}"),
-        daemon_line(f"notifying master {thief} that the slave is initialized and running")])
+    node.output.wait_sequence(
+        [
+            daemon_line(f"received steal request from master {thief}"),
+            daemon_line(f"stopping Quelta slave for master {owner}"),
+            daemon_line(f"starting slave for master {thief}"),
+            daemon_line(f"notifying master {thief} that the slave is initialized and running"),
+        ]
+    )
     assert NO_SLAVE_RUNNING not in node.quit()
 
 
@@ -63,8 +66,13 @@ def test_owner_steals_from_itself_in_vain(farm):
 def test_steal_while_free_complains_and_starts(farm):
     node, thief, other = farm(2)
     stolen(node, thief, other)
-    node.output.wait_sequence([daemon_line(f"received steal request from master {thief}"), NO_SLAVE_RUNNING,
-                               daemon_line(f"starting slave for master {thief}")])
+    node.output.wait_sequence(
+        [
+            daemon_line(f"received steal request from master {thief}"),
+            NO_SLAVE_RUNNING,
+            daemon_line(f"starting slave for master {thief}"),
+        ]
+    )
     stopped(node, thief, other)
     assert daemon_line("stopping Quelta slave for master 0.0.0.0:0") not in node.quit()
 

@@ -25,8 +25,14 @@ def shell():
     def start(line):
         console = Console()
         streams = dict.fromkeys(("stdin", "stdout", "stderr"), console.end)
-        shells.append(subprocess.Popen(programs.command("cmd.exe", "/c", line), start_new_session=True, **streams,
-                                       preexec_fn=console.take_hold))
+        shells.append(
+            subprocess.Popen(
+                programs.command("cmd.exe", "/c", line),
+                start_new_session=True,
+                **streams,
+                preexec_fn=console.take_hold,
+            )
+        )
         console.started()
         return shells[-1], Output(console.pipe())
 

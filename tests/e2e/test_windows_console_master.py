@@ -24,8 +24,14 @@ def on_console():
     def start(*arguments):
         console = Console()
         streams = dict.fromkeys(("stdin", "stdout", "stderr"), console.end)
-        started.append(subprocess.Popen(console_master.command(*arguments), start_new_session=True,
-                                        preexec_fn=console.take_hold, **streams))
+        started.append(
+            subprocess.Popen(
+                console_master.command(*arguments),
+                start_new_session=True,
+                preexec_fn=console.take_hold,
+                **streams,
+            )
+        )
         console.started()
         return started[-1], console, Lines(console.pipe())
 
@@ -48,8 +54,10 @@ def test_errors_are_shown_as_they_are_and_without_nuls(on_console):
     process, _, shown = on_console("scan", TEXT)
     lines = shown.rest()
     assert process.wait(HANG_LIMIT) == 2
-    assert lines[-2:] == [f'"{TEXT.split()[0]}" is not a node: give host:port, for example 10.0.0.5:5130',
-                          "Run with --help for more information."]
+    assert lines[-2:] == [
+        f'"{TEXT.split()[0]}" is not a node: give host:port, for example 10.0.0.5:5130',
+        "Run with --help for more information.",
+    ]
 
 
 def test_ctrl_c_on_the_keyboard_gives_the_node_back(make_node, on_console):
@@ -59,7 +67,10 @@ def test_ctrl_c_on_the_keyboard_gives_the_node_back(make_node, on_console):
     console.press_ctrl_c()
     lines = shown.rest()
     assert process.wait(HANG_LIMIT) == 0
-    assert lines[-2].removeprefix("^C") == "giving back 1 node, waiting up to 20 s; Ctrl-C again ends at once"
+    assert (
+        lines[-2].removeprefix("^C")
+        == "giving back 1 node, waiting up to 20 s; Ctrl-C again ends at once"
+    )
     assert lines[-1] == f"127.0.0.1:{node.port} stopped: the node is free"
 
 

@@ -15,8 +15,11 @@ LISTENER = "quelta_windows_debuglistener.exe"
 @pytest.fixture
 def debugger_output():
     """Listens for debugger output: the lines that the listener prints."""
-    process = subprocess.Popen(programs.command(programs.bin_dir() / LISTENER), stdin=subprocess.DEVNULL,
-                               stdout=subprocess.PIPE)
+    process = subprocess.Popen(
+        programs.command(programs.bin_dir() / LISTENER),
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.PIPE,
+    )
     output = Output(process.stdout)
     output.wait("listening")
     yield output

@@ -62,7 +62,10 @@ def test_close_during_the_information_run_is_obeyed_after_it(make_node):
 @pytest.mark.parametrize("way", ["end-session", "close-console", "log-off", "shutdown"])
 def test_end_by_the_system_leaves_time_to_stop_the_slave_and_to_close_the_log(farm, way):
     """Force comes after five seconds; the slave would have twelve, and nothing in the log file has been flushed."""
-    node, owner = farm(flags="daemon logPrefix logToFile", plays=scenario(settings="on-stop ignore\non-lost ignore"))
+    node, owner = farm(
+        flags="daemon logPrefix logToFile",
+        plays=scenario(settings="on-stop ignore\non-lost ignore"),
+    )
     running(node, owner)
     ask(node, way)
     assert node.wait_exit() in (0, FORCED_STATUS)
@@ -80,5 +83,7 @@ def test_daemon_without_a_window_says_so_and_ends(make_node):
     node.start(env={name: value for name, value in os.environ.items() if name != "DISPLAY"})
     lines = node.output.rest()
     assert node.wait_exit() == 0
-    assert lines[2:-3] == [error_line("the system refused the window through which messages arrive")]
+    assert lines[2:-3] == [
+        error_line("the system refused the window through which messages arrive")
+    ]
     assert_closed(lines)

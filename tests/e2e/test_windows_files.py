@@ -7,13 +7,19 @@ import pytest
 from support import programs
 from support.transcript import usage
 
-pytestmark = pytest.mark.windows_only("line ends, drives and the temporary folder are those of Windows")
+pytestmark = pytest.mark.windows_only(
+    "line ends, drives and the temporary folder are those of Windows"
+)
 
 NO_SLAVE = "No path to the Quelta render slave given."
 
 
-@pytest.mark.parametrize("stream, flags", [("stdout", "logToFile"), ("stderr", "logToFile logToStdout=2")])
-def test_redirected_stream_has_the_systems_line_ends_and_the_log_file_has_not(make_node, stream, flags):
+@pytest.mark.parametrize(
+    "stream, flags", [("stdout", "logToFile"), ("stderr", "logToFile logToStdout=2")]
+)
+def test_redirected_stream_has_the_systems_line_ends_and_the_log_file_has_not(
+    make_node, stream, flags
+):
     node = make_node(flags=flags)
     with (node.folder / "redirected").open("wb") as redirected:
         node.start([], **{stream: redirected})
@@ -25,13 +31,16 @@ def test_redirected_stream_has_the_systems_line_ends_and_the_log_file_has_not(ma
     assert node.log_file.read_bytes() == written.replace(b"\r\n", b"\n")
 
 
-@pytest.mark.parametrize("form", [
-    "{drive}\\slave\\{name}",
-    "{drive}/slave/{name}",
-    "{drive}\\daemon\\..\\slave\\{name}",
-    "..\\slave\\{name}",
-    ".\\..\\slave\\.\\{name}",
-])
+@pytest.mark.parametrize(
+    "form",
+    [
+        "{drive}\\slave\\{name}",
+        "{drive}/slave/{name}",
+        "{drive}\\daemon\\..\\slave\\{name}",
+        "..\\slave\\{name}",
+        ".\\..\\slave\\.\\{name}",
+    ],
+)
 def test_forms_of_the_slave_path(make_node, form):
     node = make_node(flags=None)
     path = form.format(drive=programs.native_path(node.folder), name=node.slave.name)

@@ -27,14 +27,22 @@ def probe_report(lines, what):
     return found[0].partition(f"probe: {what}: ")[2]
 
 
-@pytest.mark.parametrize("name, options, alias, rest", [
-    ("slave.exe", [], "", ""),
-    ("my slave Übergröße.exe", [], "two  words", ""),
-    ("slave.exe", ["--gpus", "1,3"], "node7", " -g 0 -g 2"),
-    ("slave.exe", ["--out-of-core", "8G,512m"], "日本 🎨", " --out-of-core 8589934592,536870912"),
-    ("slave.exe", ["--gpus", "2", "--out-of-core", "8G"], "C:\\", " -g 1 --out-of-core 8589934592"),
-    ("slave.exe", [], 'x" "y', ""),
-])
+@pytest.mark.parametrize(
+    "name, options, alias, rest",
+    [
+        ("slave.exe", [], "", ""),
+        ("my slave Übergröße.exe", [], "two  words", ""),
+        ("slave.exe", ["--gpus", "1,3"], "node7", " -g 0 -g 2"),
+        ("slave.exe", ["--out-of-core", "8G,512m"], "日本 🎨", " --out-of-core 8589934592,536870912"),
+        (
+            "slave.exe",
+            ["--gpus", "2", "--out-of-core", "8G"],
+            "C:\\",
+            " -g 1 --out-of-core 8589934592",
+        ),
+        ("slave.exe", [], 'x" "y', ""),
+    ],
+)
 def test_command_line_to_the_letter(make_node, name, options, alias, rest):
     node = with_probe(make_node(alias=alias, options=options), name)
     node.start()
@@ -42,7 +50,8 @@ def test_command_line_to_the_letter(make_node, name, options, alias, rest):
     port = node.monitor_port()
     assert probe_report(lines, "command line") == (
         f'["{name}" --net-master-address 0.0.0.0 --net-master-port 0 --daemon-port {port} --alias "{alias}"{rest}'
-        " --daemon-info-request]")
+        " --daemon-info-request]"
+    )
 
 
 def test_command_line_for_a_master(farm):
@@ -51,11 +60,12 @@ def test_command_line_for_a_master(farm):
     after = len(node.output.lines()) - 1
     started(node, master)
     master.expect(node.status(wire.SLAVE_FAILED, master))
-    lines = node.output.lines()[after + 1:]
+    lines = node.output.lines()[after + 1 :]
     port = node.monitor_port(after)
     assert probe_report(lines, "command line") == (
         f'["{node.slave.name}" --net-master-address {master.address[0]} --net-master-port {master.address[1]}'
-        f' --daemon-port {port} --alias "node7"]')
+        f' --daemon-port {port} --alias "node7"]'
+    )
 
 
 def test_slave_gets_no_handle_of_the_daemon(make_node, make_master):
@@ -71,11 +81,14 @@ def test_slave_gets_no_handle_of_the_daemon(make_node, make_master):
     assert counts[0] == counts[1]
 
 
-@pytest.mark.parametrize("content, error", [
-    (b"MZ", 193),
-    (b"\x7fELF\x02\x01\x01" + bytes(200), 193),
-    (b"", 193),
-])
+@pytest.mark.parametrize(
+    "content, error",
+    [
+        (b"MZ", 193),
+        (b"\x7fELF\x02\x01\x01" + bytes(200), 193),
+        (b"", 193),
+    ],
+)
 def test_error_number_of_a_file_that_is_no_program(make_node, content, error):
     node = make_node(flags=None)
     node.slave.unlink()
@@ -98,10 +111,14 @@ def test_daemon_of_a_lost_process_starts_the_next_one(farm):
 
 def test_slave_that_ends_with_the_number_of_a_running_process(farm):
     """259 is what a running process answers when it is asked for its exit status."""
-    node, owner = farm(plays="[info]\nconnect\ninfo\nwait 150\nexit 0\n[run]\nconnect\ninfo\nwait 300\nexit 259\n")
+    node, owner = farm(
+        plays="[info]\nconnect\ninfo\nwait 150\nexit 0\n[run]\nconnect\ninfo\nwait 300\nexit 259\n"
+    )
     running(node, owner)
     # The exit is not seen as one; the silence is.
-    node.output.wait_match(r" +detected that slave is hanging after initialization -> stopping slave")
+    node.output.wait_match(
+        r" +detected that slave is hanging after initialization -> stopping slave"
+    )
     owner.expect(node.status(wire.SLAVE_FAILED, owner))
     node.output.wait_match(r" +slave didn't stop gracefully, killing process by force")
     stopped(node, owner)
@@ -126,7 +143,9 @@ def test_winsock_is_started_after_the_summary_and_cleaned_up_at_the_end(make_nod
     node.serve(stderr=subprocess.STDOUT, env={**os.environ, "WINEDEBUG": "-all,+winsock"})
     node.interrupt()
     assert node.wait_exit() == 0
-    wanted = (r"Out-of-core rendering|WSAStartup version 0x202|WSAStartup increasing startup count to 2|"
-              r"start listening for masters|Stopped logging|WSACleanup decreasing startup count from 2")
+    wanted = (
+        r"Out-of-core rendering|WSAStartup version 0x202|WSAStartup increasing startup count to 2|"
+        r"start listening for masters|Stopped logging|WSACleanup decreasing startup count from 2"
+    )
     found = [re.search(wanted, line) for line in node.output.rest()]
     assert "|".join(match.group() for match in found if match) == wanted

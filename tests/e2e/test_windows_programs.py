@@ -18,8 +18,19 @@ DESCRIPTIONS = {
 
 # Part of every Windows since 7; nothing of a compiler's runtime is among them.
 SYSTEM_LIBRARIES = {
-    "advapi32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "oleaut32.dll", "rpcrt4.dll", "shell32.dll",
-    "shlwapi.dll", "user32.dll", "version.dll", "wininet.dll", "winmm.dll", "ws2_32.dll",
+    "advapi32.dll",
+    "kernel32.dll",
+    "msvcrt.dll",
+    "ole32.dll",
+    "oleaut32.dll",
+    "rpcrt4.dll",
+    "shell32.dll",
+    "shlwapi.dll",
+    "user32.dll",
+    "version.dll",
+    "wininet.dll",
+    "winmm.dll",
+    "ws2_32.dll",
 }
 
 ASSEMBLY = "{urn:schemas-microsoft-com:asm.v1}"
@@ -32,7 +43,9 @@ every_program = pytest.mark.parametrize("name", DESCRIPTIONS)
 
 
 def tool(name, *arguments):
-    return subprocess.run(["x86_64-w64-mingw32-" + name, *arguments], check=True, capture_output=True, text=True).stdout
+    return subprocess.run(
+        ["x86_64-w64-mingw32-" + name, *arguments], check=True, capture_output=True, text=True
+    ).stdout
 
 
 def headers(name):
@@ -69,13 +82,19 @@ def test_version(name):
 
 @every_program
 def test_manifest(name):
-    found = re.findall(rb"<assembly .*?</assembly>", (programs.bin_dir() / name).read_bytes(), re.DOTALL)
+    found = re.findall(
+        rb"<assembly .*?</assembly>", (programs.bin_dir() / name).read_bytes(), re.DOTALL
+    )
     assert len(found) == 1
     manifest = ElementTree.fromstring(found[0].decode())
     level = manifest.find(f".//{TRUST}requestedExecutionLevel")
     assert (level.get("level"), level.get("uiAccess")) == ("asInvoker", "false")
-    assert [system.get("Id") for system in manifest.iter(COMPATIBILITY + "supportedOS")] == [WINDOWS_10]
+    assert [system.get("Id") for system in manifest.iter(COMPATIBILITY + "supportedOS")] == [
+        WINDOWS_10
+    ]
     # Long paths, and nothing else: the code page stays the system's.
     settings = manifest.find(f"{TRUST}application/{TRUST}windowsSettings")
-    assert [(setting.tag, setting.text) for setting in settings] == [(SETTINGS + "longPathAware", "true")]
+    assert [(setting.tag, setting.text) for setting in settings] == [
+        (SETTINGS + "longPathAware", "true")
+    ]
     assert manifest.find(ASSEMBLY + "assemblyIdentity").get("version") == "4.0.0.0"

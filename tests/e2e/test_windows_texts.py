@@ -32,17 +32,24 @@ def locales(tmp_path_factory):
 
 def socket_texts(environment, *errors):
     command = programs.command(programs.bin_dir() / SOCKET_TEXT, *map(str, errors))
-    return subprocess.run(command, env=environment, check=True, capture_output=True, stdin=subprocess.DEVNULL).stdout
+    return subprocess.run(
+        command, env=environment, check=True, capture_output=True, stdin=subprocess.DEVNULL
+    ).stdout
 
 
-@pytest.mark.parametrize("locale, text", [
-    ("fr_FR", "Accès refusé."),
-    ("ja_JP", "アクセスが拒否されました。"),
-])
+@pytest.mark.parametrize(
+    "locale, text",
+    [
+        ("fr_FR", "Accès refusé."),
+        ("ja_JP", "アクセスが拒否されました。"),
+    ],
+)
 def test_socket_error_is_utf8_in_every_language(locales, locale, text):
     # The system ends its text with a line break; standard output makes CR LF of the LF in it, too.
     expected = f"{text}\r\r\n ({ACCESS_DENIED})\r\n"
-    assert socket_texts(locales(locale), ACCESS_DENIED).decode("utf-8", "backslashreplace") == expected
+    assert (
+        socket_texts(locales(locale), ACCESS_DENIED).decode("utf-8", "backslashreplace") == expected
+    )
 
 
 def test_no_socket_error():

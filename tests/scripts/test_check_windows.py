@@ -8,7 +8,10 @@ import pytest
 ROOT = Path(__file__).parents[2]
 SCRIPTS = sorted((ROOT / "packaging" / "windows").glob("*.ps1"))
 PAIRS = {")": "(", "]": "[", "}": "{"}
-TOKEN = re.compile(r"""@'\n.*?\n'@|<\#.*?\#>|(?<![$`\w])\#[^\n]*|'(?:[^']|'')*'|[()\[\]{}"]|`.|[^()\[\]{}"'`\#@<]+|.""", re.DOTALL)
+TOKEN = re.compile(
+    r"""@'\n.*?\n'@|<\#.*?\#>|(?<![$`\w])\#[^\n]*|'(?:[^']|'')*'|[()\[\]{}"]|`.|[^()\[\]{}"'`\#@<]+|.""",
+    re.DOTALL,
+)
 
 
 def read_code(text, position, brackets):
@@ -17,14 +20,18 @@ def read_code(text, position, brackets):
     while position < len(text):
         token = TOKEN.match(text, position).group()
         position += len(token)
-        assert token != "'", f"a string is not closed in line {text.count(chr(10), 0, position) + 1}"
+        assert (
+            token != "'"
+        ), f"a string is not closed in line {text.count(chr(10), 0, position) + 1}"
         if token == '"':
             position = read_string(text, position, brackets)
         elif token in PAIRS.values():
             brackets.append(token)
         elif token in PAIRS:
             line = text.count("\n", 0, position) + 1
-            assert brackets and brackets.pop() == PAIRS[token], f"'{token}' in line {line} closes nothing"
+            assert (
+                brackets and brackets.pop() == PAIRS[token]
+            ), f"'{token}' in line {line} closes nothing"
             if depth and len(brackets) < depth:
                 return position
     assert not brackets, f"{brackets} is never closed"
@@ -57,7 +64,9 @@ def test_brackets_and_strings_are_closed(script):
     read_code(script.read_text(), 0, [])
 
 
-@pytest.mark.parametrize("broken", ["if ($a) { 'x'", "$b = (1 + 2]", '"$(Get-Item "x")', "'x", "f ) {"])
+@pytest.mark.parametrize(
+    "broken", ["if ($a) { 'x'", "$b = (1 + 2]", '"$(Get-Item "x")', "'x", "f ) {"]
+)
 def test_what_is_not_closed_is_found(broken):
     with pytest.raises((AssertionError, IndexError)):
         read_code(broken + "\n", 0, [])
@@ -68,13 +77,30 @@ def test_every_function_that_is_called_exists():
     defined = set(re.findall(r"^function ([\w-]+)", text, re.MULTILINE))
     called = set(re.findall(r"\b(?:Wait|Start|Read|New|Get|Send|Invoke|Stop)-[A-Z]\w+", text))
     assert called - defined == {
-        "Get-Item", "Get-MpComputerStatus", "Get-NetFirewallApplicationFilter", "Get-NetFirewallPortFilter",
-        "Get-NetFirewallRule", "Get-Process", "New-Item", "New-Object", "New-ScheduledTaskAction", "Start-Job",
-        "Start-Process", "Start-ScheduledTask", "Start-Sleep", "Stop-Process", "Stop-ScheduledTask"}
+        "Get-Item",
+        "Get-MpComputerStatus",
+        "Get-NetFirewallApplicationFilter",
+        "Get-NetFirewallPortFilter",
+        "Get-NetFirewallRule",
+        "Get-Process",
+        "New-Item",
+        "New-Object",
+        "New-ScheduledTaskAction",
+        "Start-Job",
+        "Start-Process",
+        "Start-ScheduledTask",
+        "Start-Sleep",
+        "Stop-Process",
+        "Stop-ScheduledTask",
+    }
 
 
 def test_document_names_every_check():
-    checks = re.findall(r"^Check '([\w-]+)'", (ROOT / "packaging/windows/check-windows.ps1").read_text(), re.MULTILINE)
+    checks = re.findall(
+        r"^Check '([\w-]+)'",
+        (ROOT / "packaging/windows/check-windows.ps1").read_text(),
+        re.MULTILINE,
+    )
     assert len(checks) > 15
     named = set(re.findall(r"`([a-z0-9-]+)`", (ROOT / "docs/windows.md").read_text()))
     assert set(checks) - named == set()

@@ -49,15 +49,20 @@ def limited(*arguments):
 def is_alive(process):
     """Whether any thread of it is."""
     try:
-        return any(Path(f"/proc/{process}/task/{thread}/stat").read_text().rpartition(")")[2].split()[0] not in "ZX"
-                   for thread in os.listdir(f"/proc/{process}/task"))
+        return any(
+            Path(f"/proc/{process}/task/{thread}/stat").read_text().rpartition(")")[2].split()[0]
+            not in "ZX"
+            for thread in os.listdir(f"/proc/{process}/task")
+        )
     except OSError:
         return False
 
 
 def start(*arguments):
     """A running limited.py whose command prints a line when it is ready; gives that line as well."""
-    runner = subprocess.Popen(command(*arguments), stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    runner = subprocess.Popen(
+        command(*arguments), stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True
+    )
     return runner, runner.stdout.readline().strip()
 
 
@@ -72,7 +77,9 @@ def test_command_that_is_not_there():
     assert (ended.returncode, ended.stderr) == (127, "/nowhere/at-all: No such file or directory\n")
 
 
-@pytest.mark.parametrize("arguments", [[], ["60"], ["soon", "true"], ["--while"], ["--while", "x", "60", "true"]])
+@pytest.mark.parametrize(
+    "arguments", [[], ["60"], ["soon", "true"], ["--while"], ["--while", "x", "60", "true"]]
+)
 def test_wrong_use(arguments):
     assert limited(*arguments).returncode == WRONG_USE
 
@@ -84,8 +91,10 @@ def test_command_that_hangs_is_ended_and_named_with_all_it_started():
     assert ended.returncode == LIMIT_REACHED
     why, *running = ended.stderr.splitlines()
     assert why == "sh has not ended within 3 s; still running:"
-    assert [re.sub(r"^  \d+ ", "", line) for line in sorted(running, key=lambda line: int(line.split()[0]))] == [
-        "sh -c sleep 1001 & setsid sleep 1002 & echo $!; wait", "sleep 1001", "sleep 1002"]
+    assert [
+        re.sub(r"^  \d+ ", "", line)
+        for line in sorted(running, key=lambda line: int(line.split()[0]))
+    ] == ["sh -c sleep 1001 & setsid sleep 1002 & echo $!; wait", "sleep 1001", "sleep 1002"]
     assert not any(is_alive(line.split()[0]) for line in running)
 
 
@@ -108,10 +117,14 @@ def test_what_the_command_leaves_behind_is_ended_and_named():
 
 def test_end_of_a_process_that_the_command_needs():
     with subprocess.Popen(["sleep", "1005"]) as needed:
-        runner, started = start("--while", str(needed.pid), "60", "sh", "-c", "sleep 1006 & echo $!; wait")
+        runner, started = start(
+            "--while", str(needed.pid), "60", "sh", "-c", "sleep 1006 & echo $!; wait"
+        )
         needed.kill()
     assert runner.wait(HANG_LIMIT) == NEEDED_PROCESS_ENDED
-    assert f"process {needed.pid}, which sh needs, has ended; still running:\n" in runner.stderr.read()
+    assert (
+        f"process {needed.pid}, which sh needs, has ended; still running:\n" in runner.stderr.read()
+    )
     assert not is_alive(started)
 
 
@@ -124,7 +137,9 @@ def test_signal_ends_everything(number):
 
 
 def test_command_may_end_in_order():
-    runner, _ = start("60", "sh", "-c", "trap 'echo in order; exit' TERM; sleep 1008 & echo ready; wait")
+    runner, _ = start(
+        "60", "sh", "-c", "trap 'echo in order; exit' TERM; sleep 1008 & echo ready; wait"
+    )
     runner.terminate()
     assert runner.wait(HANG_LIMIT) == -signal.SIGTERM
     assert runner.stdout.read() == "in order\n"
@@ -132,7 +147,9 @@ def test_command_may_end_in_order():
 
 def test_parent_that_is_killed_takes_all_with_it():
     line = shlex.join(command("600", "sh", "-c", "setsid sleep 1009 & echo $!; wait"))
-    with subprocess.Popen(["sh", "-c", line + "; true"], stdout=subprocess.PIPE, text=True) as parent:
+    with subprocess.Popen(
+        ["sh", "-c", line + "; true"], stdout=subprocess.PIPE, text=True
+    ) as parent:
         started = parent.stdout.readline().strip()
         assert is_alive(started)
         parent.kill()
@@ -150,12 +167,18 @@ def test_step_that_hangs_fails_and_the_next_one_runs(tmp_path):
         step "third" limited 60 true
         steps_end
     """
-    ended = subprocess.run(["bash", "-c", script], cwd=tmp_path, capture_output=True, text=True, timeout=HANG_LIMIT)
+    ended = subprocess.run(
+        ["bash", "-c", script], cwd=tmp_path, capture_output=True, text=True, timeout=HANG_LIMIT
+    )
     assert ended.returncode == 1
     shown = re.sub(r"\(\d+ s\)", "(N s)", ended.stdout)
-    assert shown == ("\n=== first\n--- first: passed (N s)\n\n=== second\n--- second: FAILED (N s)\n"
-                     "\n=== third\n--- third: passed (N s)\n\nfailed: second\n2 passed, 1 failed\n")
-    assert re.fullmatch(r"sleep has not ended within 1 s; still running:\n  \d+ sleep 1010\n", ended.stderr)
+    assert shown == (
+        "\n=== first\n--- first: passed (N s)\n\n=== second\n--- second: FAILED (N s)\n"
+        "\n=== third\n--- third: passed (N s)\n\nfailed: second\n2 passed, 1 failed\n"
+    )
+    assert re.fullmatch(
+        r"sleep has not ended within 1 s; still running:\n  \d+ sleep 1010\n", ended.stderr
+    )
 
 
 def test_command_inherits_the_signals_as_they_were():

@@ -24,16 +24,25 @@ exit 100
 @pytest.fixture
 def need_packages(tmp_path):
     """Runs need_packages where only the package `there` is installed."""
-    for name, text in (("apt-get", APT_GET), ("dpkg-query", '#!/bin/sh\n[ "$4" = there ] && echo install ok installed\n'),
-                       ("id", "#!/bin/sh\necho 0\n")):
+    for name, text in (
+        ("apt-get", APT_GET),
+        ("dpkg-query", '#!/bin/sh\n[ "$4" = there ] && echo install ok installed\n'),
+        ("id", "#!/bin/sh\necho 0\n"),
+    ):
         (tmp_path / name).write_text(text)
         (tmp_path / name).chmod(0o755)
 
     def run(*names, held=0, lock_limit=300, error=""):
         (tmp_path / "held").write_text("x\n" * held)
         script = f'. {SCRIPTS}/packages.sh; apt_lock_limit={lock_limit}; need_packages "$@"'
-        ended = subprocess.run(["bash", "-uc", script, "bash", *names], cwd=tmp_path, capture_output=True, text=True,
-                               env={"PATH": f"{tmp_path}:/usr/bin:/bin", "APT_ERROR": error}, timeout=HANG_LIMIT)
+        ended = subprocess.run(
+            ["bash", "-uc", script, "bash", *names],
+            cwd=tmp_path,
+            capture_output=True,
+            text=True,
+            env={"PATH": f"{tmp_path}:/usr/bin:/bin", "APT_ERROR": error},
+            timeout=HANG_LIMIT,
+        )
         calls = tmp_path / "calls"
         return ended, calls.read_text().splitlines() if calls.exists() else []
 
@@ -54,9 +63,11 @@ def test_missing_packages_are_installed(need_packages):
 def test_lock_is_waited_for_and_named_once(need_packages):
     ended, calls = need_packages("wanted", held=2)
     assert ended.returncode == 0
-    assert ended.stdout == ("installing Debian packages: wanted\n"
-                            "Could not get lock /var/lib/apt/lists/lock. It is held by process 4711 (apt-get); "
-                            "waiting up to 300 s for it\n")
+    assert ended.stdout == (
+        "installing Debian packages: wanted\n"
+        "Could not get lock /var/lib/apt/lists/lock. It is held by process 4711 (apt-get); "
+        "waiting up to 300 s for it\n"
+    )
     assert calls == [UPDATE, UPDATE, UPDATE, INSTALL]
 
 
@@ -70,4 +81,7 @@ def test_lock_that_stays_fails_in_the_end(need_packages):
 def test_other_errors_fail_at_once(need_packages):
     ended, calls = need_packages("wanted", error="Unable to locate package wanted")
     assert (ended.returncode, calls) == (1, [UPDATE])
-    assert ended.stderr == "apt-get could not install them; its last words:\nE: Unable to locate package wanted\n"
+    assert (
+        ended.stderr
+        == "apt-get could not install them; its last words:\nE: Unable to locate package wanted\n"
+    )

@@ -21,9 +21,17 @@ def command(*arguments):
 
 def run(*arguments, **settings):
     """Runs it to its end; gives status, output and errors."""
-    return subprocess.run(command(*arguments), timeout=HANG_LIMIT, encoding="utf-8",
-                          **{"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
-                             **settings})
+    return subprocess.run(
+        command(*arguments),
+        timeout=HANG_LIMIT,
+        encoding="utf-8",
+        **{
+            "stdin": subprocess.DEVNULL,
+            "stdout": subprocess.PIPE,
+            "stderr": subprocess.PIPE,
+            **settings,
+        },
+    )
 
 
 class Lines(Output):
@@ -36,8 +44,13 @@ class ConsoleMaster:
     """A running console master; what it writes is in `output` and `errors`."""
 
     def __init__(self, *arguments, stdout=subprocess.PIPE):
-        self.process = subprocess.Popen(command(*arguments), stdin=subprocess.DEVNULL, stdout=stdout,
-                                        stderr=subprocess.PIPE, start_new_session=True)
+        self.process = subprocess.Popen(
+            command(*arguments),
+            stdin=subprocess.DEVNULL,
+            stdout=stdout,
+            stderr=subprocess.PIPE,
+            start_new_session=True,
+        )
         self.output = self.process.stdout and Lines(self.process.stdout)
         self.errors = Lines(self.process.stderr)
 

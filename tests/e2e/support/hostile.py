@@ -23,7 +23,9 @@ def flood(beacon_socket, node, datagram, count):
 def announce(beacon_socket, node, addresses):
     """A beacon for each of these addresses."""
     for address in addresses:
-        beacon_socket.sendto(wire.master_record(wire.SCAN_REQUEST, address), ("127.0.0.1", node.port))
+        beacon_socket.sendto(
+            wire.master_record(wire.SCAN_REQUEST, address), ("127.0.0.1", node.port)
+        )
 
 
 def loopback_addresses(count, port, first="127.9.0.0"):

@@ -111,7 +111,9 @@ class Master:
         raise AssertionError(f"the daemon on port {node.port} never connected to {self}")
 
     def record(self, kind, address=None, text=None):
-        return wire.master_record(kind, address or self.address, self.text if text is None else text)
+        return wire.master_record(
+            kind, address or self.address, self.text if text is None else text
+        )
 
     def request(self, kind, address=None, text=None):
         self.connection.send(self.record(kind, address, text))

@@ -137,10 +137,13 @@ def random_step(model, random):
     held = model.slave and model.connection is not None
     action = random.choices(
         ("scan", "start", "stop", "steal", "unexpected", "invalid", "reconnect", "vanish", "crash"),
-        (60, 8 if held else 6, 12 if held else 4, 0, 4, 5, 0.6, 0.8, 1))[0]
+        (60, 8 if held else 6, 12 if held else 4, 0, 4, 5, 0.6, 0.8, 1),
+    )[0]
     if action == "stop" and held and random.random() < 0.6:
         # Most stops of others, which are denied; the owner's own only now and then.
-        master = address = random.choice([other for other in range(MASTERS) if other != model.owner])
+        master = address = random.choice(
+            [other for other in range(MASTERS) if other != model.owner]
+        )
     if random.random() < (0.025 if held else 0.01):
         action = "steal"
     return Step(action, master, address, random.randrange(100))

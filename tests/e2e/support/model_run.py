@@ -54,11 +54,15 @@ class ModelRun:
     def _address(self, number):
         if number < MASTERS:
             return self.masters[number].address
-        return {NOBODY: wire.NO_ADDRESS, PORTLESS: (self.masters[0].address[0], 0)}.get(number, STRANGERS_ADDRESS)
+        return {NOBODY: wire.NO_ADDRESS, PORTLESS: (self.masters[0].address[0], 0)}.get(
+            number, STRANGERS_ADDRESS
+        )
 
     def _status(self, message):
         text = b"" if message.text_of is None else self.masters[message.text_of].text
-        return self.node.status(message.kind)._replace(owner=self._address(message.owner), text=text)
+        return self.node.status(message.kind)._replace(
+            owner=self._address(message.owner), text=text
+        )
 
     def _note_new_slave(self):
         """Replaced slaves live on, so the current one is the one that was not there before."""
@@ -87,7 +91,13 @@ class ModelRun:
 
     def _invalid(self, step, _):
         good = self.masters[step.master].record(wire.START_REQUEST)
-        bad = (good[:91], good + b"\0", b"\0" + good[1:], good[:4] + b"\7" + good[5:], good[:8] + b"\x0d" + good[9:])
+        bad = (
+            good[:91],
+            good + b"\0",
+            b"\0" + good[1:],
+            good[:4] + b"\7" + good[5:],
+            good[:8] + b"\x0d" + good[9:],
+        )
         self.masters[step.master].connection.send(bad[step.number % len(bad)])
 
     def _reconnect(self, step, _):
@@ -115,7 +125,7 @@ def shortened(steps, fails, tries):
     while size and tries > 0:
         start = 0
         while start < len(steps) and tries > 0:
-            candidate = steps[:start] + steps[start + size:]
+            candidate = steps[:start] + steps[start + size :]
             tries -= 1
             if candidate and fails(candidate):
                 steps = candidate

@@ -26,32 +26,46 @@ def _leave():
 
 def read_only(*folders):
     """For Popen's preexec_fn: the program finds these folders read-only."""
+
     def prepare():
         _leave()
         for folder in folders:
             _mount(os.fsencode(folder), folder, None, MS_BIND)
             _mount(None, folder, None, MS_BIND | MS_REMOUNT | MS_RDONLY)
+
     return prepare
 
 
 def small(folder, kilobytes):
     """For Popen's preexec_fn: the program finds a small disk of its own in this folder."""
+
     def prepare():
         _leave()
         _mount(b"tmpfs", folder, b"tmpfs", 0, b"size=%dk" % kilobytes)
+
     return prepare
 
 
 def without_proc():
     """For Popen's preexec_fn: the program finds nothing under /proc."""
+
     def prepare():
         _leave()
         _mount(b"tmpfs", "/proc", b"tmpfs", 0)
+
     return prepare
 
 
 def why_not():
     """The reason why no such mounts can be made here, or an empty text."""
-    probe = subprocess.run([sys.executable, "-c", "from support import mounts; mounts.read_only('/tmp')()"],
-                           cwd=os.path.dirname(os.path.dirname(__file__)), capture_output=True, text=True)
-    return "" if probe.returncode == 0 else f"no mounts can be made: {probe.stderr.strip().splitlines()[-1]}"
+    probe = subprocess.run(
+        [sys.executable, "-c", "from support import mounts; mounts.read_only('/tmp')()"],
+        cwd=os.path.dirname(os.path.dirname(__file__)),
+        capture_output=True,
+        text=True,
+    )
+    return (
+        ""
+        if probe.returncode == 0
+        else f"no mounts can be made: {probe.stderr.strip().splitlines()[-1]}"
+    )

@@ -50,8 +50,19 @@ class Machine:
         ip("-n", self.name, "addr", "add", f"{self.address}/24", "dev", self.device)
         ip("-n", self.name, "link", "set", "lo", "up")
         ip("-n", self.name, "link", "set", self.device, "up")
-        ip("-n", self.name, "neigh", "replace", other.address, "lladdr", other.hardware, "dev", self.device,
-           "nud", "permanent")
+        ip(
+            "-n",
+            self.name,
+            "neigh",
+            "replace",
+            other.address,
+            "lladdr",
+            other.hardware,
+            "dev",
+            self.device,
+            "nud",
+            "permanent",
+        )
 
     @contextmanager
     def entered(self):
@@ -99,8 +110,24 @@ class Cable:
     def lay(self):
         for machine in (self.near, self.far):
             ip("netns", "add", machine.name)
-        ip("link", "add", self.near.device, "address", self.near.hardware, "netns", self.near.name, "type", "veth",
-           "peer", "name", self.far.device, "address", self.far.hardware, "netns", self.far.name)
+        ip(
+            "link",
+            "add",
+            self.near.device,
+            "address",
+            self.near.hardware,
+            "netns",
+            self.near.name,
+            "type",
+            "veth",
+            "peer",
+            "name",
+            self.far.device,
+            "address",
+            self.far.hardware,
+            "netns",
+            self.far.name,
+        )
         self.near.connect(self.far)
         self.far.connect(self.near)
         return self
@@ -111,4 +138,6 @@ class Cable:
 
     def remove(self):
         for machine in (self.near, self.far):
-            subprocess.run(["ip", "netns", "del", machine.name], capture_output=True, timeout=HANG_LIMIT)
+            subprocess.run(
+                ["ip", "netns", "del", machine.name], capture_output=True, timeout=HANG_LIMIT
+            )

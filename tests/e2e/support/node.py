@@ -100,14 +100,27 @@ class Node:
         self.scenario_file.write_text(text)
 
     def usual_arguments(self):
-        return ["--port", str(self.port), "--slave", programs.native_path(self.slave), *self.options]
+        return [
+            "--port",
+            str(self.port),
+            "--slave",
+            programs.native_path(self.slave),
+            *self.options,
+        ]
 
     def start(self, arguments=None, **popen):
         """Starts the daemon in a session of its own, with these arguments or the usual ones."""
-        line = programs.command(self.program, *(self.usual_arguments() if arguments is None else arguments))
-        streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
-        self.process = subprocess.Popen(line, start_new_session=True, cwd=popen.pop("cwd", self.folder),
-                                        **{**streams, **popen})
+        line = programs.command(
+            self.program, *(self.usual_arguments() if arguments is None else arguments)
+        )
+        streams = {
+            "stdin": subprocess.DEVNULL,
+            "stdout": subprocess.PIPE,
+            "stderr": subprocess.PIPE,
+        }
+        self.process = subprocess.Popen(
+            line, start_new_session=True, cwd=popen.pop("cwd", self.folder), **{**streams, **popen}
+        )
         self.output = self.process.stdout and Output(self.process.stdout)
         self.errors = self.process.stderr and Output(self.process.stderr)
         return self
@@ -120,6 +133,7 @@ class Node:
 
     def wait_until_listening(self):
         """The daemon listens for beacons, so its signal handlers are in force and its start-up lines are out."""
+
         def listening():
             ended = self.process.poll()
             assert ended is None, f"the daemon ended with {ended} instead of serving"
@@ -133,8 +147,16 @@ class Node:
 
     def assert_nothing_forced(self):
         """The framework tells when it ends a thread by force; with the flag logJuce its words are in the log."""
-        log = self.log_file.read_text(errors="replace").splitlines() if self.log_file.is_file() else []
-        for lines in (self.output.lines() if self.output else [], self.errors.lines() if self.errors else [], log):
+        log = (
+            self.log_file.read_text(errors="replace").splitlines()
+            if self.log_file.is_file()
+            else []
+        )
+        for lines in (
+            self.output.lines() if self.output else [],
+            self.errors.lines() if self.errors else [],
+            log,
+        ):
             assert not [line for line in lines if FORCED in line], lines
 
     def slave_report(self, text, after=-1):

@@ -83,9 +83,13 @@ class Output:
                         return position, found
                     position += 1
                 if self._ended:
-                    raise AssertionError(f"the stream ended without {wanted} behind line {after}\n" + self._told())
+                    raise AssertionError(
+                        f"the stream ended without {wanted} behind line {after}\n" + self._told()
+                    )
                 if not self._changed.wait(deadline - time.monotonic()):
-                    raise AssertionError(f"waited in vain for {wanted} behind line {after}\n" + self._told())
+                    raise AssertionError(
+                        f"waited in vain for {wanted} behind line {after}\n" + self._told()
+                    )
 
     def _told(self):
         return "\n".join(f"{number:4} | {line}" for number, line in enumerate(self._lines))

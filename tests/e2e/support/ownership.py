@@ -36,5 +36,7 @@ def puppet(node, owner, *others, slave_ip="127.0.0.1"):
     """A slave process that leaves its connection to the test, which gets it."""
     started(node, owner, *others)
     start = start_line(node, owner)
-    node.slave_report("hanging", start)  # a process killed before it has begun would count as never launched
+    node.slave_report(
+        "hanging", start
+    )  # a process killed before it has begun would count as never launched
     return SlaveConnection(node.monitor_port(start), slave_ip)

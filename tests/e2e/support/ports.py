@@ -28,7 +28,11 @@ class Ports:
         while True:
             first = random.randrange(LOWEST, HIGHEST, BLOCK)
             block = range(first, first + BLOCK)
-            if all(is_free(port, kind) for port in block for kind in (socket.SOCK_DGRAM, socket.SOCK_STREAM)):
+            if all(
+                is_free(port, kind)
+                for port in block
+                for kind in (socket.SOCK_DGRAM, socket.SOCK_STREAM)
+            ):
                 try:
                     (self.folder / str(first)).touch(exist_ok=False)
                     return first

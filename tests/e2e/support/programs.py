@@ -36,8 +36,13 @@ def command(program, *arguments):
 
 def run(program, *arguments):
     """Runs a program that ends by itself with success, within the limit, and gives what it prints."""
-    return subprocess.run(command(program, *arguments), check=True, stdout=subprocess.PIPE, text=True,
-                          timeout=HANG_LIMIT).stdout
+    return subprocess.run(
+        command(program, *arguments),
+        check=True,
+        stdout=subprocess.PIPE,
+        text=True,
+        timeout=HANG_LIMIT,
+    ).stdout
 
 
 def native_path(path):

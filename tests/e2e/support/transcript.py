@@ -7,8 +7,8 @@ STAMP = r"\d\d\.\d\d\.\d\d \d\d:\d\d:\d\d"
 USAGE = [
     "",
     "command line syntax:",
-    "  {program}  --port <daemon port>  --slave \"<path to binary>\"  [--alias \"<slave nickname>\"]"
-    "  [--gpus \"<IDs of GPUs to use>\"]"
+    '  {program}  --port <daemon port>  --slave "<path to binary>"  [--alias "<slave nickname>"]'
+    '  [--gpus "<IDs of GPUs to use>"]'
     "  [--out-of-core <max OOC memory>[k|K|m|M|g|G][,<headroom>[k|K|m|M|g|G]]",
     "",
     "  (k/K = KiloByte, m/M = MegaByte, g/G = GigaByte)",

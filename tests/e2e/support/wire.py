@@ -34,7 +34,9 @@ NO_ADDRESS = ("0.0.0.0", 0)
 
 def frame(payload, magic=FRAME_MAGIC, length=None):
     """A message as it travels over TCP: magic number, length, payload."""
-    return struct.pack("<II", magic, len(payload) if length is None else length & 0xFFFFFFFF) + payload
+    return (
+        struct.pack("<II", magic, len(payload) if length is None else length & 0xFFFFFFFF) + payload
+    )
 
 
 def ip_number(dotted):
@@ -46,12 +48,31 @@ def dotted(number):
     return ".".join(str(number >> shift & 255) for shift in (24, 16, 8, 0))
 
 
-def master_record(kind, address=NO_ADDRESS, text=b"", alias=b"", gpus=0, slave_version=0,
-                  magic=MASTER_MAGIC, version=MASTER_VERSION):
+def master_record(
+    kind,
+    address=NO_ADDRESS,
+    text=b"",
+    alias=b"",
+    gpus=0,
+    slave_version=0,
+    magic=MASTER_MAGIC,
+    version=MASTER_VERSION,
+):
     """The 92 bytes that travel between a master and the daemon."""
     ip, port = address
-    return struct.pack("<IIIIHH32s32sII", magic, version, kind & 0xFFFFFFFF, ip_number(ip), port, 0, text, alias,
-                       gpus, slave_version)
+    return struct.pack(
+        "<IIIIHH32s32sII",
+        magic,
+        version,
+        kind & 0xFFFFFFFF,
+        ip_number(ip),
+        port,
+        0,
+        text,
+        alias,
+        gpus,
+        slave_version,
+    )
 
 
 def slave_record(kind, gpus=0, slave_version=0, header=SLAVE_HEADER, version=SLAVE_VERSION):
@@ -73,6 +94,10 @@ class Status(NamedTuple):
 def read_status(record):
     """Takes a daemon's record apart and insists on the fields that never change."""
     assert len(record) == MASTER_RECORD_SIZE, record.hex()
-    magic, version, kind, ip, port, padding, text, alias, gpus, slave_version = struct.unpack("<IIIIHH32s32sII", record)
+    magic, version, kind, ip, port, padding, text, alias, gpus, slave_version = struct.unpack(
+        "<IIIIHH32s32sII", record
+    )
     assert (magic, version, padding) == (MASTER_MAGIC, MASTER_VERSION, 0), record.hex()
-    return Status(kind, (dotted(ip), port), text.rstrip(b"\0"), alias.rstrip(b"\0"), gpus, slave_version)
+    return Status(
+        kind, (dotted(ip), port), text.rstrip(b"\0"), alias.rstrip(b"\0"), gpus, slave_version
+    )
