@@ -12,7 +12,7 @@ from support.master import Master
 from support.node import Node
 from support.ports import Ports
 
-APART = 7
+QUICK_TESTS_BETWEEN_SLOW_ONES = 7
 
 
 def pytest_configure():
@@ -30,23 +30,30 @@ def pytest_collection_modifyitems(items):
             item.add_marker(pytest.mark.skip(reason=f"{other}: {marker.args[0]}"))
     items[:] = slow_ones_early(items)
     if programs.ON_WINDOWS:
-        # Wine's server keeps a processor busy with the sockets of killed daemons until it ends, so these come last.
+        # Last, because Wine's server keeps a processor busy with the sockets of killed daemons.
         items.sort(key=lambda item: item.path.name == "test_killed_daemon.py")
 
 
 def slow_ones_early(items):
-    """The tests with the slow ones at the front, but apart, since processes get neighbours to run one by one."""
+    """Puts the slow tests first, spread out because each worker is given neighbouring tests."""
     slow = [item for item in items if item.get_closest_marker("slow")]
     quick = [item for item in items if not item.get_closest_marker("slow")]
     ordered = []
     for number, item in enumerate(slow):
-        ordered += [item, *quick[number * APART : (number + 1) * APART]]
-    return ordered + quick[len(slow) * APART :]
+        ordered += [
+            item,
+            *quick[
+                number
+                * QUICK_TESTS_BETWEEN_SLOW_ONES : (number + 1)
+                * QUICK_TESTS_BETWEEN_SLOW_ONES
+            ],
+        ]
+    return ordered + quick[len(slow) * QUICK_TESTS_BETWEEN_SLOW_ONES :]
 
 
 @contextmanager
 def time_limit(phase):
-    """Fails what takes longer, so that its fixtures still end their programs."""
+    """Fails a phase that exceeds the limit; the fixtures still shut their programs down."""
 
     def give_up(*_):
         pytest.fail(f"{phase} has not ended within {TEST_LIMIT:g} s")
@@ -80,7 +87,7 @@ def pytest_runtest_teardown():
 
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item):
-    """Shows with a failure what its daemons have printed up to then."""
+    """Adds the daemons' output so far to the report of a failure."""
     report = (yield).get_result()
     if report.failed and report.when == "call" and "make_node" in item.funcargs:
         for node in item.funcargs["make_node"].nodes:
@@ -99,7 +106,7 @@ def ports(tmp_path_factory, worker_id):
 
 @pytest.fixture(scope="session")
 def beacon_socket():
-    """One socket for all datagrams, so that no passing socket takes a port that was promised to a daemon."""
+    """One socket for all datagrams: a temporary socket might take a port reserved for a daemon."""
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as datagrams:
         datagrams.bind(("127.0.0.1", 0))
         yield datagrams
@@ -107,7 +114,7 @@ def beacon_socket():
 
 @pytest.fixture
 def make_node(tmp_path, ports):
-    """Makes nodes whose daemons and slaves end with the test, and whose daemons must not have ended a thread by force."""
+    """Creates nodes, closes them after the test and asserts that no thread was killed by force."""
     nodes = []
 
     def make(**settings):
@@ -124,7 +131,7 @@ def make_node(tmp_path, ports):
 
 @pytest.fixture
 def make_master(beacon_socket):
-    """Makes masters, each on a loopback address of its own unless one is given."""
+    """Creates masters, each on its own loopback address by default."""
     masters = []
 
     def make(ip=None, text=None, **settings):
@@ -146,7 +153,7 @@ def make_master(beacon_socket):
 
 @pytest.fixture
 def farm(make_node, make_master):
-    """Makes a node in service and masters that it has connected to: `node, first, second = farm(2)`."""
+    """Creates a serving node and masters connected to it: `node, first, second = farm(2)`."""
 
     def make(masters=1, **settings):
         node = make_node(**settings).serve()
@@ -157,7 +164,7 @@ def farm(make_node, make_master):
 
 @pytest.fixture
 def tcp_listener():
-    """Opens listening sockets that end with the test."""
+    """Opens listening sockets that are closed after the test."""
     sockets = []
 
     def make(port, ip="0.0.0.0"):

@@ -1,4 +1,4 @@
-"""A command line that cannot work is answered with the reason, the usage text and exit status 0."""
+"""An invalid command line prints the reason and the usage text; the exit status is 0."""
 
 import pytest
 
@@ -10,7 +10,7 @@ NO_PORT = "no daemon port specified"
 
 
 def failure(make_node, arguments):
-    """All that a daemon without log flags prints for these arguments."""
+    """Returns the node and everything that a daemon without log flags prints."""
     node = make_node(flags=None)
     node.start(arguments)
     lines = node.output.rest()
@@ -25,7 +25,7 @@ def assert_refused(make_node, arguments, reason):
     assert lines == [reason, *usage(node.program)]
 
 
-def test_nothing_given(make_node):
+def test_no_arguments_report_the_missing_slave(make_node):
     assert_refused(make_node, [], NO_SLAVE)
 
 
@@ -51,12 +51,12 @@ def test_slave_or_port_missing(make_node, arguments, reason):
 @pytest.mark.parametrize(
     "option", ["--Port", "--help", "-p", "port", "--port=5130", "--gpus ", "--größe", "", "%s%n"]
 )
-def test_unknown_option_stops_at_once(make_node, option):
+def test_unknown_option_is_reported_first(make_node, option):
     reason = f"unknown command line argument '{option}'"
     assert_refused(make_node, [option, "5130", "--port", "5130", "--slave", "x"], reason)
 
 
-def test_first_error_is_the_only_one_told(make_node):
+def test_only_the_first_error_is_reported(make_node):
     assert_refused(
         make_node,
         ["--gpus", "0", "--what", "1"],
@@ -78,18 +78,18 @@ def test_first_error_is_the_only_one_told(make_node):
         ("1,3,", ""),
     ],
 )
-def test_invalid_gpu_is_told(make_node, gpus, shown):
+def test_invalid_gpu_is_reported(make_node, gpus, shown):
     reason = f"invalid GPU ID '{shown}', must be an integral number >= 1"
     assert_refused(make_node, ["--port", "5130", "--gpus", gpus, "--slave", "x"], reason)
 
 
-def test_option_of_any_length_is_shown(make_node):
+def test_unknown_option_is_shown_at_any_length(make_node):
     option = "-" * 30000
     assert_refused(make_node, [option], f"unknown command line argument '{option}'")
 
 
-@pytest.mark.linux_only("bytes that are no UTF-8 cannot reach a Windows program")
-def test_option_that_is_no_utf8_harms_nothing(make_node):
+@pytest.mark.linux_only("invalid UTF-8 cannot reach a Windows program")
+def test_option_with_invalid_utf8_is_reported(make_node):
     node, lines = failure(make_node, [b"--\xff\xfe", "1"])
     assert lines[0].startswith("unknown command line argument '--")
     assert lines[1:] == usage(node.program)

@@ -1,4 +1,4 @@
-"""Connections to masters that break, come back or are lost, and what becomes of their slave."""
+"""Dropped, re-established and lost connections to masters, and what happens to their slave."""
 
 from support import wire
 from support.hostile import timed
@@ -7,7 +7,7 @@ from support.ownership import running, stopped
 from support.scenario import scenario
 
 
-def test_dropped_connection_is_made_again(farm):
+def test_dropped_connection_is_reestablished(farm):
     node, master = farm()
     master.connection.close()
     master.accept()
@@ -22,19 +22,19 @@ def test_dropped_connection_is_made_again(farm):
     assert node.own_lines().count(daemon_line(f"detected new master on address {master}")) == 1
 
 
-def test_connections_are_made_at_ticks_of_half_a_second(farm):
-    """A connection that drops as soon as it is made waits for a whole tick; the quickest of five shows its length."""
+def test_connections_are_made_every_half_second(farm):
+    """A dropped connection is retried at the next tick; the fastest of five shows its length."""
     node, master = farm()
 
     def reconnect():
         master.connection.close()
         master.accept()
 
-    reconnect()  # from here on just behind a tick
+    reconnect()  # from now on right after a tick
     assert 0.4 < min(timed(reconnect) for _ in range(5)) < 1
 
 
-def test_connection_that_the_master_half_closes_is_made_again(farm):
+def test_half_closed_connection_is_reestablished(farm):
     node, master = farm()
     master.connection.shut_sending()
     assert master.connection.is_closed_by_daemon()
@@ -42,7 +42,7 @@ def test_connection_that_the_master_half_closes_is_made_again(farm):
     master.expect_silence(node.status(wire.DAEMON_STATUS))
 
 
-def test_owner_keeps_its_slave_over_a_dropped_connection(farm):
+def test_owner_keeps_its_slave_across_a_reconnect(farm):
     node, owner, other = farm(2)
     running(node, owner, other)
     slave = node.slave_process()
@@ -54,7 +54,7 @@ def test_owner_keeps_its_slave_over_a_dropped_connection(farm):
     stopped(node, owner, other)
 
 
-def test_owner_hears_of_a_failure_on_its_new_connection(farm):
+def test_failure_is_reported_on_the_owners_new_connection(farm):
     node, owner, other = farm(2)
     running(node, owner, other)
     owner.connection.close()
@@ -71,7 +71,7 @@ def test_owner_hears_of_a_failure_on_its_new_connection(farm):
     other.expect_silence(node.status(wire.DAEMON_STATUS, owner))
 
 
-def test_lost_owner_loses_its_slave(farm):
+def test_slave_stops_when_its_owner_is_lost(farm):
     node, owner, other, third = farm(3)
     running(node, owner, other, third)
     owner.vanish()
@@ -88,7 +88,7 @@ def test_lost_owner_loses_its_slave(farm):
     running(node, other, third)
 
 
-def test_lost_master_that_owns_nothing_changes_nothing(farm):
+def test_losing_a_master_without_a_slave_changes_nothing(farm):
     node, owner, lost = farm(2)
     running(node, owner, lost)
     slave = node.slave_process()
@@ -99,7 +99,7 @@ def test_lost_master_that_owns_nothing_changes_nothing(farm):
     assert slave not in node.slave_processes()
 
 
-def test_lost_owner_of_a_failed_slave(farm):
+def test_failed_slave_is_cleared_when_its_owner_is_lost(farm):
     node, owner, other = farm(2)
     running(node, owner, other)
     node.kill_slave()
@@ -109,31 +109,31 @@ def test_lost_owner_of_a_failed_slave(farm):
     running(node, other)
 
 
-def test_loss_is_a_matter_of_the_connection_that_asked(farm):
-    """A slave that was started in another master's name goes with the connection that asked for it."""
+def test_slave_stops_when_the_requesting_connection_is_lost(farm):
+    """A slave started on behalf of another master stops with the connection that requested it."""
     node, named, asking = farm(2)
     asking.request(wire.START_REQUEST, address=named.address)
-    told = node.status(wire.DAEMON_STATUS, named, text=asking.text)
+    status = node.status(wire.DAEMON_STATUS, named, text=asking.text)
     asking.expect(
-        told, told._replace(kind=wire.START_REPLY), told._replace(kind=wire.SLAVE_RUNNING)
+        status, status._replace(kind=wire.START_REPLY), status._replace(kind=wire.SLAVE_RUNNING)
     )
-    named.expect(told)
+    named.expect(status)
     asking.vanish()
     named.expect(node.status(wire.DAEMON_STATUS))
     node.wait_no_slave()
 
 
-def test_lost_master_may_come_back(farm, make_master):
+def test_lost_master_can_reconnect(farm, make_master):
     node, owner, other = farm(2)
     running(node, owner, other)
     owner.vanish()
     other.expect(node.status(wire.DAEMON_STATUS))
-    # Refused from now on, the address is forgotten; a master at another port of that host is new.
+    # The old address now refuses and is unregistered; another port of the host is a new master.
     again = make_master(ip=owner.address[0], text=owner.text).join(node)
     running(node, again, other)
 
 
-def test_request_that_waits_behind_a_slow_stop_is_answered_after_it(farm):
+def test_request_during_a_slow_stop_is_answered_afterwards(farm):
     node, owner, other = farm(2, plays=scenario(settings="on-stop exit-after 1500"))
     running(node, owner, other)
     owner.request(wire.STOP_REQUEST)
@@ -152,18 +152,18 @@ def test_request_that_waits_behind_a_slow_stop_is_answered_after_it(farm):
     )
 
 
-def test_change_reaches_masters_in_the_order_of_their_addresses(farm):
+def test_status_change_reaches_masters_in_address_order(farm):
     node, *masters = farm(6)
     for master in masters:
         master.connection.stamp_arrivals()
-    owner = masters.pop(3)  # whose reply follows at once, and the kernel stamps the two as one
+    owner = masters.pop(3)  # its reply follows at once, and the kernel stamps both as one
     owner.request(wire.START_REQUEST)
     arrivals = [master.connection.time_of_arrival() for master in masters]
     assert arrivals == sorted(arrivals)
     assert len(set(arrivals)) == len(arrivals)
 
 
-def test_many_masters_hear_every_change(make_node, make_master):
+def test_every_status_change_reaches_many_masters(make_node, make_master):
     node = make_node().serve()
     owner, *others = masters = [make_master() for _ in range(20)]
     for master in masters:

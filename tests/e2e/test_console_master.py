@@ -1,4 +1,4 @@
-"""The console master as an operator sees it: what it says, on which stream, and its exit status."""
+"""The console master as an operator sees it: its messages, streams and exit statuses."""
 
 import json
 import os
@@ -13,16 +13,16 @@ from support.console_master import PATIENCE, ConsoleMaster
 from support.output import daemon_line
 from support.scenario import scenario
 
-# How often a test tries to be quick enough.
+# How often a test that needs a fast machine is tried.
 ATTEMPTS = 5
 
-# The status of a program that Ctrl-C has ended. On Windows it is 0xC000013A, but Wine has this.
+# The exit status after Ctrl-C; 0xC000013A on real Windows, but 0 under Wine.
 INTERRUPTED = 0 if programs.ON_WINDOWS else -signal.SIGINT
 
 
 @pytest.fixture
 def operate():
-    """Starts console masters that end with the test."""
+    """Starts console masters that are stopped after the test."""
     started = []
 
     def start(*arguments, timeout=PATIENCE, **streams):
@@ -39,14 +39,14 @@ def address_of(node):
 
 
 def table_row(node, state):
-    """A node of the stand-in slave without an alias and without an owner, as a table shows it."""
+    """Returns the table row of a node without an alias and without an owner, as a pattern."""
     return rf"{address_of(node)} +1 +4000000 +{state}"
 
 
 TIME = r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d"
 
 
-def test_watch_notices_that_a_restarted_node_is_back(make_node, operate):
+def test_watch_reports_a_restarted_node(make_node, operate):
     node = make_node().serve()
     watch = operate("watch", address_of(node))
     watch.output.wait_line(table_row(node, "free"))
@@ -61,7 +61,7 @@ def test_watch_notices_that_a_restarted_node_is_back(make_node, operate):
     assert watch.wait_exit() == 0
 
 
-def test_every_line_of_watch_carries_the_time_except_tables(make_node, operate):
+def test_watch_timestamps_every_line_outside_tables(make_node, operate):
     node = make_node().serve()
     watch = operate("watch", address_of(node))
     watch.output.wait_line(table_row(node, "free"))
@@ -74,7 +74,7 @@ def test_every_line_of_watch_carries_the_time_except_tables(make_node, operate):
     assert table[1].startswith("NODE ")
 
 
-def test_times_of_json_stay_in_the_objects(make_node, operate):
+def test_json_events_contain_the_time(make_node, operate):
     node = make_node().serve()
     watch = operate("watch", "--json", address_of(node))
     watch.output.wait_match('{.*"event":"found".*}')
@@ -94,7 +94,7 @@ def test_times_of_json_stay_in_the_objects(make_node, operate):
     ]
 
 
-def test_an_address_of_another_machine_is_warned_about(make_node):
+def test_foreign_address_causes_a_warning(make_node):
     node = make_node().serve()
     result = console_master.run(
         "scan", "--address", "192.0.2.1", "--timeout", "0.5", address_of(node)
@@ -110,22 +110,22 @@ def test_an_address_of_another_machine_is_warned_about(make_node):
     assert (own.returncode, own.stderr) == (0, "")
 
 
-def test_a_broadcast_that_nobody_answers_is_reported(ports):
+def test_unanswered_broadcast_is_reported(ports):
     nowhere = f"127.0.0.1:{ports.free_block()}"
-    told = f"nobody has answered the broadcast to {nowhere}\n"
+    warning = f"nobody has answered the broadcast to {nowhere}\n"
     for options, output in ((["--timeout", "0.5"], ""), (["--timeout", "0.5", "--json"], "[]\n")):
         result = console_master.run("scan", "--broadcast", nowhere, *options)
-        assert (result.returncode, result.stdout, result.stderr) == (1, output, told)
+        assert (result.returncode, result.stdout, result.stderr) == (1, output, warning)
 
 
-def test_a_broadcast_that_a_node_answers_is_not(make_node):
+def test_answered_broadcast_is_not_reported(make_node):
     node = make_node().serve()
     result = console_master.run("scan", "--broadcast", address_of(node), "--timeout", "5")
     assert (result.returncode, result.stderr) == (0, "")
     assert re.search(table_row(node, "free"), result.stdout)
 
 
-def test_a_broadcast_is_no_success_of_nodes_that_were_named(make_node, ports):
+def test_named_nodes_do_not_count_as_answers_to_a_broadcast(make_node, ports):
     node = make_node().serve()
     nowhere = f"127.0.0.1:{ports.free_block()}"
     result = console_master.run("scan", "--broadcast", nowhere, "--timeout", "5", address_of(node))
@@ -134,7 +134,7 @@ def test_a_broadcast_is_no_success_of_nodes_that_were_named(make_node, ports):
     assert result.stderr == f"no other node has answered the broadcast to {nowhere}\n"
 
 
-def test_watch_reports_an_unanswered_broadcast_and_goes_on(ports, operate):
+def test_watch_reports_an_unanswered_broadcast_and_continues(ports, operate):
     nowhere = f"127.0.0.1:{ports.free_block()}"
     watch = operate("watch", "--broadcast", nowhere, timeout="0.5")
     watch.errors.wait(f"nobody has answered the broadcast to {nowhere}")
@@ -143,7 +143,7 @@ def test_watch_reports_an_unanswered_broadcast_and_goes_on(ports, operate):
     assert len(watch.errors.rest()) == 1
 
 
-def test_a_folder_is_no_file_of_nodes(tmp_path):
+def test_folder_is_rejected_as_a_node_file(tmp_path):
     result = console_master.run("scan", "--nodes", programs.native_path(tmp_path))
     assert (result.returncode, result.stdout) == (2, "")
     assert result.stderr.splitlines() == [
@@ -152,8 +152,8 @@ def test_a_folder_is_no_file_of_nodes(tmp_path):
     ]
 
 
-@pytest.mark.linux_only("no file of Windows opens and cannot be read")
-def test_a_file_of_nodes_that_cannot_be_read_to_its_end_is_an_error():
+@pytest.mark.linux_only("Windows has no file that opens but cannot be read")
+def test_read_error_in_a_node_file_is_reported():
     result = console_master.run("scan", "--nodes", "/proc/self/mem")
     assert (result.returncode, result.stdout) == (2, "")
     assert result.stderr.startswith(
@@ -172,7 +172,7 @@ def test_a_file_of_nodes_that_cannot_be_read_to_its_end_is_an_error():
     ],
     ids=" ".join,
 )
-def test_output_that_cannot_be_written_is_a_failure(make_node, arguments):
+def test_failure_to_write_the_output_is_reported(make_node, arguments):
     nodes = [] if "--help" in arguments else [address_of(make_node().serve())]
     with open("/dev/full", "wb") as full:
         result = console_master.run(*arguments, *nodes, stdout=full)
@@ -180,7 +180,7 @@ def test_output_that_cannot_be_written_is_a_failure(make_node, arguments):
     assert result.stderr == "cannot write the output: No space left on device\n"
 
 
-def test_scan_into_a_pipe_that_nobody_reads_fails(make_node):
+def test_scan_fails_if_the_output_pipe_is_closed(make_node):
     node = make_node().serve()
     reader, writer = os.pipe()
     os.close(reader)
@@ -190,7 +190,7 @@ def test_scan_into_a_pipe_that_nobody_reads_fails(make_node):
     assert re.fullmatch("cannot write the output: .+\n", result.stderr)
 
 
-def test_held_nodes_are_given_back_when_nobody_reads_the_events(make_node, operate):
+def test_held_nodes_are_released_if_the_output_pipe_is_closed(make_node, operate):
     held, leaving = make_node().serve(), make_node().serve()
     reader, writer = os.pipe()
     hold = operate("hold", address_of(held), address_of(leaving), stdout=writer)
@@ -198,18 +198,18 @@ def test_held_nodes_are_given_back_when_nobody_reads_the_events(make_node, opera
     for node in (held, leaving):
         node.slave_report("sending SLAVE_STATUS")
     os.close(reader)
-    leaving.quit()  # an event, which is written
+    leaving.quit()  # causes an event that cannot be written
     assert hold.wait_exit() == 3
     assert re.fullmatch("cannot write the output: .+", hold.errors.rest()[0])
     held.output.wait_match(daemon_line("received stop request from master .*"))
 
 
 def slow_to_stop(make_node, milliseconds):
-    """A node whose slave takes its time to stop."""
+    """Returns a serving node whose slave takes this long to stop."""
     return make_node(plays=scenario(settings=f"on-stop exit-after {milliseconds}")).serve()
 
 
-def test_ctrl_c_says_at_once_what_is_given_back(make_node, operate):
+def test_ctrl_c_announces_the_release_immediately(make_node, operate):
     nodes = [slow_to_stop(make_node, 3000), make_node().serve()]
     hold = operate("hold", *map(address_of, nodes), timeout="10.2")
     for node in nodes:
@@ -222,7 +222,7 @@ def test_ctrl_c_says_at_once_what_is_given_back(make_node, operate):
     assert len(hold.errors.rest()) == 1
 
 
-def test_a_second_signal_at_once_is_the_same_request(make_node, operate):
+def test_immediate_second_signal_is_ignored(make_node, operate):
     node = slow_to_stop(make_node, 500)
     for _ in range(ATTEMPTS):
         hold = operate("hold", address_of(node))
@@ -240,7 +240,7 @@ def test_a_second_signal_at_once_is_the_same_request(make_node, operate):
     assert hold.output.rest()[-1] == f"{address_of(node)} stopped: the node is free"
 
 
-def test_a_later_second_signal_ends_at_once(make_node, operate):
+def test_later_second_signal_exits_immediately(make_node, operate):
     node = slow_to_stop(make_node, 8000)
     hold = operate("hold", address_of(node))
     hold.output.wait(f"{address_of(node)} running")

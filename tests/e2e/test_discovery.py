@@ -1,4 +1,4 @@
-"""Masters are heard by their beacons, each once, by the address that they announce."""
+"""Masters are discovered by their beacons and registered once, by the address they announce."""
 
 import errno
 import os
@@ -39,18 +39,18 @@ def test_any_valid_record_is_a_beacon(make_node, make_master, beacon_socket, kin
     master.expect_silence(node.status(wire.DAEMON_STATUS))
 
 
-def test_many_beacons_are_one_master(farm, make_master):
+def test_repeated_beacons_register_a_master_once(farm, make_master):
     node, master = farm()
     for _ in range(50):
         master.beacon(node)
-    # Datagrams are taken in their order, so those fifty lie behind when another master's comes through.
+    # Datagrams arrive in order, so all fifty have been processed once another master is connected.
     make_master().join(node)
     lines = node.quit()
     assert lines.count(detected(master.address)) == 1
     assert lines.count(daemon_line(f"connected to master {master}")) == 1
 
 
-def test_masters_are_told_apart_by_address_and_port(make_node, make_master):
+def test_masters_are_identified_by_address_and_port(make_node, make_master):
     node = make_node().serve()
     masters = [make_master(ip=ip).join(node) for ip in ("127.0.0.7", "127.0.0.7", "127.0.0.8")]
     for master in masters:
@@ -59,7 +59,7 @@ def test_masters_are_told_apart_by_address_and_port(make_node, make_master):
     assert [lines.count(detected(master.address)) for master in masters] == [1, 1, 1]
 
 
-def test_address_of_the_sender_does_not_matter(make_node, make_master):
+def test_sender_address_of_a_beacon_is_ignored(make_node, make_master):
     node, master = make_node().serve(), make_master(ip="127.0.0.77")
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as elsewhere:
         elsewhere.bind(("127.0.0.99", 0))
@@ -67,7 +67,7 @@ def test_address_of_the_sender_does_not_matter(make_node, make_master):
         master.accept()
 
 
-def test_beacon_is_not_answered_by_datagram(make_node, make_master):
+def test_beacon_gets_no_datagram_reply(make_node, make_master):
     node, master = make_node().serve(), make_master()
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
         sender.bind(("127.0.0.1", 0))
@@ -79,7 +79,7 @@ def test_beacon_is_not_answered_by_datagram(make_node, make_master):
             sender.recv(1)
 
 
-def test_master_that_refuses_is_forgotten_and_heard_anew(farm, beacon_socket):
+def test_refusing_master_is_unregistered_and_registered_again(farm, beacon_socket):
     node, master = farm()
     with refusing_socket("127.0.0.50") as absent:
         address = absent.getsockname()
@@ -94,9 +94,9 @@ def test_master_that_refuses_is_forgotten_and_heard_anew(farm, beacon_socket):
     assert not [line for line in node.quit() if line.startswith("ERROR")]
 
 
-@pytest.mark.linux_only("a full queue of connections is refused at once on Windows")
-def test_master_that_never_answers_only_delays_the_others(farm, tcp_listener, beacon_socket):
-    """Its queue is full, so every attempt to connect to it lasts until its time limit."""
+@pytest.mark.linux_only("Windows refuses connections at once if the backlog is full")
+def test_unresponsive_master_only_delays_the_others(farm, tcp_listener, beacon_socket):
+    """Its backlog is full, so every attempt to connect to it times out."""
     node, master = farm()
     absent = tcp_listener(0, "127.0.0.51")
     absent.listen(0)
@@ -112,7 +112,7 @@ def test_master_that_never_answers_only_delays_the_others(farm, tcp_listener, be
 
 
 @pytest.mark.parametrize("address", [("0.0.0.0", 0), ("127.0.0.1", 0), ("255.255.255.255", 65535)])
-def test_impossible_address_harms_nobody(farm, make_master, beacon_socket, address):
+def test_unusable_address_does_not_affect_other_masters(farm, make_master, beacon_socket, address):
     node, master = farm()
     beacon_socket.sendto(wire.master_record(wire.SCAN_REQUEST, address), ("127.0.0.1", node.port))
     node.output.wait(detected(address))
@@ -120,7 +120,7 @@ def test_impossible_address_harms_nobody(farm, make_master, beacon_socket, addre
     master.expect_silence(node.status(wire.DAEMON_STATUS))
 
 
-def test_port_in_use_ends_discovery_but_not_the_daemon(make_node):
+def test_occupied_port_stops_discovery_but_not_the_daemon(make_node):
     node = make_node()
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as holder:
         holder.bind(("0.0.0.0", node.port))
@@ -135,8 +135,8 @@ def test_port_in_use_ends_discovery_but_not_the_daemon(make_node):
     assert "            closing down all existing master connections (0)..." in lines
 
 
-def test_port_is_shared_with_nobody(make_node):
-    """Two may listen on one port if both ask for that, and then only one of them hears a beacon."""
+def test_beacon_port_is_exclusive(make_node):
+    """If two sockets shared the port, only one of them would receive each beacon."""
     node = make_node().serve()
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as intruder:
         intruder.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
@@ -146,7 +146,7 @@ def test_port_is_shared_with_nobody(make_node):
 
 
 @pytest.mark.parametrize("ip", ["127.0.0.1", "127.0.0.2", "127.255.255.254"])
-def test_beacon_is_heard_on_every_address_of_the_machine(make_node, make_master, beacon_socket, ip):
+def test_beacon_is_received_on_every_local_address(make_node, make_master, beacon_socket, ip):
     node, master = make_node().serve(), make_master()
     beacon_socket.sendto(master.record(wire.SCAN_REQUEST), (ip, node.port))
     master.accept()

@@ -1,4 +1,4 @@
-"""A daemon that has run out of descriptors: it keeps what it has, says what it lacks, and recovers."""
+"""A daemon without free descriptors keeps its connections, logs the shortage and recovers."""
 
 import re
 import resource
@@ -26,7 +26,7 @@ SCARCE = re.compile(
     )
 )
 BUSY_SECONDS = 4
-IDLE_SHARE = 0.3  # of a processor; a daemon that tried without end would use a whole one
+IDLE_SHARE = 0.3  # of a processor; a daemon that spins would use a whole one
 
 
 def limited():
@@ -39,7 +39,7 @@ def announce_all(node, masters):
 
 
 def turned_away(node):
-    """What the daemon has said about those it did not connect to."""
+    """Returns the masters not connected to, each with the number of descriptors logged as left."""
     return {
         match[1]: int(match[2])
         for match in map(NOT_CONNECTING.fullmatch, node.output.lines())
@@ -48,7 +48,7 @@ def turned_away(node):
 
 
 def connected(node, masters):
-    """Those that the daemon says it is connected to."""
+    """Returns the masters that the daemon has logged as connected."""
     lines = set(node.output.lines())
     return [master for master in masters if daemon_line(f"connected to master {master}") in lines]
 
@@ -62,7 +62,7 @@ def accepted(node, masters):
 
 @pytest.fixture
 def crowded(make_node, make_master):
-    """A node that has as many masters as it can take, and many more that it cannot: `node, inside, outside`."""
+    """A node with as many masters as it can connect, and many more: `node, inside, outside`."""
     node = make_node(flags="daemon logPrefix logJuce").serve(preexec_fn=limited)
     masters = [make_master() for _ in range(MASTERS)]
 
@@ -82,7 +82,7 @@ def crowded(make_node, make_master):
     return node, inside, outside
 
 
-def test_daemon_serves_those_it_has_and_starts_the_slave(crowded):
+def test_daemon_serves_connected_masters_and_starts_the_slave(crowded):
     node, inside, outside = crowded
     assert set(turned_away(node)) == {str(master) for master in outside}
     assert max(turned_away(node).values()) <= RESERVE
@@ -106,7 +106,7 @@ def test_daemon_does_not_spin(crowded):
     assert share < IDLE_SHARE
 
 
-def test_strangers_at_the_slaves_door_get_nothing_of_the_reserve(crowded):
+def test_strangers_on_the_monitor_port_cannot_use_the_reserve(crowded):
     node, inside, _ = crowded
     running(node, *inside)
     monitor = node.monitor_port(start_line(node, inside[0]))
@@ -116,8 +116,8 @@ def test_strangers_at_the_slaves_door_get_nothing_of_the_reserve(crowded):
     running(node, *inside)
 
 
-def test_owner_that_comes_back_finds_its_place(crowded):
-    """Its slave's monitor uses some of the reserve, but a healthy slave is not stopped for that."""
+def test_reconnecting_owner_is_accepted(crowded):
+    """The slave's monitor uses part of the reserve, which must not stop a healthy slave."""
     node, (owner, *others), _ = crowded
     running(node, owner, *others)
     owner.connection.close()
@@ -128,14 +128,14 @@ def test_owner_that_comes_back_finds_its_place(crowded):
     stopped(node, owner, *others)
 
 
-def test_daemon_recovers_when_they_go(crowded):
+def test_daemon_recovers_when_masters_leave(crowded):
     node, inside, outside = crowded
     running(node, *inside)
     owner, *others = inside
     for master in others:
         master.vanish()
-    # Half of them, because the slave that runs now has taken some descriptors of its own. Whoever announced itself
-    # first is in, which may be one whose earlier beacon was still waiting.
+    # Only half of them, because the running slave uses some descriptors. Any of the masters turned
+    # away may be first, even one whose earlier beacon was still queued.
     wait_until(
         lambda: announce_all(node, outside) or len(connected(node, outside)) >= len(others) // 2,
         "masters that were turned away are connected in the place of those that went",

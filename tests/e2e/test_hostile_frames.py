@@ -1,4 +1,4 @@
-"""Frames that no honest peer sends: whoever sends them may lose by it, nobody else does, and memory stays bounded."""
+"""Invalid frames hurt at most their sender, and memory use stays bounded."""
 
 import resource
 
@@ -30,7 +30,7 @@ CUT = {
     "in two gibibytes": "2c9eb4f2 ffffff7f 41432300",
 }
 RECOVERY_SECONDS = 2
-SLAVE_END_SECONDS = 2  # for a slave that obeys
+SLAVE_END_SECONDS = 2  # for a slave that obeys the stop
 
 
 def without_gibibytes():
@@ -44,7 +44,7 @@ limited_memory = pytest.mark.skipif(
 
 @pytest.fixture
 def attacked(farm):
-    """A node whose slave runs for one master while another one, the last, is up to something."""
+    """A node whose slave runs for one master while another, the last, sends invalid frames."""
     node, owner, hostile = farm(2, flags=FLAGS)
     running(node, owner, hostile)
     yield node, owner, hostile
@@ -58,7 +58,7 @@ def assert_served(node, owner):
 
 
 @pytest.mark.parametrize("junk", FOREIGN.values(), ids=FOREIGN)
-def test_master_that_speaks_something_else_is_connected_anew(attacked, junk):
+def test_master_with_a_foreign_protocol_is_reconnected(attacked, junk):
     node, owner, hostile = attacked
     hostile.connection.send_bytes(bytes.fromhex(junk))
     assert_served(node, owner)
@@ -66,14 +66,14 @@ def test_master_that_speaks_something_else_is_connected_anew(attacked, junk):
 
 
 @pytest.mark.parametrize("junk", SWALLOWED.values(), ids=SWALLOWED)
-def test_frames_without_content_are_passed_over(attacked, junk):
+def test_empty_frames_are_ignored(attacked, junk):
     node, owner, hostile = attacked
     hostile.connection.send_bytes(bytes.fromhex(junk))
     assert_served(node, owner)
 
 
 @pytest.mark.parametrize("junk", CUT.values(), ids=CUT)
-def test_frame_cut_by_the_end_of_the_connection(attacked, junk):
+def test_frame_truncated_by_disconnection(attacked, junk):
     node, owner, hostile = attacked
     hostile.connection.send_bytes(bytes.fromhex(junk))
     assert_served(node, owner)
@@ -81,7 +81,7 @@ def test_frame_cut_by_the_end_of_the_connection(attacked, junk):
     hostile.accept()
 
 
-def test_master_that_sends_byte_by_byte_holds_nobody_up(attacked):
+def test_master_sending_byte_by_byte_blocks_nobody(attacked):
     node, owner, hostile = attacked
     for byte in wire.frame(hostile.record(wire.SCAN_REQUEST)):
         hostile.connection.send_bytes(bytes([byte]))
@@ -89,7 +89,7 @@ def test_master_that_sends_byte_by_byte_holds_nobody_up(attacked):
     hostile.expect(node.status(wire.DAEMON_STATUS, owner))
 
 
-def test_half_a_frame_holds_nobody_up_at_the_end(farm):
+def test_partial_frame_does_not_block_shutdown(farm):
     node, owner, hostile = farm(2, flags=FLAGS)
     running(node, owner, hostile)
     hostile.connection.send_bytes(TWO_GIBIBYTES + b"x")
@@ -100,7 +100,7 @@ def test_half_a_frame_holds_nobody_up_at_the_end(farm):
 @limited_memory
 @pytest.mark.linux_only("reads the memory of a Linux process")
 @pytest.mark.slow
-def test_announced_gibibytes_cost_only_what_arrives(make_node, make_master):
+def test_announced_gibibytes_use_only_the_memory_received(make_node, make_master):
     node = make_node(flags=FLAGS).serve()
     owner, *hostile = (make_master().join(node) for _ in range(9))
     running(node, owner, *hostile)
@@ -109,7 +109,7 @@ def test_announced_gibibytes_cost_only_what_arrives(make_node, make_master):
         master.connection.send_bytes(TWO_GIBIBYTES + bytes(1 << 20))
     for _ in range(20):
         assert_served(node, owner)
-    # 8 MiB have arrived; each of the 9 answering threads may add its stack and its share of the heap.
+    # 8 MiB have arrived; each of the 9 replying threads may add a stack and a heap arena.
     assert measure.resident_kilobytes(node.process.pid) - before < 24 * 1024
     for master in hostile:
         master.connection.close()
@@ -121,8 +121,8 @@ def test_announced_gibibytes_cost_only_what_arrives(make_node, make_master):
 
 @limited_memory
 @pytest.mark.linux_only("limits the memory of a Linux process")
-def test_gibibytes_that_the_machine_does_not_have(make_node, make_master):
-    """The thread that reads their connection dies of them, so that one is made anew; everybody else is served on."""
+def test_allocation_failure_for_a_frame_only_drops_its_connection(make_node, make_master):
+    """The connection's reader thread dies. The daemon reconnects and keeps serving the others."""
     node = make_node(flags=FLAGS).serve(preexec_fn=without_gibibytes)
     owner, hostile = (make_master().join(node) for _ in range(2))
     hostile.connection.send_bytes(TWO_GIBIBYTES + b"x")
@@ -135,7 +135,7 @@ def test_gibibytes_that_the_machine_does_not_have(make_node, make_master):
 
 @limited_memory
 @pytest.mark.linux_only("limits the memory of a Linux process")
-def test_master_that_leaves_after_gibibytes_is_noticed(make_node, make_master):
+def test_master_disconnecting_after_an_allocation_failure_is_detected(make_node, make_master):
     node = make_node(flags=FLAGS).serve(preexec_fn=without_gibibytes)
     hostile = make_master().join(node)
     hostile.connection.send_bytes(TWO_GIBIBYTES)
@@ -149,7 +149,7 @@ def test_master_that_leaves_after_gibibytes_is_noticed(make_node, make_master):
 
 @limited_memory
 @pytest.mark.linux_only("limits the memory of a Linux process")
-def test_owner_that_leaves_after_gibibytes_loses_its_slave(make_node, make_master):
+def test_slave_stops_if_its_owner_disconnects_after_an_allocation_failure(make_node, make_master):
     node = make_node(flags=FLAGS).serve(preexec_fn=without_gibibytes)
     owner, other = (make_master().join(node) for _ in range(2))
     running(node, owner, other)
@@ -169,8 +169,8 @@ def test_owner_that_leaves_after_gibibytes_loses_its_slave(make_node, make_maste
     [*FOREIGN.values(), *SWALLOWED.values(), "2c9eb4f2 ffffff7f", "2c9eb4f2 14000000 0d"],
     ids=[*FOREIGN, *SWALLOWED, "two gibibytes", "cut"],
 )
-def test_slave_that_speaks_something_else_is_stopped_like_any_other(farm, junk):
-    """The stop message travels the other way, so what the slave has said does not matter."""
+def test_slave_with_a_foreign_protocol_can_be_stopped(farm, junk):
+    """The stop message travels the other way, so the slave's own bytes do not matter."""
     node, owner, other = farm(
         2, flags=FLAGS, plays=scenario(f"connect\ninfo\nwait 300\nraw {junk}\nbeat 1000")
     )
@@ -184,7 +184,7 @@ def test_slave_that_speaks_something_else_is_stopped_like_any_other(farm, junk):
 
 @limited_memory
 @pytest.mark.linux_only("reads the memory of a Linux process")
-def test_slave_that_announces_gibibytes(farm):
+def test_slave_announcing_gibibytes_uses_only_the_memory_received(farm):
     node, owner = farm(flags=FLAGS, plays=scenario(PUPPET))
     slave = puppet(node, owner)
     before = measure.resident_kilobytes(node.process.pid)
@@ -197,7 +197,7 @@ def test_slave_that_announces_gibibytes(farm):
     owner.expect(node.status(wire.DAEMON_STATUS), node.status(wire.STOP_REPLY))
 
 
-def test_slave_that_sends_byte_by_byte_is_heard(farm):
+def test_slave_sending_byte_by_byte_is_understood(farm):
     node, owner, other = farm(
         2, flags="daemon daemonDetail logPrefix logJuce", plays=scenario(PUPPET)
     )
@@ -208,8 +208,8 @@ def test_slave_that_sends_byte_by_byte_is_heard(farm):
     owner.expect(node.status(wire.SLAVE_RUNNING, owner))
 
 
-def test_start_after_a_hostile_slave(farm):
-    """Each launch has a monitor of its own: nothing of the last slave's bytes is left."""
+def test_slave_starts_after_a_hostile_one(farm):
+    """Every launch has its own monitor, so no bytes of the previous slave remain."""
     node, owner = farm(
         flags=FLAGS, plays=scenario("connect\nraw 2c9eb4f2ffffff7f\nwait 200\ncrash")
     )

@@ -1,4 +1,5 @@
-"""Masters that never read, that do not exist or that point back at the daemon, and strangers at the slave's door."""
+"""Masters that never read, do not exist or name the daemon's ports; strangers on the monitor port.
+"""
 
 import time
 from concurrent.futures import ThreadPoolExecutor
@@ -24,8 +25,8 @@ from support.slave import SlaveConnection
 
 FLAGS = "daemon logPrefix logJuce"
 HANGS_AT_START = plain_line("detected that slave is hanging during startup -> stopping slave")
-MOST_MASTERS = 10000
-SEVERAL_TICKS = 6  # seconds; each takes one, and half a second goes by before the next
+MAX_MASTERS = 10000
+SEVERAL_TICKS = 6  # seconds; a tick takes one, and the next follows after half a second
 REFUSED = error_line("multiple connections requested for slave monitor")
 
 
@@ -33,8 +34,8 @@ def seconds_to_be_served(master, expected):
     return timed(master.expect_silence, expected)
 
 
-def test_master_that_never_reads_holds_nobody_up_and_is_connected_anew(farm):
-    """The daemon gives a send 200 ms, hangs up at its next tick and connects again."""
+def test_master_that_never_reads_blocks_nobody_and_is_reconnected(farm):
+    """A send times out after 200 ms; the daemon disconnects at its next tick and reconnects."""
     node, patient, deaf = farm(2, flags=FLAGS)
     free = node.status(wire.DAEMON_STATUS)
     with ThreadPoolExecutor() as elsewhere:
@@ -50,10 +51,10 @@ def test_master_that_never_reads_holds_nobody_up_and_is_connected_anew(farm):
     assert lines.count(daemon_line(f"connected to master {deaf}")) == 2
 
 
-def test_change_is_told_to_the_others_although_one_never_reads(farm):
+def test_status_change_reaches_the_others_if_some_never_read(farm):
     node, owner, other, *deaf = farm(5, flags=FLAGS)
     for master in deaf:
-        # No more than the buffers on the way can hold: the daemon's next send falls short, not the test's.
+        # Fits into the socket buffers, so that the daemon's next send times out, not the test's.
         for _ in range(60):
             master.connection.send_bytes(wire.frame(master.record(wire.SCAN_REQUEST)) * 100)
     assert timed(running, node, owner, other) < 5
@@ -61,7 +62,7 @@ def test_change_is_told_to_the_others_although_one_never_reads(farm):
     node.quit()
 
 
-def test_owner_that_never_reads_keeps_its_slave_over_the_new_connection(farm):
+def test_owner_that_never_reads_keeps_its_slave_across_a_reconnect(farm):
     node, other, owner = farm(2, flags=FLAGS)
     running(node, owner, other)
     slave = node.slave_process()
@@ -77,7 +78,7 @@ def test_owner_that_never_reads_keeps_its_slave_over_the_new_connection(farm):
     [b"", b"x", bytes(1000), wire.master_record(wire.SCAN_REQUEST, version=9)],
     ids=["nothing", "a byte", "zeros", "another version"],
 )
-def test_beacon_is_heard_after_20000_junk_datagrams(farm, make_master, beacon_socket, junk):
+def test_beacon_is_received_after_20000_junk_datagrams(farm, make_master, beacon_socket, junk):
     node, first = farm(flags="logPrefix")
     flood(beacon_socket, node, junk, 20000)
     make_master().join(node).expect_silence(node.status(wire.DAEMON_STATUS))
@@ -85,8 +86,10 @@ def test_beacon_is_heard_after_20000_junk_datagrams(farm, make_master, beacon_so
     assert [line for line in node.quit() if line.startswith("ERROR")] == []
 
 
-@pytest.mark.linux_only("Windows takes a second to learn that a connection is refused")
-def test_thousands_of_masters_that_refuse_are_forgotten_at_once(farm, make_master, beacon_socket):
+@pytest.mark.linux_only("Windows needs a second to detect a refused connection")
+def test_thousands_of_refusing_masters_are_unregistered_immediately(
+    farm, make_master, beacon_socket
+):
     node, owner = farm(flags=FLAGS)
     with refusing_socket("0.0.0.0") as nobody:
         announce(beacon_socket, node, loopback_addresses(3000, nobody.getsockname()[1]))
@@ -96,8 +99,8 @@ def test_thousands_of_masters_that_refuse_are_forgotten_at_once(farm, make_maste
 
 
 @pytest.mark.slow
-def test_thousands_of_masters_that_never_answer_leave_time_for_the_others(farm, beacon_socket):
-    """A tick spends a second on them and goes on behind the last one at the next; then requests have their turn."""
+def test_thousands_of_unresponsive_masters_do_not_starve_the_others(farm, beacon_socket):
+    """A tick tries them for one second, the next tick continues; requests are served in between."""
     node, owner, other = farm(2, flags=FLAGS)
     with black_hole() as port:
         addresses = loopback_addresses(3000, port)
@@ -122,15 +125,15 @@ def test_thousands_of_masters_that_never_answer_leave_time_for_the_others(farm, 
 
 
 @pytest.mark.linux_only("reads the memory of a Linux process")
-def test_invented_masters_are_registered_up_to_a_limit(farm, beacon_socket):
+def test_forged_masters_are_registered_up_to_a_limit(farm, beacon_socket):
     node, owner = farm(flags=FLAGS)
     before = measure.resident_kilobytes(node.process.pid)
     invented = count()
-    complaint = f": there are {MOST_MASTERS} already"
+    complaint = f": there are {MAX_MASTERS} already"
     with black_hole() as port:
 
         def full():
-            """Always new ones, since a busy daemon misses many."""
+            """Announces new masters each time, because a busy daemon misses many beacons."""
             names = [
                 f"127.{9 + number // 65536}.{number // 256 % 256}.{number % 256}"
                 for number in islice(invented, 250)
@@ -150,11 +153,11 @@ def test_invented_masters_are_registered_up_to_a_limit(farm, beacon_socket):
     kept = node.output.wait_match(
         r" +closing down all existing master connections \((\d+)\)\.\.\."
     ).group(1)
-    assert MOST_MASTERS - 10 <= int(kept) <= MOST_MASTERS  # a tick or two may have forgotten one
+    assert MAX_MASTERS - 10 <= int(kept) <= MAX_MASTERS  # a few may have been unregistered since
 
 
-def test_beacons_that_name_the_daemons_own_ports(farm, beacon_socket):
-    """On its beacon port nobody listens for connections; at the slave's door it is one more stranger."""
+def test_beacons_with_the_daemons_own_ports(farm, beacon_socket):
+    """The beacon port refuses connections; on the monitor port, the daemon is another stranger."""
     node, owner, other = farm(2, flags=FLAGS)
     running(node, owner, other)
     monitor = node.monitor_port(start_line(node, owner))
@@ -167,15 +170,15 @@ def test_beacons_that_name_the_daemons_own_ports(farm, beacon_socket):
     node.output.wait(REFUSED)
     other.expect_silence(node.status(wire.DAEMON_STATUS, owner))
     stopped(node, owner, other)
-    started(node, owner, other)  # whether the slave or the stranger is first now is open
+    started(node, owner, other)  # the slave or the stranger may connect first
     lines = node.quit()
     assert daemon_line(f"connected to master 127.0.0.1:{node.port}") not in lines
     node.assert_no_slave()
 
 
 @pytest.mark.slow
-def test_daemon_that_is_first_at_its_own_slaves_door_is_only_a_stranger(farm, beacon_socket):
-    """It takes the slave's place there: that start fails, and the daemon survives talking to itself."""
+def test_daemon_survives_connecting_to_its_own_monitor_port_first(farm, beacon_socket):
+    """Taking the slave's place, it fails that start and survives talking to itself."""
     node, owner, other = farm(
         2, flags=FLAGS, plays=scenario("wait 4000\nconnect\nexit 0", settings="on-lost ignore")
     )
@@ -191,8 +194,8 @@ def test_daemon_that_is_first_at_its_own_slaves_door_is_only_a_stranger(farm, be
 
 
 @pytest.mark.slow
-def test_stranger_that_is_first_at_the_slaves_door_costs_that_one_start(farm):
-    """The first to connect keeps the place, so the slave itself is refused and counts as hanging."""
+def test_stranger_first_on_the_monitor_port_fails_only_that_start(farm):
+    """The first connection is kept, so the slave itself is refused and is treated as hanging."""
     node, owner, other = farm(
         2,
         flags=FLAGS,
@@ -217,13 +220,13 @@ def test_stranger_that_is_first_at_the_slaves_door_costs_that_one_start(farm):
     node.quit()
 
 
-def test_strangers_in_numbers_at_a_running_slaves_door(farm):
+def test_many_strangers_on_the_monitor_port_of_a_running_slave(farm):
     node, owner, other = farm(2, flags=FLAGS)
     running(node, owner, other)
     monitor = node.monitor_port(start_line(node, owner))
     for _ in range(200):
         assert SlaveConnection(monitor).is_closed_by_daemon()
-    wait_until(lambda: node.output.count(REFUSED) == 200, "each of them has drawn a line")
+    wait_until(lambda: node.output.count(REFUSED) == 200, "each of them has been logged")
     other.expect_silence(node.status(wire.DAEMON_STATUS, owner))
     stopped(node, owner, other)
     node.quit()

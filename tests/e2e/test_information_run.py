@@ -1,4 +1,4 @@
-"""The run of the slave that tells the daemon its version and GPUs, and all the ways in which it can fail."""
+"""The slave run that reports version and GPUs, and all the ways in which it can fail."""
 
 import pytest
 
@@ -15,7 +15,7 @@ KILLED = "slave didn't stop gracefully, killing process by force"
 
 
 def own_output(make_node, information, settings=""):
-    """All that a daemon prints whose information run fails; it ends by itself and without a slave."""
+    """Runs a daemon whose information run fails; returns its lines. It exits without a slave."""
     node = make_node(flags=None, plays=scenario(information=settings + information))
     node.start()
     node.output.rest()
@@ -108,7 +108,7 @@ def test_authenticating_has_no_time_limit(make_node):
     node.output.wait("Launching daemon with:")
 
 
-def test_slave_is_told_that_only_information_is_wanted(make_node):
+def test_slave_is_asked_for_information_only(make_node):
     node = make_node(flags="daemon")
     node.start()
     port = node.output.wait_match(r"using free port (\d+) to communicate with slave").group(1)
@@ -133,13 +133,13 @@ def test_slave_is_told_that_only_information_is_wanted(make_node):
     ]
 
 
-def test_no_slave_is_left_by_the_information_run(make_node):
+def test_information_run_leaves_no_slave_behind(make_node):
     node = make_node().serve()
     node.assert_no_slave()
 
 
 @pytest.mark.linux_only("Wine reports the end of a process by a signal in its own way")
-def test_interrupt_during_the_information_run_ends_the_process_at_once(make_node):
+def test_interrupt_during_the_information_run_ends_the_process_immediately(make_node):
     node = make_node(flags="daemon", plays=scenario(information="connect\nhang"))
     node.start()
     node.slave_report("hanging")

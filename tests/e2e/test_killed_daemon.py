@@ -1,4 +1,4 @@
-"""A daemon that is itself killed by force leaves no slave behind, whatever the slave was doing."""
+"""A daemon killed by force leaves no slave behind, whatever the slave was doing."""
 
 import signal
 import time
@@ -19,20 +19,20 @@ STUBBORN = "on-stop ignore\non-lost ignore"
 
 
 def kill_daemon(node):
-    """SIGKILL, or what Wine makes of it: the end of the process without a word to it."""
+    """Kills the daemon without notice: by SIGKILL, or Wine's equivalent."""
     node.process.kill()
     assert node.wait_exit() == -signal.SIGKILL
 
 
 def terminate_daemon(node):
-    """TerminateProcess from another program, which takes the latest slave's parent."""
+    """Has another program call TerminateProcess for the parent of the latest slave."""
     programs.run(programs.bin_dir() / TERMINATE, node.slave_id())
     node.wait_exit()
 
 
 def assert_nothing_left(node):
     node.wait_no_slave()
-    # The slave has the same stream, which ends with the last that holds it; Wine's server may hold it for ever.
+    # The stream ends with its last holder; the slave is one, and Wine's server may keep it open.
     lines = node.output.lines() if programs.ON_WINDOWS else node.output.rest()
     assert not [line for line in lines if line.startswith(("Stopped logging on ", SLAVE_GAVE_UP))]
 
@@ -55,7 +55,7 @@ def assert_nothing_left(node):
     ],
     ids=["well-behaved", "stubborn", "authenticating", "hanging", "never connected"],
 )
-def test_slave_in_every_state(farm, settings, run, end):
+def test_no_slave_survives_in_any_state(farm, settings, run, end):
     node, owner = farm(plays=scenario(run, settings=settings))
     started(node, owner)
     start = start_line(node, owner)
@@ -65,8 +65,8 @@ def test_slave_in_every_state(farm, settings, run, end):
 
 
 @pytest.mark.parametrize("delay_ms", [0, 1, 2, 4, 8, 16, 32])
-def test_in_the_middle_of_a_start(farm, delay_ms):
-    """From the request on, through the launch, to the first sign of life."""
+def test_no_slave_survives_a_kill_during_start(farm, delay_ms):
+    """Covers the time from the request to the slave's first line."""
     node, owner = farm(plays=scenario(PUPPET, settings=STUBBORN))
     owner.request(wire.START_REQUEST)
     time.sleep(delay_ms / 1000)
@@ -74,7 +74,7 @@ def test_in_the_middle_of_a_start(farm, delay_ms):
     assert_nothing_left(node)
 
 
-def test_while_the_slave_is_being_stopped(farm):
+def test_no_slave_survives_a_kill_during_stop(farm):
     node, owner = farm(plays=scenario(settings=STUBBORN))
     running(node, owner)
     owner.request(wire.STOP_REQUEST)
@@ -83,7 +83,7 @@ def test_while_the_slave_is_being_stopped(farm):
     assert_nothing_left(node)
 
 
-def test_in_a_steal(farm):
+def test_no_slave_survives_a_kill_during_steal(farm):
     node, owner, thief = farm(2, plays=scenario(settings=STUBBORN))
     running(node, owner, thief)
     thief.request(wire.STEAL_REQUEST)
@@ -92,7 +92,7 @@ def test_in_a_steal(farm):
     assert_nothing_left(node)
 
 
-def test_next_daemon_takes_the_same_ports(farm, make_node):
+def test_next_daemon_can_use_the_same_ports(farm, make_node):
     node, owner = farm(plays=scenario(settings=STUBBORN))
     running(node, owner)
     kill_daemon(node)
@@ -106,8 +106,8 @@ def test_next_daemon_takes_the_same_ports(farm, make_node):
 
 
 @pytest.mark.windows_only("Linux knows no jobs")
-def test_inside_a_job(make_node, make_master):
-    """As the Task Scheduler and build systems start programs; that job stays when the daemon has ended."""
+def test_no_slave_survives_a_kill_inside_a_job(make_node, make_master):
+    """The Task Scheduler and build systems use jobs; this one outlives the daemon."""
     node = make_node(plays=scenario(settings=STUBBORN))
     daemon = programs.native_path(node.program)
     node.program = programs.install(OUTER_JOB, node.program.parent)
@@ -122,7 +122,7 @@ def test_inside_a_job(make_node, make_master):
 
 
 @pytest.mark.windows_only("Linux knows no jobs")
-def test_process_that_the_slave_starts_outside_the_job_survives(make_node):
+def test_process_that_breaks_away_from_the_job_survives(make_node):
     node = make_node()
     node.slave = programs.install(BREAKAWAY, node.slave.parent, node.slave.name)
     node.start()

@@ -1,4 +1,4 @@
-"""The flags file beside the executable decides what is logged, where to and in which form."""
+"""The flags file beside the executable controls what is logged, where and in which format."""
 
 import os
 import stat
@@ -27,7 +27,8 @@ TABLE = [
     (
         "logFlushTime",
         '""',
-        "The time (ms) after which the log is flushed. If set to 0, the timer based flush will be disabled.",
+        "The time (ms) after which the log is flushed. "
+        "If set to 0, the timer based flush will be disabled.",
     ),
     ("logForceFlush", '""', "If enabled, every logged line will be flushed"),
     (
@@ -42,13 +43,14 @@ TABLE = [
     (
         "logToStdout",
         '""',
-        "If enabled, logging will go to standard out (when set to 1) or standard error (when set to 2)",
+        "If enabled, logging will go to standard out (when set to 1) "
+        "or standard error (when set to 2)",
     ),
 ]
 
 
 def table(**values):
-    """The dump that shows these values and otherwise the defaults."""
+    """Returns the flag table with these values and otherwise the defaults."""
     values = {"logFlags": 1, "logToStdout": 1, **values}
     rows = []
     for name, prefix, description in TABLE:
@@ -65,7 +67,7 @@ def table(**values):
 
 
 def run_without_arguments(make_node, flags):
-    """A daemon that only logs a complaint and ends; `flags` are the bytes of its flags file."""
+    """Runs a daemon that only logs an error and exits; `flags` is the content of its flags file."""
     node = make_node(flags=None)
     if flags is not None:
         node.flags_file.write_bytes(flags)
@@ -82,18 +84,18 @@ def assert_table(make_node, flags, **values):
     assert node.errors.lines() == []
 
 
-def test_without_a_file_only_standard_output_is_on(make_node):
+def test_without_a_flags_file_only_standard_output_is_enabled(make_node):
     node = run_without_arguments(make_node, None)
     assert between_start_and_stop(node.output.lines()) == [NO_SLAVE, *usage(node.program)]
     assert node.errors.lines() == []
     assert [file.name for file in node.program.parent.iterdir()] == [node.program.name]
 
 
-def test_table_of_all_flags(make_node):
+def test_flag_table(make_node):
     assert_table(make_node, b"logFlags")
 
 
-def test_every_row_literally(make_node):
+def test_flag_table_rows_literally(make_node):
     lines = run_without_arguments(make_node, b"logFlags").output.lines()
     assert (
         'daemon                    release 0          "daemon"     '
@@ -131,7 +133,7 @@ def test_every_row_literally(make_node):
         (b"logFlags logForceFlush=3 logAppendToFile", {"logForceFlush": 3, "logAppendToFile": 1}),
     ],
 )
-def test_forms_of_the_file(make_node, flags, values):
+def test_accepted_syntax_of_the_flags_file(make_node, flags, values):
     assert_table(make_node, flags, **values)
 
 
@@ -140,22 +142,22 @@ def test_junk_around_the_flags_is_ignored(make_node):
     assert_table(make_node, junk + b"\nlogFlags\nlogFlushTime=4\n" + junk, logFlushTime=4)
 
 
-def test_megabytes_are_read_to_their_end(make_node):
+def test_large_flags_file_is_read_completely(make_node):
     assert_table(
         make_node, b"nobody=1 someone else\n" * 200000 + b"logFlags logFlushTime=4", logFlushTime=4
     )
 
 
-def test_a_folder_in_the_place_of_the_file_is_skipped(make_node):
+def test_folder_in_place_of_the_flags_file_is_ignored(make_node):
     node = make_node(flags=None)
     node.flags_file.mkdir()
     node.start([])
     assert between_start_and_stop(node.output.rest()) == [NO_SLAVE, *usage(node.program)]
 
 
-@pytest.mark.linux_only("Windows has no socket among its files")
-def test_a_file_that_cannot_be_opened_is_skipped(make_node):
-    """Not even root can open a socket; permissions would not stop it."""
+@pytest.mark.linux_only("Windows has no socket files")
+def test_unopenable_flags_file_is_ignored(make_node):
+    """Not even root can open a socket file; file permissions would not stop root."""
     node = make_node(flags=None)
     os.mknod(node.flags_file, stat.S_IFSOCK | 0o666)
     with pytest.raises(OSError):
@@ -165,8 +167,8 @@ def test_a_file_that_cannot_be_opened_is_skipped(make_node):
     assert node.wait_exit() == 0
 
 
-@pytest.mark.linux_only("opens a file that reads as an error, as Linux's processes have them")
-def test_a_file_that_cannot_be_read_is_skipped(make_node):
+@pytest.mark.linux_only("needs /proc/self/mem, which opens but cannot be read")
+def test_unreadable_flags_file_is_ignored(make_node):
     node = make_node(flags=None)
     node.flags_file.symlink_to("/proc/self/mem")
     node.start([])
@@ -174,12 +176,12 @@ def test_a_file_that_cannot_be_read_is_skipped(make_node):
     assert node.wait_exit() == 0
 
 
-def test_output_switched_off(make_node):
+def test_output_can_be_disabled(make_node):
     node = run_without_arguments(make_node, b"logToStdout 0")
     assert (node.output.lines(), node.errors.lines()) == ([], [])
 
 
-def test_output_moved_to_standard_error(make_node):
+def test_output_can_go_to_standard_error(make_node):
     node = run_without_arguments(make_node, b"logToStdout 2")
     assert node.output.lines() == []
     assert between_start_and_stop(node.errors.lines()) == [NO_SLAVE, *usage(node.program)]
@@ -195,7 +197,7 @@ def test_any_other_value_means_standard_output(make_node, value):
 @pytest.mark.parametrize(
     "flags", [b"daemon=1", b"daemon 1", b"daemon", b"daemon=-1", b"daemon=2147483648"]
 )
-def test_flag_that_is_not_zero_logs_the_command_line(make_node, flags):
+def test_nonzero_daemon_flag_logs_the_command_line(make_node, flags):
     node = make_node(flags=None)
     node.flags_file.write_bytes(flags)
     node.start(["--port", "5130", "--gpus", "1 2", "--alias", "x"])
@@ -211,6 +213,6 @@ def test_flag_that_is_not_zero_logs_the_command_line(make_node, flags):
 @pytest.mark.parametrize(
     "flags", [b"", b"daemon=0", b"daemonDetail", b"daemon=1 daemon=0", b'"daemon"']
 )
-def test_command_line_is_not_logged_otherwise(make_node, flags):
+def test_command_line_is_not_logged_without_the_daemon_flag(make_node, flags):
     node = run_without_arguments(make_node, flags)
     assert between_start_and_stop(node.output.lines()) == [NO_SLAVE, *usage(node.program)]

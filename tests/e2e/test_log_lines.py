@@ -1,4 +1,4 @@
-"""Form and place of the log's lines: prefix field, time stamp, streams, the log file."""
+"""The format and destination of log lines: prefix field, time stamp, streams, log file."""
 
 import os
 import re
@@ -27,7 +27,7 @@ def test_prefix_field(make_node):
     assert lines[0].startswith(plain_line("Started logging on "))
     assert lines[1:3] == [plain_line(""), daemon_line("Command line:")]
     assert lines[3] == daemon_line("")
-    # The line feed that begins a text of the usage stands behind its prefix.
+    # Some usage texts begin with a line feed, which follows the prefix.
     assert lines[4:-3] == [
         error_line(NO_SLAVE),
         error_line(""),
@@ -73,13 +73,13 @@ def test_start_line_is_local_time_while_stamps_are_utc(make_node):
     assert (seconds(local) - seconds(stamp)) % 86400 in (19800, 19801)
 
 
-def test_no_log_file_unless_asked_for(make_node):
+def test_no_log_file_by_default(make_node):
     node = make_node(flags="logForceFlush logFlushTime=10 logAppendToFile")
     finished(node)
     assert not node.log_file.exists()
 
 
-def test_log_file_has_the_same_lines_with_lf_ends(make_node):
+def test_log_file_has_the_same_lines_with_lf_endings(make_node):
     node = make_node(flags="logToFile logPrefix daemon")
     lines = finished(node)
     assert node.log_file.read_bytes() == "".join(line + "\n" for line in lines).encode()
@@ -91,14 +91,14 @@ def test_log_file_without_standard_output(make_node):
     assert NO_SLAVE in node.log_file.read_text().split("\n")
 
 
-def test_log_file_replaces_the_one_before(make_node):
+def test_log_file_is_overwritten(make_node):
     node = make_node(flags="logToFile")
     node.log_file.write_text("of old\n")
     lines = finished(node)
     assert node.log_file.read_text() == "\n".join(lines) + "\n"
 
 
-def test_log_file_is_appended_to(make_node):
+def test_log_file_can_be_appended_to(make_node):
     node = make_node(flags="logToFile logAppendToFile")
     node.log_file.write_bytes(b"of old, no line end")
     first = finished(node)
@@ -120,7 +120,7 @@ def test_log_file_falls_back_to_the_temporary_folder(make_node):
 
 
 @pytest.mark.linux_only("TMPDIR names the temporary folder on Linux")
-def test_log_file_that_cannot_be_opened_anywhere_is_given_up_silently(make_node):
+def test_log_file_that_cannot_be_opened_anywhere_is_silently_skipped(make_node):
     node = make_node(flags="logToFile logForceFlush")
     node.log_file.mkdir()
     lines = finished(node, env={**os.environ, "TMPDIR": str(node.folder / "nobody")})
@@ -130,7 +130,7 @@ def test_log_file_that_cannot_be_opened_anywhere_is_given_up_silently(make_node)
 
 @pytest.fixture
 def idle_node(make_node):
-    """A daemon in service that has nothing to say any more: all lines up to now are known."""
+    """A serving daemon that logs nothing more: all of its lines are known."""
 
     def start(flags):
         node = make_node(flags=flags).serve()
@@ -141,14 +141,14 @@ def idle_node(make_node):
 
 
 @pytest.mark.parametrize("value", ["1", "-1"])
-def test_every_line_is_flushed_if_asked_for(idle_node, value):
+def test_every_line_is_flushed_on_request(idle_node, value):
     node = idle_node(f"daemon logToFile logForceFlush={value}")
     written = node.log_file.read_text()
     assert written.endswith(f"start listening for masters on port {node.port}\n")
 
 
-def test_lines_are_flushed_by_their_number(make_node):
-    """Up to the end of the start-up fourteen texts are logged, some with line feeds in them, so ten are flushed."""
+def test_lines_are_flushed_every_n_lines(make_node):
+    """Start-up logs fourteen texts, some of several lines, so the first ten have been flushed."""
     node = make_node(flags="logToFile logForceFlush=5").serve()
     lines = node.log_file.read_text().split("\n")
     assert lines[-4:] == [
@@ -159,7 +159,7 @@ def test_lines_are_flushed_by_their_number(make_node):
     ]
 
 
-def test_lines_wait_in_the_buffer_otherwise(idle_node):
+def test_lines_are_buffered_by_default(idle_node):
     node = idle_node("daemon logToFile")
     assert node.log_file.read_bytes() == b""
     node.quit()
@@ -177,7 +177,7 @@ def test_lines_are_flushed_by_the_timer(idle_node):
 @pytest.mark.parametrize(
     "stream, flags", [("stdout", "daemon"), ("stderr", "daemon logToStdout=2")]
 )
-def test_redirected_stream_is_live(make_node, stream, flags):
+def test_redirected_stream_is_not_buffered(make_node, stream, flags):
     node = make_node(flags=flags)
     file = node.folder / "redirected.txt"
     with file.open("wb") as target:
@@ -187,7 +187,7 @@ def test_redirected_stream_is_live(make_node, stream, flags):
     assert node.process.poll() is None
 
 
-def test_reader_of_standard_output_that_leaves_does_no_harm(make_node, make_master):
+def test_closed_standard_output_is_harmless(make_node, make_master):
     node = make_node(flags="daemon")
     reader, writer = os.pipe()
     node.serve(stdout=writer)

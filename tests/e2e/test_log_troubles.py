@@ -1,4 +1,4 @@
-"""Trouble with where the log goes: a full disk, a read-only folder, a lost file, a reader that is gone or asleep."""
+"""Trouble with log destinations: full disks, read-only folders, removed files, stalled pipes."""
 
 import fcntl
 import os
@@ -13,23 +13,23 @@ import pytest
 from support import measure, mounts, programs, wire
 from support.hostile import flood
 from support.node import LOG_FILE, wait_until
-from support.output import Output, daemon_line, error_line, plain_line
+from support.output import Output, error_line, plain_line
 from support.ownership import running, started, stopped
 from support.scenario import PUPPET, scenario
 from support.slave import SlaveConnection
 
-pytestmark = pytest.mark.linux_only("made of Linux's devices, mounts and pipes")
+pytestmark = pytest.mark.linux_only("needs Linux's devices, mounts and pipes")
 
 FILE_FLAGS = "daemon logPrefix logJuce logToFile logForceFlush=1"
 NO_MOUNTS = "needs Linux's mounts" if programs.ON_WINDOWS else mounts.why_not()
-LONGER_THAN_ANY_FORCE = 7  # seconds; the framework would use force after 5 at the latest
+LONGER_THAN_ANY_KILL = 7  # seconds; JUCE would kill a thread after 5 at the latest
 MORE_THAN_A_PIPE_HOLDS = 2000
 LOG_BUFFER = 64 * 1024  # bytes
 own_mounts = pytest.mark.skipif(bool(NO_MOUNTS), reason=NO_MOUNTS or "-")
 
 
 def assert_goes_on(node, make_master):
-    """Everything but the log is as ever."""
+    """Asserts that everything except the log works as usual."""
     owner, other = (make_master().join(node) for _ in range(2))
     running(node, owner, other)
     stopped(node, owner, other)
@@ -53,7 +53,7 @@ def test_standard_output_on_a_full_disk(make_node, make_master):
 
 
 def complain(beacon_socket, node, size):
-    """Junk until the daemon has logged so many bytes of complaints about it."""
+    """Sends junk until the daemon has logged at least `size` bytes of complaints."""
     begin = len(node.output.lines())
     while sum(map(len, node.output.lines()[begin:])) < size:
         before = len(node.output.lines())
@@ -62,7 +62,7 @@ def complain(beacon_socket, node, size):
 
 
 def assert_whole_lines(logged, lines):
-    """What was logged are some of the lines, each as it was and all in their order."""
+    """Asserts that the log is a subsequence of these lines, each of them complete."""
     remaining = iter(lines)
     for line in logged.splitlines(keepends=True):
         assert line.endswith("\n") and any(line == other + "\n" for other in remaining), repr(line)
@@ -70,7 +70,7 @@ def assert_whole_lines(logged, lines):
 
 @own_mounts
 @pytest.mark.parametrize("flags", ["logForceFlush=1", "logForceFlush=7", "logFlushTime=20", ""])
-def test_log_goes_on_with_whole_lines_when_the_disk_has_room_again(make_node, beacon_socket, flags):
+def test_log_resumes_with_whole_lines_when_disk_space_is_freed(make_node, beacon_socket, flags):
     node = make_node(flags=f"daemon logTime logPrefix logToFile logAppendToFile {flags}")
     disk = node.folder / "disk"
     disk.mkdir()
@@ -84,7 +84,7 @@ def test_log_goes_on_with_whole_lines_when_the_disk_has_room_again(make_node, be
     with open(seen_by_daemon / LOG_FILE) as file:
         full = os.fstat(file.fileno()).st_size
         complain(beacon_socket, node, 3 * LOG_BUFFER)
-        assert os.fstat(file.fileno()).st_size - full < 4096  # what was left of the last page
+        assert os.fstat(file.fileno()).st_size - full < 4096  # the rest of the last page
         filler.unlink()
         complain(beacon_socket, node, 2 * LOG_BUFFER)
         lines = node.quit()
@@ -94,7 +94,9 @@ def test_log_goes_on_with_whole_lines_when_the_disk_has_room_again(make_node, be
 
 
 @own_mounts
-def test_read_only_folder_sends_the_log_to_the_temporary_one(make_node, make_master, tmp_path):
+def test_read_only_folder_makes_the_log_fall_back_to_the_temporary_one(
+    make_node, make_master, tmp_path
+):
     temporary = tmp_path / "temporary"
     temporary.mkdir()
     node = make_node(flags=FILE_FLAGS)
@@ -109,7 +111,7 @@ def test_read_only_folder_sends_the_log_to_the_temporary_one(make_node, make_mas
 
 
 @own_mounts
-def test_nowhere_to_write_a_log_file(make_node, make_master, tmp_path):
+def test_no_folder_is_writable_for_the_log_file(make_node, make_master, tmp_path):
     temporary = tmp_path / "temporary"
     temporary.mkdir()
     node = make_node(flags=FILE_FLAGS)
@@ -124,7 +126,7 @@ def test_nowhere_to_write_a_log_file(make_node, make_master, tmp_path):
 
 @pytest.fixture
 def shared_folder(make_node, tmp_path):
-    """A node that has to log to a temporary folder in which others place files too, and the log's place there."""
+    """Creates a node that logs to a shared temporary folder; returns it and its log path there."""
     folder = tmp_path / "temporary"
     folder.mkdir(mode=0o1777)
 
@@ -137,7 +139,7 @@ def shared_folder(make_node, tmp_path):
 
 
 def run_with_temporary_folder(node, folder):
-    """What a daemon prints that only complains and ends."""
+    """Runs a daemon that only logs an error and exits; returns its lines."""
     lines = node.start([], env={**os.environ, "TMPDIR": str(folder)}).output.rest()
     assert node.wait_exit() == 0
     return lines
@@ -167,7 +169,7 @@ def test_link_in_the_temporary_folder_is_not_appended_to(shared_folder, tmp_path
     assert target.read_text() == "precious\n" if target_exists else not target.exists()
 
 
-def test_second_name_of_a_file_in_the_temporary_folder_is_not_appended_to(shared_folder, tmp_path):
+def test_hard_link_in_the_temporary_folder_is_not_appended_to(shared_folder, tmp_path):
     node, place = shared_folder("logAppendToFile")
     target = tmp_path / "target"
     target.write_text("precious\n")
@@ -197,8 +199,8 @@ def test_own_file_in_the_temporary_folder_is_appended_to(shared_folder):
     [Path.unlink, lambda file: file.rename(file.with_suffix(".old"))],
     ids=["deleted", "moved"],
 )
-def test_log_file_lost_under_way(make_node, make_master, lose):
-    """The daemon goes on writing to the file that it has open; it makes no new one."""
+def test_log_file_removed_while_running(make_node, make_master, lose):
+    """The daemon keeps writing to the open file and creates no new one."""
     node = make_node(flags=FILE_FLAGS).serve()
     lose(node.log_file)
     assert_goes_on(node, make_master)
@@ -207,7 +209,7 @@ def test_log_file_lost_under_way(make_node, make_master, lose):
 
 
 @pytest.mark.parametrize("stream", [1, 2])
-def test_reader_that_is_gone(make_node, make_master, stream):
+def test_output_pipe_without_a_reader(make_node, make_master, stream):
     node = make_node(flags=f"{FILE_FLAGS} logToStdout={stream}")
     reader, writer = os.pipe()
     node.serve(stdout=writer, stderr=writer)
@@ -218,8 +220,8 @@ def test_reader_that_is_gone(make_node, make_master, stream):
     assert "Stopped logging on " in node.log_file.read_text()
 
 
-class SleepyReader:
-    """Holds the pipe with the daemon's output, but reads it only from the moment on in which it is woken."""
+class StalledReader:
+    """Holds the pipe of the daemon's output, but reads it only after `wake`."""
 
     def __init__(self, node):
         self.node = node
@@ -228,7 +230,7 @@ class SleepyReader:
         os.close(writer)
 
     def wait_until_behind(self):
-        """The last bytes of a pipe's pages stay free where the next line does not fit."""
+        """Waits until the pipe is nearly full; a line may not fit into the rest of a page."""
         nearly_full = fcntl.fcntl(self.pipe, fcntl.F_GETPIPE_SZ) * 3 // 4
         wait_until(lambda: self._waiting() > nearly_full, "the pipe of the log is full")
 
@@ -241,13 +243,13 @@ class SleepyReader:
 
 
 def assert_waits(node, *silent, seconds):
-    """The daemon is still there and has sent nothing to these connections all the time."""
+    """Asserts that the daemon keeps running and sends nothing to these connections."""
     arrived, _, _ = select.select([connection._socket for connection in silent], [], [], seconds)
     assert not arrived and node.process.poll() is None
 
 
 def fall_behind(beacon_socket, node):
-    """Junk until the daemon's own complaints have filled the pipe, and so stop its beacon thread."""
+    """Sends junk until the daemon's complaints fill the pipe and block its beacon thread."""
 
     def stopped_listening():
         flood(beacon_socket, node, b"junk", 100)
@@ -258,11 +260,9 @@ def fall_behind(beacon_socket, node):
     wait_until(stopped_listening, "the daemon waits for the reader of its log")
 
 
-def test_daemon_waits_for_a_reader_that_sleeps_and_then_goes_on(
-    make_node, make_master, beacon_socket
-):
+def test_daemon_waits_for_a_stalled_reader_and_resumes(make_node, make_master, beacon_socket):
     node = make_node(flags="daemon logPrefix logJuce")
-    reader = SleepyReader(node)
+    reader = StalledReader(node)
     owner, other = (make_master().join(node) for _ in range(2))
     fall_behind(beacon_socket, node)
     owner.request(wire.START_REQUEST)
@@ -280,37 +280,37 @@ def test_daemon_waits_for_a_reader_that_sleeps_and_then_goes_on(
 
 
 @pytest.mark.slow
-def test_end_waits_for_a_reader_that_sleeps_and_forces_nothing(
+def test_shutdown_waits_for_a_stalled_reader_without_killing_threads(
     make_node, make_master, beacon_socket
 ):
-    """The beacon thread is stuck in the log while the daemon ends: it has to come to its own end."""
+    """The beacon thread is blocked in the log during the shutdown and has to end by itself."""
     node = make_node(flags="daemon logPrefix logJuce")
-    reader = SleepyReader(node)
+    reader = StalledReader(node)
     make_master().join(node)
     fall_behind(beacon_socket, node)
     node.interrupt()
-    assert_waits(node, seconds=LONGER_THAN_ANY_FORCE)
+    assert_waits(node, seconds=LONGER_THAN_ANY_KILL)
     lines = reader.wake().rest()
     assert node.wait_exit() == 0
     assert lines[-2].startswith(plain_line("Stopped logging on "))
 
 
 @pytest.mark.slow
-def test_stop_waits_for_a_reader_that_sleeps_and_forces_nothing(make_node, make_master):
-    """The slave's connection and the door that turns strangers away are both stuck in the log."""
+def test_stop_waits_for_a_stalled_reader_without_killing_threads(make_node, make_master):
+    """Both the slave's connection and the monitor's server thread are blocked in the log."""
     node = make_node(flags="logPrefix logJuce", plays=scenario(PUPPET))
-    reader = SleepyReader(node)
+    reader = StalledReader(node)
     owner = make_master().join(node)
     started(node, owner)
     slave = slave_connection(node)
     slave.send_bytes(wire.frame(b"x") * MORE_THAN_A_PIPE_HOLDS)
-    reader.wait_until_behind()  # before its connection is accepted, a slave is told nothing
+    reader.wait_until_behind()  # a stop reaches the slave only after its connection is accepted
     owner.request(wire.STOP_REQUEST)
     slave.expect_stop()
     stranger = SlaveConnection(node.port + 1)
     assert_waits(node, owner.connection, stranger, seconds=1)
     node.kill_slave()
-    assert_waits(node, owner.connection, seconds=LONGER_THAN_ANY_FORCE)
+    assert_waits(node, owner.connection, seconds=LONGER_THAN_ANY_KILL)
     reader.wake()
     owner.expect(node.status(wire.DAEMON_STATUS), node.status(wire.STOP_REPLY))
     assert stranger.is_closed_by_daemon()
@@ -319,7 +319,7 @@ def test_stop_waits_for_a_reader_that_sleeps_and_forces_nothing(make_node, make_
 
 
 def slave_connection(node):
-    """The slave process is there before it has said a word that anybody reads."""
+    """Connects to the monitor; nothing can be read yet that would announce its port."""
 
     def connected():
         try:

@@ -1,4 +1,4 @@
-"""A master's machine that loses its power is noticed within 30 s, and its slave is freed."""
+"""The power failure of a master's machine is detected within 30 s, and its slave is stopped."""
 
 import time
 
@@ -26,7 +26,7 @@ def cable():
 
 @pytest.fixture
 def far_apart(cable, make_node):
-    """A daemon on one machine, a master beside it and one on the other machine."""
+    """A daemon on one machine, a master beside it, and a master on the other machine."""
     masters = []
 
     def make(**settings):
@@ -42,7 +42,7 @@ def far_apart(cable, make_node):
 
 
 def assert_noticed(node, near, lost, cut_at):
-    """The master that is left hears that the node is free; only the lost one was disconnected."""
+    """Asserts that only the lost master is disconnected and the other sees a free node."""
     near.expect(node.status(wire.DAEMON_STATUS))
     took = time.monotonic() - cut_at
     assert took < NOTICED_WITHIN
@@ -60,7 +60,7 @@ def assert_noticed(node, near, lost, cut_at):
 
 
 @pytest.mark.slow
-def test_lost_while_nothing_is_sent(far_apart, cable):
+def test_loss_of_an_idle_host_is_detected(far_apart, cable):
     node, near, lost = far_apart()
     running(node, lost, near)
     cable.cut()
@@ -68,8 +68,8 @@ def test_lost_while_nothing_is_sent(far_apart, cable):
 
 
 @pytest.mark.slow
-def test_lost_with_a_broadcast_in_flight(far_apart, cable):
-    """Its start request waits behind a slow stop when its machine goes; then it is told of both."""
+def test_loss_of_a_host_with_a_broadcast_in_flight_is_detected(far_apart, cable):
+    """The host fails while its start request waits for a slow stop; two broadcasts follow."""
     node, near, lost = far_apart(plays=scenario(settings="on-stop exit-after 1500"))
     running(node, near, lost)
     near.request(wire.STOP_REQUEST)
@@ -87,7 +87,7 @@ def test_lost_with_a_broadcast_in_flight(far_apart, cable):
 
 
 @pytest.mark.slow
-def test_lost_master_without_a_slave_costs_the_others_nothing(far_apart, cable):
+def test_loss_of_a_host_without_a_slave_does_not_delay_the_others(far_apart, cable):
     node, near, lost = far_apart()
     cable.cut()
     cut_at = time.monotonic()

@@ -1,4 +1,4 @@
-"""Malformed datagrams, records and frames from masters: exact texts, no reply, everybody else served as before."""
+"""Malformed datagrams, records and frames: exact log lines, no replies, no effect on others."""
 
 import pytest
 
@@ -42,12 +42,12 @@ MALFORMED = [
     ),
 ]
 
-# The framework passes an empty frame over without a word.
+# JUCE silently ignores an empty frame.
 MALFORMED_FRAMES = [(record, complaint) for record, complaint in MALFORMED if record]
 
 
 @pytest.mark.parametrize("datagram, complaint", MALFORMED)
-def test_malformed_beacon_is_told_with_its_sender(farm, beacon_socket, datagram, complaint):
+def test_malformed_beacon_is_logged_with_its_sender(farm, beacon_socket, datagram, complaint):
     node, master = farm()
     node.output.wait(daemon_line(f"connected to master {master}"))
     beacon_socket.sendto(datagram, ("127.0.0.1", node.port))
@@ -62,7 +62,7 @@ def test_malformed_beacon_is_told_with_its_sender(farm, beacon_socket, datagram,
 
 
 @pytest.mark.parametrize("size", [1001, 1472, 65507])
-def test_datagram_beyond_the_buffer_is_cut_and_service_goes_on(
+def test_oversized_datagram_is_truncated_and_service_continues(
     farm, make_master, beacon_socket, size
 ):
     node, _ = farm()
@@ -76,7 +76,7 @@ def test_datagram_beyond_the_buffer_is_cut_and_service_goes_on(
     make_master().join(node)
 
 
-def test_complaints_about_masters_need_the_flag(farm, make_master, beacon_socket):
+def test_decoding_errors_are_logged_only_with_the_daemon_flag(farm, make_master, beacon_socket):
     node, master = farm(flags="daemonDetail logPrefix")
     for record, _ in MALFORMED:
         beacon_socket.sendto(record, ("127.0.0.1", node.port))
@@ -87,7 +87,7 @@ def test_complaints_about_masters_need_the_flag(farm, make_master, beacon_socket
 
 
 @pytest.mark.parametrize("record, complaint", MALFORMED_FRAMES)
-def test_malformed_request_is_told_and_not_answered(farm, record, complaint):
+def test_malformed_request_is_logged_but_not_answered(farm, record, complaint):
     node, master, other = farm(2)
     master.connection.send(record)
     node.output.wait(daemon_line(complaint))
@@ -96,7 +96,7 @@ def test_malformed_request_is_told_and_not_answered(farm, record, complaint):
     assert not [line for line in node.quit() if "failed to decode" in line]
 
 
-def test_request_of_a_megabyte(farm):
+def test_request_of_a_megabyte_is_rejected(farm):
     node, master = farm()
     master.connection.send(GOOD_SCAN + bytes(1048576))
     node.output.wait(daemon_line("master daemon message has invalid size (1048668)"))
@@ -111,7 +111,7 @@ def test_request_of_a_megabyte(farm):
         "2c9eb4f2 00000080",
     ],
 )
-def test_empty_and_negative_frames_are_passed_over(farm, junk):
+def test_empty_and_negative_frames_are_ignored(farm, junk):
     node, master = farm()
     master.connection.send_bytes(bytes.fromhex(junk) * 3)
     master.expect_silence(node.status(wire.DAEMON_STATUS))
@@ -121,8 +121,8 @@ def test_empty_and_negative_frames_are_passed_over(farm, junk):
 @pytest.mark.parametrize(
     "junk", ["2c9eb4f3 5c000000", "00" * 8, "474554202f20485454502f312e310d0a0d0a"]
 )
-def test_foreign_frame_costs_only_its_own_connection(farm, junk):
-    """The daemon gives the stream up and connects anew; a slave stays with its owner meanwhile."""
+def test_foreign_frame_drops_only_its_own_connection(farm, junk):
+    """The daemon reconnects, and the slave stays with its owner."""
     node, owner, other = farm(2)
     running(node, owner, other)
     owner.connection.send_bytes(bytes.fromhex(junk))
@@ -131,7 +131,7 @@ def test_foreign_frame_costs_only_its_own_connection(farm, junk):
     other.expect_silence(node.status(wire.DAEMON_STATUS, owner))
 
 
-def test_record_cut_by_the_end_of_its_connection(farm):
+def test_record_truncated_by_disconnection(farm):
     node, master, other = farm(2)
     master.connection.send_bytes(wire.frame(master.record(wire.START_REQUEST))[:50])
     master.connection.close()
@@ -146,7 +146,7 @@ def test_record_cut_by_the_end_of_its_connection(farm):
     assert other.receive().kind == wire.DAEMON_STATUS
 
 
-def test_request_in_pieces_is_put_together(farm):
+def test_fragmented_request_is_reassembled(farm):
     node, master, other = farm(2)
     for byte in wire.frame(master.record(wire.SCAN_REQUEST)):
         master.connection.send_bytes(bytes([byte]))
@@ -154,14 +154,14 @@ def test_request_in_pieces_is_put_together(farm):
     master.expect(node.status(wire.DAEMON_STATUS))
 
 
-def test_master_that_never_reads_does_not_stop_the_others(farm):
+def test_master_that_never_reads_does_not_block_the_others(farm):
     node, deaf, other = farm(2)
     deaf.connection.send_bytes(wire.frame(deaf.record(wire.SCAN_REQUEST)) * 500)
     running(node, other)
     other.expect_silence(node.status(wire.DAEMON_STATUS, other))
 
 
-def test_beacons_and_requests_in_a_flood(farm, make_master, beacon_socket):
+def test_flood_of_beacons_and_requests(farm, make_master, beacon_socket):
     node, master, other = farm(2, flags="daemon")
     for _ in range(2000):
         beacon_socket.sendto(master.record(wire.SCAN_REQUEST), ("127.0.0.1", node.port))
@@ -172,7 +172,7 @@ def test_beacons_and_requests_in_a_flood(farm, make_master, beacon_socket):
     assert node.quit().count(f"detected new master on address {master}") == 1
 
 
-def test_unexpected_type_error_needs_no_flag(farm):
+def test_unexpected_type_is_logged_without_flags(farm):
     node, master = farm(flags="logPrefix")
     master.request(8)
     master.expect(node.status(wire.UNEXPECTED_REPLY))

@@ -1,6 +1,6 @@
-"""Thousands of random steps on a real daemon, each compared with a small model of the rules of ownership.
+"""Compares thousands of random steps on a real daemon with a small model of the ownership rules.
 
-A failure prints its seed and the fewest steps that still fail; QUELTA_MODEL_SEED plays a seed again.
+A failure prints its seed and the shortest failing list of steps; QUELTA_MODEL_SEED replays a seed.
 """
 
 import os
@@ -15,7 +15,7 @@ from support.scenario import scenario
 STEPS = 1000
 PARTS = 4
 
-# Beyond any single step, and short enough to play a failure many times over.
+# Longer than any single step, but short enough to replay a failure many times.
 PATIENCE = 20
 TRIES_TO_SHORTEN = 30
 
@@ -24,7 +24,7 @@ SEED = os.environ.get("QUELTA_MODEL_SEED") or str(random.SystemRandom().randrang
 
 @pytest.fixture
 def play(make_node, make_master):
-    """Plays steps on a fresh daemon; returns what it disagreed about, or None."""
+    """Plays steps on a new daemon; returns the disagreement, or None."""
 
     def run(steps):
         node = make_node(
@@ -57,5 +57,6 @@ def test_daemon_agrees_with_the_model(play, part):
         shortest = shortened(steps[: disagreement.number + 1], play, TRIES_TO_SHORTEN)
         listed = "\n".join(f"  {step}" for step in shortest)
         pytest.fail(
-            f"QUELTA_MODEL_SEED={SEED}, part {part}: {disagreement}\nthe fewest steps found to fail:\n{listed}"
+            f"QUELTA_MODEL_SEED={SEED}, part {part}: {disagreement}\n"
+            f"the shortest failing steps found:\n{listed}"
         )

@@ -1,4 +1,4 @@
-"""The archive for operators: what is in it, and that it works wherever it is unpacked."""
+"""The archive for operators: its contents, and that it works wherever it is unpacked."""
 
 import fcntl
 import json
@@ -52,7 +52,7 @@ pytestmark = pytest.mark.skipif(
 
 @pytest.fixture(scope="module")
 def archive(tmp_path_factory, worker_id):
-    """The archive, made once in a run by whichever worker comes first."""
+    """The archive, created once per run by the first worker that needs it."""
     own = tmp_path_factory.getbasetemp()
     folder = (own if worker_id == "master" else own.parent) / "package"
     folder.mkdir(exist_ok=True)
@@ -73,26 +73,26 @@ def unpacked(archive, tmp_path):
     shutil.unpack_archive(archive, tmp_path / "Größe 1")
     folder = tmp_path / "Größe 1" / NAME
     for name in PROGRAMS:
-        (folder / name).chmod(0o755)  # which the module for archives forgets
+        (folder / name).chmod(0o755)  # shutil does not restore the mode
     return folder
 
 
 @pytest.fixture
 def packaged_node(make_node, unpacked):
-    """A node whose programs, and whose flags file, are those of the package."""
+    """A node with the programs and the flags file of the package."""
     node = make_node(flags=None)
     node.program = unpacked / PROGRAMS[0]
     node.slave = unpacked / PROGRAMS[2]
     return node
 
 
-def test_contents(unpacked):
+def test_archive_contents(unpacked):
     files = {str(path.relative_to(unpacked)) for path in unpacked.rglob("*") if path.is_file()}
     assert files == {*PROGRAMS, *TEXTS}
 
 
 @pytest.mark.parametrize("name", TEXTS)
-def test_texts_have_the_systems_line_ends(unpacked, name):
+def test_texts_have_native_line_endings(unpacked, name):
     text = (unpacked / name).read_bytes()
     lines = text.count(b"\n")
     assert lines > 5
@@ -102,14 +102,14 @@ def test_texts_have_the_systems_line_ends(unpacked, name):
 
 
 @pytest.mark.parametrize("name", ["SECURITY.md", "docs/operation.md"])
-def test_links_lead_to_files_of_the_archive(unpacked, name):
+def test_document_links_resolve_within_the_archive(unpacked, name):
     document = unpacked / name
     links = re.findall(r"\]\(([^)#]+)\)", document.read_text())
     assert [link for link in links if not (document.parent / link).is_file()] == []
 
 
 @pytest.mark.linux_only("Windows has no systemd")
-def test_unit_restarts_the_daemon_as_a_user_of_its_own(unpacked):
+def test_systemd_unit_restarts_the_daemon_as_its_own_user(unpacked):
     lines = (unpacked / "quelta_daemon.service").read_text().splitlines()
     settings = dict(
         line.split("=", 1) for line in lines if "=" in line and not line.startswith("#")
@@ -121,20 +121,20 @@ def test_unit_restarts_the_daemon_as_a_user_of_its_own(unpacked):
 
 
 @pytest.mark.parametrize("path", ["SECURITY.md", "packaging/README.txt", "docs/windows.md"])
-def test_firewall_rules_are_the_same_everywhere(path):
+def test_documents_give_the_same_firewall_rules(path):
     text = " ".join((Path(__file__).parents[2] / path).read_text().split())
     program = 'program="C:\\Quelta\\quelta_daemon.exe"'
     add = "netsh advfirewall firewall add rule name="
     assert f"netsh advfirewall firewall delete rule name=all {program}" in text
     assert (
-        f'{add}"Quelta beacons" dir=in action=allow {program} protocol=UDP localport=5130 remoteip=10.0.5.0/24'
-        in text
+        f'{add}"Quelta beacons" dir=in action=allow {program}'
+        " protocol=UDP localport=5130 remoteip=10.0.5.0/24" in text
     )
     assert f'{add}"Quelta monitor" dir=in action=block {program} protocol=TCP' in text
     assert "action=allow protocol" not in text, "a rule without a program leaves Windows asking"
 
 
-def test_flags_file_changes_nothing_as_it_comes(packaged_node):
+def test_shipped_flags_file_changes_nothing(packaged_node):
     node = packaged_node
     node.start([])
     lines = between_start_and_stop(node.output.rest())
@@ -154,7 +154,7 @@ def test_flags_file_names_every_flag_with_its_default(packaged_node):
     assert {**flags, "logFlags": "1"} == {row[0]: row[2] for row in rows}
 
 
-def test_one_number_in_the_flags_file_switches_a_flag_on(packaged_node):
+def test_one_digit_in_the_shipped_flags_file_enables_a_flag(packaged_node):
     node = packaged_node
     text = node.flags_file.read_text()
     changed = re.sub(r"^(logPrefix +)0", r"\g<1>1", text, flags=re.MULTILINE)
@@ -164,15 +164,15 @@ def test_one_number_in_the_flags_file_switches_a_flag_on(packaged_node):
     assert "ERROR     : No path to the Quelta render slave given." in node.output.rest()
 
 
-def test_the_three_programs_together(packaged_node, unpacked):
+def test_packaged_programs_work_together(packaged_node, unpacked):
     node = packaged_node
     node.alias = "packaged"
     node.options = ["--alias", node.alias]
     node.serve()
-    told = programs.run(
+    output = programs.run(
         unpacked / PROGRAMS[1], "scan", f"127.0.0.1:{node.port}", "--json", "--timeout", "60"
     )
-    (row,) = json.loads(told)
+    (row,) = json.loads(output)
     assert (row["alias"], row["gpus"], row["state"]) == ("packaged", 1, "free")
     assert node.quit()
 

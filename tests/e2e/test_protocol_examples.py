@@ -1,4 +1,4 @@
-"""The bytes by which docs/protocol.md explains the wire are those that these tests and the programs speak."""
+"""The example bytes in docs/protocol.md are those that the tests and the programs use."""
 
 import re
 from pathlib import Path
@@ -10,7 +10,7 @@ DUMP_LINE = re.compile(r"^[0-9A-F]{2}  ((?:[0-9A-F]{2} {1,2})*[0-9A-F]{2})(?: {3
 
 
 def dump_below(heading):
-    """The bytes of the first dump below a heading of the document."""
+    """Returns the bytes of the first dump below this heading."""
     _, _, section = DOCUMENT.read_text().partition(f"\n### {heading}\n")
     block = section.split("```")[1]
     return b"".join(bytes.fromhex(DUMP_LINE.match(line)[1]) for line in block.strip().splitlines())

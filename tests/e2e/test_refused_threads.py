@@ -1,4 +1,4 @@
-"""A system that gives the daemon no more threads: what needed one has failed, and the rest goes on."""
+"""The system refuses new threads: what needs one fails, and everything else keeps working."""
 
 import resource
 import time
@@ -18,7 +18,7 @@ pytestmark = [
 ]
 
 MEBIBYTE = 1 << 20
-STACK = 64 * MEBIBYTE  # more than the C library keeps of ended threads
+STACK = 64 * MEBIBYTE  # more than the C library caches of ended threads
 SCARCE = 8 * MEBIBYTE
 RECOVERY_SECONDS = 2
 REFUSED_SLAVE = "the system refused the thread that runs the slave"
@@ -39,8 +39,8 @@ def give_threads_again(node):
     )
 
 
-def test_no_thread_for_the_information_run(make_node):
-    """It has failed like a launch, so the daemon ends; it does not go on without GPUs."""
+def test_daemon_exits_without_a_thread_for_the_information_run(make_node):
+    """It is treated like a failed launch: the daemon does not continue without GPUs."""
 
     def without_threads():
         resource.setrlimit(resource.RLIMIT_STACK, (1 << 40, resource.RLIM_INFINITY))
@@ -52,8 +52,8 @@ def test_no_thread_for_the_information_run(make_node):
     assert between_start_and_stop(lines) == [*INFORMATION_RUN, REFUSED_SLAVE]
 
 
-def test_masters_connected_without_threads_are_connected_anew(make_node, make_master):
-    """JUCE takes them for connected although nobody reads what they send."""
+def test_connections_without_reader_threads_are_reestablished(make_node, make_master):
+    """JUCE reports them as connected although no thread reads from them."""
     node = make_node(flags="daemon logPrefix logJuce").serve(preexec_fn=with_large_stacks)
     give_no_more_threads(node)
     deaf = [make_master().join(node) for _ in range(4)]
@@ -74,7 +74,7 @@ def test_masters_connected_without_threads_are_connected_anew(make_node, make_ma
     node.quit()
 
 
-def test_no_thread_for_a_start(make_node, make_master):
+def test_start_without_a_thread_fails_and_recovers(make_node, make_master):
     node = make_node(flags="daemon logPrefix logJuce").serve(preexec_fn=with_large_stacks)
     owner, other = (make_master().join(node) for _ in range(2))
     owner.expect_silence(

@@ -1,4 +1,4 @@
-"""An owner without a usable address counts as none, so its slave can be replaced; no replaced slave is ever lost."""
+"""The slave of an owner with an unusable address can be replaced; no replaced slave is leaked."""
 
 import pytest
 
@@ -9,23 +9,23 @@ from support.ownership import stopped
 from support.scenario import PUPPET, scenario
 
 ALREADY_RUNNING = error_line("already running slave")
-MOST_KEPT = 8
+MAX_KEPT = 8
 
 
 def started_without_port(node, master, *others, running=True):
     address = (master.address[0], 0)
     master.request(wire.START_REQUEST, address=address)
-    told = node.status(wire.DAEMON_STATUS, master)._replace(owner=address)
-    master.expect(told, told._replace(kind=wire.START_REPLY))
+    status = node.status(wire.DAEMON_STATUS, master)._replace(owner=address)
+    master.expect(status, status._replace(kind=wire.START_REPLY))
     for other in others:
-        other.expect(told)
+        other.expect(status)
     if running:
-        master.expect(told._replace(kind=wire.SLAVE_RUNNING))
-    return told
+        master.expect(status._replace(kind=wire.SLAVE_RUNNING))
+    return status
 
 
 def replaced(node, owner, *others):
-    """A start while the slave of an owner without port runs; `others` are all the other masters."""
+    """`owner` starts a slave while a portless owner's one runs; `others` are all other masters."""
     owner.request(wire.START_REQUEST)
     owner.expect(
         *(
@@ -38,14 +38,14 @@ def replaced(node, owner, *others):
 
 
 @pytest.mark.parametrize("address", [("127.0.0.2", 0), ("0.0.0.0", 21000)])
-def test_half_an_address_is_no_owner(farm, address):
+def test_owner_with_an_unusable_address_can_be_replaced(farm, address):
     node, careless, other = farm(2)
     careless.request(wire.START_REQUEST, address=address)
-    told = node.status(wire.DAEMON_STATUS, careless)._replace(owner=address)
+    status = node.status(wire.DAEMON_STATUS, careless)._replace(owner=address)
     careless.expect(
-        told, told._replace(kind=wire.START_REPLY), told._replace(kind=wire.SLAVE_RUNNING)
+        status, status._replace(kind=wire.START_REPLY), status._replace(kind=wire.SLAVE_RUNNING)
     )
-    other.expect(told)
+    other.expect(status)
     replaced(node, other, careless)
     node.output.wait_sequence(
         [
@@ -56,7 +56,7 @@ def test_half_an_address_is_no_owner(farm, address):
     )
 
 
-def test_replaced_slave_lives_on_until_the_daemon_quits(farm):
+def test_replaced_slave_runs_until_the_daemon_quits(farm):
     node, careless, other = farm(2)
     started_without_port(node, careless, other)
     first = node.slave_process()
@@ -68,7 +68,7 @@ def test_replaced_slave_lives_on_until_the_daemon_quits(farm):
     node.assert_no_slave()
 
 
-def test_failure_of_a_replaced_slave_is_told_to_nobody(farm):
+def test_failure_of_a_replaced_slave_is_not_reported(farm):
     node, careless, other = farm(2)
     started_without_port(node, careless, other)
     first = node.slave_process()
@@ -81,7 +81,7 @@ def test_failure_of_a_replaced_slave_is_told_to_nobody(farm):
     node.quit()
 
 
-def test_slave_replaced_before_it_ran_reports_to_nobody(farm):
+def test_slave_replaced_before_it_ran_is_not_reported(farm):
     node, careless, other = farm(
         2, plays=scenario("connect\nwait 1500\ninfo\nwait 2500\nbeat 1000")
     )
@@ -90,12 +90,12 @@ def test_slave_replaced_before_it_ran_reports_to_nobody(farm):
     other.expect(node.status(wire.DAEMON_STATUS, other), node.status(wire.START_REPLY, other))
     careless.expect(node.status(wire.DAEMON_STATUS, other))
     other.expect(node.status(wire.SLAVE_RUNNING, other))
-    # Both slaves have reported by now: the replaced one was started earlier.
+    # Both slaves have reported by now, because the replaced one was started earlier.
     other.expect_silence(node.status(wire.DAEMON_STATUS, other))
     careless.expect_silence(node.status(wire.DAEMON_STATUS, other))
 
 
-def test_owner_without_port_stops_its_slave(farm):
+def test_owner_without_port_can_stop_its_slave(farm):
     node, careless, other = farm(2)
     started_without_port(node, careless, other)
     careless.request(wire.STOP_REQUEST, address=(careless.address[0], 0))
@@ -127,22 +127,20 @@ def test_lost_connection_of_an_owner_without_port_stops_its_slave(farm):
     node.wait_no_slave()
 
 
-def test_only_so_many_replaced_slaves_are_kept(farm):
+def test_number_of_replaced_slaves_is_limited(farm):
     node, careless = farm()
     processes = []
-    for _ in range(MOST_KEPT + 3):
+    for _ in range(MAX_KEPT + 3):
         started_without_port(node, careless)
         processes += [process for process in node.slave_processes() if process not in processes]
-    wait_until(
-        lambda: len(node.slave_processes()) <= MOST_KEPT + 1, "the oldest slaves are stopped"
-    )
-    assert set(node.slave_processes()) == set(processes[-MOST_KEPT - 1 :])
-    assert node.quit().count(ALREADY_RUNNING) == MOST_KEPT + 2
+    wait_until(lambda: len(node.slave_processes()) <= MAX_KEPT + 1, "the oldest slaves are stopped")
+    assert set(node.slave_processes()) == set(processes[-MAX_KEPT - 1 :])
+    assert node.quit().count(ALREADY_RUNNING) == MAX_KEPT + 2
     node.assert_no_slave()
 
 
-def test_shutdown_stops_replaced_slaves_side_by_side(farm):
-    """Three slaves that take two seconds each to stop are asked to at the same time."""
+def test_shutdown_stops_replaced_slaves_in_parallel(farm):
+    """Three slaves that need two seconds each to stop are asked at the same time."""
     node, careless = farm(plays=scenario(settings="on-stop exit-after 2000"))
     for _ in range(3):
         started_without_port(node, careless)
@@ -150,11 +148,11 @@ def test_shutdown_stops_replaced_slaves_side_by_side(farm):
     node.assert_no_slave()
     stopping, ended = "standin: stopping in 2000 ms", "standin: exit status 0"
     reports = [line for line in node.output.lines() if line in (stopping, ended)]
-    # The first end is that of the information run.
+    # The first exit is that of the information run.
     assert reports == [ended, *[stopping] * 3, *[ended] * 3]
 
 
-def test_replaced_slaves_die_with_a_daemon_that_is_killed(farm):
+def test_replaced_slaves_die_with_a_killed_daemon(farm):
     node, careless = farm(plays=scenario(PUPPET))
     for count in range(1, 4):
         started_without_port(node, careless, running=False)

@@ -1,4 +1,5 @@
-"""A master's requests on a free and on an owned node: every reply, every broadcast, their order and their bytes."""
+"""Requests on a free and on an owned node: every reply and broadcast, in order and byte for byte.
+"""
 
 import pytest
 
@@ -36,13 +37,15 @@ def test_start_reply_byte_for_byte(farm):
         + bytes.fromhex("41424344" * 8 + "ff" * 32 + "ffffffff ffffffff")
     )
     master.connection.send(request)
-    told = address + bytes.fromhex("41424344" * 8 + "6e6f646537" + "00" * 27 + "01000000 00093d00")
-    assert master.connection.receive() == bytes.fromhex("41432300 08000000 01000000") + told
-    assert master.connection.receive() == bytes.fromhex("41432300 08000000 03000000") + told
-    assert master.connection.receive() == bytes.fromhex("41432300 08000000 09000000") + told
+    contents = address + bytes.fromhex(
+        "41424344" * 8 + "6e6f646537" + "00" * 27 + "01000000 00093d00"
+    )
+    assert master.connection.receive() == bytes.fromhex("41432300 08000000 01000000") + contents
+    assert master.connection.receive() == bytes.fromhex("41432300 08000000 03000000") + contents
+    assert master.connection.receive() == bytes.fromhex("41432300 08000000 09000000") + contents
 
 
-def test_padding_of_a_request_does_not_come_back(farm):
+def test_request_padding_is_not_echoed(farm):
     node, master = farm()
     record = bytearray(master.record(wire.START_REQUEST))
     record[18:20] = b"\xaa\xbb"
@@ -53,7 +56,7 @@ def test_padding_of_a_request_does_not_come_back(farm):
         assert wire.read_status(payload) == node.status(kind, master)
 
 
-def test_life_of_a_slave_in_the_log(farm):
+def test_log_of_a_slaves_lifetime(farm):
     node, master = farm()
     running(node, master)
     stopped(node, master)
@@ -80,7 +83,7 @@ def test_life_of_a_slave_in_the_log(farm):
     node.wait_no_slave()
 
 
-def test_only_the_owner_hears_that_the_slave_runs(farm):
+def test_only_the_owner_is_notified_that_the_slave_runs(farm):
     node, owner, other = farm(2)
     running(node, owner, other)
     other.expect_silence(node.status(wire.DAEMON_STATUS, owner))
@@ -108,7 +111,7 @@ def test_stop_by_another_master_changes_nothing(farm):
     assert node.slave_processes()
 
 
-def test_stop_while_free_is_only_answered(farm):
+def test_stop_on_a_free_node_is_only_answered(farm):
     node, master, other = farm(2)
     master.request(wire.STOP_REQUEST)
     master.expect(node.status(wire.STOP_REPLY))
@@ -118,7 +121,7 @@ def test_stop_while_free_is_only_answered(farm):
     assert error_line("we don't have an Quelta slave running") not in lines
 
 
-def test_stop_for_no_address_while_free_finds_no_slave(farm):
+def test_stop_without_an_address_on_a_free_node_finds_no_slave(farm):
     node, master, other = farm(2)
     master.request(wire.STOP_REQUEST, address=wire.NO_ADDRESS)
     master.expect(node.status(wire.STOP_REPLY))
@@ -131,7 +134,7 @@ def test_stop_for_no_address_while_free_finds_no_slave(farm):
     )
 
 
-def test_one_after_another(farm):
+def test_masters_own_the_slave_in_turn(farm):
     node, first, second = farm(2)
     running(node, first, second)
     stopped(node, first, second)
@@ -141,27 +144,27 @@ def test_one_after_another(farm):
     first.expect_silence(node.status(wire.DAEMON_STATUS, first))
 
 
-def test_slave_serves_the_master_in_the_message(farm):
-    """The owner is whom the request names; the messages go to the connection that asked."""
+def test_slave_serves_the_master_named_in_the_request(farm):
+    """The request names the owner; messages go to the connection that sent it."""
     node, named, asking = farm(2)
     asking.request(wire.START_REQUEST, address=named.address, text=b"for you")
-    told = node.status(wire.DAEMON_STATUS, named, text=b"for you")
+    status = node.status(wire.DAEMON_STATUS, named, text=b"for you")
     asking.expect(
-        told, told._replace(kind=wire.START_REPLY), told._replace(kind=wire.SLAVE_RUNNING)
+        status, status._replace(kind=wire.START_REPLY), status._replace(kind=wire.SLAVE_RUNNING)
     )
-    named.expect(told)
+    named.expect(status)
     asking.request(wire.STOP_REQUEST)
-    asking.expect(told._replace(kind=wire.STOP_REPLY))
+    asking.expect(status._replace(kind=wire.STOP_REPLY))
     stopped(node, named, asking)
 
 
-def test_owner_that_the_daemon_has_never_heard_of(farm):
+def test_owner_unknown_to_the_daemon(farm):
     node, master = farm()
     stranger = ("10.0.0.5", 21000)
     master.request(wire.START_REQUEST, address=stranger)
-    told = node.status(wire.DAEMON_STATUS, master)._replace(owner=stranger)
+    status = node.status(wire.DAEMON_STATUS, master)._replace(owner=stranger)
     master.expect(
-        told, told._replace(kind=wire.START_REPLY), told._replace(kind=wire.SLAVE_RUNNING)
+        status, status._replace(kind=wire.START_REPLY), status._replace(kind=wire.SLAVE_RUNNING)
     )
     node.output.wait(daemon_line("starting slave for master 10.0.0.5:21000"))
     master.request(wire.STOP_REQUEST, address=stranger)
@@ -219,7 +222,7 @@ def test_unexpected_type_names_the_owner(farm):
     other.expect(node.status(wire.UNEXPECTED_REPLY, owner))
 
 
-def test_scans_are_logged_in_detail_only(farm):
+def test_scans_are_logged_only_in_detail(farm):
     node, master = farm(flags="daemon logPrefix")
     master.expect_silence(node.status(wire.DAEMON_STATUS))
     master.request(wire.STOP_REQUEST)
@@ -277,7 +280,7 @@ def test_requests_in_one_packet_are_answered_in_order(farm):
     owner.expect(*(node.status(kind) for kind in (1, 5, 1, 13, 1)))
 
 
-def test_slave_that_vanished_since_the_start_up(farm):
+def test_slave_executable_deleted_after_start_up(farm):
     node, owner, other = farm(2)
     node.slave.unlink()
     started(node, owner, other)

@@ -1,4 +1,4 @@
-"""The end of the daemon: asked for, by signals, with and without a slave, and by force."""
+"""Shutting down: on request, by signals, with and without a slave, and by force."""
 
 import os
 import signal
@@ -13,11 +13,11 @@ from support.output import daemon_line, plain_line
 from support.ownership import running, started
 from support.scenario import PUPPET, scenario
 
-NOT_UNDER_WINE = pytest.mark.linux_only("Wine does not hand other signals to a program")
-# Signals of the kind that a program's own fault raises: the thread sanitizer calls their handler at once, whatever it is
-# doing itself, and at times fails at that.
+NOT_UNDER_WINE = pytest.mark.linux_only("Wine passes no other signals to a program")
+# For these synchronous signals, the thread sanitizer calls the handler immediately, even inside
+# its own code, and occasionally crashes.
 NOT_SANITIZED = pytest.mark.skipif(
-    measure.THREAD_SANITIZED, reason="the thread sanitizer's handling is not safe"
+    measure.THREAD_SANITIZED, reason="the thread sanitizer handles these signals unsafely"
 )
 SIGNALS = [
     signal.SIGINT,
@@ -35,14 +35,14 @@ def closing(count):
 
 
 def tail(lines, first):
-    """What was printed from this line on, without the lines that close every log."""
+    """Returns the lines from `first` on, without those that close every log."""
     assert lines[-3] == lines[-1] == plain_line("")
     assert lines[-2].startswith(plain_line("Stopped logging on "))
     return lines[lines.index(first) : -3]
 
 
 @pytest.mark.parametrize("number", SIGNALS)
-def test_signal_ends_an_idle_daemon_in_order(make_node, number):
+def test_signal_shuts_an_idle_daemon_down_cleanly(make_node, number):
     node = make_node().serve()
     node.interrupt(number)
     assert node.wait_exit() == 0
@@ -93,8 +93,8 @@ def test_slave_is_stopped_with_its_owners_connection(farm, number):
     node.assert_no_slave()
 
 
-def test_slave_of_a_lost_connection_is_stopped_at_the_end(farm):
-    """The owner's connection is gone from the registry's point of view only at the next tick; the slave goes anyway."""
+def test_slave_of_a_lost_connection_is_stopped_at_shutdown(farm):
+    """The daemon may not have noticed the loss yet, which it does at its next tick."""
     node, owner = farm()
     running(node, owner)
     owner.vanish()
@@ -113,7 +113,7 @@ def test_shutdown_with_a_failed_slave(farm):
 
 
 @pytest.mark.slow
-def test_slave_that_ignores_everything_is_killed_at_the_end(farm):
+def test_unresponsive_slave_is_killed_at_shutdown(farm):
     node, owner = farm(plays=scenario(settings="on-stop ignore\non-lost ignore"))
     running(node, owner)
     begin = time.monotonic()
@@ -131,11 +131,11 @@ def seconds_to_quit(node):
 
 
 def test_shutdown_without_a_slave_takes_less_than_a_second(farm):
-    """The best of three, so that a busy machine is not mistaken for a slow daemon."""
+    """Takes the best of three, so that a busy machine does not look like a slow daemon."""
     assert min(seconds_to_quit(farm(3)[0]) for _ in range(3)) < 1
 
 
-def test_shutdown_in_a_flood_takes_less_than_a_second(farm, beacon_socket):
+def test_shutdown_under_a_flood_takes_less_than_a_second(farm, beacon_socket):
     def flooded():
         node, *masters = farm(2, flags="logPrefix")
         for master in masters:
@@ -148,13 +148,13 @@ def test_shutdown_in_a_flood_takes_less_than_a_second(farm, beacon_socket):
     assert min(flooded() for _ in range(3)) < 1
 
 
-# Seconds in which one more signal is the same request, and a little.
+# Seconds during which a further signal is the same request, plus a margin.
 REPETITION = 1.1
 
 
 @pytest.mark.linux_only("Wine reports the end of a process by a signal in its own way")
 @pytest.mark.parametrize("second", [signal.SIGINT, signal.SIGTERM])
-def test_second_signal_ends_a_slow_shutdown_at_once(farm, second):
+def test_second_signal_ends_a_slow_shutdown_immediately(farm, second):
     node, owner = farm(plays=scenario(settings="on-stop ignore\non-lost ignore"))
     running(node, owner)
     node.interrupt()
@@ -174,7 +174,7 @@ def test_second_signal_ends_a_slow_shutdown_at_once(farm, second):
     ],
 )
 def test_signals_within_a_second_are_one_request(farm, first, second):
-    """A process manager may signal a process and its group, or hang up right behind its request."""
+    """A process manager may signal a process and its group, or send SIGHUP after SIGTERM."""
     node, owner = farm(plays=scenario(settings="on-stop exit-after 1500"))
     running(node, owner)
     node.interrupt(first)
@@ -188,10 +188,10 @@ def test_signals_within_a_second_are_one_request(farm, first, second):
     )
 
 
-@pytest.mark.linux_only("Wine does not hand other signals to a program")
+@pytest.mark.linux_only("Wine passes no other signals to a program")
 @NOT_SANITIZED
-def test_second_crash_ends_the_daemon_at_once(farm):
-    """A fault that is real happens again as soon as its handler returns."""
+def test_second_crash_ends_the_daemon_immediately(farm):
+    """A genuine fault recurs as soon as its handler returns."""
     node, owner = farm(plays=scenario(settings="on-stop ignore\non-lost ignore"))
     running(node, owner)
     node.interrupt(signal.SIGSEGV)
@@ -201,9 +201,9 @@ def test_second_crash_ends_the_daemon_at_once(farm):
     node.wait_no_slave()
 
 
-@pytest.mark.linux_only("other systems have no hang-ups")
-def test_hang_up_that_is_ignored_from_the_start_ends_nothing(make_node):
-    """As under nohup."""
+@pytest.mark.linux_only("only Linux has SIGHUP")
+def test_ignored_sighup_stays_ignored(make_node):
+    """nohup starts programs this way."""
     node = make_node()
     node.serve(preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
     node.interrupt(signal.SIGHUP)
@@ -212,7 +212,7 @@ def test_hang_up_that_is_ignored_from_the_start_ends_nothing(make_node):
     assert tail(node.quit(), closing(0)) == [closing(0)]
 
 
-def test_no_slave_outlives_a_daemon_that_is_killed(farm):
+def test_no_slave_outlives_a_killed_daemon(farm):
     node, owner = farm(plays=scenario(settings="on-stop ignore\non-lost ignore"))
     running(node, owner)
     node.process.kill()
@@ -247,7 +247,7 @@ def test_shutdown_before_the_slave_has_connected(farm):
     assert node.wait_exit() == 0
 
 
-def test_ports_are_free_again_after_the_end(make_node):
+def test_ports_are_released_at_exit(make_node):
     node = make_node().serve()
     node.quit()
     again = make_node()
@@ -256,16 +256,16 @@ def test_ports_are_free_again_after_the_end(make_node):
     again.quit()
 
 
-def test_output_ends_with_the_daemon(make_node):
-    """Nothing keeps the daemon's streams open after it: no slave, no helper process."""
+def test_streams_close_with_the_daemon(make_node):
+    """Neither a slave nor a helper process keeps the daemon's streams open."""
     node = make_node(flags=None).serve()
     lines = node.quit()
     assert lines[-2].startswith("Stopped logging on ")
     assert node.errors.rest() == []
 
 
-def test_interrupted_daemon_needs_no_reader(make_node):
-    """A service manager may throw the output away."""
+def test_daemon_shuts_down_with_discarded_output(make_node):
+    """A service manager may discard the output."""
     node = make_node().serve(stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     node.interrupt()
     assert node.wait_exit() == 0

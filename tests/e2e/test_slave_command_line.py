@@ -1,4 +1,4 @@
-"""The arguments with which a slave finds itself started, and the process that it finds itself in."""
+"""The arguments and the process environment that a slave is started with."""
 
 import os
 import signal
@@ -13,7 +13,7 @@ from support.scenario import QUICK_INFORMATION, scenario
 
 
 def arguments_of_slave(node, master, after):
-    """What the slave of `master` saw behind its fixed arguments, which are checked here."""
+    """Checks the fixed arguments of `master`'s slave and returns the others."""
     port = node.monitor_port(after)
     fixed = [
         programs.STANDIN_SLAVE,
@@ -34,7 +34,7 @@ def arguments_of_slave(node, master, after):
 
 
 def seen(farm, **settings):
-    """The slave's arguments from the alias on, as a running slave was given them."""
+    """Returns the arguments of a running slave from the alias on."""
     node, master = farm(**settings)
     started(node, master)
     return arguments_of_slave(node, master, start_line(node, master))
@@ -61,14 +61,14 @@ def test_alias(farm, alias, taken):
     assert seen(farm, alias=alias) == [taken]
 
 
-def test_empty_alias_given(farm):
+def test_explicit_empty_alias(farm):
     assert seen(farm, options=["--alias", ""]) == [""]
 
 
-def test_alias_that_ends_with_a_backslash_swallows_what_follows(farm):
-    """The text of the command line is kept as it is; the runtime's rules then see no closing quote.
+def test_trailing_backslash_in_the_alias_swallows_the_following_arguments(farm):
+    """The alias is not escaped, so the C runtime's rules find no closing quote.
 
-    The option that asks for information is swallowed too, so here the slave ends by itself in both runs.
+    It also swallows the option that asks for information, so the slave exits in both runs.
     """
     plays = scenario(run=QUICK_INFORMATION)
     assert seen(farm, alias="C:\\", options=["--gpus", "1"], plays=plays) == ['C:" -g 0']
@@ -97,12 +97,12 @@ def test_gpus_and_out_of_core(farm, options, taken):
     assert seen(farm, options=options) == ["", *taken]
 
 
-def test_everything_at_once(farm):
+def test_all_options_together(farm):
     arguments = seen(farm, alias="node7", options=["--out-of-core", "8G", "--gpus", "1,3"])
     assert arguments == ["node7", "-g", "0", "-g", "2", "--out-of-core", "8589934592"]
 
 
-def test_executable_with_blanks_and_its_folder(make_node, make_master):
+def test_executable_path_with_blanks(make_node, make_master):
     node = make_node()
     name = "my slave Ü" + programs.SUFFIX
     node.slave = programs.install(programs.STANDIN_SLAVE, node.folder / "own folder", name)
@@ -115,7 +115,7 @@ def test_executable_with_blanks_and_its_folder(make_node, make_master):
     node.slave_report(f"folder: [{programs.native_path(node.slave.parent)}]", after)
 
 
-def test_slave_is_served_on_the_same_port_again(farm):
+def test_monitor_port_is_reused(farm):
     node, first, second = farm(2)
     ports = {node.monitor_port()}
     for owner, other in ((first, second), (second, first)):
@@ -138,7 +138,7 @@ def process_status(pid, field):
 
 @pytest.fixture
 def sleeping_slave(make_node, make_master):
-    """Starts a slave that touches neither its signals nor its files, so that they show what the daemon gave it."""
+    """Starts a slave that keeps the signals and files it inherited, so that tests can read them."""
 
     def start(node, **popen):
         node.serve(**popen)
@@ -158,13 +158,13 @@ def sleeping_slave(make_node, make_master):
 
 
 @pytest.mark.linux_only("reads the slave's state from /proc")
-def test_slave_has_the_standard_streams_and_nothing_else(make_node, sleeping_slave):
+def test_slave_inherits_only_the_standard_streams(make_node, sleeping_slave):
     node = make_node(flags="daemon logPrefix logToFile")
     reader, writer = os.pipe()
     slave = sleeping_slave(node, pass_fds=[reader, writer])
     os.close(reader)
     os.close(writer)
-    # Its loader has a library open for a moment; what it inherits stays.
+    # Its dynamic loader opens libraries for a moment; inherited descriptors would stay.
     wait_until(
         lambda: sorted(os.listdir(f"/proc/{slave}/fd")) == ["0", "1", "2"],
         "the slave has nothing else",
@@ -181,7 +181,7 @@ def test_slave_has_the_standard_streams_and_nothing_else(make_node, sleeping_sla
     ],
     ids=["none", "as under nohup", "others, of which the daemon ignores one itself"],
 )
-def test_slave_gets_the_signals_as_the_daemon_got_them(make_node, sleeping_slave, ignored):
+def test_slave_inherits_the_signals_that_the_daemon_inherited(make_node, sleeping_slave, ignored):
     def prepare():
         for number in signal.valid_signals() - {signal.SIGKILL, signal.SIGSTOP}:
             signal.signal(number, signal.SIG_IGN if number in ignored else signal.SIG_DFL)
@@ -193,7 +193,7 @@ def test_slave_gets_the_signals_as_the_daemon_got_them(make_node, sleeping_slave
 
 
 @pytest.mark.linux_only("reads the slave's state from /proc")
-def test_slave_starts_in_the_daemons_group(make_node, sleeping_slave):
+def test_slave_starts_in_the_daemons_process_group(make_node, sleeping_slave):
     node = make_node()
     slave = sleeping_slave(node, env={**os.environ, "QUELTA_TEST_MARK": "handed on"})
     assert int(process_status(slave, "SigBlk"), 16) == int(

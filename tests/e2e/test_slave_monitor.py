@@ -1,4 +1,4 @@
-"""The daemon's ear for its slave: what it accepts, what it complains about, and that nothing harms it."""
+"""The monitor connection: accepted records, logged errors, and its robustness."""
 
 import pytest
 
@@ -21,7 +21,7 @@ def watched(farm):
 
 
 def assert_still_heard(node, slave, after):
-    """The connection lives on: a heartbeat behind everything else is taken."""
+    """Asserts that the connection still works: a further heartbeat is logged."""
     slave.send(bytes.fromhex(GOOD_STATUS))
     return node.output.wait(HEARTBEAT, after)
 
@@ -61,7 +61,7 @@ def assert_still_heard(node, slave, after):
         ),
     ],
 )
-def test_invalid_record_is_told_and_dropped(watched, record, complaint):
+def test_invalid_record_is_logged_and_dropped(watched, record, complaint):
     node, owner, slave = watched
     slave.send(bytes.fromhex(record))
     line = node.output.wait(error_line(complaint))
@@ -71,14 +71,14 @@ def test_invalid_record_is_told_and_dropped(watched, record, complaint):
     owner.expect_silence(node.status(wire.DAEMON_STATUS, owner))
 
 
-def test_slave_may_come_by_any_address_of_the_machine(farm):
+def test_slave_may_connect_from_any_local_address(farm):
     node, owner = farm(plays=scenario(PUPPET))
     slave = puppet(node, owner, slave_ip="127.0.0.2")
     slave.send(bytes.fromhex(GOOD_STATUS))
     node.output.wait(HEARTBEAT)
 
 
-def test_record_of_a_megabyte(watched):
+def test_record_of_a_megabyte_is_rejected(watched):
     node, _, slave = watched
     slave.send(b"\x0d" * 1048576)
     line = node.output.wait_sequence(
@@ -88,7 +88,7 @@ def test_record_of_a_megabyte(watched):
 
 
 @pytest.mark.parametrize("kind, name", [(3, "STOP_SLAVE"), (4, "unknown"), (5, "unknown")])
-def test_record_that_a_slave_does_not_send(watched, kind, name):
+def test_record_type_that_slaves_do_not_send(watched, kind, name):
     node, _, slave = watched
     slave.report(kind)
     line = node.output.wait_sequence(
@@ -120,7 +120,7 @@ def test_heartbeats_are_logged_by_name(watched):
             daemon_line("slave has version 123456 and provides 5 GPU(s)"),
         ]
     )
-    # What the slave reports in service does not change what the daemon learnt at its start.
+    # A running slave's report does not change what the information run reported.
     owner.expect(node.status(wire.SLAVE_RUNNING, owner))
 
 
@@ -133,14 +133,14 @@ def test_heartbeats_are_logged_by_name(watched):
         "2c9eb4f2 00000000" * 50,
     ],
 )
-def test_empty_and_negative_frames_are_passed_over(watched, junk):
+def test_empty_and_negative_frames_are_ignored(watched, junk):
     node, _, slave = watched
     slave.send_bytes(bytes.fromhex(junk))
     line = assert_still_heard(node, slave, -1)
     assert not [text for text in node.output.lines()[:line] if text.startswith("ERROR")]
 
 
-def test_record_in_pieces_is_put_together(watched):
+def test_fragmented_record_is_reassembled(watched):
     node, _, slave = watched
     for byte in wire.frame(bytes.fromhex(GOOD_STATUS)):
         slave.send_bytes(bytes([byte]))
@@ -165,7 +165,7 @@ def test_many_records_at_once(watched):
         "474554202f20485454502f312e310d0a0d0a",
     ],
 )
-def test_foreign_or_cut_frame_harms_nobody_else(farm, junk):
+def test_foreign_or_truncated_frame_affects_nobody_else(farm, junk):
     node, owner, other = farm(2, plays=scenario(PUPPET))
     slave = puppet(node, owner, other)
     slave.send_bytes(bytes.fromhex(junk))
@@ -177,7 +177,7 @@ def test_foreign_or_cut_frame_harms_nobody_else(farm, junk):
     stopped(node, owner, other)
 
 
-def test_second_connection_is_refused_and_the_first_lives_on(watched):
+def test_second_connection_is_refused_and_the_first_survives(watched):
     node, _, slave = watched
     stranger = SlaveConnection(node.monitor_port())
     line = node.output.wait(error_line("multiple connections requested for slave monitor"))
@@ -194,7 +194,7 @@ def test_second_connection_of_a_stand_in(farm):
     stopped(node, owner)
 
 
-def test_slave_cannot_connect_again(watched):
+def test_slave_cannot_reconnect(watched):
     node, owner, slave = watched
     slave.report(wire.SLAVE_INFO)
     owner.expect(node.status(wire.SLAVE_RUNNING, owner))
@@ -205,7 +205,7 @@ def test_slave_cannot_connect_again(watched):
     again = SlaveConnection(node.monitor_port())
     line = node.output.wait(error_line("multiple connections requested for slave monitor"), line)
     assert again.is_closed_by_daemon()
-    # The limits run on: without a connection the slave hangs after its initialisation.
+    # The time-outs keep running: without a connection, the initialised slave counts as hanging.
     node.output.wait(
         "            detected that slave is hanging after initialization -> stopping slave", line
     )
@@ -213,7 +213,7 @@ def test_slave_cannot_connect_again(watched):
     owner.expect(node.status(wire.SLAVE_FAILED, owner))
 
 
-def test_stand_in_speaks_malformed_bytes(farm):
+def test_malformed_bytes_from_the_stand_in_slave(farm):
     node, owner = farm(
         plays=scenario(
             "connect\nframe 0d72ce7f02000000020000000000000000000000\nraw 2c9eb4f200000000\n"
@@ -234,14 +234,14 @@ def test_stand_in_speaks_malformed_bytes(farm):
 
 
 @pytest.mark.parametrize("ip", ["0.0.0.0", "127.0.0.1", "127.0.0.2"])
-def test_taken_port_is_passed_over(make_node, tcp_listener, ip):
-    """Also if it is taken on one address only: the slave might connect to that one."""
+def test_occupied_port_is_skipped(make_node, tcp_listener, ip):
+    """Even if it is occupied on one address only, because the slave might connect to that one."""
     node = make_node()
     tcp_listener(node.port + 1, ip)
     node.serve()
     assert node.monitor_port() == node.port + 2
 
 
-def test_first_port_tried_is_the_next_one(make_node):
+def test_monitor_tries_the_next_port_first(make_node):
     node = make_node().serve()
     assert node.monitor_port() == node.port + 1

@@ -1,6 +1,6 @@
-"""A slave that hangs, falls silent or dies is noticed in time, stopped, and told to its owner alone.
+"""A slave that hangs, falls silent or dies is stopped, and only its owner is notified.
 
-The limits are the real ones, so several of these tests take ten seconds and more.
+The time-outs are the real ones, so several of these tests take more than ten seconds.
 """
 
 import time
@@ -21,7 +21,7 @@ HEARTBEAT_STOPPED = plain_line("detected that heart beat of slave stopped -> sto
 CRASHED = plain_line("slave crashed or was stopped via CTRL-C")
 KILLED = plain_line("slave didn't stop gracefully, killing process by force")
 
-# What a busy machine may add to a limit.
+# Seconds that a busy machine may add to a time-out.
 SLACK = 3
 
 
@@ -30,7 +30,7 @@ def failure_notice(owner):
 
 
 def assert_failed(node, owner, *others):
-    """The failure is told to the owner once, and again in the answers to its scans; it is the owner's to clear."""
+    """Asserts that the owner is notified once, sees the failure in its scans, and can clear it."""
     owner.expect(node.status(wire.SLAVE_FAILED, owner))
     for other in others:
         other.expect_silence(node.status(wire.DAEMON_STATUS, owner))
@@ -111,7 +111,7 @@ def test_heartbeats_may_be_up_to_ten_seconds_apart(farm):
 
 
 @pytest.mark.slow
-def test_slave_that_ignores_the_stop_after_a_hang_is_killed_after_its_owner_was_told(farm):
+def test_hung_slave_that_ignores_the_stop_is_killed_after_the_notification(farm):
     node, owner = farm(plays=scenario("connect\ninfo\nhang", settings="on-stop ignore"))
     begin = time.monotonic()
     running(node, owner)
@@ -149,7 +149,7 @@ def test_running_slave_that_is_killed(farm):
     node.output.wait_sequence([CRASHED, failure_notice(owner)])
 
 
-def test_slave_that_dies_right_after_its_information_ran_and_failed(farm):
+def test_slave_that_dies_after_its_information_is_reported_running_then_failed(farm):
     node, owner, other = farm(2, plays=scenario(PUPPET))
     slave = puppet(node, owner, other)
     process = node.slave_process()
@@ -168,7 +168,7 @@ def test_slave_that_dies_right_after_its_information_ran_and_failed(farm):
     )
 
 
-def test_slave_is_told_to_run_once_whatever_it_reports(farm):
+def test_running_slave_is_reported_once(farm):
     node, owner = farm(plays=scenario(PUPPET))
     slave = puppet(node, owner)
     line = -1
@@ -186,14 +186,14 @@ def test_slave_is_told_to_run_once_whatever_it_reports(farm):
             daemon_line(f"received heartbeat message '{name}' from slave"), line
         )
     owner.expect(node.status(wire.SLAVE_RUNNING, owner))
-    # Four more seconds of silence after the second information show that the watch went on.
+    # The time-out after the second SLAVE_INFO shows that the watchdog kept running.
     node.output.wait(HANGING_AFTER_INFO)
     slave.expect_stop()
     node.kill_slave()
     assert_failed(node, owner)
 
 
-def test_slave_that_only_beats_never_counts_as_initialised(farm):
+def test_slave_that_only_sends_heartbeats_is_never_initialised(farm):
     node, owner = farm(plays=scenario("connect\nbeat 300"))
     started(node, owner)
     line = -1
@@ -205,19 +205,19 @@ def test_slave_that_only_beats_never_counts_as_initialised(farm):
     stopped(node, owner)
 
 
-def test_failure_belongs_to_the_connection_that_asked_for_the_slave(farm):
-    """Even if the slave was asked for in another master's name, who is still the one to stop it."""
+def test_failure_is_reported_to_the_requesting_connection(farm):
+    """Even for a slave requested on behalf of another master, which can still stop it."""
     node, named, asking = farm(2)
     asking.request(wire.START_REQUEST, address=named.address)
-    told = node.status(wire.DAEMON_STATUS, named, text=asking.text)
+    status = node.status(wire.DAEMON_STATUS, named, text=asking.text)
     asking.expect(
-        told, told._replace(kind=wire.START_REPLY), told._replace(kind=wire.SLAVE_RUNNING)
+        status, status._replace(kind=wire.START_REPLY), status._replace(kind=wire.SLAVE_RUNNING)
     )
-    named.expect(told)
+    named.expect(status)
     node.kill_slave()
-    asking.expect(told._replace(kind=wire.SLAVE_FAILED))
-    asking.expect_silence(told._replace(kind=wire.SLAVE_FAILED))
-    named.expect_silence(told)
+    asking.expect(status._replace(kind=wire.SLAVE_FAILED))
+    asking.expect_silence(status._replace(kind=wire.SLAVE_FAILED))
+    named.expect_silence(status)
     stopped(node, named, asking)
 
 
@@ -234,7 +234,7 @@ def test_failed_slave_stays_with_its_owner(farm):
     running(node, other, owner)
 
 
-def test_stop_is_one_message_to_the_slave(farm):
+def test_stop_sends_the_slave_one_message(farm):
     node, owner, other = farm(2, plays=scenario(PUPPET))
     slave = puppet(node, owner, other)
     owner.request(wire.STOP_REQUEST)
@@ -246,7 +246,7 @@ def test_stop_is_one_message_to_the_slave(farm):
     assert not {KILLED, CRASHED, failure_notice(owner)} & set(node.quit())
 
 
-def test_slave_may_take_its_time_to_stop(farm):
+def test_slow_slave_is_given_time_to_stop(farm):
     node, owner, other = farm(2, plays=scenario(settings="on-stop exit-after 5000"))
     running(node, owner, other)
     begin = time.monotonic()
@@ -280,7 +280,7 @@ def test_slave_that_was_stopped_before_it_connected_is_killed_after_twelve_secon
     wait_until(lambda: not node.slave_processes(), "the slave is gone")
 
 
-def test_stop_during_the_stop_of_a_hanging_slave_tells_nobody_of_a_crash(farm):
+def test_stop_while_a_hanging_slave_is_stopped_reports_no_crash(farm):
     node, owner, other = farm(2, plays=scenario(PUPPET))
     slave = puppet(node, owner, other)
     slave.report(wire.SLAVE_INFO)

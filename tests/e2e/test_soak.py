@@ -1,6 +1,6 @@
-"""Many slaves, one after another, of every kind: what the daemon has taken for them it gives back.
+"""Many slaves of every kind in turn: the daemon releases everything it acquired for them.
 
-QUELTA_SOAK_ROUNDS sets the number of rounds. A short soak is part of every run.
+QUELTA_SOAK_ROUNDS sets the number of rounds. Every run includes a short soak.
 """
 
 import os
@@ -15,7 +15,7 @@ from support.ownership import running, started, stopped
 from support.scenario import scenario
 
 ROUNDS = int(os.environ.get("QUELTA_SOAK_ROUNDS", "12"))
-WARM_UP = 5  # every quick kind once
+WARM_UP = 5  # every quick kind of round once
 GROWTH_KILOBYTES = 400
 CENSUS = "quelta_windows_census.exe"
 
@@ -65,7 +65,7 @@ def stop_before_it_runs(node, owner, other):
     node.play(HANGING)
     before = len(node.output.lines()) - 1
     started(node, owner, other)
-    node.slave_report("hanging", before)  # until it has connected, nothing reaches it
+    node.slave_report("hanging", before)  # a stop reaches it only once it has connected
     stopped(node, owner, other)
 
 
@@ -75,9 +75,7 @@ def lose_the_owner(node, owner, other):
     owner.vanish()
     other.expect(node.status(wire.DAEMON_STATUS))
     owner.return_to(node)
-    owner.expect_silence(
-        node.status(wire.DAEMON_STATUS)
-    )  # once it is served, all its threads are there
+    owner.expect_silence(node.status(wire.DAEMON_STATUS))  # all its threads run once it is served
 
 
 def hang_until_the_limit(node, owner, other):
@@ -94,7 +92,7 @@ def ignore_the_stop(node, owner, other):
 
 
 QUICK = [start_and_stop, steal_to_and_fro, crash, stop_before_it_runs, lose_the_owner]
-# Rounds of each hundred; these slaves run into the real time limits.
+# By round number modulo 100; these slaves run into the real time-outs.
 SLOW = {10: hang_until_the_limit, 60: ignore_the_stop}
 
 
@@ -103,17 +101,15 @@ def play_round(number, *everybody):
 
 
 def held(process):
-    """Everything that a leak would make more of, but memory."""
+    """Returns everything that a leak would increase, except memory."""
     kinds = Counter(target.partition(":")[0] for target in measure.descriptors(process))
     return kinds, measure.threads(process), measure.children(process)
 
 
 @pytest.mark.linux_only("counts what a Linux process holds")
-@pytest.mark.skipif(
-    measure.SANITIZED, reason="a sanitizer has threads of its own, which come when they are needed"
-)
+@pytest.mark.skipif(measure.SANITIZED, reason="a sanitizer starts its own threads on demand")
 @pytest.mark.slow
-def test_as_much_is_held_after_many_slaves_as_before(farm):
+def test_many_slaves_leak_nothing(farm):
     node, owner, other = farm(2, flags="daemon logPrefix logJuce")
     daemon = node.process.pid
     for number in range(WARM_UP):
@@ -131,7 +127,7 @@ def test_as_much_is_held_after_many_slaves_as_before(farm):
     )
     assert grown < GROWTH_KILOBYTES
     lines = node.quit()
-    # No monitor has kept its port, so none of the later ones had to look for another.
+    # Every monitor released its port, so no later one had to choose another.
     ports = [line for line in lines if line.startswith(daemon_line("using free port "))]
     assert set(ports) == {daemon_line(f"using free port {node.port + 1} to communicate with slave")}
     assert len(ports) > WARM_UP + ROUNDS
@@ -139,7 +135,7 @@ def test_as_much_is_held_after_many_slaves_as_before(farm):
 
 
 def census(node):
-    """The daemon's handles of each kind and its threads, as the system's own calls see them while a slave runs."""
+    """Returns the daemon's threads and handles by kind, counted by Windows while a slave runs."""
     counted = programs.run(programs.bin_dir() / CENSUS, node.slave_id())
     return Counter(
         {kind: int(number) for kind, number in (line.split(": ") for line in counted.splitlines())}
@@ -147,7 +143,7 @@ def census(node):
 
 
 def windows_held(node):
-    """The least of several counts, since a thread that is about to end counts for a moment."""
+    """Returns the minimum of several counts, because a thread about to end is still counted."""
     held_now = census(node)
     for _ in range(4):
         held_now &= census(node)
@@ -156,8 +152,8 @@ def windows_held(node):
 
 @pytest.mark.windows_only("counts the handles of a Windows process")
 @pytest.mark.slow
-def test_each_launch_keeps_its_two_handles_and_nothing_else(farm):
-    """The handles of the slave's process and of its first thread are never closed, by design."""
+def test_each_launch_leaks_only_its_two_handles(farm):
+    """By design, the handles of the slave's process and of its first thread are never closed."""
     node, owner, other = farm(2, flags="daemon logPrefix logJuce")
 
     def launches():
@@ -186,6 +182,6 @@ def test_each_launch_keeps_its_two_handles_and_nothing_else(farm):
     launched, tolerance = last - first, after["running threads"]
     print(f"{launched} launches: {before} before, {after} after")
     assert kept.pop("Process") == launched
-    # The C++ runtime gives a thread a handle of itself, and a few events, when it first waits for a lock.
+    # A thread acquires a handle to itself and a few events when it first blocks on a lock.
     kept["Thread"] -= launched
     assert all(abs(number) <= tolerance < launched for number in kept.values()), kept

@@ -1,4 +1,4 @@
-"""Ways to start a daemon: however it is started and wherever it stands, it finds the files beside itself."""
+"""However and wherever the daemon is started, it finds the files beside its executable."""
 
 import os
 import subprocess
@@ -7,15 +7,14 @@ import pytest
 
 from support import measure, mounts, programs
 from support.node import LOG_FILE
-from support.scenario import scenario
 from support.transcript import between_start_and_stop, usage
 
-pytestmark = pytest.mark.linux_only("made of Linux's links, folders and names")
+pytestmark = pytest.mark.linux_only("needs Linux's links, folders and file names")
 
 NO_SLAVE = "No path to the Quelta render slave given."
 NO_MOUNTS = "needs Linux's mounts" if programs.ON_WINDOWS else mounts.why_not()
 OWN_FLAG = "logAppendToFile=23 logToFile logFlags"
-OVERLONG = b"x\xc0\xaf" * 40  # JUCE makes strings of two bytes a piece of it and then writes three
+OVERLONG = b"x\xc0\xaf" * 40  # JUCE reserves two bytes per unit and then writes three
 NOT_UTF8 = [OVERLONG, b"\xc0" * 60, b"M\xfcller", b"\xe2\x82"]
 NAMES = ["overlong", "cut off", "Latin-1", "ends early"]
 
@@ -27,7 +26,7 @@ def folder_named(node, name):
 
 
 def assert_own_files(node, program=None, **popen):
-    """The daemon obeys the flags beside it, not those in its current folder, and logs beside itself."""
+    """Asserts that the daemon uses the files beside it, not those in its current folder."""
     node.set_flags(OWN_FLAG)
     current = node.folder / "current"
     current.mkdir(exist_ok=True)
@@ -67,12 +66,12 @@ def test_started_through_a_link_to_a_link(make_node):
     assert_own_files(node, [links[0]])
 
 
-def test_started_under_a_name_that_says_nothing(make_node):
+def test_started_with_an_unrelated_argv0(make_node):
     node = make_node()
     assert_own_files(node, ["anything"], executable=node.program)
 
 
-def test_program_file_that_has_been_deleted(make_node):
+def test_started_from_a_deleted_executable(make_node):
     node = make_node()
     program = os.open(node.program, os.O_PATH)
     node.program.unlink()
@@ -80,7 +79,7 @@ def test_program_file_that_has_been_deleted(make_node):
     os.close(program)
 
 
-def test_name_that_looks_deleted_is_a_name(make_node):
+def test_name_ending_in_deleted_is_taken_literally(make_node):
     node = make_node()
     node.program = node.program.rename(node.program.with_name("daemon (deleted)"))
     assert_own_files(node)
@@ -88,13 +87,13 @@ def test_name_that_looks_deleted_is_a_name(make_node):
 
 @pytest.mark.skipif(bool(NO_MOUNTS), reason=NO_MOUNTS or "-")
 @pytest.mark.skipif(measure.SANITIZED, reason="a sanitizer needs /proc itself")
-def test_where_there_is_no_proc(make_node):
+def test_started_without_proc(make_node):
     node = make_node()
     assert_own_files(node, preexec_fn=mounts.without_proc())
 
 
 @pytest.mark.parametrize("name", NOT_UTF8, ids=NAMES)
-def test_daemon_in_a_folder_whose_name_is_no_text(make_node, name):
+def test_program_folder_whose_name_is_not_utf8(make_node, name):
     node = make_node()
     folder = folder_named(node, name)
     program = os.path.join(folder, os.fsencode(node.program.name))
@@ -109,7 +108,7 @@ def test_daemon_in_a_folder_whose_name_is_no_text(make_node, name):
 
 
 @pytest.mark.parametrize("name", NOT_UTF8, ids=NAMES)
-def test_daemon_whose_own_name_is_no_text(make_node, name):
+def test_executable_whose_name_is_not_utf8(make_node, name):
     node = make_node(flags="logToFile")
     program = os.path.join(os.fsencode(node.program.parent), name)
     os.rename(node.program, program)
@@ -122,8 +121,8 @@ def test_daemon_whose_own_name_is_no_text(make_node, name):
 
 
 @pytest.mark.parametrize("name", NOT_UTF8, ids=NAMES)
-def test_current_folder_whose_name_is_no_text(make_node, name):
-    """A relative slave path leads into that folder, and the slave works there."""
+def test_current_folder_whose_name_is_not_utf8(make_node, name):
+    """A relative slave path leads into that folder, and the slave runs there."""
     node = make_node(flags=None)
     folder = folder_named(node, name)
     inner = os.path.join(folder, b"inner")
@@ -137,7 +136,7 @@ def test_current_folder_whose_name_is_no_text(make_node, name):
 
 
 @pytest.mark.parametrize("path", ["missing", "../slave"])
-def test_slave_that_cannot_be_named_from_such_a_folder(make_node, path):
+def test_missing_slave_in_a_folder_whose_name_is_not_utf8(make_node, path):
     node = make_node(flags=None)
     node.start(["--port", "5130", "--slave", path], cwd=folder_named(node, OVERLONG))
     resolved = os.path.normpath(
@@ -149,7 +148,7 @@ def test_slave_that_cannot_be_named_from_such_a_folder(make_node, path):
     assert node.wait_exit() == 0
 
 
-def test_current_folder_that_has_been_deleted(make_node):
+def test_deleted_current_folder(make_node):
     node = make_node(flags=None)
     gone = node.folder / "gone"
     gone.mkdir()
@@ -159,7 +158,7 @@ def test_current_folder_that_has_been_deleted(make_node):
     ]
 
 
-def test_home_folder_whose_name_is_no_text(make_node):
+def test_home_folder_whose_name_is_not_utf8(make_node):
     node = make_node(flags=None)
     node.start(
         ["--port", "5130", "--slave", "~/slave"], env={**os.environb, b"HOME": b"/" + OVERLONG}
@@ -171,7 +170,7 @@ def test_home_folder_whose_name_is_no_text(make_node):
 
 
 @pytest.mark.parametrize("name", NOT_UTF8, ids=NAMES)
-def test_temporary_folder_whose_name_is_no_text(make_node, name):
+def test_temporary_folder_whose_name_is_not_utf8(make_node, name):
     node = make_node(flags="logToFile")
     node.log_file.mkdir()
     folder = folder_named(node, name)

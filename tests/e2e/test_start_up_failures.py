@@ -1,4 +1,4 @@
-"""A slave path or a port that cannot work ends the start-up with its text and exit status 0."""
+"""An invalid slave path or port ends the start-up with its message and exit status 0."""
 
 import resource
 import signal
@@ -59,14 +59,14 @@ def test_port_is_the_leading_integer_in_16_bits(make_node, given, taken):
     node.output.wait(f"  daemon port:   {taken}")
 
 
-def test_missing_slave_is_told_before_a_low_port(make_node):
+def test_missing_slave_is_reported_before_a_low_port(make_node):
     node = make_node(flags=None)
     missing = programs.native_path(node.folder / "missing")
     node.start(["--port", "80", "--slave", missing])
     assert whole_output(node) == [f'"{missing}" is not an existing file.']
 
 
-def test_slave_that_is_no_program(make_node):
+def test_slave_that_is_not_a_program(make_node):
     node = make_node(flags=None)
     node.slave.unlink()
     node.slave.write_text("echo I am no program\n")
@@ -89,7 +89,7 @@ def test_slave_that_is_not_executable(make_node):
     assert whole_output(node) == [*INFORMATION_RUN, "failed to launch Quelta slave: 13"]
 
 
-@pytest.mark.linux_only("the interpreter line of a script means something to Linux only")
+@pytest.mark.linux_only("only Linux interprets the first line of a script")
 def test_script_whose_interpreter_is_missing(make_node):
     node = make_node(flags=None)
     node.slave.unlink()
@@ -99,7 +99,7 @@ def test_script_whose_interpreter_is_missing(make_node):
     assert whole_output(node) == [*INFORMATION_RUN, "failed to launch Quelta slave: 2"]
 
 
-def test_last_port_of_all_leaves_none_for_the_slave(make_node):
+def test_highest_port_leaves_none_for_the_slave(make_node):
     node = make_node(flags=None, plays=scenario(information="exit 0"))
     node.start(["--port", "65535", "--slave", programs.native_path(node.slave)])
     output = node.output.rest()
@@ -127,7 +127,7 @@ def test_last_port_of_all_leaves_none_for_the_slave(make_node):
     ],
     ids=["no slave", "low port", "crash"],
 )
-def test_errors_are_tagged_and_what_the_slave_does_is_not(make_node, port, slave, plays, line):
+def test_errors_are_tagged_but_slave_failures_are_not(make_node, port, slave, plays, line):
     node = make_node(flags="logPrefix", plays=scenario(information=plays))
     missing = programs.native_path(node.folder / "missing")
     node.start(
@@ -143,7 +143,7 @@ def test_errors_are_tagged_and_what_the_slave_does_is_not(make_node, port, slave
     assert node.wait_exit() == 0
 
 
-def test_error_of_a_failed_launch_is_tagged(make_node):
+def test_launch_error_is_tagged(make_node):
     node = make_node(flags="logPrefix")
     node.slave.unlink()
     node.slave.write_text("echo I am no program\n")

@@ -9,7 +9,7 @@ NO_SLAVE_RUNNING = error_line("we don't have an Quelta slave running")
 
 
 def stolen(node, thief, *others):
-    """Everybody hears of the new owner, then the thief gets its reply and a running slave."""
+    """Every master is notified of the new owner; the thief receives its reply and a slave."""
     thief.request(wire.STEAL_REQUEST)
     thief.expect(node.status(wire.DAEMON_STATUS, thief), node.status(wire.STEAL_REPLY, thief))
     for other in others:
@@ -35,7 +35,7 @@ def test_steal_from_the_owner(farm):
     assert NO_SLAVE_RUNNING not in node.quit()
 
 
-def test_nobody_hears_of_a_free_node_during_a_steal(farm):
+def test_steal_never_reports_a_free_node(farm):
     node, owner, thief = farm(2)
     running(node, owner, thief)
     stolen(node, thief, owner)
@@ -43,7 +43,7 @@ def test_nobody_hears_of_a_free_node_during_a_steal(farm):
     thief.expect_silence(node.status(wire.DAEMON_STATUS, thief))
 
 
-def test_robbed_owner_cannot_stop_the_slave(farm):
+def test_former_owner_cannot_stop_the_stolen_slave(farm):
     node, owner, thief = farm(2)
     running(node, owner, thief)
     stolen(node, thief, owner)
@@ -53,7 +53,7 @@ def test_robbed_owner_cannot_stop_the_slave(farm):
     stopped(node, thief, owner)
 
 
-def test_owner_steals_from_itself_in_vain(farm):
+def test_steal_by_the_owner_changes_nothing(farm):
     node, owner, other = farm(2)
     running(node, owner, other)
     slave = node.slave_process()
@@ -63,7 +63,7 @@ def test_owner_steals_from_itself_in_vain(farm):
     assert node.slave_processes() == [slave]
 
 
-def test_steal_while_free_complains_and_starts(farm):
+def test_steal_on_a_free_node_logs_an_error_and_starts(farm):
     node, thief, other = farm(2)
     stolen(node, thief, other)
     node.output.wait_sequence(
@@ -77,7 +77,7 @@ def test_steal_while_free_complains_and_starts(farm):
     assert daemon_line("stopping Quelta slave for master 0.0.0.0:0") not in node.quit()
 
 
-def test_stolen_back(farm):
+def test_slave_can_be_stolen_back(farm):
     node, first, second = farm(2)
     running(node, first, second)
     for thief, robbed in ((second, first), (first, second), (second, first)):
@@ -86,8 +86,8 @@ def test_stolen_back(farm):
     node.wait_no_slave()
 
 
-def test_steal_by_the_address_in_the_message(farm):
-    """A request that names the owner is the owner's own, whoever sends it."""
+def test_steal_uses_the_address_in_the_request(farm):
+    """A request that names the owner is treated as the owner's, whoever sent it."""
     node, owner, other = farm(2)
     running(node, owner, other)
     other.request(wire.STEAL_REQUEST, address=owner.address)

@@ -1,4 +1,4 @@
-"""The summary that a successful start-up prints."""
+"""The summary printed by a successful start-up."""
 
 import pytest
 
@@ -32,7 +32,7 @@ def summary(
 
 
 def printed(node):
-    """Everything from the start of the information run to the shutdown's first line."""
+    """Returns the lines from the end of the information run to the start of the shutdown."""
     node.serve()
     lines = between_start_and_stop(node.quit())
     assert node.errors.rest() == []
@@ -41,7 +41,7 @@ def printed(node):
     return lines[len(INFORMATION_RUN) : -1]
 
 
-def test_nothing_chosen(make_node):
+def test_default_options(make_node):
     node = make_node(flags=None)
     assert printed(node) == summary(node)
 
@@ -56,7 +56,7 @@ def test_alias(make_node, alias):
     "given, kept",
     [("'in quotes'", "in quotes"), ("'half", "half"), ("\"x'", "x"), (" 'x'", " 'x'")],
 )
-def test_quotes_around_a_value_are_dropped(make_node, given, kept):
+def test_surrounding_quotes_are_removed(make_node, given, kept):
     node = make_node(flags=None, options=["--alias", given])
     assert printed(node) == summary(node, alias=kept)
 
@@ -96,12 +96,12 @@ def test_gpu_selection(make_node, options, shown):
 )
 def test_out_of_core_memory(make_node, given, maximum, headroom):
     node = make_node(flags=None, options=["--out-of-core", given])
-    told = [
+    memory = [
         "Out-of-core rendering: enabled",
         f"  Max RAM usage:   {maximum}",
         f"  GPU headroom:    {headroom}",
     ]
-    assert printed(node) == summary(node, out_of_core=told)
+    assert printed(node) == summary(node, out_of_core=memory)
 
 
 @pytest.mark.parametrize("given", ["0", "0G,1G", "", "G", ",8G"])
@@ -110,7 +110,7 @@ def test_out_of_core_without_a_maximum_is_disabled(make_node, given):
     assert printed(node) == summary(node)
 
 
-def test_what_the_slave_reports_is_shown(make_node):
+def test_slave_information_is_shown(make_node):
     node = make_node(
         flags=None, plays=scenario(information="connect\ninfo 1234567 12\nwait 300\nexit 0")
     )
@@ -131,12 +131,12 @@ def test_last_of_repeated_options_wins(make_node):
             "2G",
         ],
     )
-    told = [
+    memory = [
         "Out-of-core rendering: enabled",
         "  Max RAM usage:   2.0 GB",
         "  GPU headroom:    use default value",
     ]
-    assert printed(node) == summary(node, alias="last", out_of_core=told)
+    assert printed(node) == summary(node, alias="last", out_of_core=memory)
 
 
 def test_relative_slave_path_is_shown_in_full(make_node):

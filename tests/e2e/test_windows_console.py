@@ -1,4 +1,4 @@
-"""A real console, which takes UTF-16 and a NUL behind each line."""
+"""A real console, which displays UTF-16 and a NUL after each line."""
 
 import subprocess
 
@@ -19,7 +19,7 @@ REQUEST = "quelta_windows_request.exe"
 
 @pytest.fixture
 def shell():
-    """Starts a command line of Windows' shell on a console; gives the process and the lines shown."""
+    """Runs a command line of Windows' shell on a console; returns the process and its lines."""
     shells = []
 
     def start(line):
@@ -44,14 +44,14 @@ def shell():
 
 
 def selections(lines):
-    """Whether text could be selected each time that the probe looked."""
+    """Returns whether text could be selected each time the probe looked."""
     begin = "probe: selection: "
     return [line.removeprefix(begin) for line in lines if line.startswith(begin)]
 
 
 @pytest.fixture
 def on_console(make_node):
-    """Starts a node's daemon on a console of its own; gives the node, the console and the lines shown."""
+    """Starts a node's daemon on its own console; returns the node, the console and its lines."""
 
     def start(arguments=None, **settings):
         node, console = make_node(**settings), Console()
@@ -83,7 +83,7 @@ def test_text_beyond_every_code_page(on_console):
     assert node.wait_exit() == 0
 
 
-def test_ctrl_c_on_the_keyboard_ends_the_daemon_in_order(on_console):
+def test_ctrl_c_on_the_keyboard_shuts_the_daemon_down_cleanly(on_console):
     node, console, shown = on_console(flags="daemon")
     shown.wait(f"start listening for masters on port {node.port}{SHOWN_NUL}")
     console.press_ctrl_c()
@@ -101,7 +101,7 @@ def test_standard_error_is_a_console_too(on_console):
 
 
 def test_text_cannot_be_selected_while_the_daemon_runs(make_node, shell):
-    """A selection blocks the thread that writes, and with it every thread that logs."""
+    """A selection blocks the writing thread and thereby every thread that logs."""
     node = make_node()
     probe = programs.native_path(programs.install(PROBE, node.slave.parent))
     daemon = f"{programs.native_path(node.program)} --port {node.port} --slave {probe}"
@@ -110,7 +110,7 @@ def test_text_cannot_be_selected_while_the_daemon_runs(make_node, shell):
     assert process.wait(HANG_LIMIT) == 0
 
 
-def test_text_can_be_selected_again_after_a_daemon_that_ended_without_order(make_node, shell):
+def test_text_can_be_selected_again_after_the_daemon_aborted(make_node, shell):
     node = make_node(plays=scenario(information="hang"))
     probe = programs.native_path(programs.install(PROBE, node.slave.parent))
     daemon = programs.native_path(node.program)

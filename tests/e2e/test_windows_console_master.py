@@ -1,4 +1,4 @@
-"""The console master on a real console of Windows, which takes UTF-16, and its UTF-16 command line."""
+"""The console master on a real Windows console, and its UTF-16 command line."""
 
 import json
 import subprocess
@@ -12,13 +12,13 @@ from support.limits import HANG_LIMIT
 
 pytestmark = pytest.mark.windows_only("only Windows has consoles and command lines of UTF-16")
 
-# No code page holds all of it.
+# No code page contains all of these characters.
 TEXT = "日本 Ж Größe"
 
 
 @pytest.fixture
 def on_console():
-    """Starts a console master on a console of its own; gives the process, the console and the lines shown."""
+    """Starts a console master on its own console; returns process, console and displayed lines."""
     started = []
 
     def start(*arguments):
@@ -50,7 +50,7 @@ def test_output_beyond_every_code_page(make_node, on_console):
     assert lines[-1].split() == [f"127.0.0.1:{node.port}", *TEXT.split(), "1", "4000000", "free"]
 
 
-def test_errors_are_shown_as_they_are_and_without_nuls(on_console):
+def test_errors_are_shown_unchanged_and_without_nuls(on_console):
     process, _, shown = on_console("scan", TEXT)
     lines = shown.rest()
     assert process.wait(HANG_LIMIT) == 2
@@ -60,7 +60,7 @@ def test_errors_are_shown_as_they_are_and_without_nuls(on_console):
     ]
 
 
-def test_ctrl_c_on_the_keyboard_gives_the_node_back(make_node, on_console):
+def test_ctrl_c_on_the_keyboard_releases_the_node(make_node, on_console):
     node = make_node().serve()
     process, console, shown = on_console("hold", f"127.0.0.1:{node.port}")
     shown.wait(f"127.0.0.1:{node.port} running")
@@ -84,7 +84,7 @@ def test_arguments_beyond_every_code_page_reach_the_node(make_node):
     assert json.loads(scan.stdout)[0]["ownerText"] == TEXT
 
 
-def test_a_file_of_nodes_may_have_any_name(make_node, tmp_path):
+def test_node_file_may_have_any_name(make_node, tmp_path):
     node = make_node().serve()
     file = tmp_path / f"{TEXT}.txt"
     file.write_text(f"127.0.0.1:{node.port}\n")

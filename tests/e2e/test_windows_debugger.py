@@ -1,4 +1,4 @@
-"""What a viewer of debugger output shows of a Windows daemon."""
+"""The output of a Windows daemon in a debugger-output viewer."""
 
 import subprocess
 
@@ -14,7 +14,7 @@ LISTENER = "quelta_windows_debuglistener.exe"
 
 @pytest.fixture
 def debugger_output():
-    """Listens for debugger output: the lines that the listener prints."""
+    """Listens for debugger output; yields the listener's lines."""
     process = subprocess.Popen(
         programs.command(programs.bin_dir() / LISTENER),
         stdin=subprocess.DEVNULL,
@@ -42,7 +42,7 @@ def test_each_line_is_received_once_and_in_order(make_node, debugger_output):
     assert node.wait_exit() == 0
     assert len(lines) > 5
     assert any("Größe 日本" in line for line in lines)
-    # The daemon waited until the listener had taken each text; only the last may still be on its way.
+    # The daemon waits until the listener has taken each text; only the last may be in flight.
     debugger_output.wait_match(rf"\d+ {lines[-1].encode().hex()}")
     sent = texts_by_sender(debugger_output.lines()[1:])
     assert [text.rstrip("\n") for text in sent] == ["\n".join(lines)]

@@ -1,4 +1,4 @@
-"""How Windows and its tools end a program: by messages to its window, and by events of its console."""
+"""How Windows and its tools end a program: by window messages and console events."""
 
 import os
 import subprocess
@@ -19,7 +19,7 @@ FORCE = plain_line("slave didn't stop gracefully, killing process by force")
 
 
 def ask(node, way):
-    """Asks the daemon, by the id of its latest slave, to end; force has been used if it must when this returns."""
+    """Asks the daemon, its latest slave's parent, to exit; returns once any force has been used."""
     command = programs.command(programs.bin_dir() / REQUEST, node.slave_id(), way)
     subprocess.run(command, stdin=subprocess.DEVNULL, check=True, timeout=HANG_LIMIT)
 
@@ -34,7 +34,7 @@ def assert_closed(lines):
 
 
 @pytest.mark.parametrize("way", ["close", "quit", "break"])
-def test_request_ends_daemon_and_slave_in_order(farm, way):
+def test_request_shuts_daemon_and_slave_down_cleanly(farm, way):
     node, owner = farm()
     running(node, owner)
     ask(node, way)
@@ -47,7 +47,7 @@ def test_request_ends_daemon_and_slave_in_order(farm, way):
     node.assert_no_slave()
 
 
-def test_close_during_the_information_run_is_obeyed_after_it(make_node):
+def test_close_during_the_information_run_takes_effect_after_it(make_node):
     node = make_node(plays=scenario(information="connect\ninfo\nwait 2500\nexit 0"))
     node.start()
     node.slave_report("sending SLAVE_INFO, version 4000000, GPUs 1")
@@ -60,8 +60,8 @@ def test_close_during_the_information_run_is_obeyed_after_it(make_node):
 
 
 @pytest.mark.parametrize("way", ["end-session", "close-console", "log-off", "shutdown"])
-def test_end_by_the_system_leaves_time_to_stop_the_slave_and_to_close_the_log(farm, way):
-    """Force comes after five seconds; the slave would have twelve, and nothing in the log file has been flushed."""
+def test_system_shutdown_leaves_time_to_stop_the_slave_and_close_the_log(farm, way):
+    """Windows kills after five seconds; the slave has twelve, and the log is unflushed."""
     node, owner = farm(
         flags="daemon logPrefix logToFile",
         plays=scenario(settings="on-stop ignore\non-lost ignore"),
@@ -77,8 +77,8 @@ def test_end_by_the_system_leaves_time_to_stop_the_slave_and_to_close_the_log(fa
     node.assert_no_slave()
 
 
-def test_daemon_without_a_window_says_so_and_ends(make_node):
-    """As in a session that has no memory left for windows; here Wine has no display."""
+def test_daemon_without_a_window_reports_it_and_exits(make_node):
+    """Like in a session without memory for windows; here Wine has no display."""
     node = make_node(flags="logPrefix")
     node.start(env={name: value for name, value in os.environ.items() if name != "DISPLAY"})
     lines = node.output.rest()

@@ -1,4 +1,4 @@
-"""Streams and files of a Windows daemon, to the byte."""
+"""Streams and files of a Windows daemon, byte for byte."""
 
 import shutil
 
@@ -17,16 +17,14 @@ NO_SLAVE = "No path to the Quelta render slave given."
 @pytest.mark.parametrize(
     "stream, flags", [("stdout", "logToFile"), ("stderr", "logToFile logToStdout=2")]
 )
-def test_redirected_stream_has_the_systems_line_ends_and_the_log_file_has_not(
-    make_node, stream, flags
-):
+def test_redirected_stream_has_crlf_endings_and_the_log_file_lf(make_node, stream, flags):
     node = make_node(flags=flags)
     with (node.folder / "redirected").open("wb") as redirected:
         node.start([], **{stream: redirected})
         assert node.wait_exit() == 0
     written = (node.folder / "redirected").read_bytes()
     assert NO_SLAVE.encode() + b"\r\n" in written
-    # A line feed that belongs to a text is written like one that ends a line.
+    # A line feed inside a text is translated like one that ends a line.
     assert written.count(b"\r\n") == written.count(b"\n") == written.count(b"\r")
     assert node.log_file.read_bytes() == written.replace(b"\r\n", b"\n")
 
@@ -41,7 +39,7 @@ def test_redirected_stream_has_the_systems_line_ends_and_the_log_file_has_not(
         ".\\..\\slave\\.\\{name}",
     ],
 )
-def test_forms_of_the_slave_path(make_node, form):
+def test_accepted_forms_of_the_slave_path(make_node, form):
     node = make_node(flags=None)
     path = form.format(drive=programs.native_path(node.folder), name=node.slave.name)
     node.start(["--port", str(node.port), "--slave", path], cwd=node.folder / "daemon")
@@ -51,14 +49,14 @@ def test_forms_of_the_slave_path(make_node, form):
 
 
 def test_slave_on_another_drive(make_node):
-    """C: is the drive of the system, Z: that of the tests."""
+    """C: is the system drive, Z: that of the tests."""
     node = make_node(flags=None)
     node.start(["--port", "5130", "--slave", "C:\\windows"])
     assert '"C:\\windows" is not an existing file.' in node.output.rest()
 
 
 def run_with_temporary_folder(node, folder):
-    """Through the system's shell, because Wine lets the variable not come from outside."""
+    """Sets TMP in Windows' shell, because Wine does not pass it on from Linux."""
     program, node.program = node.program, "cmd"
     node.start(["/c", f"set TMP={programs.native_path(folder)}&& {programs.native_path(program)}"])
     node.program = program
@@ -75,7 +73,7 @@ def test_log_file_falls_back_to_the_temporary_folder(make_node):
     assert (temporary / node.log_file.name).read_bytes() == ("\n".join(lines) + "\n").encode()
 
 
-def test_log_file_that_cannot_be_opened_anywhere_is_given_up_silently(make_node):
+def test_log_file_that_cannot_be_opened_anywhere_is_silently_skipped(make_node):
     node = make_node(flags="logToFile logForceFlush")
     node.log_file.mkdir()
     lines = run_with_temporary_folder(node, node.folder / "nobody")
@@ -83,7 +81,7 @@ def test_log_file_that_cannot_be_opened_anywhere_is_given_up_silently(make_node)
     assert node.errors.rest() == []
 
 
-def test_programs_folder_with_blanks_and_umlauts(make_node):
+def test_program_folder_with_blanks_and_umlauts(make_node):
     node = make_node(flags="logToFile")
     folder = node.folder / "Größe 日本 (1)"
     shutil.move(node.program.parent, folder)

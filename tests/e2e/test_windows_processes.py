@@ -1,4 +1,4 @@
-"""What the slave of a Windows daemon is handed, and what the system says when a launch fails."""
+"""What a slave on Windows inherits, and the errors of a failed launch."""
 
 import os
 import re
@@ -16,7 +16,7 @@ PROBE = "quelta_windows_probe.exe"
 
 
 def with_probe(node, name):
-    """Puts the probe into the place of the slave, under this name."""
+    """Installs the probe in place of the slave, under this name."""
     node.slave = programs.install(PROBE, node.slave.parent, name)
     return node
 
@@ -43,14 +43,14 @@ def probe_report(lines, what):
         ("slave.exe", [], 'x" "y', ""),
     ],
 )
-def test_command_line_to_the_letter(make_node, name, options, alias, rest):
+def test_exact_command_line(make_node, name, options, alias, rest):
     node = with_probe(make_node(alias=alias, options=options), name)
     node.start()
     lines = node.output.rest()
     port = node.monitor_port()
     assert probe_report(lines, "command line") == (
-        f'["{name}" --net-master-address 0.0.0.0 --net-master-port 0 --daemon-port {port} --alias "{alias}"{rest}'
-        " --daemon-info-request]"
+        f'["{name}" --net-master-address 0.0.0.0 --net-master-port 0 --daemon-port {port}'
+        f' --alias "{alias}"{rest} --daemon-info-request]'
     )
 
 
@@ -63,13 +63,13 @@ def test_command_line_for_a_master(farm):
     lines = node.output.lines()[after + 1 :]
     port = node.monitor_port(after)
     assert probe_report(lines, "command line") == (
-        f'["{node.slave.name}" --net-master-address {master.address[0]} --net-master-port {master.address[1]}'
-        f' --daemon-port {port} --alias "node7"]'
+        f'["{node.slave.name}" --net-master-address {master.address[0]}'
+        f' --net-master-port {master.address[1]} --daemon-port {port} --alias "node7"]'
     )
 
 
-def test_slave_gets_no_handle_of_the_daemon(make_node, make_master):
-    """The more connections, sockets and files the daemon has, the more handles a slave would inherit."""
+def test_slave_inherits_no_handles(make_node, make_master):
+    """With inheritance, more connections of the daemon would give the slave more handles."""
     counts = []
     for masters in (1, 10):
         node = make_node(flags="daemon logPrefix logToFile").serve()
@@ -89,7 +89,7 @@ def test_slave_gets_no_handle_of_the_daemon(make_node, make_master):
         (b"", 193),
     ],
 )
-def test_error_number_of_a_file_that_is_no_program(make_node, content, error):
+def test_error_number_of_a_file_that_is_not_a_program(make_node, content, error):
     node = make_node(flags=None)
     node.slave.unlink()
     node.slave.write_bytes(content)
@@ -99,8 +99,8 @@ def test_error_number_of_a_file_that_is_no_program(make_node, content, error):
     assert node.wait_exit() == 0
 
 
-def test_daemon_of_a_lost_process_starts_the_next_one(farm):
-    """TerminateProcess, exit codes and handles hold for more than one launch."""
+def test_slave_can_be_restarted_after_being_killed(farm):
+    """Repeats it: TerminateProcess, exit codes and handles must work for every launch."""
     node, owner = farm()
     for _ in range(3):
         running(node, owner)
@@ -109,13 +109,13 @@ def test_daemon_of_a_lost_process_starts_the_next_one(farm):
         stopped(node, owner)
 
 
-def test_slave_that_ends_with_the_number_of_a_running_process(farm):
-    """259 is what a running process answers when it is asked for its exit status."""
+def test_slave_exit_code_259_looks_like_a_running_process(farm):
+    """259 is STILL_ACTIVE, the exit status that Windows reports for a running process."""
     node, owner = farm(
         plays="[info]\nconnect\ninfo\nwait 150\nexit 0\n[run]\nconnect\ninfo\nwait 300\nexit 259\n"
     )
     running(node, owner)
-    # The exit is not seen as one; the silence is.
+    # The daemon misses the exit but detects the silence.
     node.output.wait_match(
         r" +detected that slave is hanging after initialization -> stopping slave"
     )
@@ -124,8 +124,8 @@ def test_slave_that_ends_with_the_number_of_a_running_process(farm):
     stopped(node, owner)
 
 
-def test_slave_with_a_path_beyond_the_old_limit_is_found(make_node):
-    """Found, and no more: the system's own call refuses to start a program in such a folder."""
+def test_slave_path_longer_than_max_path_is_found(make_node):
+    """It is only found: CreateProcess refuses to start a program in such a folder."""
     node = make_node(flags=None)
     slave = programs.install(programs.STANDIN_SLAVE, node.slave.parent / ("a" * 120) / ("b" * 120))
     assert len(programs.native_path(slave)) > 260
@@ -134,10 +134,10 @@ def test_slave_with_a_path_beyond_the_old_limit_is_found(make_node):
     assert lines == ["daemon port 80 is invalid, should be in range 1024..65535"]
 
 
-def test_winsock_is_started_after_the_summary_and_cleaned_up_at_the_end(make_node):
-    """The system's own trace of its socket library, among what the daemon prints.
+def test_winsock_is_started_after_the_summary_and_cleaned_up_at_exit(make_node):
+    """Reads Wine's trace of the socket library among the daemon's output.
 
-    The first start-up is the framework's; it asks for another version and lasts until the process ends.
+    JUCE starts Winsock first, requests another version and keeps it until the process ends.
     """
     node = make_node(flags="daemon logPrefix")
     node.serve(stderr=subprocess.STDOUT, env={**os.environ, "WINEDEBUG": "-all,+winsock"})

@@ -1,4 +1,4 @@
-"""What Windows itself reads in the programs: the libraries they need, their version, their manifest."""
+"""What Windows reads in the programs: required libraries, version, manifest."""
 
 import re
 import subprocess
@@ -16,7 +16,7 @@ DESCRIPTIONS = {
     "quelta_master.exe": "Quelta Console Master",
 }
 
-# Part of every Windows since 7; nothing of a compiler's runtime is among them.
+# Part of every Windows since 7; no compiler runtime is among them.
 SYSTEM_LIBRARIES = {
     "advapi32.dll",
     "kernel32.dll",
@@ -53,19 +53,19 @@ def headers(name):
 
 
 @every_program
-def test_only_libraries_of_the_system_are_needed(name):
+def test_only_system_libraries_are_needed(name):
     needed = {library.lower() for library in re.findall(r"DLL Name: (\S+)", headers(name))}
     assert "kernel32.dll" in needed
     assert needed - SYSTEM_LIBRARIES == set()
 
 
 @every_program
-def test_programs_belong_to_a_console(name):
+def test_programs_use_the_console_subsystem(name):
     assert re.search(r"^Subsystem\s+0+3\s", headers(name), re.MULTILINE)
 
 
 @every_program
-def test_version(name):
+def test_version_resource(name):
     resources = tool("windres", "-J", "coff", "-O", "rc", str(programs.bin_dir() / name))
     assert re.search(r"FILEVERSION 4, 0, 0, 0\s", resources)
     values = dict(re.findall(r'VALUE "(\w+)", "(.*)"', resources))
@@ -92,7 +92,7 @@ def test_manifest(name):
     assert [system.get("Id") for system in manifest.iter(COMPATIBILITY + "supportedOS")] == [
         WINDOWS_10
     ]
-    # Long paths, and nothing else: the code page stays the system's.
+    # Long paths only: the code page remains the system's.
     settings = manifest.find(f"{TRUST}application/{TRUST}windowsSettings")
     assert [(setting.tag, setting.text) for setting in settings] == [
         (SETTINGS + "longPathAware", "true")

@@ -1,4 +1,4 @@
-"""System texts in languages beyond ASCII: they reach the log as UTF-8, whatever the system's code page is."""
+"""System texts in non-ASCII languages reach the log as UTF-8, whatever the system's code page."""
 
 import os
 import shutil
@@ -16,7 +16,7 @@ ACCESS_DENIED = 10013
 
 @pytest.fixture(scope="session")
 def locales(tmp_path_factory):
-    """Makes locales for Wine, which takes the language and the code page from them."""
+    """Creates locales for Wine, which derives the language and the code page from them."""
     if not shutil.which("localedef"):
         pytest.skip("localedef is missing")
     folder = tmp_path_factory.mktemp("locales")
@@ -45,7 +45,7 @@ def socket_texts(environment, *errors):
     ],
 )
 def test_socket_error_is_utf8_in_every_language(locales, locale, text):
-    # The system ends its text with a line break; standard output makes CR LF of the LF in it, too.
+    # The system's text ends with CR LF; standard output translates that LF to CR LF again.
     expected = f"{text}\r\r\n ({ACCESS_DENIED})\r\n"
     assert (
         socket_texts(locales(locale), ACCESS_DENIED).decode("utf-8", "backslashreplace") == expected
@@ -56,5 +56,5 @@ def test_no_socket_error():
     assert socket_texts(None, 0) == b"- (0)\r\n"
 
 
-def test_socket_error_that_the_system_has_no_text_for():
+def test_socket_error_without_a_system_text():
     assert socket_texts(None, 29999) == b" (29999)\r\n"

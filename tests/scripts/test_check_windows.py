@@ -1,4 +1,4 @@
-"""The PowerShell scripts for a real Windows, as far as they can be judged without PowerShell."""
+"""Checks the PowerShell scripts for real Windows as far as possible without PowerShell."""
 
 import re
 from pathlib import Path
@@ -9,13 +9,14 @@ ROOT = Path(__file__).parents[2]
 SCRIPTS = sorted((ROOT / "packaging" / "windows").glob("*.ps1"))
 PAIRS = {")": "(", "]": "[", "}": "{"}
 TOKEN = re.compile(
-    r"""@'\n.*?\n'@|<\#.*?\#>|(?<![$`\w])\#[^\n]*|'(?:[^']|'')*'|[()\[\]{}"]|`.|[^()\[\]{}"'`\#@<]+|.""",
+    r"""@'\n.*?\n'@|<\#.*?\#>|(?<![$`\w])\#[^\n]*|'(?:[^']|'')*'"""
+    r"""|[()\[\]{}"]|`.|[^()\[\]{}"'`\#@<]+|.""",
     re.DOTALL,
 )
 
 
 def read_code(text, position, brackets):
-    """Follows brackets and strings up to the end, or up to the bracket that closes the one before `position`."""
+    """Checks brackets and strings up to the end of the text or of the enclosing bracket."""
     depth = len(brackets)
     while position < len(text):
         token = TOKEN.match(text, position).group()
@@ -39,7 +40,7 @@ def read_code(text, position, brackets):
 
 
 def read_string(text, position, brackets):
-    """Up to the quote that ends it, with the code in its $(...)."""
+    """Reads up to the closing quote, including the code in $(...)."""
     while text[position] != '"':
         if text[position] == "`":
             position += 2
@@ -50,12 +51,12 @@ def read_string(text, position, brackets):
     return position + 1
 
 
-def test_there_are_some():
+def test_all_scripts_are_found():
     assert [script.name for script in SCRIPTS] == ["check-windows-support.ps1", "check-windows.ps1"]
 
 
 @pytest.mark.parametrize("script", SCRIPTS, ids=lambda script: script.name)
-def test_windows_powershell_reads_it_in_every_code_page(script):
+def test_script_is_ascii_for_every_code_page(script):
     script.read_bytes().decode("ascii")
 
 
@@ -67,12 +68,12 @@ def test_brackets_and_strings_are_closed(script):
 @pytest.mark.parametrize(
     "broken", ["if ($a) { 'x'", "$b = (1 + 2]", '"$(Get-Item "x")', "'x", "f ) {"]
 )
-def test_what_is_not_closed_is_found(broken):
+def test_unclosed_brackets_and_strings_are_detected(broken):
     with pytest.raises((AssertionError, IndexError)):
         read_code(broken + "\n", 0, [])
 
 
-def test_every_function_that_is_called_exists():
+def test_every_called_function_exists():
     text = "\n".join(script.read_text() for script in SCRIPTS)
     defined = set(re.findall(r"^function ([\w-]+)", text, re.MULTILINE))
     called = set(re.findall(r"\b(?:Wait|Start|Read|New|Get|Send|Invoke|Stop)-[A-Z]\w+", text))

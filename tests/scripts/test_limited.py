@@ -1,4 +1,4 @@
-"""scripts/limited.py ends all that a command started, in time, and says what it was."""
+"""scripts/limited.py ends everything that a command started, in time, and lists it."""
 
 import os
 import re
@@ -12,11 +12,11 @@ from pathlib import Path
 import pytest
 
 SCRIPTS = Path(__file__).parents[2] / "scripts"
-HANG_LIMIT = 60.0  # seconds; guards every wait
+HANG_LIMIT = 60.0  # seconds
 LIMIT_REACHED, NEEDED_PROCESS_ENDED, WRONG_USE = 124, 125, 2
 
-# Starts a process in a session of its own and without any environment, and leaves it behind. Its first thread ends, the
-# other sleeps. Prints its id once that is so.
+# Leaves a process behind that has its own session and no environment. Its first thread ends while
+# another sleeps, which then prints the process id.
 ZOMBIE_LEADER = """
 import ctypes, os, sys, threading, time
 if os.fork():
@@ -47,7 +47,7 @@ def limited(*arguments):
 
 
 def is_alive(process):
-    """Whether any thread of it is."""
+    """Returns whether any thread of the process is alive."""
     try:
         return any(
             Path(f"/proc/{process}/task/{thread}/stat").read_text().rpartition(")")[2].split()[0]
@@ -59,7 +59,7 @@ def is_alive(process):
 
 
 def start(*arguments):
-    """A running limited.py whose command prints a line when it is ready; gives that line as well."""
+    """Starts limited.py with a command that prints a line when ready; returns that line too."""
     runner = subprocess.Popen(
         command(*arguments), stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True
     )
@@ -67,12 +67,12 @@ def start(*arguments):
 
 
 @pytest.mark.parametrize("script, status", [("exit 0", 0), ("exit 7", 7), ("kill -KILL $$", 137)])
-def test_gives_the_commands_status(script, status):
+def test_returns_the_commands_status(script, status):
     ended = limited("60", "sh", "-c", script)
     assert (ended.returncode, ended.stderr) == (status, "")
 
 
-def test_command_that_is_not_there():
+def test_missing_command():
     ended = limited("60", "/nowhere/at-all")
     assert (ended.returncode, ended.stderr) == (127, "/nowhere/at-all: No such file or directory\n")
 
@@ -80,11 +80,11 @@ def test_command_that_is_not_there():
 @pytest.mark.parametrize(
     "arguments", [[], ["60"], ["soon", "true"], ["--while"], ["--while", "x", "60", "true"]]
 )
-def test_wrong_use(arguments):
+def test_usage_errors(arguments):
     assert limited(*arguments).returncode == WRONG_USE
 
 
-def test_command_that_hangs_is_ended_and_named_with_all_it_started():
+def test_hanging_command_and_its_descendants_are_killed_and_listed():
     began = time.monotonic()
     ended = limited("3", "sh", "-c", "sleep 1001 & setsid sleep 1002 & echo $!; wait")
     assert 3 <= time.monotonic() - began < 20
@@ -98,7 +98,7 @@ def test_command_that_hangs_is_ended_and_named_with_all_it_started():
     assert not any(is_alive(line.split()[0]) for line in running)
 
 
-def test_zombie_leader_with_a_living_thread_is_ended_and_named():
+def test_zombie_leader_with_a_living_thread_is_killed_and_listed():
     script = f"{sys.executable} -c '{ZOMBIE_LEADER}'; sleep 1003"
     ended = limited("3", "sh", "-c", script)
     assert ended.returncode == LIMIT_REACHED
@@ -108,14 +108,14 @@ def test_zombie_leader_with_a_living_thread_is_ended_and_named():
     assert not is_alive(process)
 
 
-def test_what_the_command_leaves_behind_is_ended_and_named():
+def test_leftover_processes_are_killed_and_listed():
     ended = limited("60", "sh", "-c", "env -i setsid sleep 1004 & echo $!; exit 7")
     assert ended.returncode == 7
     assert ended.stderr == f"sh has ended; still running:\n  {ended.stdout.strip()} sleep 1004\n"
     assert not is_alive(ended.stdout.strip())
 
 
-def test_end_of_a_process_that_the_command_needs():
+def test_command_ends_with_a_process_it_needs():
     with subprocess.Popen(["sleep", "1005"]) as needed:
         runner, started = start(
             "--while", str(needed.pid), "60", "sh", "-c", "sleep 1006 & echo $!; wait"
@@ -136,7 +136,7 @@ def test_signal_ends_everything(number):
     assert not is_alive(started)
 
 
-def test_command_may_end_in_order():
+def test_command_may_exit_cleanly():
     runner, _ = start(
         "60", "sh", "-c", "trap 'echo in order; exit' TERM; sleep 1008 & echo ready; wait"
     )
@@ -145,7 +145,7 @@ def test_command_may_end_in_order():
     assert runner.stdout.read() == "in order\n"
 
 
-def test_parent_that_is_killed_takes_all_with_it():
+def test_killed_parent_takes_everything_with_it():
     line = shlex.join(command("600", "sh", "-c", "setsid sleep 1009 & echo $!; wait"))
     with subprocess.Popen(
         ["sh", "-c", line + "; true"], stdout=subprocess.PIPE, text=True
@@ -159,7 +159,7 @@ def test_parent_that_is_killed_takes_all_with_it():
     assert not is_alive(started)
 
 
-def test_step_that_hangs_fails_and_the_next_one_runs(tmp_path):
+def test_hanging_step_fails_and_the_next_one_runs(tmp_path):
     script = f"""
         . {SCRIPTS}/steps.sh
         step "first" true
@@ -181,7 +181,7 @@ def test_step_that_hangs_fails_and_the_next_one_runs(tmp_path):
     )
 
 
-def test_command_inherits_the_signals_as_they_were():
+def test_command_inherits_the_original_signals():
     look = ["grep", "^Sig[BI]", "/proc/self/status"]
     plain = subprocess.run(look, capture_output=True, text=True, timeout=HANG_LIMIT)
     assert limited("60", *look).stdout == plain.stdout

@@ -1,4 +1,4 @@
-"""scripts/packages.sh installs what is missing, and waits for a lock that another apt holds."""
+"""scripts/packages.sh installs missing packages and waits for a lock that another apt holds."""
 
 import subprocess
 from pathlib import Path
@@ -9,7 +9,7 @@ SCRIPTS = Path(__file__).parents[2] / "scripts"
 HANG_LIMIT = 60.0  # seconds
 UPDATE, INSTALL = "update -qq", "install -y -qq --no-install-recommends wanted"
 
-# Fails with apt's own words as often as the file `held` has lines; notes each of its calls.
+# Fails with apt's own message once per line of the file `held`; records each call.
 APT_GET = """#!/bin/sh
 echo "$@" >>calls
 [ -z "$APT_ERROR" ] || { echo "E: $APT_ERROR"; exit 100; }
@@ -49,7 +49,7 @@ def need_packages(tmp_path):
     return run
 
 
-def test_packages_that_are_there_cost_nothing(need_packages):
+def test_installed_packages_need_no_action(need_packages):
     ended, calls = need_packages("there")
     assert (ended.returncode, ended.stdout, calls) == (0, "", [])
 
@@ -60,7 +60,7 @@ def test_missing_packages_are_installed(need_packages):
     assert calls == [UPDATE, INSTALL]
 
 
-def test_lock_is_waited_for_and_named_once(need_packages):
+def test_apt_lock_is_awaited_and_reported_once(need_packages):
     ended, calls = need_packages("wanted", held=2)
     assert ended.returncode == 0
     assert ended.stdout == (
@@ -71,14 +71,14 @@ def test_lock_is_waited_for_and_named_once(need_packages):
     assert calls == [UPDATE, UPDATE, UPDATE, INSTALL]
 
 
-def test_lock_that_stays_fails_in_the_end(need_packages):
+def test_permanent_apt_lock_fails(need_packages):
     ended, calls = need_packages("wanted", held=1000, lock_limit=3)
     assert ended.returncode == 1
     assert "E: Could not get lock /var/lib/apt/lists/lock" in ended.stderr
     assert set(calls) == {UPDATE}
 
 
-def test_other_errors_fail_at_once(need_packages):
+def test_other_errors_fail_immediately(need_packages):
     ended, calls = need_packages("wanted", error="Unable to locate package wanted")
     assert (ended.returncode, calls) == (1, [UPDATE])
     assert (

@@ -1,4 +1,4 @@
-"""A test of the end-to-end suite that hangs fails by its name, after its fixtures have been torn down."""
+"""A hanging end-to-end test fails under its own name after its fixtures are torn down."""
 
 import os
 import subprocess

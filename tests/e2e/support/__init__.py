@@ -1,1 +1,1 @@
-"""What the end-to-end tests share: processes, masters, slaves and bytes written by hand."""
+"""Shared by the end-to-end tests: processes, masters, slaves and hand-written bytes."""

@@ -1,4 +1,4 @@
-"""A pseudo-terminal, which Wine makes the console of the program that it is given to."""
+"""A pseudo-terminal; Wine makes it the console of a program whose streams it is."""
 
 import fcntl
 import os
@@ -9,27 +9,27 @@ import termios
 
 ROWS, COLUMNS = 50, 200
 
-# Wine shows the NUL that the program writes behind each line as this.
+# How Wine displays the NUL that the program writes after each line.
 SHOWN_NUL = "?"
 
 
 class Console:
-    """`end` is for the program's standard streams; what the program shows is read from the other end."""
+    """The program's standard streams use `end`; `pipe` reads what the program displays."""
 
     def __init__(self):
         self._own, self.end = pty.openpty()
         fcntl.ioctl(self.end, termios.TIOCSWINSZ, struct.pack("HHHH", ROWS, COLUMNS, 0, 0))
 
     def take_hold(self):
-        """Makes this the terminal of the calling process, so that its keys become signals."""
+        """Makes this the calling process's controlling terminal, so that keys cause signals."""
         fcntl.ioctl(self.end, termios.TIOCSCTTY, 0)
 
     def started(self):
-        """Only the program holds its end from now on, so that its end is seen."""
+        """Closes our copy of the program's end, so that the stream ends with the program."""
         os.close(self.end)
 
     def pipe(self):
-        """What the program shows, as bytes."""
+        """Returns an iterator over the displayed lines, as bytes."""
         return _Shown(self._own)
 
     def press_ctrl_c(self):
@@ -37,7 +37,7 @@ class Console:
 
 
 class _Shown:
-    """Iterates over lines like a file; the end of a terminal is an error to plain files."""
+    """Iterates over lines. A plain file object would raise an error at the end of a terminal."""
 
     def __init__(self, descriptor):
         self._descriptor = descriptor
@@ -56,6 +56,6 @@ class _Shown:
 
 
 def as_text(line):
-    """A line without what positions and colours it; blanks are skipped by moving the cursor."""
+    """Removes escape sequences from a line; blanks may be cursor movements."""
     line = re.sub(rb"\x1b\[(\d+)C", lambda move: b" " * int(move.group(1)), line)
     return re.sub(rb"\x1b\[[?0-9;]*[a-zA-Z]|\r", b"", line)

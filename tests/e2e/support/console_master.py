@@ -1,4 +1,4 @@
-"""The console master as a process, and what it writes."""
+"""Runs the console master and collects its output."""
 
 import os
 import re
@@ -11,7 +11,7 @@ from .output import Output
 
 PROGRAM = "quelta_master" + programs.SUFFIX
 
-# What one of its own waits may take, in seconds; nothing else ends those waits early in a test.
+# The time-out of the program's own waits, in seconds; beyond any wait of a test.
 PATIENCE = "60"
 
 
@@ -20,7 +20,7 @@ def command(*arguments):
 
 
 def run(*arguments, **settings):
-    """Runs it to its end; gives status, output and errors."""
+    """Runs the console master until it exits; returns the completed process."""
     return subprocess.run(
         command(*arguments),
         timeout=HANG_LIMIT,
@@ -36,12 +36,12 @@ def run(*arguments, **settings):
 
 class Lines(Output):
     def wait_line(self, pattern, after=-1):
-        """Waits for a whole line that matches and comes behind line number `after`; returns its number."""
+        """Waits for a full-line match after line number `after`; returns its number."""
         return self._wait_for(re.compile(pattern).fullmatch, f"pattern {pattern!r}", after)[0]
 
 
 class ConsoleMaster:
-    """A running console master; what it writes is in `output` and `errors`."""
+    """A running console master; its streams are collected in `output` and `errors`."""
 
     def __init__(self, *arguments, stdout=subprocess.PIPE):
         self.process = subprocess.Popen(

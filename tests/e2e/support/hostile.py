@@ -1,4 +1,4 @@
-"""Peers that mean no good, or that might as well."""
+"""Misbehaving peers."""
 
 import socket
 import time
@@ -9,7 +9,7 @@ from .limits import HANG_LIMIT
 
 
 def timed(action, *arguments):
-    """How many seconds it took."""
+    """Returns how many seconds the action took."""
     begin = time.monotonic()
     action(*arguments)
     return time.monotonic() - begin
@@ -21,7 +21,7 @@ def flood(beacon_socket, node, datagram, count):
 
 
 def announce(beacon_socket, node, addresses):
-    """A beacon for each of these addresses."""
+    """Sends a beacon for each of these addresses."""
     for address in addresses:
         beacon_socket.sendto(
             wire.master_record(wire.SCAN_REQUEST, address), ("127.0.0.1", node.port)
@@ -29,14 +29,14 @@ def announce(beacon_socket, node, addresses):
 
 
 def loopback_addresses(count, port, first="127.9.0.0"):
-    """So many addresses that lead to this port of this machine, all behind those of the masters."""
+    """Returns `count` loopback addresses with this port, all higher than those of the masters."""
     begin = wire.ip_number(first)
     return [(wire.dotted(begin + number), port) for number in range(count)]
 
 
 @contextmanager
 def black_hole():
-    """A port on which connections neither come about nor are refused: its queue is full."""
+    """Yields a port whose backlog is full: connections are neither accepted nor refused."""
     with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as listener:
         listener.bind(("0.0.0.0", 0))
         listener.listen(0)
@@ -59,7 +59,7 @@ def black_hole():
 
 
 def scan_without_reading(master):
-    """Asks and asks until the daemon, which cannot get rid of its answers, hangs up."""
+    """Sends scans without reading the replies until the daemon disconnects."""
     scans = wire.frame(master.record(wire.SCAN_REQUEST)) * 100
     deadline = time.monotonic() + HANG_LIMIT
     while time.monotonic() < deadline:
@@ -67,4 +67,4 @@ def scan_without_reading(master):
             master.connection.send_bytes(scans)
         except (ConnectionResetError, BrokenPipeError):
             return
-    raise AssertionError("the daemon put up with a master that never reads")
+    raise AssertionError("the daemon never disconnected a master that does not read")

@@ -1,4 +1,4 @@
-"""A render master made of plain sockets: it beacons, is connected to, and speaks bytes written by hand."""
+"""A render master made of plain sockets that exchanges hand-written bytes with the daemon."""
 
 import select
 import socket
@@ -9,7 +9,7 @@ from . import wire
 from .limits import HANG_LIMIT
 
 BEACON_INTERVAL = 0.2
-SO_TIMESTAMPNS = 35  # of Linux; Python's socket module has no name for it
+SO_TIMESTAMPNS = 35  # Linux; missing from Python's socket module
 TIMESPEC = struct.Struct("@ll")
 
 
@@ -28,7 +28,7 @@ class MasterConnection:
         self.send_bytes(wire.frame(payload))
 
     def receive(self):
-        """The payload of the next message."""
+        """Returns the payload of the next message."""
         header = self._read(8)
         magic, length = int.from_bytes(header[:4], "little"), int.from_bytes(header[4:], "little")
         assert magic == wire.FRAME_MAGIC, header.hex()
@@ -39,7 +39,7 @@ class MasterConnection:
         self._socket.setsockopt(socket.SOL_SOCKET, SO_TIMESTAMPNS, 1)
 
     def time_of_arrival(self):
-        """When the kernel took in what is to be read next, in nanoseconds; takes one byte of it."""
+        """Returns when the kernel received the next byte, in nanoseconds; consumes that byte."""
         _, ancillary, _, _ = self._socket.recvmsg(1, socket.CMSG_SPACE(TIMESPEC.size))
         stamps = [TIMESPEC.unpack(data) for _, kind, data in ancillary if kind == SO_TIMESTAMPNS]
         assert stamps, "the kernel has stamped nothing"
@@ -56,7 +56,7 @@ class MasterConnection:
         return data
 
     def is_closed_by_daemon(self):
-        """Waits for the end of the connection; anything else that arrives is an error of the daemon."""
+        """Waits for the daemon to close the connection; any further data is an error."""
         try:
             late = self._socket.recv(1)
         except ConnectionResetError:
@@ -72,7 +72,7 @@ class MasterConnection:
 
 
 class Master:
-    """A master with an address of its own on the loopback and a text about itself."""
+    """A master with its own loopback address and descriptive text."""
 
     def __init__(self, ip, text, beacon_socket, patience=HANG_LIMIT):
         self.text = text
@@ -101,7 +101,7 @@ class Master:
         return self.connection
 
     def join(self, node):
-        """Beacons, as masters do, until the daemon has connected."""
+        """Sends beacons until the daemon has connected."""
         deadline = time.monotonic() + HANG_LIMIT
         while time.monotonic() < deadline:
             self.beacon(node)
@@ -122,23 +122,23 @@ class Master:
         return wire.read_status(self.connection.receive())
 
     def expect(self, *statuses):
-        """These messages come next, in this order."""
+        """Asserts that exactly these messages arrive next, in this order."""
         for expected in statuses:
             received = self.receive()
             assert received == expected, f"{self}: got {received}, expected {expected}"
 
     def expect_silence(self, status):
-        """Nothing else was sent to this master: the answer to a scan is the very next message."""
+        """Asserts that nothing else was sent: the reply to a scan is the very next message."""
         self.request(wire.SCAN_REQUEST)
         self.expect(status)
 
     def vanish(self):
-        """Gone for good: nobody listens any more, and the connection ends."""
+        """Closes the listener and the connection."""
         self._listener.close()
         self.connection.close()
 
     def return_to(self, node):
-        """Back at the same address after `vanish`."""
+        """Listens again at the same address after `vanish`, and joins the node."""
         self._listen(self.address)
         return self.join(node)
 

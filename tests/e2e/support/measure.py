@@ -1,16 +1,16 @@
-"""What a daemon costs its machine, as Linux tells it."""
+"""The resource usage of a daemon, as reported by Linux."""
 
 import os
 import time
 from pathlib import Path
 
-# A program built with a sanitizer keeps books of its own: its memory and address space say nothing about ours.
+# A sanitizer's bookkeeping hides the memory and address space that the program itself uses.
 THREAD_SANITIZED = "TSAN_OPTIONS" in os.environ
 SANITIZED = THREAD_SANITIZED or "ASAN_OPTIONS" in os.environ
 
 
 def descriptors(process):
-    """What every open descriptor leads to."""
+    """Returns the target of every open descriptor."""
     folder = Path(f"/proc/{process}/fd")
     found = []
     for entry in os.listdir(folder):
@@ -46,13 +46,13 @@ def handles_signals(process):
 
 
 def age(process):
-    """In seconds."""
+    """Returns the age of the process in seconds."""
     started = int(Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[19])
     return time.clock_gettime(time.CLOCK_BOOTTIME) - started / os.sysconf("SC_CLK_TCK")
 
 
 def children(process):
-    """The state of every child by its id; a zombie's is "Z"."""
+    """Returns the state of every child by its id; "Z" is a zombie."""
     found = {}
     for entry in Path("/proc").iterdir():
         if entry.name.isdigit():
@@ -71,10 +71,10 @@ def cpu_seconds(process):
 
 
 def datagrams_waiting(port):
-    """The bytes that wait in the queue of a beacon socket."""
+    """Returns the number of bytes queued in the beacon socket."""
     local = "00000000:%04X" % port
     for row in Path("/proc/net/udp").read_text().splitlines()[1:]:
         fields = row.split()
         if fields[1] == local:
             return int(fields[4].partition(":")[2], 16)
-    raise AssertionError(f"nobody listens on port {port}")
+    raise AssertionError(f"no socket is bound to port {port}")

@@ -1,7 +1,7 @@
-"""The rules of ownership in a few lines, and random steps that exercise them.
+"""A small model of the ownership rules, and random steps that exercise them.
 
-A step is plain data and means something in every state, so that a failing run can be played again in part. The model
-takes a step and says which messages each master has to receive, in which order.
+A step is plain data and valid in every state, so that parts of a failing run can be replayed. The
+model takes a step and returns the messages that each master has to receive, in order.
 """
 
 from typing import NamedTuple
@@ -10,12 +10,12 @@ from . import wire
 
 MASTERS = 4
 
-# Whose address a request carries; the numbers beyond the masters are these.
+# The address of a request is the number of a master or one of these.
 NOBODY, PORTLESS, STRANGER = range(MASTERS, MASTERS + 3)
 
 
 class Step(NamedTuple):
-    """`action` by `master`, in the name of `address`; for `invalid` and `unexpected` a number says which one."""
+    """An action by `master` on behalf of `address`; `number` selects a variant of some actions."""
 
     action: str
     master: int
@@ -24,7 +24,7 @@ class Step(NamedTuple):
 
 
 class Message(NamedTuple):
-    """A message of the daemon, with the owner as the number of an address and of the master whose text it carries."""
+    """A message of the daemon: `owner` is an address number, `text_of` a master or None."""
 
     kind: int
     owner: int
@@ -36,11 +36,11 @@ UNEXPECTED = (1, 3, 5, 6, 7, 8, 9, 10, 12)
 
 
 class Model:
-    """Who owns the slave, and what everybody hears of it."""
+    """Tracks who owns the slave and which messages the masters receive."""
 
     def __init__(self):
         self.owner, self.text_of = FREE
-        self.connection = None  # the master over whose connection the slave was asked for
+        self.connection: int | None = None  # the master whose connection requested the slave
         self.slave = False
         self.failed = False
         self.errors = []
@@ -48,7 +48,7 @@ class Model:
         self.sent = None
 
     def apply(self, step):
-        """The messages that this step causes, as a list for each master."""
+        """Returns the messages caused by this step, as one list per master."""
         self.sent = [[] for _ in range(MASTERS)]
         getattr(self, "_" + step.action)(step)
         return self.sent
@@ -80,7 +80,7 @@ class Model:
             self._broadcast(absent)
 
     def _running(self):
-        """A slave that was just started comes up before the next step."""
+        """A newly started slave reports that it runs before the next step."""
         self._send(wire.SLAVE_RUNNING, self.connection)
 
     def _scan(self, step):
@@ -118,7 +118,7 @@ class Model:
         """Dropped without a reply."""
 
     def _reconnect(self, step):
-        """The same master, with everything that it had."""
+        """The master keeps everything it had."""
 
     def _vanish(self, step):
         if self.connection == step.master:
@@ -131,7 +131,9 @@ class Model:
 
 
 def random_step(model, random):
-    """A step that is likely to be interesting in this state; changes of the slave are dear and so kept rare."""
+    """Returns a step that is likely to be interesting in this state. Starting and stopping the
+    slave is slow and therefore rare.
+    """
     master = random.randrange(MASTERS)
     address = master if random.random() < 0.9 else random.randrange(STRANGER + 1)
     held = model.slave and model.connection is not None
@@ -140,7 +142,7 @@ def random_step(model, random):
         (60, 8 if held else 6, 12 if held else 4, 0, 4, 5, 0.6, 0.8, 1),
     )[0]
     if action == "stop" and held and random.random() < 0.6:
-        # Most stops of others, which are denied; the owner's own only now and then.
+        # Most stops come from other masters and are denied; the owner's own are rare.
         master = address = random.choice(
             [other for other in range(MASTERS) if other != model.owner]
         )

@@ -1,4 +1,4 @@
-"""Plays the steps of the model on a real daemon and compares everything that the masters receive."""
+"""Plays the model's steps on a real daemon and compares everything that the masters receive."""
 
 import os
 import signal
@@ -11,7 +11,7 @@ STRANGERS_ADDRESS = ("10.9.8.7", 21000)
 
 
 class Disagreement(AssertionError):
-    """The daemon did something else than the model, at this step of the run."""
+    """The daemon behaved differently from the model at this step."""
 
     def __init__(self, number, step, what):
         super().__init__(f"step {number}, {step}: {what}")
@@ -19,7 +19,7 @@ class Disagreement(AssertionError):
 
 
 class ModelRun:
-    """One daemon and its masters, taken through a list of steps."""
+    """One daemon and its masters, driven through a list of steps."""
 
     def __init__(self, node, masters):
         self.node = node
@@ -40,7 +40,7 @@ class ModelRun:
         changes, had_slave = self.model.changes, self.model.slave and not self.model.failed
         expected = self.model.apply(step)
         getattr(self, "_" + step.action)(step, had_slave)
-        # The one that asked first: by its reply everything else has been sent.
+        # The requester first: its reply is the last message that the daemon sends.
         order = [step.master, *(other for other in range(MASTERS) if other != step.master)]
         for number in order:
             for message in expected[number]:
@@ -65,7 +65,7 @@ class ModelRun:
         )
 
     def _note_new_slave(self):
-        """Replaced slaves live on, so the current one is the one that was not there before."""
+        """Records the current slave: replaced slaves keep running, so it is the one that is new."""
         new = set(self.node.slave_processes()) - self.slaves
         assert len(new) == 1, f"{len(new)} new slaves"
         self.current_slave = new.pop()
@@ -112,15 +112,15 @@ class ModelRun:
             os.kill(self.current_slave, signal.SIGKILL)
 
     def _compare_errors(self):
-        """The daemon complained exactly where the model did."""
-        told = [line for line in self.node.quit() if line.startswith("ERROR")]
+        """Asserts that the daemon logged exactly the model's errors."""
+        logged = [line for line in self.node.quit() if line.startswith("ERROR")]
         wanted = ["ERROR     : " + text for text in self.model.errors]
-        assert told == wanted, f"errors {told}, expected {wanted}"
+        assert logged == wanted, f"errors {logged}, expected {wanted}"
         wait_until(lambda: not self.node.slave_processes(), "no slave is left")
 
 
 def shortened(steps, fails, tries):
-    """Leaves out whatever is not needed for the failure, larger pieces first."""
+    """Returns the steps without those the failure does not need, removing larger pieces first."""
     size = max(1, len(steps) // 2)
     while size and tries > 0:
         start = 0

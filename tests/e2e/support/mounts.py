@@ -1,4 +1,4 @@
-"""File systems that only one daemon sees: made in a mount namespace of its own, gone with it."""
+"""File systems that only one daemon sees, in its own mount namespace."""
 
 import ctypes
 import os
@@ -25,7 +25,7 @@ def _leave():
 
 
 def read_only(*folders):
-    """For Popen's preexec_fn: the program finds these folders read-only."""
+    """For Popen's preexec_fn: makes these folders read-only for the program."""
 
     def prepare():
         _leave()
@@ -37,7 +37,7 @@ def read_only(*folders):
 
 
 def small(folder, kilobytes):
-    """For Popen's preexec_fn: the program finds a small disk of its own in this folder."""
+    """For Popen's preexec_fn: mounts a small disk on this folder for the program."""
 
     def prepare():
         _leave()
@@ -47,7 +47,7 @@ def small(folder, kilobytes):
 
 
 def without_proc():
-    """For Popen's preexec_fn: the program finds nothing under /proc."""
+    """For Popen's preexec_fn: hides /proc from the program."""
 
     def prepare():
         _leave()
@@ -57,7 +57,7 @@ def without_proc():
 
 
 def why_not():
-    """The reason why no such mounts can be made here, or an empty text."""
+    """Returns why such mounts cannot be made here, or an empty string."""
     probe = subprocess.run(
         [sys.executable, "-c", "from support import mounts; mounts.read_only('/tmp')()"],
         cwd=os.path.dirname(os.path.dirname(__file__)),

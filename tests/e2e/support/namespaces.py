@@ -1,4 +1,4 @@
-"""Two machines in one: network namespaces joined by a cable that a test can cut."""
+"""Two simulated machines: network namespaces joined by a cable that a test can cut."""
 
 import ctypes
 import itertools
@@ -24,7 +24,7 @@ def ip(*arguments):
 
 
 def why_not():
-    """The reason why no namespaces can be made here, or an empty text."""
+    """Returns why network namespaces cannot be made here, or an empty string."""
     if not shutil.which("ip"):
         return "there is no ip command"
     name = f"quelta-probe-{os.getpid()}"
@@ -46,7 +46,7 @@ class Machine:
         self.hardware = hardware
 
     def connect(self, other):
-        """The other's hardware address is fixed: it is reached, or not, without being asked for first."""
+        """Brings the links up. The permanent neighbour entry avoids ARP errors on a cut cable."""
         ip("-n", self.name, "addr", "add", f"{self.address}/24", "dev", self.device)
         ip("-n", self.name, "link", "set", "lo", "up")
         ip("-n", self.name, "link", "set", self.device, "up")
@@ -66,7 +66,7 @@ class Machine:
 
     @contextmanager
     def entered(self):
-        """What the calling thread makes in here, sockets or processes, lives on this machine."""
+        """Moves the calling thread here: new sockets and processes belong to this machine."""
         with open("/proc/thread-self/ns/net") as home, open(f"/run/netns/{self.name}") as there:
             self._switch(there)
             try:
@@ -81,7 +81,7 @@ class Machine:
 
 
 class RemoteMaster(Master):
-    """A master on one machine that beacons to a daemon on another."""
+    """A master on one machine that sends beacons to a daemon on another."""
 
     def __init__(self, machine, daemon_machine):
         self._daemon_address = daemon_machine.address
@@ -99,7 +99,7 @@ class RemoteMaster(Master):
 
 
 class Cable:
-    """Two machines and what joins them."""
+    """Two machines and the link between them."""
 
     def __init__(self):
         tag = f"{os.getpid()}-{next(_numbers)}"
@@ -133,7 +133,7 @@ class Cable:
         return self
 
     def cut(self):
-        """As if the far machine had lost its power: what is sent arrives nowhere, and nobody says so."""
+        """Simulates a power failure of the far machine: packets are lost without any error."""
         ip("-n", self.far.name, "link", "set", self.far.device, "down")
 
     def remove(self):

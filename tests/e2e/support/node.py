@@ -1,4 +1,4 @@
-"""A render node under test: a daemon in a folder of its own with a stand-in slave in another."""
+"""A render node under test: a daemon and a stand-in slave, each in its own folder."""
 
 import os
 import signal
@@ -19,11 +19,11 @@ SLAVE_ID = SLAVE_REPORT + "pid: "
 FORCED = "!! killing thread by force !!"
 POLL = 0.01
 BIRTH_LIMIT = 5.0  # seconds
-QUICK_END = 1.0  # seconds; a daemon takes longer when it has to stop a slave that does not obey
+QUICK_END = 1.0  # seconds; exceeded only if a slave ignores the stop
 
 
 def processes_in(folder):
-    """The ids of the processes whose current directory is the folder: a slave is started in its own."""
+    """Returns the processes whose current folder is this one: a slave starts in its own folder."""
     found = []
     for entry in Path("/proc").iterdir():
         if entry.name.isdigit():
@@ -36,8 +36,11 @@ def processes_in(folder):
 
 
 def _end_if_never_born(process):
-    """A process that is ended before Wine's server knows it waits for ever for that server's first answer, and no
-    program comes of it. Windows has no such state."""
+    """Kills a Wine process that was ended before Wine's server registered it.
+
+    Such a process waits forever for the server's first reply and never becomes a program. Windows
+    has no such state.
+    """
     try:
         if measure.age(process) > BIRTH_LIMIT and not measure.handles_signals(process):
             os.kill(process, signal.SIGKILL)
@@ -46,25 +49,25 @@ def _end_if_never_born(process):
 
 
 def is_udp_port_bound(port):
-    """Whether somebody holds the port on all interfaces, as a daemon that listens for beacons does."""
+    """Returns whether a socket is bound to the port on all interfaces, as the daemon's is."""
     local = "00000000:%04X" % port
     rows = Path("/proc/net/udp").read_text().splitlines()[1:]
     return any(row.split()[1] == local for row in rows)
 
 
 def wait_until(condition, what):
-    """Waits for something that no program reports."""
+    """Polls a condition that no program reports."""
     deadline = time.monotonic() + HANG_LIMIT
     while time.monotonic() < deadline:
         value = condition()
         if value:
             return value
         time.sleep(POLL)
-    raise AssertionError(f"waited in vain until {what}")
+    raise AssertionError(f"timed out waiting until {what}")
 
 
 class Node:
-    """Starts and ends one daemon; what it prints is in `output` and `errors`."""
+    """Starts and ends one daemon; its streams are collected in `output` and `errors`."""
 
     def __init__(self, folder, port, flags=USUAL_FLAGS, plays=None, options=(), alias=""):
         self.folder = folder
@@ -96,7 +99,7 @@ class Node:
             self.flags_file.write_text(text)
 
     def play(self, text):
-        """What the stand-in slave does from its next start on."""
+        """Sets the stand-in slave's scenario from its next start on."""
         self.scenario_file.write_text(text)
 
     def usual_arguments(self):
@@ -109,7 +112,7 @@ class Node:
         ]
 
     def start(self, arguments=None, **popen):
-        """Starts the daemon in a session of its own, with these arguments or the usual ones."""
+        """Starts the daemon in its own session, by default with the usual arguments."""
         line = programs.command(
             self.program, *(self.usual_arguments() if arguments is None else arguments)
         )
@@ -126,13 +129,13 @@ class Node:
         return self
 
     def serve(self, **popen):
-        """Starts the daemon and waits until it is in service."""
+        """Starts the daemon and waits until it serves masters."""
         self.start(**popen)
         self.wait_until_listening()
         return self
 
     def wait_until_listening(self):
-        """The daemon listens for beacons, so its signal handlers are in force and its start-up lines are out."""
+        """Waits for the beacon socket: by then, start-up has finished and signals are handled."""
 
         def listening():
             ended = self.process.poll()
@@ -142,11 +145,11 @@ class Node:
         wait_until(listening, f"the daemon listens on port {self.port}")
 
     def own_lines(self):
-        """What the daemon itself has printed; its slave writes to the same stream."""
+        """Returns the daemon's own lines; its slave writes to the same stream."""
         return [line for line in self.output.lines() if not line.startswith(SLAVE_REPORT)]
 
     def assert_nothing_forced(self):
-        """The framework tells when it ends a thread by force; with the flag logJuce its words are in the log."""
+        """JUCE logs a message when it kills a thread; the flag logJuce sends it to the log."""
         log = (
             self.log_file.read_text(errors="replace").splitlines()
             if self.log_file.is_file()
@@ -170,13 +173,13 @@ class Node:
         return self.process.wait(HANG_LIMIT)
 
     def quit(self):
-        """Asks the daemon to quit and insists on its exit status."""
+        """Asks the daemon to quit and asserts its exit status."""
         self.interrupt()
         assert self.wait_exit() == 0
         return self.output and self.output.rest() and self.own_lines()
 
     def slave_id(self):
-        """The latest slave's own idea of its id, which Windows programs understand."""
+        """Returns the process id printed by the latest slave, which Windows programs understand."""
         reports = [line for line in self.output.lines() if line.startswith(SLAVE_ID)]
         return reports[-1].removeprefix(SLAVE_ID)
 
@@ -197,7 +200,7 @@ class Node:
         wait_until(gone, "the slave is gone")
 
     def assert_no_slave(self):
-        """No slave is left now; Wine's processes take a moment to leave after they have ended."""
+        """Asserts that no slave is left; Wine's ended processes linger for a moment."""
         if programs.ON_WINDOWS:
             self.wait_no_slave()
         assert self.slave_processes() == []
@@ -210,7 +213,7 @@ class Node:
         return int(self.output.wait_match(line, after).group(1))
 
     def status(self, kind, owner=None, text=None):
-        """The message of this kind that this daemon has to send while `owner` holds its slave."""
+        """Returns the message that this daemon sends while `owner` holds its slave."""
         if owner is None:
             address, owner_text = wire.NO_ADDRESS, b""
         else:
@@ -218,7 +221,7 @@ class Node:
         return wire.Status(kind, address, owner_text, self.alias.encode()[:32], GPUS, SLAVE_VERSION)
 
     def close(self):
-        """Leaves nothing behind, whatever the test did."""
+        """Ends every process, whatever state the test left them in."""
         if self.process and self.process.poll() is None:
             if programs.ON_WINDOWS:
                 self._end_by_itself()
@@ -229,12 +232,12 @@ class Node:
                 os.kill(slave, signal.SIGKILL)
             except ProcessLookupError:
                 pass
-        # Copies of the programs would fill the disk in a long run.
+        # Copies of the programs would fill the disk during a long run.
         for program in (self.program, self.slave):
             program.unlink(missing_ok=True)
 
     def _end_by_itself(self):
-        """Wine's server keeps sockets that it was just busy with when a process is killed, and itself busy with them."""
+        """Asks the daemon to exit: a killed one's sockets would keep Wine's server busy."""
         self.interrupt()
         try:
             self.process.wait(QUICK_END)

@@ -1,4 +1,4 @@
-"""A stream of a running program, read live and line by line."""
+"""Reads the output of a running program live, line by line."""
 
 import re
 import threading
@@ -10,7 +10,7 @@ PREFIX_WIDTH = 12
 
 
 def daemon_line(text):
-    """A line under the flags of the daemon, as it looks with logPrefix on."""
+    """Returns a line logged under the daemon's flags as it looks with logPrefix."""
     return "daemon    : " + text
 
 
@@ -23,7 +23,7 @@ def plain_line(text):
 
 
 class Output:
-    """Collects the lines of a pipe on a thread of its own; whoever waits for a line is woken by its arrival."""
+    """Collects the lines of a pipe on its own thread and wakes every waiter when a line arrives."""
 
     def __init__(self, pipe):
         self._pipe = pipe
@@ -48,23 +48,23 @@ class Output:
             return list(self._lines)
 
     def rest(self):
-        """Every line up to the end of the stream, which has to come."""
+        """Waits for the end of the stream and returns all lines."""
         with self._changed:
             if not self._changed.wait_for(lambda: self._ended, HANG_LIMIT):
-                raise AssertionError("the stream did not end\n" + self._told())
+                raise AssertionError("the stream did not end\n" + self._numbered())
             return list(self._lines)
 
     def wait(self, text, after=-1):
-        """Waits for a line that is exactly `text` and comes behind line number `after`; returns its number."""
+        """Waits for exactly this line after line number `after`; returns its number."""
         return self._wait_for(lambda line: line == text, repr(text), after)[0]
 
     def wait_match(self, pattern, after=-1):
-        """Waits for a whole line that matches; returns the match."""
+        """Waits for a full-line match; returns the match."""
         compiled = re.compile(pattern)
         return self._wait_for(compiled.fullmatch, f"pattern {pattern!r}", after)[1]
 
     def wait_sequence(self, texts, after=-1):
-        """Waits for these lines in this order, other lines between them allowed; returns the last one's number."""
+        """Waits for these lines in order, allowing others between them; returns the last number."""
         for text in texts:
             after = self.wait(text, after)
         return after
@@ -84,12 +84,12 @@ class Output:
                     position += 1
                 if self._ended:
                     raise AssertionError(
-                        f"the stream ended without {wanted} behind line {after}\n" + self._told()
+                        f"the stream ended without {wanted} after line {after}\n" + self._numbered()
                     )
                 if not self._changed.wait(deadline - time.monotonic()):
                     raise AssertionError(
-                        f"waited in vain for {wanted} behind line {after}\n" + self._told()
+                        f"timed out waiting for {wanted} after line {after}\n" + self._numbered()
                     )
 
-    def _told(self):
+    def _numbered(self):
         return "\n".join(f"{number:4} | {line}" for number, line in enumerate(self._lines))

@@ -1,4 +1,4 @@
-"""Steps that many tests share: a slave started, running, stopped, with every message that goes with it."""
+"""Steps that many tests share: starting and stopping a slave, with every message involved."""
 
 from . import wire
 from .output import daemon_line
@@ -6,7 +6,7 @@ from .slave import SlaveConnection
 
 
 def started(node, owner, *others):
-    """`owner` starts the slave: everybody hears of it, the owner first, then the owner gets its reply."""
+    """`owner` starts the slave: every master is notified, then the owner receives its reply."""
     owner.request(wire.START_REQUEST)
     owner.expect(node.status(wire.DAEMON_STATUS, owner), node.status(wire.START_REPLY, owner))
     for other in others:
@@ -14,13 +14,13 @@ def started(node, owner, *others):
 
 
 def running(node, owner, *others):
-    """The slave is started and reports itself to its owner alone."""
+    """Starts the slave and waits until its owner is notified that it runs."""
     started(node, owner, *others)
     owner.expect(node.status(wire.SLAVE_RUNNING, owner))
 
 
 def stopped(node, owner, *others):
-    """`owner` stops its slave: everybody hears that the node is free, then the owner gets its reply."""
+    """`owner` stops its slave: every master is notified, then the owner receives its reply."""
     owner.request(wire.STOP_REQUEST)
     owner.expect(node.status(wire.DAEMON_STATUS), node.status(wire.STOP_REPLY))
     for other in others:
@@ -28,15 +28,14 @@ def stopped(node, owner, *others):
 
 
 def start_line(node, owner):
-    """The number of the line behind which everything belongs to the slave that was first started for this owner."""
+    """Returns the number of the line that logs the first start for this owner."""
     return node.output.wait(daemon_line(f"starting slave for master {owner}"))
 
 
 def puppet(node, owner, *others, slave_ip="127.0.0.1"):
-    """A slave process that leaves its connection to the test, which gets it."""
+    """Starts an idle slave process and returns a connection that speaks in its place."""
     started(node, owner, *others)
     start = start_line(node, owner)
-    node.slave_report(
-        "hanging", start
-    )  # a process killed before it has begun would count as never launched
+    # A process killed before it has begun would be reported as never launched.
+    node.slave_report("hanging", start)
     return SlaveConnection(node.monitor_port(start), slave_ip)

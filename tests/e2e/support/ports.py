@@ -1,9 +1,9 @@
-"""Free ports, handed out so that tests running at the same time never get the same one."""
+"""Free ports, each handed out once even to tests that run at the same time."""
 
 import random
 import socket
 
-# Below the range from which the usual systems serve outgoing connections: nobody takes these in passing.
+# Below the usual ephemeral range, so that no outgoing connection takes one of these.
 LOWEST, HIGHEST = 20000, 32000
 BLOCK = 4
 
@@ -18,7 +18,7 @@ def is_free(port, kind):
 
 
 class Ports:
-    """Finds a port that is free together with the next ones, which the daemon takes for its slave."""
+    """Finds blocks of free ports; the daemon uses the following ones for its slave."""
 
     def __init__(self, shared_folder):
         self.folder = shared_folder
@@ -41,7 +41,7 @@ class Ports:
 
 
 def refusing_socket(ip="127.0.0.1"):
-    """A bound socket that nobody listens on: whoever connects to its port is refused, and nobody else gets it."""
+    """Returns a bound socket that does not listen: its port stays reserved but refuses."""
     holder = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
     holder.bind((ip, 0))
     return holder

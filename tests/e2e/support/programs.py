@@ -1,7 +1,7 @@
-"""Where the programs under test are, and how this system's programs are started and given paths.
+"""The programs under test: where they are, how to start them, and how they write paths.
 
-QUELTA_BIN_DIR names the folder with the programs, QUELTA_SYSTEM the system that they were built for ("linux" or
-"windows"). Windows programs run under Wine, whose settings come with the environment.
+QUELTA_BIN_DIR names the folder with the programs, QUELTA_SYSTEM the system they were built for
+("linux" or "windows"). Windows programs run under Wine, which is configured by the environment.
 """
 
 import os
@@ -30,12 +30,12 @@ def bin_dir():
 
 
 def command(program, *arguments):
-    """The command that starts one of the programs."""
+    """Returns the command that starts a program."""
     return (["wine"] if ON_WINDOWS else []) + [str(program), *arguments]
 
 
 def run(program, *arguments):
-    """Runs a program that ends by itself with success, within the limit, and gives what it prints."""
+    """Runs a program that has to succeed within the limit; returns its output."""
     return subprocess.run(
         command(program, *arguments),
         check=True,
@@ -46,18 +46,18 @@ def run(program, *arguments):
 
 
 def native_path(path):
-    """The path as the program under test writes it."""
+    """Returns the path in the notation of the program under test."""
     return "Z:" + str(path).replace("/", "\\") if ON_WINDOWS else str(path)
 
 
 def install(name, folder, as_name=None):
-    """Puts a program into a folder of its own: it looks for its files beside itself.
+    """Puts a program into its own folder, because it looks for its files beside itself.
 
-    A hard link costs nothing; a folder on another file system gets a copy.
+    Uses a hard link where possible, otherwise a copy.
     """
     folder.mkdir(parents=True, exist_ok=True)
     target = folder / (as_name or name)
-    target.unlink(missing_ok=True)  # never through a link into what it links to
+    target.unlink(missing_ok=True)  # an open() would write through a link into its target
     try:
         os.link(bin_dir() / name, target)
     except OSError:

@@ -1,4 +1,4 @@
-"""The slave's end of the connection to the daemon, made of a plain socket, for tests that choose every byte."""
+"""The slave's end of the monitor connection as a plain socket, for tests that choose every byte."""
 
 import socket
 
@@ -9,7 +9,7 @@ STOP_MESSAGE = bytes.fromhex("2c9eb4f2 14000000" "0d72ce7f 01000000 03000000 000
 
 
 class SlaveConnection:
-    """Connects to the daemon's monitor in the place of a slave process that stays away."""
+    """Connects to the daemon's monitor in place of a slave process that does not."""
 
     def __init__(self, monitor_port, ip="127.0.0.1"):
         self._socket = socket.create_connection((ip, monitor_port), HANG_LIMIT)
@@ -37,7 +37,7 @@ class SlaveConnection:
         assert self.read(len(STOP_MESSAGE)) == STOP_MESSAGE
 
     def is_closed_by_daemon(self):
-        """Waits for the end of the connection; nothing may come before it."""
+        """Waits for the daemon to close the connection; no data may precede it."""
         try:
             return self._socket.recv(1) == b""
         except ConnectionResetError:

@@ -1,4 +1,4 @@
-"""The whole output of a daemon that ends by itself or is asked to, as the lines that have to be there."""
+"""Expected lines in the complete output of a daemon."""
 
 import re
 
@@ -22,7 +22,7 @@ def usage(program):
 
 
 def between_start_and_stop(lines):
-    """What was printed between the lines that open and close every log, which are checked here."""
+    """Returns the lines between the opening and closing lines of a log, and checks those."""
     assert re.fullmatch("Started logging on " + STAMP, lines[0]), lines
     assert lines[1] == "", lines
     assert lines[-3] == "", lines

@@ -1,4 +1,4 @@
-"""The bytes on the wire, written out here once more, so that a mistake in the product's own code cannot hide."""
+"""The bytes on the wire, written independently of the product's code so that its mistakes show."""
 
 import struct
 from typing import NamedTuple
@@ -33,7 +33,7 @@ NO_ADDRESS = ("0.0.0.0", 0)
 
 
 def frame(payload, magic=FRAME_MAGIC, length=None):
-    """A message as it travels over TCP: magic number, length, payload."""
+    """Returns a message as sent over TCP: magic number, length, payload."""
     return (
         struct.pack("<II", magic, len(payload) if length is None else length & 0xFFFFFFFF) + payload
     )
@@ -58,7 +58,7 @@ def master_record(
     magic=MASTER_MAGIC,
     version=MASTER_VERSION,
 ):
-    """The 92 bytes that travel between a master and the daemon."""
+    """Returns the 92-byte record exchanged by masters and the daemon."""
     ip, port = address
     return struct.pack(
         "<IIIIHH32s32sII",
@@ -76,12 +76,12 @@ def master_record(
 
 
 def slave_record(kind, gpus=0, slave_version=0, header=SLAVE_HEADER, version=SLAVE_VERSION):
-    """The 20 bytes that travel between the slave and the daemon."""
+    """Returns the 20-byte record exchanged by the slave and the daemon."""
     return struct.pack("<IIIII", header, version, kind & 0xFFFFFFFF, gpus, slave_version)
 
 
 class Status(NamedTuple):
-    """What a message of the daemon says; compared as a whole by the tests."""
+    """The contents of a message from the daemon, compared as a whole by the tests."""
 
     kind: int
     owner: tuple
@@ -92,7 +92,7 @@ class Status(NamedTuple):
 
 
 def read_status(record):
-    """Takes a daemon's record apart and insists on the fields that never change."""
+    """Decodes a record of the daemon and asserts the fields that never change."""
     assert len(record) == MASTER_RECORD_SIZE, record.hex()
     magic, version, kind, ip, port, padding, text, alias, gpus, slave_version = struct.unpack(
         "<IIIIHH32s32sII", record
