@@ -19,11 +19,11 @@ BENCHMARKS = {
     for each in (scan, throughput, beacons, broadcast, log, idle, launch, startup)
 }
 SPARE_DESCRIPTORS = 60
-BUSY = 0.15  # the share of processor time of other programs that is worth a warning
+BUSY = 0.15  # share of all processors used by other processes
 
 
 class Bench:
-    """Settings of a run: where the programs are and how much to measure. Shows progress."""
+    """The settings of a run: the programs, the amount of work, and the progress display."""
 
     def __init__(self, programs, short):
         self.programs = programs
@@ -40,11 +40,11 @@ class Bench:
         return usual // 20 if self.short else usual
 
     def can_have(self, masters):
-        """Whether one program may have this many connections; prints a note if not."""
+        """Returns whether one program may hold this many connections; prints a note if not."""
         enough = self.descriptor_limit >= masters + SPARE_DESCRIPTORS
         if not enough:
             print(
-                f"(no {masters} masters: a program may have only {self.descriptor_limit} files open)",
+                f"(no {masters} masters: the limit is {self.descriptor_limit} open files)",
                 end="",
                 file=sys.stderr,
                 flush=True,
@@ -56,7 +56,7 @@ class Bench:
 
 
 def busy_share():
-    """The share of processor time that other programs use."""
+    """Returns the share of all processors' time in use while the benchmark is idle."""
 
     def read():
         fields = [
@@ -83,12 +83,11 @@ def parse_arguments():
         epilog="rows:\n"
         + "\n".join(f"  {name:11} {each.__doc__}" for name, each in BENCHMARKS.items()),
     )
-    parser.add_argument("row", nargs="*", metavar="ROW", help="rows to measure (default: all)")
+    parser.add_argument("row", nargs="*", metavar="ROW", help="only these; all without any")
     parser.add_argument(
         "--short",
         action="store_true",
-        help="a few seconds for each row: shows that everything works; "
-        "the figures are meaningless",
+        help="a few seconds a row: proves that everything works, " "the figures mean nothing",
     )
     parser.add_argument("--programs", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
     parser.add_argument("--results", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
@@ -100,7 +99,7 @@ def parse_arguments():
 
 
 def measure(bench, names):
-    """Returns all rows and the maximum share of processor time that other programs used."""
+    """Returns all rows, or None after a failure, and the highest load by other processes."""
     rows, busiest = [], 0.0
     for number, name in enumerate(names, 1):
         busiest = max(busiest, busy_share())
@@ -127,21 +126,23 @@ def main():
     if rows is None:
         return 1
 
-    machine = f"{describe_machine()}; other programs used up to {100 * busiest:.0f} % of it"
+    machine = f"{describe_machine()}; others used up to {100 * busiest:.0f} % of it"
     write_json(arguments.results / "results.json", rows)
     write_chart(arguments.results / "results.svg", rows, machine)
     print(table(rows))
     print(f"\n±: half the distance between the lowest and the highest round. Machine: {machine}.")
     if busiest > BUSY:
         print(
-            "Other programs keep this machine busy: interpret the figures with care, or run again when it is idle."
+            "Other processes keep this machine busy: the figures are uncertain; "
+            "run again when it is idle."
         )
     if uncertain := noisy(rows):
         print(
-            f"{len(uncertain)} of {len(rows)} rows are uncertain: their rounds differ by more than ±20 %."
+            f"{len(uncertain)} of {len(rows)} rows are uncertain: "
+            "their rounds differ by more than ±20 %."
         )
     if arguments.short:
-        print("This was a short run: it shows that everything works; its figures are meaningless.")
+        print("This was a short run: it shows that everything works, and its figures mean nothing.")
     print(f"Written: {arguments.results / 'results.json'}, {arguments.results / 'results.svg'}")
     return 0
 

@@ -1,4 +1,4 @@
-"""Figures, which summarise several rounds, and rows, which compare a figure with its baseline."""
+"""Figures: the results of several rounds, and the table row that compares two of them."""
 
 import statistics
 from dataclasses import dataclass
@@ -7,7 +7,7 @@ from dataclasses import dataclass
 @dataclass(frozen=True)
 class Figure:
     value: float
-    spread: float  # half the distance between the lowest and the highest round, in percent of the value
+    spread: float  # half the range of the rounds, in percent of the value
 
     @classmethod
     def of(cls, rounds, pick=statistics.median):

@@ -1,4 +1,4 @@
-"""The processes of a benchmark: the daemon, the generator of masters and the baseline programs."""
+"""The processes of a benchmark: the daemon, the simulated masters and the baseline programs."""
 
 import json
 import os
@@ -16,7 +16,7 @@ import threading
 import time
 from contextlib import ExitStack, contextmanager
 
-TIME_LIMIT = 30  # seconds; exceeded only by a hang
+TIME_LIMIT = 30  # seconds; guards against a hang
 
 QUICK_SLAVE = """
 [info]
@@ -42,7 +42,7 @@ def free_port():
 
 
 class Program:
-    """A running program. Its lines come with the time at which they were read. It exits at the end of its input."""
+    """A running program; records when each output line was read. It exits when its input closes."""
 
     def __init__(self, arguments, folder=None):
         self.started_ns = time.monotonic_ns()
@@ -70,22 +70,22 @@ class Program:
         except queue.Empty:
             raise BenchmarkError(f"{self.name} has printed nothing for {TIME_LIMIT} s") from None
         if line is None:
-            raise BenchmarkError(f"{self.name} has exited")
+            raise BenchmarkError(f"{self.name} has ended")
         return at, line
 
     def line_with(self, text):
-        """Returns the time and the text of the next line that contains `text`; skips the lines before it."""
+        """Returns the time and text of the next line with `text`; drops the lines before it."""
         while True:
             at, line = self.next_line()
             if text in line:
                 return at, line
 
     def cpu_ns(self):
-        """The processor time of all its threads so far, including ended ones."""
+        """Returns the processor time of all threads so far, including those that have ended."""
         return time.clock_gettime_ns((~self.pid << 3) | 2)
 
     def footprint(self):
-        """Returns (wake-ups so far, resident bytes, threads)."""
+        """Returns the wake-ups so far, the resident bytes and the number of threads."""
         switches = threads = resident = 0
         for task in pathlib.Path(f"/proc/{self.pid}/task").iterdir():
             status = (task / "status").read_text()
@@ -104,7 +104,7 @@ class Program:
         self.process.stdin.close()
 
     def end(self):
-        """Ends the program and returns the nanoseconds that this took."""
+        """Asks the program to exit and returns how many nanoseconds it took."""
         handle = os.pidfd_open(self.pid)
         try:
             asked = time.monotonic_ns()
@@ -126,7 +126,7 @@ class Program:
 
 
 class Daemon(Program):
-    """The daemon in a temporary folder with a stand-in slave and its scenario."""
+    """The daemon in its own folder, with flags and the slave's scenario beside the executables."""
 
     def __init__(self, programs, scenario=QUICK_SLAVE):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="quelta-bench-"))
@@ -149,7 +149,7 @@ class Daemon(Program):
         self.process.send_signal(signal.SIGTERM)
 
     def pass_over_start(self):
-        """Skips the lines up to the summary, including those of the information run."""
+        """Drops the start-up lines, including those of the information run, up to the summary."""
         self.line_with("Out-of-core rendering: ")
 
     def slave_pid(self):
@@ -183,7 +183,7 @@ class Masters(Program):
 
 
 class Subject:
-    """A measured program and the masters that it is connected to."""
+    """A program under measurement and the masters connected to it."""
 
     def __init__(self, stack, programs, name, masters, *more):
         if name == "daemon":
@@ -203,7 +203,7 @@ class Subject:
 
 @contextmanager
 def side_by_side(programs, names, masters):
-    """Yields the subjects by name, all of them paused; `running` resumes one of them."""
+    """Yields the subjects by name. All are paused; `running` resumes one of them."""
     with ExitStack() as stack:
         subjects = {name: Subject(stack, programs, name, masters) for name in names}
         for subject in subjects.values():
@@ -225,7 +225,7 @@ def running(subject):
 
 
 def raise_descriptor_limit():
-    """Raises the limit of open files to the maximum and returns it."""
+    """Raises the limit on open files to the hard limit and returns it."""
     _, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
     resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
     return hard

@@ -4,11 +4,11 @@ import json
 import math
 from html import escape
 
-NOISY = 20  # the spread in percent above which a figure is uncertain
+NOISY = 20  # percent of spread above which a figure is uncertain
 
 
 def number(value):
-    """Formats a number with three significant digits."""
+    """Formats a number with about three significant digits."""
     if value == 0:
         return "0"
     digits = max(0, 2 - math.floor(math.log10(abs(value))))
@@ -49,7 +49,7 @@ def table(rows):
 
 
 def noisy(rows):
-    extremes = ("(longest)", "(best round)")  # extremes are expected to spread
+    extremes = ("(longest)", "(best round)")  # a spread is expected of these
     return [
         row
         for row in rows
@@ -74,16 +74,18 @@ def x_of(ratio):
 def bar(row, y):
     left, right = sorted((x_of(1), x_of(row.ratio)))
     colour = {True: "#3a7d44", False: "#b3261e", None: "#6b7280"}[row.reached]
-    label = f"{row.ratio:.2f} x: {with_spread(row.value)} against {with_spread(row.baseline)} {row.unit}"
+    figures = f"{with_spread(row.value)} against {with_spread(row.baseline)} {row.unit}"
+    label = f"{row.ratio:.2f} x: {figures}"
+    width = max(right - left, 2)
     return (
         f'<text x="{TEXT_WIDTH - 10}" y="{y + 15}" text-anchor="end">{escape(row.figure)}</text>'
-        f'<rect x="{left:.1f}" y="{y + 4}" width="{max(right - left, 2):.1f}" height="14" fill="{colour}"/>'
+        f'<rect x="{left:.1f}" y="{y + 4}" width="{width:.1f}" height="14" fill="{colour}"/>'
         f'<text x="{TEXT_WIDTH + BAR_WIDTH + 10}" y="{y + 15}">{escape(label)}</text>'
     )
 
 
 def write_chart(path, rows, machine):
-    """Draws a bar for each row from the baseline (1) to the ratio, on a logarithmic scale."""
+    """Draws one bar per row, from the baseline (1) to the ratio, on a logarithmic scale."""
     width, top = TEXT_WIDTH + BAR_WIDTH + RIGHT_WIDTH, 60
     height = top + LINE_HEIGHT * len(rows) + 20
     grid = "".join(
@@ -96,7 +98,8 @@ def write_chart(path, rows, machine):
     path.write_text(
         f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" '
         f'font-family="sans-serif" font-size="12"><rect width="100%" height="100%" fill="white"/>'
-        f'<text x="10" y="20" font-size="14">Quelta slave daemon against its baselines (1 x); green: goal reached, '
-        f'red: missed, grey: no goal</text><text x="10" y="38" fill="#6b7280">{escape(machine)}</text>'
+        f'<text x="10" y="20" font-size="14">Quelta slave daemon against its baselines (1 x); '
+        f"green: goal reached, red: missed, grey: no goal</text>"
+        f'<text x="10" y="38" fill="#6b7280">{escape(machine)}</text>'
         f"{grid}{bars}</svg>\n"
     )

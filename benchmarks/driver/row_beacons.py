@@ -7,17 +7,17 @@ from contextlib import ExitStack
 from figures import Figure, Goal, Row
 from processes import BenchmarkError, Daemon, Masters, Program, free_port
 
-STEADY_RATE = 20_000  # a second
-MIN_RATE = 5_000
+STEADY_RATE = 20_000  # beacons a second
+LOWEST_RATE = 5_000
 
 
 def queue_and_drops(port):
-    """Returns the bytes queued in the UDP socket on a port and the number of datagrams that it has dropped."""
+    """Returns the bytes queued in the UDP socket on a port, and the datagrams it has dropped."""
     for line in pathlib.Path("/proc/net/udp").read_text().splitlines()[1:]:
         fields = line.split()
         if int(fields[1].split(":")[1], 16) == port:
             return int(fields[4].split(":")[1], 16), int(fields[-1])
-    raise BenchmarkError(f"no socket on UDP port {port}")
+    raise BenchmarkError(f"no socket is bound to UDP port {port}")
 
 
 def wait_until_received(port):
@@ -26,7 +26,7 @@ def wait_until_received(port):
 
 
 class Listener:
-    """A program that receives beacons and the master that sends them."""
+    """A program that receives beacons, and the master that sends them."""
 
     def __init__(self, stack, programs, port, program=None):
         self.port = port
@@ -36,7 +36,7 @@ class Listener:
         )
 
     def send(self, count, rate):
-        """Returns the rate at which the beacons were sent and how many were lost."""
+        """Returns the actual send rate and the number of datagrams lost."""
         lost_before = queue_and_drops(self.port)[1]
         answer = self.masters.do("beacons", count, int(rate))
         wait_until_received(self.port)
@@ -47,12 +47,12 @@ class Listener:
         self.send(count, STEADY_RATE)
         return (self.program.cpu_ns() - before) / count / 1000
 
-    def max_rate(self, seconds, steps):
-        """Bisects for the maximum rate without a loss; returns the sender's own limit if that causes none."""
+    def highest_rate(self, seconds, steps):
+        """Returns the highest lossless rate, found by bisection, or the sender's maximum rate."""
         rate, lost = self.send(int(200_000 * seconds), 0)
         if lost == 0:
             return rate
-        low, high = MIN_RATE, rate
+        low, high = LOWEST_RATE, rate
         for _ in range(steps):
             middle = (low + high) / 2
             _, lost = self.send(int(middle * seconds), middle)
@@ -61,7 +61,7 @@ class Listener:
 
 
 def beacons(bench):
-    """Beacons of a known master: processor time and maximum rate"""
+    """Beacons of a known master: processor time and how many a second"""
     with ExitStack() as stack:
         daemon = stack.enter_context(Daemon(bench.programs))
         daemon.pass_over_start()
@@ -79,7 +79,7 @@ def beacons(bench):
             bench.step()
         for _ in range(bench.rounds(5)):
             for rate, listener in zip(rates, listeners):
-                rate.append(listener.max_rate(bench.milliseconds(300) / 1000, 6))
+                rate.append(listener.highest_rate(bench.milliseconds(300) / 1000, 6))
             bench.step()
 
     yield Row(

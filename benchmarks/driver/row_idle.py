@@ -1,4 +1,4 @@
-"""The cost of an idle daemon. The daemon and its baseline idle at the same time."""
+"""The cost of an idle daemon. The daemon and the bare program idle at the same time."""
 
 import time
 from contextlib import ExitStack
@@ -7,10 +7,11 @@ from figures import Figure, Goal, Row
 from processes import Subject
 
 WINDOWS = 6
+SETTLING_SECONDS = 1  # after the last connection, before the figures are steady
 
 
 class Watched:
-    """The figures of an idle process, one for each time window."""
+    """Figures of an idle process, window by window."""
 
     def __init__(self, program):
         self.program = program
@@ -36,7 +37,7 @@ UNITS = {"CPU time": "ms/s", "wake-ups": "/s", "resident memory": "MB", "threads
 
 
 class Pair:
-    """A daemon and its baseline with the same number of masters, optionally with a slave."""
+    """A daemon and a bare program with the same number of masters and, optionally, a slave."""
 
     def __init__(self, stack, bench, masters, with_slave=False):
         daemon = Subject(stack, bench.programs, "daemon", masters)
@@ -50,7 +51,7 @@ class Pair:
 
 
 def watch(bench, pairs):
-    time.sleep(1)  # until the last connections have settled
+    time.sleep(SETTLING_SECONDS)
     watched = [each for pair in pairs for each in pair.watched]
     for each in watched:
         each.restart()
@@ -62,7 +63,7 @@ def watch(bench, pairs):
 
 
 def rows(name, pairs):
-    """Yields a row for each figure, over the windows of all pairs."""
+    """Yields one row per figure; the windows of all pairs have the same weight."""
     for key, unit in UNITS.items():
         goal = Goal.ratio_at_most(1.10)
         if key == "resident memory" and name == "10 masters":
@@ -76,7 +77,7 @@ def rows(name, pairs):
 
 def idle(bench):
     """Idle footprint over 30 s with 0 to 1,000 masters and with a running slave"""
-    # Several pairs where few wake-ups matter, because timers coincide by chance.
+    # Several pairs where single wake-ups matter, because timers may coincide by chance.
     few = bench.rounds(3)
     with ExitStack() as stack:
         pairs = {

@@ -1,4 +1,4 @@
-"""Log lines per second to a file."""
+"""Lines a second to a log file."""
 
 import json
 import subprocess
@@ -16,7 +16,7 @@ def lines_per_second(program, threads, lines):
 
 
 def log(bench):
-    """Log lines per second to a file, with time and prefix"""
+    """Log lines a second to a file, with time and prefix"""
     for threads in (1, 4):
         ours, theirs = [], []
         for _ in range(bench.rounds(9)):

@@ -1,4 +1,4 @@
-"""Requests of connected masters: latency, cost and throughput of scans, and the latency of a broadcast."""
+"""Requests of connected masters: round-trip time, processor time, throughput and broadcasts."""
 
 from collections import defaultdict
 from contextlib import ExitStack
@@ -6,11 +6,11 @@ from contextlib import ExitStack
 from figures import Figure, Goal, Row
 from processes import Subject, running, side_by_side
 
-ECHOES = {"juce_echo": "JUCE echo", "plain_echo": "plain TCP echo"}
+ECHOES = {"framework_echo": "JUCE echo", "plain_echo": "plain TCP echo"}
 
 
 def scan_rounds(bench, masters, rounds, milliseconds):
-    """Returns, for each subject and figure, the Figure of all rounds."""
+    """Returns one figure per subject and quantity, taken over all rounds."""
     seen = defaultdict(lambda: defaultdict(list))
     with side_by_side(bench.programs, ["daemon", *ECHOES], masters) as subjects:
         for number in range(rounds + 1):
@@ -34,7 +34,7 @@ def scan_rounds(bench, masters, rounds, milliseconds):
 
 
 def scan(bench):
-    """Round trip of a scan request with one master: latency and processor time"""
+    """Round trip of a scan request with one master: time and processor time"""
     goals = {"median": Goal.ratio_at_most(1.15), "cpu": Goal.ratio_at_most(1.25)}
     texts = {
         "median": "median round trip",
@@ -44,7 +44,7 @@ def scan(bench):
     figures = scan_rounds(bench, 1, bench.rounds(9), bench.milliseconds(600))
     for key, text in texts.items():
         for echo, echo_text in ECHOES.items():
-            goal = goals.get(key) if echo == "juce_echo" else None
+            goal = goals.get(key) if echo == "framework_echo" else None
             yield Row(
                 f"scan: {text}, against a {echo_text}",
                 figures["daemon"][key],
@@ -55,7 +55,7 @@ def scan(bench):
 
 
 def throughput(bench):
-    """Scans per second with 1, 10 and 100 masters at once"""
+    """Scans a second with 1, 10 and 100 masters asking at once"""
     for masters in (1, 10, 100):
         figures = scan_rounds(bench, masters, bench.rounds(5), bench.milliseconds(500))
         for echo, echo_text in ECHOES.items():
@@ -69,8 +69,11 @@ def throughput(bench):
 
 
 def broadcast_rounds(bench, name, masters):
-    """Yields the milliseconds from a start request to the last master's status. Every call uses a new subject: in one
-    that was paused, the threads of all connections would wake up in step from then on."""
+    """Yields the milliseconds from a start request to the last master's status message.
+
+    Each call starts a new subject: in a paused and resumed one, the threads of all connections
+    would wake up at the same moment from then on.
+    """
     with ExitStack() as stack:
         subject = Subject(stack, bench.programs, name, masters)
         for _ in range(bench.rounds(3)):
@@ -81,18 +84,19 @@ def broadcast_rounds(bench, name, masters):
 
 
 def broadcast(bench):
-    """From a start request to the status at the last master"""
+    """From a start request to the last master knowing of it"""
     for masters in filter(bench.can_have, (10, 100, 1000)):
-        seen = {"daemon": [], "juce_echo": []}
+        seen = {"daemon": [], "framework_echo": []}
         for _ in range(bench.rounds(4)):
             for name, rounds in seen.items():
                 rounds += broadcast_rounds(bench, name, masters)
             bench.step()
         goal = Goal.value_below(50, "ms") if masters == 1000 else None
         yield Row(
-            f"broadcast: start request to the last of {masters} masters, against JUCE's sends alone",
+            f"broadcast: start request to the last of {masters} masters, "
+            "against JUCE's sends alone",
             Figure.of(seen["daemon"]),
             "ms",
-            Figure.of(seen["juce_echo"]),
+            Figure.of(seen["framework_echo"]),
             goal,
         )

@@ -1,4 +1,4 @@
-"""Start and end of the slave and of the daemon."""
+"""Starting and stopping the slave and the daemon."""
 
 import os
 import random
@@ -8,9 +8,9 @@ from contextlib import ExitStack
 from figures import Figure, Goal, Row
 from processes import Daemon, Masters, Subject
 
-POLL = 100  # ms: the interval at which the daemon polls the slave, the information run and beacons
-STOP_CHECK = 2  # ms: the interval at which the end of the slave's thread is polled
-TICK = 500  # ms: the interval at which new masters are connected
+POLL = 100  # ms between checks of a slave, of the information run, and of the beacon thread's exit
+STOP_CHECK = 2  # ms between checks whether the watching thread has ended
+TICK = 500  # ms between attempts to connect to registered masters
 
 
 def start_slave(daemon, masters):
@@ -42,8 +42,8 @@ def polls(milliseconds):
 
 
 def launch(bench):
-    """From a request to a running slave, and from its end to the notification of its owner"""
-    launched, plain, told, replied = [], [], [], []
+    """From a request to a running slave, and from its end to the notification"""
+    launched, plain, notified, replied = [], [], [], []
     with ExitStack() as stack:
         subject = Subject(stack, bench.programs, "daemon", 1)
         daemon, masters = subject.program, subject.masters
@@ -53,7 +53,7 @@ def launch(bench):
             plain.append(plain_launch(str(daemon.folder / "quelta_standin_slave")))
             time.sleep(random.uniform(0, POLL / 1000))
             answer = masters.do("kill", pid)
-            told.append((answer["told_ns"] - answer["ended_ns"]) / 1e6)
+            notified.append((answer["told_ns"] - answer["ended_ns"]) / 1e6)
             masters.do("stop")
 
             pid, took = start_slave(daemon, masters)
@@ -72,7 +72,7 @@ def launch(bench):
     )
     yield Row(
         "end of a slave to the owner being told (longest), against the poll",
-        Figure.of(told, max),
+        Figure.of(notified, max),
         "ms",
         polls(POLL),
         Goal.value_below(POLL + 10, "ms"),
@@ -87,7 +87,7 @@ def launch(bench):
 
 
 def start_up(bench):
-    """Returns the milliseconds from the launch of a daemon to a master's connection, without the slave's own time."""
+    """Returns the milliseconds from launch to a master's connection, without the slave's share."""
     with ExitStack() as stack:
         daemon = stack.enter_context(Daemon(bench.programs))
         masters = stack.enter_context(Masters(bench.programs, 1, daemon.port))
