@@ -3,13 +3,14 @@
 
 usage: limited.py [--while PID] SECONDS COMMAND [ARGUMENT...]
 
-Exit status: that of the command, or 128 + N if signal N ended it; 124 after the limit; 125 if process PID, which the
-command needs, ended first. What was still running is then listed on standard error, and so is what the command left
-behind when it ended by itself.
+The exit status is that of the command, or 128 + N if signal N ended it; 124 if the limit expired;
+125 if process PID, which the command needs, ended first. In the last two cases, the processes still
+running are listed on standard error, as are those that the command left behind when it exited.
 
-The runner is a subreaper: a process whose parent has ended becomes its child. All that the command started therefore
-stays among its descendants, in whatever session and with whatever environment. That includes processes whose first
-thread has ended while others live on: the kernel shows those as zombies without an executable, but SIGKILL reaches them.
+The runner is a subreaper: a process whose parent has ended becomes its child. Everything that the
+command started therefore remains its descendant, regardless of session and environment. That
+includes processes whose first thread has ended while others run: the kernel shows them as zombies
+without an executable, but SIGKILL still works.
 """
 
 import ctypes
@@ -27,7 +28,7 @@ STOPPING = {signal.SIGTERM, signal.SIGINT, signal.SIGHUP}
 
 
 def become_subreaper():
-    """Also asks for SIGTERM at the end of the parent, so that a killed script leaves nothing running."""
+    """Also requests SIGTERM at the parent's end, so that a killed script leaves nothing running."""
     libc, parent = ctypes.CDLL(None), os.getppid()
     libc.prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
     libc.prctl(PR_SET_PDEATHSIG, signal.SIGTERM, 0, 0, 0)
@@ -44,7 +45,7 @@ def read(path):
 
 
 def descendants():
-    """The ids of all processes below this one, parents first."""
+    """Returns the ids of all processes below this one, parents first."""
     children = {}
     for entry in os.listdir("/proc"):
         fields = read(f"/proc/{entry}/stat").rpartition(")")[2].split() if entry.isdigit() else []
@@ -57,7 +58,10 @@ def descendants():
 
 
 def describe(process):
-    """The command line, read from a thread that lives: a zombie leader has none. Empty for a process that has ended."""
+    """Returns the command line, or an empty string if the process has ended.
+
+    A living thread provides it, because a zombie leader has none.
+    """
     try:
         threads = os.listdir(f"/proc/{process}/task")
     except OSError:
@@ -90,7 +94,7 @@ def list_running(why):
 
 class Command:
     def __init__(self, arguments):
-        # Not os.posix_spawn: with it the command would ignore a signal that glibc keeps for itself.
+        # os.posix_spawn would make the command ignore a signal that glibc uses internally.
         self.status = None
         self.process = os.fork()
         if self.process == 0:
@@ -98,7 +102,7 @@ class Command:
 
     @staticmethod
     def become(arguments):
-        """With the signals as this process found them; Python has ignored two."""
+        """Restores the signals that this process inherited; Python itself ignores two."""
         for number in (signal.SIGPIPE, signal.SIGXFSZ):
             signal.signal(number, signal.SIG_DFL)
         signal.pthread_sigmask(signal.SIG_SETMASK, ())
@@ -134,7 +138,7 @@ class Command:
             time.sleep(POLL)
 
     def end_everything(self):
-        """Gives the command a moment to end in order, then kills what is left. Never waits without a limit."""
+        """Gives the command time to exit cleanly, then kills the rest. Every wait has a limit."""
         deadline = time.monotonic() + TERMINATE_GRACE
         if not self.reap():
             os.kill(self.process, signal.SIGTERM)
@@ -163,7 +167,7 @@ def exists(process):
 
 
 def die_of(number):
-    """So that a shell sees its Ctrl-C obeyed, and does not go on with its next command."""
+    """Ends this process by the same signal, so that a shell sees Ctrl-C and stops too."""
     signal.signal(number, signal.SIG_DFL)
     signal.pthread_sigmask(signal.SIG_UNBLOCK, {number})
     os.kill(os.getpid(), number)
