@@ -114,7 +114,7 @@ def test_no_slave_survives_a_kill_inside_a_job(make_node, make_master):
     node.start([daemon, *node.usual_arguments()])
     node.wait_until_listening()
     running(node, make_master().join(node))
-    subprocess.run(programs.command(programs.bin_dir() / TERMINATE, node.slave_id()), check=True)
+    programs.run(programs.bin_dir() / TERMINATE, node.slave_id())
     node.output.wait("outer job: the program has ended")
     assert_nothing_left(node)
     assert node.process.poll() is None
