@@ -16,7 +16,11 @@ for ((part = 0; part < parts; part++)); do
     running+=($!)
 done
 
-for ((part = 0; part < parts; part++)); do
+# The allocation tests, a program of their own in the same folder, are the last part.
+${QUELTA_PREFIX:-} "${@/quelta_unit_tests/quelta_allocation_tests}" --gtest_brief=1 </dev/null >"$log.$parts.log" 2>&1 &
+running+=($!)
+
+for ((part = 0; part <= parts; part++)); do
     if wait "${running[part]}"; then
         grep -a '^\[==========\]\|^\[  PASSED\|^\[  SKIPPED' "$log.$part.log"
     else

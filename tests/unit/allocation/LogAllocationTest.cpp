@@ -1,6 +1,6 @@
-// Lines are built and written without the heap: what takes memory from it is replaced in this
-// program, the operators and the C library's functions, and counts. Except under a sanitizer, which
-// brings its own operators.
+// Logging a line must not allocate. This program replaces operator new and, by linker options, the
+// C library's allocation functions with versions that count. Under a sanitizer, which has operators
+// of its own, the tests are skipped.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -20,8 +20,8 @@
 
 namespace {
 
-/** Null while nobody counts. Not a thread-local count, which may itself take memory at its first
-    use. */
+/** Null while no thread is counted. A thread-local counter would not do, since its first use may
+    allocate. */
 std::atomic<void*> countedThread{nullptr};
 std::atomic<int> allocations{0};
 
@@ -34,7 +34,8 @@ void countAllocation()
 
 } // namespace
 
-// What the linker makes of the calls of malloc and its kin in this program.
+// The linker redirects calls of malloc, calloc and realloc to __wrap_ functions, and __real_ ones
+// to the C library.
 extern "C" {
 
 void* __real_malloc(size_t);
@@ -117,18 +118,18 @@ int countAllocations(Action action)
 
 int linesSeen = 0;
 
-class LogHeapTest : public testing::Test
+class LogAllocationTest : public testing::Test
 {
 protected:
     void SetUp() override
     {
 #ifdef QUELTA_SANITIZER_OPERATORS
-        GTEST_SKIP() << "a sanitizer's operators do not count";
+        GTEST_SKIP() << "the operators of a sanitizer do not count";
 #endif
         ASSERT_EQ(countAllocations([] { ::operator delete(::operator new(1)); }), 1);
         ASSERT_EQ(countAllocations([] { const juce::HeapBlock<char> block(1); }), 1);
         linesSeen = 0;
-        LogCapture::removeAllSinks(); // the capture itself keeps its lines on the heap
+        LogCapture::removeAllSinks(); // LogCapture itself allocates
         addLogSink([](const char*) { ++linesSeen; });
         flags::logTime = 1;
         flags::logPrefix = 1;
@@ -136,11 +137,11 @@ protected:
     }
 
     const std::string longText = std::string(200'000, 'x');
-    const juce::String finishedText = "a finished text";
+    const juce::String formattedText = "a formatted text";
     LogCapture log;
 };
 
-TEST_F(LogHeapTest, LinesAreBuiltWithoutTheHeap)
+TEST_F(LogAllocationTest, BuildingALineDoesNotAllocate)
 {
     const auto taken = countAllocations([this] {
         for (int i = 0; i < 100; ++i)
@@ -148,14 +149,14 @@ TEST_F(LogHeapTest, LinesAreBuiltWithoutTheHeap)
             QUELTA_LOG_DAEMON("line %d of %s", i, "many");
             logError("%s", longText.c_str());
             logUnprefixed("%08x", 255u);
-            logString("JUCE", finishedText);
+            logString("JUCE", formattedText);
         }
     });
     EXPECT_EQ(taken, 0);
     EXPECT_EQ(linesSeen, 400);
 }
 
-TEST_F(LogHeapTest, LinesReachAnOpenFileWithoutTheHeap)
+TEST_F(LogAllocationTest, WritingToAnOpenFileDoesNotAllocate)
 {
     flags::logForceFlush = 50;
     const TemporaryFolder folder;
@@ -172,7 +173,7 @@ TEST_F(LogHeapTest, LinesReachAnOpenFileWithoutTheHeap)
     EXPECT_EQ(folder.getChild("log.txt").getSize(), 15 + 100 * 200'001);
 }
 
-TEST_F(LogHeapTest, LinesReachARedirectedStreamWithoutTheHeap)
+TEST_F(LogAllocationTest, WritingToARedirectedStreamDoesNotAllocate)
 {
     for (const auto stream : {1, 2})
     {
