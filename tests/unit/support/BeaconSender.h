@@ -7,10 +7,10 @@
 
 namespace quelta::test {
 
-/** A port that was free a moment ago, and is not one of the last. */
+/** A UDP port that was free a moment ago, below 65000; 0 if none was found. */
 inline uint16_t findFreeBeaconPort()
 {
-    for (;;)
+    for (int attempt = 0; attempt < 1'000; ++attempt)
     {
         juce::DatagramSocket socket;
         socket.bindToPort(0);
@@ -18,6 +18,8 @@ inline uint16_t findFreeBeaconPort()
         if (const auto port = socket.getBoundPort(); port >= 1024 && port < 65000)
             return static_cast<uint16_t>(port);
     }
+
+    return 0;
 }
 
 class BeaconSender

@@ -1,5 +1,4 @@
-// The child processes of this process, ended but not yet reaped ones included, where the system
-// shows processes as files.
+// The child processes of this process, zombies included, on systems with /proc.
 #pragma once
 
 #include <map>
@@ -14,7 +13,7 @@ inline bool processesAreShownAsFiles()
     return juce::File("/proc/self/status").existsAsFile();
 }
 
-/** The value that a line of a process's status shows, as in "State:\tZ (zombie)". */
+/** The value of the line `name` in a process's status file, as in "State:\tZ (zombie)". */
 inline std::string getStatusValue(const juce::File& process, const std::string& name)
 {
     juce::StringArray lines;
@@ -27,8 +26,7 @@ inline std::string getStatusValue(const juce::File& process, const std::string& 
     return {};
 }
 
-/** Process number and state of every child, but for the one with which a sanitizer looks up
-    names. */
+/** Process id and state of every child, without a sanitizer's symbolizer. */
 inline std::map<std::string, std::string> getChildren()
 {
     const auto self = getStatusValue(juce::File("/proc/self"), "Pid");

@@ -1,5 +1,5 @@
-// The base of tests of the DaemonNetworkThread: a daemon with the stand-in slave, and masters to
-// introduce to it. The test's thread is the message thread and ticks by hand.
+// Base of the DaemonNetworkThread tests: a daemon with the stand-in slave, and masters that connect
+// to it. The test's thread acts as the message thread and calls the tick itself.
 #pragma once
 
 #include <memory>
@@ -15,7 +15,7 @@ namespace quelta::test {
 class DaemonTest : public ThreadedTest
 {
 protected:
-    /** The pause lets even a busy machine see that the slave is initialised before it runs. */
+    /** The pause is long enough for a poll to see the slave initialised, even on a busy machine. */
     static constexpr auto wellBehaved = "[run]\nconnect\nauthenticating\ninfo\nwait 400\nbeat 50\n";
 
     DaemonTest()
@@ -25,22 +25,23 @@ protected:
         settings.daemonPort = findFreeBeaconPort();
     }
 
-    /** A slave that is stopped before it has connected costs the last limit if it never does. */
-    void startDaemon(const SlaveTimeLimits& limits = {10'000, 4'000, 10'000, 2'000})
+    /** The graceful stop is shorter than by default: stopping a slave that never connects takes all
+        of it. */
+    void startDaemon(const SlaveTimeLimits& limits = {.gracefulStop = 2'000})
     {
         daemon = std::make_unique<DaemonNetworkThread>(settings, 513, 2, lastMonitorPort, limits);
 
         const auto line =
             "start listening for masters on port " + std::to_string(settings.daemonPort);
 
-        // The discovery thread logs it whenever it comes to it.
+        // Logged by the discovery thread once it runs.
         if (flags::daemon != 0)
         {
             EXPECT_TRUE(log.waitForLine((flags::logPrefix != 0 ? "daemon    : " : "") + line));
         }
     }
 
-    /** Nobody may log while a flag is written. */
+    /** Restarts the daemon around the change, since no thread may log while a flag is written. */
     void restartWith(int32_t& flag, int32_t value)
     {
         daemon.reset();
@@ -49,7 +50,7 @@ protected:
         startDaemon();
     }
 
-    /** A master that the daemon has heard of and connected to. */
+    /** A master that the daemon has detected and connected to. */
     std::unique_ptr<FakeMaster> introduce()
     {
         auto master = std::make_unique<FakeMaster>();
@@ -61,7 +62,7 @@ protected:
 
     void tick() { daemon->timerCallback(); }
 
-    /** Has the slave started for `master` and waits until it runs. */
+    /** Sends a start request and waits until the slave runs. */
     static void startSlaveFor(FakeMaster& master)
     {
         master.send(startRequest);

@@ -1,11 +1,11 @@
-// Hears what this process sends to the debugger or to the system log, in the place of either.
+// Captures what this process sends to the debugger (Windows) or the system log (Linux).
 #pragma once
 
 #include <string>
 
 namespace quelta::test {
 
-/** One at a time. What is sent meanwhile, from this thread, is kept. */
+/** One instance at a time. Captures the output of the thread that created it. */
 class DebugOutputCapture
 {
 public:
@@ -15,8 +15,7 @@ public:
     DebugOutputCapture(const DebugOutputCapture&) = delete;
     DebugOutputCapture& operator=(const DebugOutputCapture&) = delete;
 
-    /** All of it, as its reader sees it: the system log ends a line with each call, a debugger does
-        not. */
+    /** Everything so far. Each call adds a line end where the system log would. */
     static std::string getReceived();
 };
 

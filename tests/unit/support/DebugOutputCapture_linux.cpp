@@ -28,7 +28,7 @@ std::string DebugOutputCapture::getReceived()
 
 } // namespace quelta::test
 
-/** The C library's function of this name is not reached from this program. */
+/** Replaces the C library's function in this program. */
 void syslog(int, const char* format, ...)
 {
     std::array<char, 1'000> line{};

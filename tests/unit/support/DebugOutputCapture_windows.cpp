@@ -9,8 +9,7 @@ namespace {
 std::string received;
 void* handler = nullptr;
 
-/** The system raises a text for a debugger as an exception, which whoever handles it first may
-    keep. */
+/** Windows passes debug output as an exception; the first handler may consume it. */
 LONG CALLBACK keepText(EXCEPTION_POINTERS* exception)
 {
     const auto& record = *exception->ExceptionRecord;

@@ -1,5 +1,5 @@
-// The descriptors that this process has open, where the system shows them as files, and the faults
-// that tests make with them.
+// The descriptors that this process has open, on systems with /proc, and faults that tests inject
+// through them.
 #pragma once
 
 #include <cstdint>
@@ -7,12 +7,12 @@
 
 namespace quelta::test {
 
-/** Whether the functions below work on this system. */
+/** Whether the functions and the class below work on this system. */
 bool descriptorsCanBeCounted();
 
 int countDescriptors();
 
-/** While it lives, this process cannot open anything more. Affects all threads. */
+/** Uses up all descriptors of this process until it is destroyed. Affects all threads. */
 class NoMoreDescriptors
 {
 public:
@@ -27,8 +27,8 @@ private:
     uint64_t limitBefore = 0;
 };
 
-/** Puts something that is no socket in the place of this process's UDP socket on `port`, so that
-    receiving fails. False if there is no such socket. */
+/** Replaces this process's UDP socket on `port` with a file, so that receiving fails. False if
+    there is no such socket. */
 bool breakUdpSocket(uint16_t port);
 
 } // namespace quelta::test

@@ -12,7 +12,8 @@ namespace quelta::test {
 
 namespace {
 
-constexpr rlim_t scarce = 256; // so that few have to be taken
+constexpr int maxDescriptor = 65'536; // the limit of the process may be a billion
+constexpr rlim_t loweredLimit = 256;  // few descriptors to use up
 
 bool isUdpSocketOn(int descriptor, uint16_t port)
 {
@@ -43,7 +44,7 @@ NoMoreDescriptors::NoMoreDescriptors()
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     limitBefore = limit.rlim_cur;
-    limit.rlim_cur = scarce;
+    limit.rlim_cur = loweredLimit;
     setrlimit(RLIMIT_NOFILE, &limit);
 
     for (int descriptor = dup(STDIN_FILENO); descriptor >= 0; descriptor = dup(STDIN_FILENO))
@@ -63,7 +64,7 @@ NoMoreDescriptors::~NoMoreDescriptors()
 
 bool breakUdpSocket(uint16_t port)
 {
-    for (int descriptor = 0; descriptor < static_cast<int>(sysconf(_SC_OPEN_MAX)); ++descriptor)
+    for (int descriptor = 0; descriptor < maxDescriptor; ++descriptor)
         if (isUdpSocketOn(descriptor, port))
         {
             const int other = open("/dev/null", O_RDONLY | O_CLOEXEC);

@@ -1,5 +1,4 @@
-// A clock that advances by calls only, in the place of the one that stands still while the machine
-// sleeps.
+// Replaces the clock that stops while the machine sleeps with one that only advances by calls.
 #pragma once
 
 #include <atomic>

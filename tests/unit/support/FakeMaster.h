@@ -1,7 +1,7 @@
-// A render master as the daemon meets it: listens on a free loopback port, speaks records written
-// by hand and keeps what the daemon sends.
+// A render master: listens on a free loopback port, sends hand-written records and keeps the
+// records that the daemon sends.
 //
-// One thread of its own accepts, reads and closes; the test sends and asks.
+// Its own thread accepts, reads and closes connections; the test's thread sends and queries.
 #pragma once
 
 #include <algorithm>
@@ -47,13 +47,13 @@ public:
     const MasterAddress& getAddress() const { return address; }
     std::string getName() const { return formatAddress(address); }
 
-    /** Sends a request in its own name. */
+    /** Sends a request with its own address. */
     void send(uint32_t type, const std::string& text = {})
     {
         sendFrame(makeRecord(type, address, text));
     }
 
-    /** Sends any payload in the framework's framing. */
+    /** Sends any payload in JUCE's framing. */
     void sendFrame(const Bytes& payload)
     {
         const auto bytes = frame(payload);
@@ -68,7 +68,7 @@ public:
             socket->write(bytes.data(), static_cast<int>(bytes.size()));
     }
 
-    /** Waits until the daemon has connected for the given time since the master exists. */
+    /** Waits until the daemon has connected `number` times in all. */
     bool waitForConnection(int number = 1)
     {
         return waitUntil([this, number] { return connectionsMade >= number; });
@@ -86,7 +86,7 @@ public:
         return waitUntil([this] { return connection == nullptr; });
     }
 
-    /** The next record from the daemon; none if nothing comes in a long time. */
+    /** Waits for the next record from the daemon; nullopt after the time limit. */
     std::optional<DaemonRecord> next()
     {
         if (!waitUntil([this] { return !records.empty(); }))
@@ -98,7 +98,7 @@ public:
         return record;
     }
 
-    /** The types of the next records, waiting for each. */
+    /** The types of the next `count` records; fewer if one does not arrive. */
     std::vector<uint32_t> nextTypes(size_t count)
     {
         std::vector<uint32_t> types;
@@ -112,27 +112,28 @@ public:
         return types;
     }
 
-    /** The next record of one of these types; drops those before it. */
+    /** The next record of one of these types; drops the records before it. */
     std::optional<DaemonRecord> nextOf(std::initializer_list<uint32_t> types)
     {
-        auto record = next();
+        for (int dropped = 0; dropped < maxDropped; ++dropped)
+            if (auto record = next();
+                !record || std::find(types.begin(), types.end(), record->type) != types.end())
+                return record;
 
-        while (record && std::find(types.begin(), types.end(), record->type) == types.end())
-            record = next();
-
-        return record;
+        ADD_FAILURE() << maxDropped << " records and none of the types wanted";
+        return {};
     }
 
     std::optional<DaemonRecord> nextOf(uint32_t type) { return nextOf({type}); }
 
-    /** Whether no record waits to be taken. */
+    /** Whether all records have been taken. */
     bool hasNoRecord()
     {
         const std::lock_guard guard(lock);
         return records.empty();
     }
 
-    /** Closes the connection and goes on listening. */
+    /** Closes the connection but keeps listening. */
     void hangUp()
     {
         hangingUp = true;
@@ -140,7 +141,7 @@ public:
         hangingUp = false;
     }
 
-    /** Closes everything: whoever connects is refused. */
+    /** Closes the connection and the listener, so that connecting is refused. */
     void vanish()
     {
         stopping = true;
@@ -171,7 +172,7 @@ private:
             setConnection(std::shared_ptr<juce::StreamingSocket>(listener.waitForNextConnection()));
     }
 
-    /** False when the connection is gone. */
+    /** Reads one record. False if the connection has ended. */
     bool readOne()
     {
         const auto ready = connection->waitUntilReady(true, pollMs);
@@ -218,13 +219,14 @@ private:
     }
 
     static constexpr int pollMs = 5;
+    static constexpr int maxDropped = 10'000;
 
     MasterAddress address;
     juce::StreamingSocket listener;
     std::atomic<bool> stopping{false};
     std::atomic<bool> hangingUp{false};
 
-    std::mutex lock; ///< Guards everything below; only the thread writes `connection`.
+    std::mutex lock; ///< Guards all members below; only run()'s thread writes `connection`.
     std::condition_variable changed;
     std::shared_ptr<juce::StreamingSocket> connection;
     int connectionsMade = 0;

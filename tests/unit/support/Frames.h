@@ -1,5 +1,5 @@
-// The framework's message framing and the little-endian numbers in it, written by hand, so that a
-// mistake of the code under test cannot hide behind itself.
+// JUCE's message framing and its little-endian numbers, written by hand, independently of the code
+// under test.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +23,7 @@ inline void put16(Bytes& bytes, uint16_t value)
     bytes.push_back(static_cast<uint8_t>(value >> 8));
 }
 
-/** The text's bytes, filled up with NULs. */
+/** Appends the text, padded with NULs to `size` bytes. */
 inline void putText(Bytes& bytes, const std::string& text, size_t size)
 {
     const auto end = bytes.size() + size;
@@ -42,7 +42,7 @@ inline uint16_t get16(const Bytes& bytes, size_t at)
     return static_cast<uint16_t>(bytes[at] | bytes[at + 1] << 8);
 }
 
-/** The payload behind the block that says whose frame it is and how long. */
+/** The payload behind JUCE's header: magic number and length. */
 inline Bytes frame(const Bytes& payload)
 {
     Bytes bytes{0x2C, 0x9E, 0xB4, 0xF2};

@@ -1,4 +1,4 @@
-// Ends the test program with a message when a test hangs, since nothing else can end a deadlock.
+// Aborts the test program with a message when a test hangs, since nothing else ends a deadlock.
 #pragma once
 
 #include <chrono>
@@ -13,7 +13,7 @@ namespace quelta::test {
 class HangGuard
 {
 public:
-    /** Far beyond what any of the tests takes. */
+    /** Far longer than any test takes. */
     static constexpr std::chrono::seconds limit{120};
 
     HangGuard() : thread([this] { watch(); }) {}

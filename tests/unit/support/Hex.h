@@ -1,4 +1,4 @@
-// Bytes written as a person writes them: "0D 72 CE 7F".
+// Bytes as hexadecimal text: "0D 72 CE 7F".
 #pragma once
 
 #include <cstdint>
@@ -20,7 +20,7 @@ inline std::vector<uint8_t> fromHex(const std::string& text)
     return bytes;
 }
 
-/** The bytes with one blank behind each. */
+/** Two digits and a blank for each byte. */
 template <typename Bytes>
 std::string toHex(const Bytes& bytes)
 {

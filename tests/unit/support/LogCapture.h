@@ -1,9 +1,9 @@
-// Captures what the code under test logs, and gives every test the log of a program that has just
-// started: all flags are 0 and the capturing sink is the only one. The destructor puts the flags
-// back and leaves no sink.
+// Captures what the code under test logs. Every test starts with all flags 0 and the capturing sink
+// as the only sink. The destructor restores the flags and removes all sinks.
 //
-// One at a time, made and destroyed while no other thread logs. In between any thread may log and
-// ask; a lock of its own guards the lines, so that asking never waits for a sink.
+// One instance at a time, constructed and destroyed while no other thread logs. Meanwhile any
+// thread may log and query. The lines have a lock of their own, so that a query never waits for a
+// sink.
 #pragma once
 
 #include <algorithm>
@@ -11,6 +11,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,7 +25,7 @@ using Lines = std::vector<std::string>;
 class LogCapture
 {
 public:
-    /** How long to wait for a line that has to come. Only a test that fails waits so long. */
+    /** Limits every wait in the tests. Only failing tests wait this long. */
     static constexpr std::chrono::seconds hangLimit{60};
 
     LogCapture()
@@ -61,14 +62,23 @@ public:
         captured.lines.clear();
     }
 
-    /** Waits until the line has been logged; false if it does not come in a long time. */
+    /** Waits until the line has been logged; false after the time limit. */
     bool waitForLine(const std::string& line) const
     {
+        return waitForMatch([&line](const auto& logged) { return logged == line; }).has_value();
+    }
+
+    /** Waits for the first line that `matches`; nullopt after the time limit. */
+    template <typename Predicate>
+    std::optional<std::string> waitForMatch(Predicate matches) const
+    {
         std::unique_lock guard(captured.lock);
-        return captured.changed.wait_for(guard, hangLimit, [&line] {
-            return std::find(captured.lines.begin(), captured.lines.end(), line) !=
-                   captured.lines.end();
+        auto found = captured.lines.cend();
+        captured.changed.wait_for(guard, hangLimit, [&] {
+            found = std::find_if(captured.lines.cbegin(), captured.lines.cend(), matches);
+            return found != captured.lines.cend();
         });
+        return found != captured.lines.cend() ? std::optional(*found) : std::nullopt;
     }
 
     static void removeAllSinks() { LogAccess::removeAllSinks(); }
@@ -88,7 +98,7 @@ private:
         captured.changed.notify_all();
     }
 
-    static inline Captured captured; // a sink is a plain function and has nothing else to write to
+    static inline Captured captured; // static because a sink is a plain function
     std::vector<std::pair<int32_t*, int32_t>> savedFlags;
 };
 

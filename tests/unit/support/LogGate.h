@@ -1,8 +1,8 @@
-// Stops a thread in the middle of its work: whoever logs a certain line waits in it until the gate
-// is opened, with every lock that it holds there. It also holds the log's lock, so whoever else
-// logs waits as well.
+// Pauses a thread at a chosen moment: the thread that logs a certain line blocks in that call until
+// the gate is opened. It keeps all locks that it holds, among them the log's, so that other threads
+// that log block too.
 //
-// One at a time. Made after the LogCapture, which removes the sink.
+// One instance at a time, constructed after the LogCapture, which removes the sink.
 #pragma once
 
 #include <condition_variable>
@@ -17,7 +17,7 @@ namespace quelta::test {
 class LogGate
 {
 public:
-    /** Stops the next thread that logs `line`. */
+    /** Blocks the next thread that logs `line`. */
     explicit LogGate(std::string line)
     {
         {
@@ -27,7 +27,7 @@ public:
             state.reached = false;
         }
 
-        addLogSink(wait); // takes the log's lock, under which a sink takes the one above
+        addLogSink(wait); // not under the lock above: sinks take it under the log's lock
     }
 
     ~LogGate() { open(); }
@@ -35,7 +35,7 @@ public:
     LogGate(const LogGate&) = delete;
     LogGate& operator=(const LogGate&) = delete;
 
-    /** False if no thread comes in a long time. */
+    /** Waits until a thread blocks in the gate; false after the time limit. */
     bool waitUntilReached()
     {
         std::unique_lock guard(state.lock);
@@ -73,7 +73,7 @@ private:
         state.changed.wait(guard, [&state] { return !state.armed; });
     }
 
-    /** The one there is: a sink is a plain function and has nothing else to look at. */
+    /** Static because a sink is a plain function. */
     static State& getState()
     {
         static State state;

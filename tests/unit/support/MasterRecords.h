@@ -1,4 +1,4 @@
-// The records that masters and the daemon exchange, as a master writes and reads them, by hand.
+// The records between masters and the daemon, written and read by hand from a master's view.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace quelta::test {
 
-// The types of a record, as masters know them.
+// The types of a record, numbered independently of the code under test.
 enum RecordType : uint32_t
 {
     scanRequest = 0,
@@ -39,7 +39,7 @@ inline Bytes makeRecord(uint32_t type, const MasterAddress& master, const std::s
     return bytes;
 }
 
-/** What a master reads from a record of the daemon. */
+/** A record from the daemon. */
 struct DaemonRecord
 {
     explicit DaemonRecord(Bytes received)

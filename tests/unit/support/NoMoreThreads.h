@@ -1,4 +1,4 @@
-// A process that gets no more threads, as on a machine that has run out of them.
+// Makes starting threads fail, as on a machine that has run out of them.
 #pragma once
 
 #include <condition_variable>
@@ -8,7 +8,7 @@
 
 namespace quelta::test {
 
-/** While it lives, this process cannot start a thread. */
+/** This process cannot start a thread until the object is destroyed. */
 class NoMoreThreads
 {
 public:
@@ -18,7 +18,7 @@ public:
     NoMoreThreads(const NoMoreThreads&) = delete;
     NoMoreThreads& operator=(const NoMoreThreads&) = delete;
 
-    /** Whether this system, and a program built like this one, can be brought to that. */
+    /** Whether this works on this system and in this build. */
     static bool arePossible();
 
 private:
@@ -27,7 +27,7 @@ private:
     std::mutex lock; ///< Guards `ending`.
     std::condition_variable changed;
     bool ending = false;
-    std::vector<std::thread> taken; ///< They use what would be left for others.
+    std::vector<std::thread> taken; ///< They use up the remaining address space.
 };
 
 } // namespace quelta::test

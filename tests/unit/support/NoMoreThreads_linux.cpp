@@ -10,9 +10,10 @@ namespace quelta::test {
 
 namespace {
 
-constexpr rlim_t leftOver =
-    16u << 20; ///< Bytes: for the stack of a thread or two, and for what a test allocates.
-constexpr size_t enough = 64;
+/** Bytes: the stack of a thread or two and what a test allocates. */
+constexpr rlim_t addressSpaceLeft = 16u << 20;
+
+constexpr size_t maxThreads = 64;
 
 rlim_t getAddressSpace()
 {
@@ -38,17 +39,17 @@ void limitAddressSpace(rlim_t bytes)
 
 NoMoreThreads::NoMoreThreads()
 {
-    taken.reserve(enough);
-    limitAddressSpace(getAddressSpace() + leftOver);
+    taken.reserve(maxThreads);
+    limitAddressSpace(getAddressSpace() + addressSpaceLeft);
 
     try
     {
-        while (taken.size() < enough)
+        while (taken.size() < maxThreads)
             taken.emplace_back([this] { waitForTheEnd(); });
     }
     catch (const std::system_error&)
     {
-        // None is left, as wanted.
+        // As intended: no thread is left.
     }
 }
 
@@ -68,8 +69,8 @@ NoMoreThreads::~NoMoreThreads()
 
 bool NoMoreThreads::arePossible()
 {
-    constexpr rlim_t moreThanAnyProgramButASanitizedOne = 1ull << 40;
-    return getAddressSpace() < moreThanAnyProgramButASanitizedOne;
+    constexpr rlim_t onlySanitizersMapMore = 1ull << 40;
+    return getAddressSpace() < onlySanitizersMapMore;
 }
 
 void NoMoreThreads::waitForTheEnd()

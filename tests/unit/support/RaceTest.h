@@ -1,8 +1,7 @@
-// The base of tests in which things happen at the same time, at many different moments. More rounds
-// than the tests have by themselves are had by --gtest_repeat.
+// Base of tests in which events coincide, at many different moments. For more rounds use
+// --gtest_repeat.
 //
-// The time that a slave is given to end is short here, since some of these slaves never hear that
-// they have to.
+// The graceful stop is short here, since some of these slaves never receive the stop message.
 #pragma once
 
 #include "Children.h"
@@ -15,12 +14,11 @@ class RaceTest : public DaemonTest
 protected:
     static constexpr uint32_t gracefulStopMs = 200;
 
-    /** The longest that stopping a slave may take: a poll of 100 ms to notice, the time to end,
-        a poll to see that it has ended, 500 ms to kill and reap it. The second is for a busy
-        machine. */
+    /** Stopping a slave takes at most a poll of 100 ms to notice the request, the graceful stop, a
+        poll to see the end, and 500 ms to kill and reap. One second is for a busy machine. */
     static constexpr uint32_t stopBoundMs = 100 + gracefulStopMs + 100 + 500 + 1'000;
 
-    /** The longest that the end of a daemon without a slave may take. */
+    /** Destroying a daemon without a slave takes at most this. */
     static constexpr uint32_t endBoundMs = 1'000;
 
     RaceTest() { flags::daemonDetail = 1; }
@@ -35,18 +33,18 @@ protected:
         }
     }
 
-    void startRaceDaemon() { startDaemon({10'000, 4'000, 10'000, gracefulStopMs}); }
+    void startRaceDaemon() { startDaemon({.gracefulStop = gracefulStopMs}); }
 
-    /** Has `master` stop the slave and checks that it is free then, and that nothing comes behind
-        the reply. */
+    /** Waits for the reply to a stop request, then checks that no record follows it and that the
+        slave is free. */
     static void expectStopped(FakeMaster& master)
     {
         EXPECT_LT(timeOf([&master] { EXPECT_TRUE(master.nextOf(stopReply)); }), stopBoundMs);
         expectFree(master);
     }
 
-    /** Who owns the slave. Asked by a request that nobody knows, since no broadcast looks like its
-        reply. */
+    /** The owner of the slave. Sends an unknown request type, since no broadcast can be mistaken
+        for its reply. */
     static MasterAddress askForOwner(FakeMaster& master)
     {
         constexpr uint32_t unknownRequest = 7;
@@ -56,7 +54,7 @@ protected:
         return reply ? reply->owner : MasterAddress{};
     }
 
-    /** For a master whose records have all been taken. */
+    /** Requires that all records of `master` have been taken. */
     static void expectFree(FakeMaster& master)
     {
         master.send(scanRequest);

@@ -1,4 +1,4 @@
-// Does the same again and again, on a thread of its own, until it goes.
+// Repeats an action on its own thread until it is destroyed.
 #pragma once
 
 #include <atomic>
@@ -12,14 +12,14 @@ public:
     template <typename Action>
     explicit Repeating(Action action)
         : thread([this, action] {
-              while (!enough)
+              while (!stopping)
                   action();
           })
     {}
 
     ~Repeating()
     {
-        enough = true;
+        stopping = true;
         thread.join();
     }
 
@@ -27,7 +27,7 @@ public:
     Repeating& operator=(const Repeating&) = delete;
 
 private:
-    std::atomic<bool> enough{false};
+    std::atomic<bool> stopping{false};
     std::thread thread;
 };
 

@@ -1,4 +1,4 @@
-// Counts what a SlaveProcess tells its owner.
+// Counts the notifications of a SlaveProcess.
 #pragma once
 
 #include <atomic>

@@ -1,4 +1,4 @@
-// Speaks to a slave monitor as a slave does, in messages written by hand.
+// The slave's side of the connection to a slave monitor, with hand-written messages.
 #pragma once
 
 #include <string>
@@ -28,14 +28,14 @@ public:
 
     void sayStatus() { say("0D 72 CE 7F 01 00 00 00 02 00 00 00 00 00 00 00 00 00 00 00"); }
 
-    /** Sends any payload in the framework's framing. */
+    /** Sends any payload in JUCE's framing. */
     void say(const std::string& hex)
     {
         const auto bytes = frame(fromHex(hex));
         socket.write(bytes.data(), static_cast<int>(bytes.size()));
     }
 
-    /** The next 28 bytes from the monitor, which are one framed message; empty if none come. */
+    /** The next framed message from the monitor, 28 bytes; empty after the time limit. */
     std::string hear()
     {
         Bytes bytes(28);
@@ -60,7 +60,7 @@ private:
     bool connected = false;
 };
 
-/** The stop message as it travels. */
+/** The stop message in its frame. */
 constexpr auto framedStopMessage =
     "2C 9E B4 F2 14 00 00 00 0D 72 CE 7F 01 00 00 00 03 00 00 00 00 00 00 00 00 00 00 00 ";
 

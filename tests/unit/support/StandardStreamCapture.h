@@ -1,5 +1,5 @@
-// Sends a standard stream of this process into a file, where a test sees which bytes have really
-// been written, as the reader of a pipe would.
+// Redirects a standard stream of this process to a file, to show which bytes have been written and
+// are not merely buffered.
 #pragma once
 
 #include <fcntl.h>
@@ -30,7 +30,7 @@ public:
     StandardStreamCapture(const StandardStreamCapture&) = delete;
     StandardStreamCapture& operator=(const StandardStreamCapture&) = delete;
 
-    /** Puts the stream back. */
+    /** Restores the stream. */
     void stop()
     {
         if (original < 0)
@@ -42,7 +42,7 @@ public:
         original = -1;
     }
 
-    /** What has been written so far, with the line ends of C whatever the system makes of them. */
+    /** The bytes written so far, without carriage returns. */
     std::string getWritten() const
     {
         auto bytes = readBytes(file);

@@ -1,4 +1,4 @@
-// The stand-in slave in a folder of its own, playing the given scenario.
+// The stand-in slave in a temporary folder, with the scenario that it plays.
 #pragma once
 
 #include <string_view>
@@ -21,7 +21,7 @@ public:
         play(scenario);
     }
 
-    /** What the next launch plays. */
+    /** Sets the scenario of the next launch. */
     void play(std::string_view scenario)
     {
         writeBytes(executable.withFileExtension("txt"), scenario);

@@ -1,4 +1,4 @@
-// A folder of its own for a test, removed with all that is in it.
+// A temporary folder for one test, removed with its contents.
 #pragma once
 
 #include <string>
@@ -29,7 +29,7 @@ inline void writeBytes(const juce::File& file, std::string_view bytes)
     file.replaceWithData(bytes.data(), bytes.size());
 }
 
-/** All bytes of the file as they lie on the disk now; empty if there is none. */
+/** The bytes of the file; empty if it does not exist. */
 inline std::string readBytes(const juce::File& file)
 {
     juce::MemoryBlock bytes;

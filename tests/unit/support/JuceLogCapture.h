@@ -1,5 +1,5 @@
-// Records what the framework itself has to say while it lives: that it killed a thread by force
-// and, in debug builds, that one of its assertions failed. Neither may ever happen.
+// Captures what JUCE logs: that it killed a thread by force and, in debug builds, that one of its
+// assertions failed. Tests expect neither.
 #pragma once
 
 #include <mutex>
@@ -10,11 +10,11 @@
 
 namespace quelta::test {
 
-class FrameworkLog final : public juce::Logger
+class JuceLogCapture final : public juce::Logger
 {
 public:
-    FrameworkLog() : previous(getCurrentLogger()) { setCurrentLogger(this); }
-    ~FrameworkLog() override { setCurrentLogger(previous); }
+    JuceLogCapture() : previous(getCurrentLogger()) { setCurrentLogger(this); }
+    ~JuceLogCapture() override { setCurrentLogger(previous); }
 
     std::vector<std::string> getMessages() const
     {
