@@ -1,4 +1,4 @@
-// Parameters of the daemon, one a line.
+// Parameters of the daemon, one per line.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,4 +1,5 @@
-// Two path names, parted by a line feed, parsed and joined; the result keeps its promises.
+// Two path names, separated by a line feed, parsed and joined. The result keeps the class
+// invariants.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Bytes from a master, by UDP or TCP: whatever passes the check comes out as it went in.
+// Bytes from a master, by UDP or TCP. A record that passes the check is encoded to the same bytes.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// A memory size; its sign survives, however large the number.
+// A memory size. It keeps its sign, however large the number.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// Bytes from the slave: whatever passes the check comes out as it went in.
+// Bytes from the slave. A message that passes the check is encoded to the same bytes.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

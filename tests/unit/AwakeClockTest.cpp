@@ -7,18 +7,25 @@
 namespace quelta::test {
 namespace {
 
-TEST(AwakeClockTest, ItCountsMilliseconds)
+/** The pause is measured just inside and just outside, so its real length does not matter. */
+TEST(AwakeClockTest, CountsMilliseconds)
 {
-    const auto begin = juce::Time::getMillisecondCounterHiRes();
+    constexpr double resolutionMs = 20; // Windows advances the clock every 15.6 ms
+
+    const auto outerBegin = juce::Time::getMillisecondCounterHiRes();
     const auto first = platform::getAwakeMilliseconds();
+    const auto innerBegin = juce::Time::getMillisecondCounterHiRes();
     juce::Thread::sleep(300);
+    const auto innerEnd = juce::Time::getMillisecondCounterHiRes();
     const auto last = platform::getAwakeMilliseconds();
-    const auto end = juce::Time::getMillisecondCounterHiRes();
-    EXPECT_GE(last - first, 280); // Windows advances it every 15.6 ms
-    EXPECT_LE(static_cast<double>(last - first), end - begin + 20);
+    const auto outerEnd = juce::Time::getMillisecondCounterHiRes();
+
+    const auto counted = static_cast<double>(last - first);
+    EXPECT_GE(counted, innerEnd - innerBegin - resolutionMs);
+    EXPECT_LE(counted, outerEnd - outerBegin + resolutionMs);
 }
 
-TEST(AwakeClockTest, ATestCanReplaceIt)
+TEST(AwakeClockTest, TestsCanReplaceTheClock)
 {
     platform::setAwakeClock([] { return int64_t{42}; });
     EXPECT_EQ(platform::getAwakeMilliseconds(), 42);

@@ -18,15 +18,10 @@ class ChildProcessTest : public ThreadedTest
 protected:
     bool waitForEnd()
     {
-        const auto start = juce::Time::getMillisecondCounter();
-
-        while (child.isRunning() && juce::Time::getMillisecondCounter() - start < hangLimitMs)
-            juce::Thread::sleep(1);
-
-        return !child.isRunning();
+        return pollUntil([this] { return !child.isRunning(); });
     }
 
-    /** An executable file with these bytes. */
+    /** Creates an executable file with these bytes. */
     juce::File makeExecutable(const char* name, std::string_view bytes) const
     {
         const auto file = folder.getChild(name);
@@ -35,7 +30,7 @@ protected:
         return file;
     }
 
-    /** The lines that the stand-in prints when it is given this command line. */
+    /** The lines that the stand-in prints when launched with this command line. */
     Lines runStandin(const StandinSlave& standin, const juce::String& commandLine)
     {
         juce::StringArray printed;
@@ -55,9 +50,9 @@ protected:
         return lines;
     }
 
-    /** Whether no byte arrives for a second, or none will. That shows that the program at the other
-        end is gone; its connection does not always end: Wine's server at times keeps a socket that
-        it was just busy with. */
+    /** Waits until no byte arrives for a second or the connection ends, which shows that the peer,
+        which sends every 10 ms, is gone. Under Wine the connection does not always end, since the
+        server occasionally keeps a socket that it was just using. */
     static bool waitForSilence(juce::StreamingSocket& connection)
     {
         constexpr int silenceMs = 1000;
@@ -96,8 +91,7 @@ TEST_F(ChildProcessTest, AFolderIsNotAnExecutable)
     const auto error = child.launch(file, "\"slave\"");
 
     if (platform::absolutePathsHaveRoot())
-        EXPECT_TRUE(error == 5 || error == 6)
-            << error; // access denied; an invalid handle where Wine plays Windows
+        EXPECT_TRUE(error == 5 || error == 6) << error; // access denied; Wine: invalid handle
     else
         EXPECT_EQ(error, 13);
 
@@ -139,18 +133,17 @@ TEST_F(ChildProcessTest, AProgramEndsWithItsObject)
     EXPECT_TRUE(waitForSilence(*connection));
 }
 
-/** What only the system behind the POSIX half has: permissions, descriptors, signals, zombies. */
+/** POSIX only: permissions, descriptors, signals, zombies. */
 class ChildProcessPosixTest : public ChildProcessTest
 {
 protected:
     void SetUp() override
     {
         if (platform::absolutePathsHaveRoot() || !processesAreShownAsFiles())
-            GTEST_SKIP()
-                << "there are no file permissions, descriptors and signals to test on this system";
+            GTEST_SKIP() << "this system has no POSIX permissions, descriptors and signals to test";
     }
 
-    /** What a program of the system prints. */
+    /** Runs a program of the system and returns its output. */
     std::string runProgram(const char* path, const juce::String& commandLine)
     {
         const StandardStreamCapture capture(stdout);
@@ -232,7 +225,7 @@ TEST_F(ChildProcessPosixTest, OnlyTheStandardStreamsAreInherited)
     juce::StreamingSocket listener;
     ASSERT_TRUE(listener.createListener(0, "127.0.0.1"));
 
-    // The fourth is the folder that is being listed.
+    // Descriptor 3 is the folder that ls lists.
     EXPECT_EQ(runProgram("/bin/ls", "ls /proc/self/fd"), "0\n1\n2\n3\n");
     close(inheritable);
 }

@@ -7,7 +7,7 @@ namespace {
 
 using Arguments = std::vector<std::string>;
 
-/** What follows the program's name. */
+/** The arguments after the program's name. */
 Arguments split(const std::string& arguments)
 {
     auto all = splitCommandLine("s " + arguments);

@@ -31,7 +31,7 @@ protected:
         return parseCommandLine(array, settings, slavePath);
     }
 
-    /** With a slave and a port before the parameters, so that only these can be wrong. */
+    /** Parses the parameters behind a valid slave and port. */
     bool parseBehindSlaveAndPort(const std::vector<const char*>& parameters)
     {
         std::vector<const char*> all{"--slave", "slave", "--port", "5000"};
@@ -39,7 +39,7 @@ protected:
         return parse(all);
     }
 
-    /** The reason and, behind it, how it is done right. */
+    /** The lines of a parse error: the reason and the syntax. */
     static Lines failure(const std::string& reason)
     {
         const auto program =
@@ -144,7 +144,7 @@ TEST_F(CommandLineTest, OfARepeatedOptionTheLastWins)
     EXPECT_EQ(settings.daemonPort, 2);
     EXPECT_EQ(settings.slaveAlias, "y");
     EXPECT_EQ(settings.outOfCoreMaxMemory, 2048);
-    EXPECT_EQ(settings.outOfCoreHeadroom, 1073741824); // no second one was given
+    EXPECT_EQ(settings.outOfCoreHeadroom, 1073741824); // the second value had none
 }
 
 TEST_F(CommandLineTest, AnUnknownOptionStopsAtOnce)

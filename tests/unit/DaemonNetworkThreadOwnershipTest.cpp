@@ -6,14 +6,20 @@ namespace {
 
 using Types = std::vector<uint32_t>;
 
-constexpr MasterAddress nobody{};
+constexpr MasterAddress noOwner{};
 
 class DaemonNetworkThreadOwnershipTest : public DaemonTest
 {
 protected:
-    explicit DaemonNetworkThreadOwnershipTest(bool logInDetail = false)
+    enum class Detail
     {
-        flags::daemonDetail = logInDetail ? 1 : 0;
+        off,
+        on
+    };
+
+    explicit DaemonNetworkThreadOwnershipTest(Detail detail = Detail::off)
+    {
+        flags::daemonDetail = detail == Detail::on ? 1 : 0;
         startDaemon();
         first = introduce();
         second = introduce();
@@ -21,7 +27,7 @@ protected:
 
     ~DaemonNetworkThreadOwnershipTest() override { daemon.reset(); }
 
-    /** The next record must be of this type and name this owner. */
+    /** Expects the next record to have this type, owner and text. */
     static void expectNext(FakeMaster& master, uint32_t type, const MasterAddress& owner,
                            const std::string& text = {})
     {
@@ -32,7 +38,7 @@ protected:
         EXPECT_EQ(record->ownerText, paddedTo32(text));
     }
 
-    /** Has the first master start the slave, and takes all records that follow from that. */
+    /** Starts the slave for the first master and takes all resulting records. */
     void startForFirst()
     {
         startSlaveFor(*first);
@@ -65,7 +71,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, TheOwnerIsToldThatTheSlaveRuns)
     EXPECT_TRUE(second->hasNoRecord());
 }
 
-/** It may have waited for the lock while its master was forgotten, and heard of anew. */
+/** It may have waited for the lock while its master was unregistered and detected again. */
 TEST_F(DaemonNetworkThreadOwnershipTest, ARequestOverAConnectionThatIsNotRegisteredIsDropped)
 {
     for (const auto& address : {FakeMaster().getAddress(), first->getAddress()})
@@ -78,7 +84,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, ARequestOverAConnectionThatIsNotRegiste
     }
 
     first->send(scanRequest);
-    expectNext(*first, daemonStatus, nobody);
+    expectNext(*first, daemonStatus, noOwner);
     EXPECT_TRUE(second->hasNoRecord());
 }
 
@@ -96,9 +102,9 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AStopFromTheOwnerFreesTheSlaveAndAllAre
     startForFirst();
     log.clear();
     first->send(stopRequest);
-    expectNext(*first, daemonStatus, nobody);
-    expectNext(*first, stopReply, nobody);
-    expectNext(*second, daemonStatus, nobody);
+    expectNext(*first, daemonStatus, noOwner);
+    expectNext(*first, stopReply, noOwner);
+    expectNext(*second, daemonStatus, noOwner);
     EXPECT_EQ(getFirstLines(2), (Lines{"received stop request from master " + first->getName(),
                                        "stopping Quelta slave for master " + first->getName()}));
 }
@@ -116,7 +122,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AStopWithoutASlaveOnlyGetsItsReply)
 {
     log.clear();
     first->send(stopRequest);
-    expectNext(*first, stopReply, nobody);
+    expectNext(*first, stopReply, noOwner);
     EXPECT_EQ(log.lines(), Lines{"received stop request from master " + first->getName()});
 }
 
@@ -124,9 +130,9 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AStopGoesByTheAddressInTheMessage)
 {
     startForFirst();
     second->sendFrame(makeRecord(stopRequest, first->getAddress()));
-    expectNext(*second, daemonStatus, nobody);
-    expectNext(*second, stopReply, nobody);
-    expectNext(*first, daemonStatus, nobody);
+    expectNext(*second, daemonStatus, noOwner);
+    expectNext(*second, stopReply, noOwner);
+    expectNext(*first, daemonStatus, noOwner);
 }
 
 TEST_F(DaemonNetworkThreadOwnershipTest, AStealHandsTheSlaveOverAndTheThiefIsToldBeforeItsReply)
@@ -224,8 +230,8 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AFailedSlaveStaysWithItsOwnerUntilItsSt
     second->send(startRequest);
     expectNext(*second, startReply, first->getAddress());
     first->send(stopRequest);
-    expectNext(*first, daemonStatus, nobody);
-    expectNext(*first, stopReply, nobody);
+    expectNext(*first, daemonStatus, noOwner);
+    expectNext(*first, stopReply, noOwner);
 }
 
 TEST_F(DaemonNetworkThreadOwnershipTest, ASlaveThatCannotBeLaunchedIsToldOnlyByScans)
@@ -244,7 +250,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AnOwnerThatIsLostForGoodLosesTheSlaveAn
     first->vanish();
     ASSERT_TRUE(log.waitForLine("disconnected from master " + first->getName()));
     tick();
-    expectNext(*second, daemonStatus, nobody);
+    expectNext(*second, daemonStatus, noOwner);
     EXPECT_TRUE(wasLogged("stopping Quelta slave for master " + first->getName()));
     second->send(startRequest);
     expectNext(*second, daemonStatus, second->getAddress());
@@ -269,24 +275,24 @@ TEST_F(DaemonNetworkThreadOwnershipTest, TheEndStopsTheSlaveAndTellsThoseThatAre
     EXPECT_TRUE(wasLogged("stopping slave because we are disconnecting from its master " +
                           first->getName()));
     EXPECT_TRUE(wasLogged("stopping Quelta slave for master " + first->getName()));
-    expectNext(*first, daemonStatus, nobody);
+    expectNext(*first, daemonStatus, noOwner);
 
-    // The second hears of it if its connection is closed after the owner's.
+    // The second master is told only if its connection is closed after the owner's.
     if (first->getAddress() < second->getAddress())
-        expectNext(*second, daemonStatus, nobody);
+        expectNext(*second, daemonStatus, noOwner);
     else
         EXPECT_TRUE(second->hasNoRecord());
 }
 
-// An owner whose address counts as none
+// An owner with an unusable address
 
 class DaemonNetworkThreadReplacementTest : public DaemonNetworkThreadOwnershipTest
 {
 protected:
-    DaemonNetworkThreadReplacementTest() : DaemonNetworkThreadOwnershipTest(true) {}
+    DaemonNetworkThreadReplacementTest() : DaemonNetworkThreadOwnershipTest(Detail::on) {}
 
-    /** A start in the name of somebody who can own nothing. */
-    void startForNobody(const MasterAddress& address)
+    /** Sends a start request with an address that cannot own the slave. */
+    void startForUnusable(const MasterAddress& address)
     {
         first->sendFrame(makeRecord(startRequest, address));
         EXPECT_EQ(first->nextTypes(2), (Types{daemonStatus, startReply}));
@@ -296,15 +302,15 @@ protected:
 TEST_F(DaemonNetworkThreadReplacementTest,
        ASlaveWhoseOwnerCountsAsNoneIsReplacedWithoutBeingStopped)
 {
-    startForNobody({0, 21000});
+    startForUnusable({0, 21000});
     ASSERT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
     log.clear();
     first->nextOf(slaveRunning);
-    startForNobody({0x7F000001, 0});
+    startForUnusable({0x7F000001, 0});
     EXPECT_TRUE(wasLogged("already running slave"));
     EXPECT_FALSE(wasLogged("stopping Quelta slave for master 0.0.0.0:21000"));
 
-    // It goes on beating while the new one reports its information.
+    // The replaced slave keeps sending heart beats while the new one reports its information.
     EXPECT_TRUE(log.waitForLine("slave has version 4000000 and provides 1 GPU(s)"));
     log.clear();
     EXPECT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
@@ -313,10 +319,10 @@ TEST_F(DaemonNetworkThreadReplacementTest,
 TEST_F(DaemonNetworkThreadReplacementTest, WhatHappensToAReplacedSlaveIsNobodysBusiness)
 {
     slave.play("[run]\nconnect\nauthenticating\nwait 400\ninfo\nwait 300\nexit 3");
-    startForNobody({0, 1});
-    ASSERT_TRUE(log.waitForLine("started to monitor slave")); // so it has read its scenario
+    startForUnusable({0, 1});
+    ASSERT_TRUE(log.waitForLine("started to monitor slave")); // it has read its scenario
     slave.play(wellBehaved);
-    startForNobody({0, 1});
+    startForUnusable({0, 1});
     EXPECT_EQ(first->nextTypes(1), Types{slaveRunning});
     ASSERT_TRUE(log.waitForLine("slave crashed or was stopped via CTRL-C"));
     first->send(scanRequest);
@@ -329,11 +335,11 @@ TEST_F(DaemonNetworkThreadReplacementTest, ReplacedSlavesAreStoppedAtTheEndAllAt
 
     for (int i = 0; i < 5; ++i)
     {
-        startForNobody({0, 1});
+        startForUnusable({0, 1});
         ASSERT_TRUE(first->nextOf(slaveRunning));
     }
 
-    // 500 ms each: two in a row, since the last one is stopped on its own.
+    // 500 ms each, twice: the current slave is stopped first, then the replaced ones in parallel.
     EXPECT_LT(timeOf([this] { daemon.reset(); }), 2'000u);
 }
 
@@ -341,7 +347,7 @@ TEST_F(DaemonNetworkThreadReplacementTest, BeyondEightTheOldestIsStopped)
 {
     for (int i = 0; i < 10; ++i)
     {
-        startForNobody({0, 1});
+        startForUnusable({0, 1});
         ASSERT_TRUE(first->nextOf(slaveRunning));
     }
 

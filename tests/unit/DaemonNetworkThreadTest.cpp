@@ -74,12 +74,10 @@ TEST_F(DaemonNetworkThreadTest, ABeaconIsEnoughToBeConnected)
     FakeMaster master;
     BeaconSender sender(settings.daemonPort);
 
-    while (!wasLogged("detected new master on address " + master.getName()))
-    {
+    ASSERT_TRUE(pollUntil([this, &sender, &master] {
         sender.send(makeRecord(scanRequest, master.getAddress()));
-        juce::Thread::sleep(5);
-    }
-
+        return wasLogged("detected new master on address " + master.getName());
+    }));
     tick();
     EXPECT_TRUE(master.waitForConnection());
 }
@@ -166,7 +164,7 @@ TEST_F(DaemonNetworkThreadTest, AConnectionThatCannotBeMadeIsLoggedWithTheReason
 
     if (platform::absolutePathsHaveRoot())
         EXPECT_TRUE(line.starts_with(begin) && line.ends_with(" (10060)"))
-            << line; // JUCE waits for the whole second
+            << line; // refused, but JUCE waits for the whole time-out
     else
         EXPECT_EQ(line, begin + "Connection refused (111)");
 }
@@ -201,7 +199,7 @@ TEST_F(DaemonNetworkThreadTest, TheEndIsAnnouncedWithoutAnyFlag)
     EXPECT_EQ(log.lines(), Lines{"closing down all existing master connections (0)..."});
 }
 
-/** The daemon goes on without hearing anybody, so its log has to say why, whatever the flags. */
+/** The daemon keeps running without discovery, so the log must say why, whatever the flags. */
 TEST_F(DaemonNetworkThreadTest, ARefusedDiscoveryThreadIsAnError)
 {
     if (!NoMoreThreads::arePossible())
@@ -284,7 +282,7 @@ TEST_F(DaemonNetworkThreadTest, ARequestWaitsWhileAnotherMasterIsBeingConnected)
     std::thread ticking([this] { tick(); });
     EXPECT_TRUE(secondIsConnected.waitUntilReached());
     first->send(scanRequest);
-    juce::Thread::sleep(100); // in which it would be answered
+    allowArrivalAtLock(); // a request that did not wait would be answered meanwhile
     EXPECT_TRUE(first->hasNoRecord());
     secondIsConnected.open();
     EXPECT_EQ(first->nextTypes(1), std::vector<uint32_t>{daemonStatus});

@@ -25,12 +25,18 @@ protected:
         return FileName::combine(FileName(base), FileName(relative)).toString();
     }
 
-    static void expectParsed(const char* path, const char* root, bool absolute,
+    enum class Kind
+    {
+        relative,
+        absolute
+    };
+
+    static void expectParsed(const char* path, const char* root, Kind kind,
                              const Components& components)
     {
         const FileName name(path);
         EXPECT_EQ(name.getRoot(), root) << path;
-        EXPECT_EQ(name.isAbsolute(), absolute) << path;
+        EXPECT_EQ(name.isAbsolute(), kind == Kind::absolute) << path;
         EXPECT_EQ(name.getComponents(), components) << path;
     }
 
@@ -39,8 +45,8 @@ protected:
 
 TEST_F(FileNameTest, NothingGivesTheEmptyRelativeName)
 {
-    expectParsed(nullptr, "", false, {});
-    expectParsed("", "", false, {});
+    expectParsed(nullptr, "", Kind::relative, {});
+    expectParsed("", "", Kind::relative, {});
     EXPECT_EQ(normalise(nullptr), "");
     EXPECT_EQ(normalise(""), "");
     EXPECT_EQ(FileName().toString(), "");
@@ -49,29 +55,29 @@ TEST_F(FileNameTest, NothingGivesTheEmptyRelativeName)
 
 TEST_F(FileNameTest, ADriveIsAnyFirstCharacterWithAColon)
 {
-    expectParsed("C:\\x\\y", "C:", true, {"x", "y"});
-    expectParsed("d:/x", "d:", true, {"x"});
-    expectParsed("1:/x", "1:", true, {"x"});
-    expectParsed("/:/x", "/:", true, {"x"});
-    expectParsed(":://x", "::", true, {"x"});
-    expectParsed("C:\\", "C:", true, {});
+    expectParsed("C:\\x\\y", "C:", Kind::absolute, {"x", "y"});
+    expectParsed("d:/x", "d:", Kind::absolute, {"x"});
+    expectParsed("1:/x", "1:", Kind::absolute, {"x"});
+    expectParsed("/:/x", "/:", Kind::absolute, {"x"});
+    expectParsed(":://x", "::", Kind::absolute, {"x"});
+    expectParsed("C:\\", "C:", Kind::absolute, {});
     EXPECT_EQ(log.lines(), Lines{});
 }
 
 TEST_F(FileNameTest, AColonElsewhereIsAnOrdinaryCharacter)
 {
-    expectParsed(":", "", false, {":"});
-    expectParsed("ab:\\c", "", false, {"ab:", "c"});
-    expectParsed("C:\\D:\\x", "C:", true, {"D:", "x"});
+    expectParsed(":", "", Kind::relative, {":"});
+    expectParsed("ab:\\c", "", Kind::relative, {"ab:", "c"});
+    expectParsed("C:\\D:\\x", "C:", Kind::absolute, {"D:", "x"});
 }
 
 TEST_F(FileNameTest, ANetworkRootIsTwoSeparatorsAndAServer)
 {
-    expectParsed("\\\\srv\\share\\f", "\\\\srv", true, {"share", "f"});
-    expectParsed("//srv/x", "\\\\srv", true, {"x"});
-    expectParsed("/\\srv//x", "\\\\srv", true, {"x"});
-    expectParsed("//s", "\\\\s", true, {});
-    expectParsed("//../x", "\\\\..", true, {"x"});
+    expectParsed("\\\\srv\\share\\f", "\\\\srv", Kind::absolute, {"share", "f"});
+    expectParsed("//srv/x", "\\\\srv", Kind::absolute, {"x"});
+    expectParsed("/\\srv//x", "\\\\srv", Kind::absolute, {"x"});
+    expectParsed("//s", "\\\\s", Kind::absolute, {});
+    expectParsed("//../x", "\\\\..", Kind::absolute, {"x"});
     EXPECT_EQ(normalise("//srv/share/f"), "\\\\srv\\share\\f");
     EXPECT_EQ(normalise("//srv"), "\\\\srv\\");
     EXPECT_EQ(log.lines(), Lines{});
@@ -79,18 +85,18 @@ TEST_F(FileNameTest, ANetworkRootIsTwoSeparatorsAndAServer)
 
 TEST_F(FileNameTest, TwoSeparatorsWithoutAServerAreJustTheBeginningOfAnAbsolutePath)
 {
-    expectParsed("//", "", true, {});
-    expectParsed("///srv/x", "", true, {"srv", "x"});
-    expectParsed("\\\\/x", "", true, {"x"});
+    expectParsed("//", "", Kind::absolute, {});
+    expectParsed("///srv/x", "", Kind::absolute, {"srv", "x"});
+    expectParsed("\\\\/x", "", Kind::absolute, {"x"});
     EXPECT_EQ(normalise("//"), "\\");
 }
 
 TEST_F(FileNameTest, ALeadingSeparatorMakesANameAbsolute)
 {
-    expectParsed("/a", "", true, {"a"});
-    expectParsed("\\a", "", true, {"a"});
-    expectParsed("/", "", true, {});
-    expectParsed("a/b", "", false, {"a", "b"});
+    expectParsed("/a", "", Kind::absolute, {"a"});
+    expectParsed("\\a", "", Kind::absolute, {"a"});
+    expectParsed("/", "", Kind::absolute, {});
+    expectParsed("a/b", "", Kind::relative, {"a", "b"});
 }
 
 TEST_F(FileNameTest, RepeatedAndTrailingSeparatorsAreSkippedAndBackslashesPrinted)
@@ -129,7 +135,7 @@ TEST_F(FileNameTest, OnlyExactlyTwoDotsAreAParent)
 
 TEST_F(FileNameTest, ParentsAboveTheDriveAreDroppedWithOneWarning)
 {
-    expectParsed("C:\\..\\x", "C:", true, {"x"});
+    expectParsed("C:\\..\\x", "C:", Kind::absolute, {"x"});
     EXPECT_EQ(log.lines(), Lines{parentsLeft});
 }
 
@@ -144,14 +150,14 @@ TEST_F(FileNameTest, HoweverManyParentsAreDroppedTheWarningComesOnce)
 
 TEST_F(FileNameTest, ADriveWithoutSeparatorIsClearedWithAWarning)
 {
-    expectParsed("C:data", "", false, {"data"});
+    expectParsed("C:data", "", Kind::relative, {"data"});
     EXPECT_EQ(log.lines(),
               Lines{"relative path with root given (C:data). root 'C:' will be cleared."});
     log.clear();
-    expectParsed("C:", "", false, {});
+    expectParsed("C:", "", Kind::relative, {});
     EXPECT_EQ(log.lines(), Lines{"relative path with root given (C:). root 'C:' will be cleared."});
     log.clear();
-    expectParsed("D:../x//y", "", false, {"..", "x", "y"});
+    expectParsed("D:../x//y", "", Kind::relative, {"..", "x", "y"});
     EXPECT_EQ(log.lines(),
               Lines{"relative path with root given (D:../x//y). root 'D:' will be cleared."});
 }
@@ -272,7 +278,7 @@ TEST_F(FileNameTest, BytesThatAreNotUtf8AreTakenForLatin1InAFile)
     std::string overlong;
     std::string latin1;
 
-    for (int i = 0; i < 100; ++i) // enough to overwrite what lies behind a string that is too short
+    for (int i = 0; i < 100; ++i) // enough to overrun a string that is too short
     {
         overlong += "\xC0\xAF";
         latin1 += "\xC3\x80\xC2\xAF";

@@ -1,32 +1,28 @@
-// The DaemonNetworkThread's lock is held by whoever waits for one of the framework's threads to
-// end, and each of these threads may be waiting for that very lock. There are four such meetings,
-// and none may last.
+// The DaemonNetworkThread's lock is held while joining JUCE threads, and each of these threads may
+// be waiting for the same lock. Each test covers one such pair, which must not deadlock.
 #include <algorithm>
-#include <atomic>
 #include <thread>
 
 #include "support/DaemonTest.h"
 #include "support/LogGate.h"
+#include "support/Repeating.h"
 #include "support/SlaveVoice.h"
+#include "util/Timing.h"
 
 namespace quelta::test {
 namespace {
 
-/** Long enough for any thread to come to the lock that it is heading for. Should it not be there
-    yet on a busy machine, the test is a weaker one but still right. */
-constexpr int arrivalMs = 300;
-
 class LockMeetingsTest : public DaemonTest
 {
 protected:
-    /** Ends the daemon; must not take longer than the slave does and this. */
+    /** Destroys the daemon and expects that to take less than `milliseconds`. */
     void expectEndWithin(uint32_t milliseconds)
     {
         EXPECT_LT(timeOf([this] { daemon.reset(); }), milliseconds);
     }
 };
 
-/** Holder: the destructor, which stops the owner's slave and then closes the other master's
+/** Holder: the destructor, which stops the owner's slave, then closes the other master's
     connection. */
 TEST_F(LockMeetingsTest, AReaderThreadThatBringsARequestGivesUpWhenItsConnectionIsClosed)
 {
@@ -51,17 +47,17 @@ TEST_F(LockMeetingsTest, AReaderThreadThatBringsARequestGivesUpWhenItsConnection
     expectEndWithin(500 + 1'500);
     requests.join();
 
-    // It hears that the slave was stopped, and nothing of its requests.
+    // It is told that the slave was stopped; its requests get no reply.
     EXPECT_TRUE(other.waitForDisconnection());
     EXPECT_EQ(other.nextTypes(1), std::vector<uint32_t>{daemonStatus});
     EXPECT_TRUE(other.hasNoRecord());
 }
 
-/** Holder: a reader thread that serves the owner's stop, and waits for the slave's thread. */
+/** Holder: a reader thread that serves the owner's stop and joins the SlaveProcess thread. */
 TEST_F(LockMeetingsTest, ASlavesThreadThatReportsASlaveRunningGivesUpWhenTheSlaveIsStopped)
 {
     slave.play("[run]\nhang");
-    startDaemon({10'000, 4'000, 10'000, 200});
+    startDaemon({.gracefulStop = 200});
     const auto owner = introduce();
     owner->send(startRequest);
     EXPECT_EQ(owner->nextTypes(2), (std::vector<uint32_t>{daemonStatus, startReply}));
@@ -74,10 +70,10 @@ TEST_F(LockMeetingsTest, ASlavesThreadThatReportsASlaveRunningGivesUpWhenTheSlav
     owner->send(stopRequest);
     ASSERT_TRUE(stopIsServed.waitUntilReached());
     voice.sayInfo();
-    juce::Thread::sleep(arrivalMs);
+    allowArrivalAtLock(3 * timing::slavePollMs); // a poll has to see the information first
     stopIsServed.open();
 
-    // One poll to notice, 200 ms to wait for the process that does not listen.
+    // One poll to notice, 200 ms of graceful stop for a process that does not connect.
     EXPECT_LT(timeOf([&owner] {
                   EXPECT_EQ(owner->nextTypes(2), (std::vector<uint32_t>{daemonStatus, stopReply}));
               }),
@@ -87,12 +83,12 @@ TEST_F(LockMeetingsTest, ASlavesThreadThatReportsASlaveRunningGivesUpWhenTheSlav
     EXPECT_EQ(voice.hear(), framedStopMessage);
 }
 
-/** Holder: a reader thread that serves the owner's stop while a hanging slave is given time to
-    end. */
+/** Holder: a reader thread that serves the owner's stop during the graceful stop of a hanging
+    slave. */
 TEST_F(LockMeetingsTest, ASlavesThreadThatIsAboutToReportAFailureGivesUpWhenTheSlaveIsStopped)
 {
     slave.play("[run]\non-stop ignore\nconnect\nstatus\nhang");
-    startDaemon({10'000, 4'000, 200, 1'000});
+    startDaemon({.heartBeat = 200, .gracefulStop = 1'000});
     const auto owner = introduce();
     owner->send(startRequest);
     EXPECT_EQ(owner->nextTypes(2), (std::vector<uint32_t>{daemonStatus, startReply}));
@@ -105,7 +101,7 @@ TEST_F(LockMeetingsTest, ASlavesThreadThatIsAboutToReportAFailureGivesUpWhenTheS
     EXPECT_TRUE(wasLogged("slave didn't stop gracefully, killing process by force"));
 }
 
-/** The same, with the slave's thread at the lock before it is asked to exit. */
+/** The same, with the SlaveProcess thread at the lock before it is asked to exit. */
 TEST_F(LockMeetingsTest, ASlavesThreadThatAlreadyWaitsToReportAFailureGivesUpAsWell)
 {
     slave.play("[run]\nconnect\ninfo\nwait 150\nexit 3");
@@ -115,41 +111,35 @@ TEST_F(LockMeetingsTest, ASlavesThreadThatAlreadyWaitsToReportAFailureGivesUpAsW
     startSlaveFor(*owner);
     ASSERT_TRUE(crashIsSeen.waitUntilReached());
 
-    // The reader thread takes the lock and then waits in its first line, since the gate holds the
-    // log.
+    // The reader thread takes the lock, then blocks in its first log call, since the gate holds the
+    // log's lock.
     owner->send(stopRequest);
-    juce::Thread::sleep(arrivalMs);
+    allowArrivalAtLock();
     crashIsSeen.open();
     EXPECT_LT(timeOf([&owner] { EXPECT_TRUE(owner->nextOf(stopReply)); }), 1'500u);
 }
 
-/** Holder: the destructor, which waits for the discovery thread. */
+/** Holder: the destructor, which joins the discovery thread. */
 TEST_F(LockMeetingsTest, TheDiscoveryThreadGivesUpWhenItIsStopped)
 {
-    constexpr int rounds = 10; // in each of which it is at the lock with near certainty
+    constexpr int rounds = 10; // the thread is at the lock in almost every round
 
     for (int round = 0; round < rounds; ++round)
     {
         startDaemon();
         LogGate masterIsDetected("detected new master on address 127.0.0.1:1");
-        std::atomic<bool> enough{false};
-        std::thread beacons([this, &enough] {
-            BeaconSender sender(settings.daemonPort);
-            const auto beacon = makeRecord(scanRequest, {0x7F000001, 1});
-
-            while (!enough)
-                sender.send(beacon);
+        BeaconSender sender(settings.daemonPort);
+        const Repeating beacons([&sender] {
+            sender.send(makeRecord(scanRequest, {0x7F000001, 1}));
         });
         std::thread opener([&masterIsDetected] {
             EXPECT_TRUE(masterIsDetected.waitUntilReached());
-            juce::Thread::sleep(20); // for the destructor to come to the lock
+            allowArrivalAtLock(); // of the destructor
             masterIsDetected.open();
         });
         ASSERT_TRUE(masterIsDetected.waitUntilReached());
         expectEndWithin(1'500); // a thread that does not give up is killed after 5,000
-        enough = true;
         opener.join();
-        beacons.join();
         log.clear();
     }
 }

@@ -16,7 +16,7 @@ enum class Outcome
     gaveUp
 };
 
-/** A framework thread that takes the lock once and says how that went. */
+/** A JUCE thread that takes the lock once and records the outcome. */
 class TakingThread final : public juce::Thread
 {
 public:
@@ -27,7 +27,7 @@ public:
 
     void run() override
     {
-        begun = true;
+        begun.signal();
 
         if (exitAtOnce)
             signalThreadShouldExit();
@@ -36,15 +36,11 @@ public:
         outcome = held.isLocked() ? Outcome::locked : Outcome::gaveUp;
     }
 
-    /** Starts it and waits until it is about to take the lock, or a little further. */
-    void startAndWait()
+    /** Waits until the started thread is about to take the lock; false if it does not start. */
+    bool startAndWait(int limitMs)
     {
         startThread();
-
-        while (!begun)
-            sleep(1);
-
-        sleep(20);
+        return begun.wait(limitMs);
     }
 
     Outcome waitForOutcome()
@@ -53,9 +49,10 @@ public:
         return outcome;
     }
 
-    bool exitAtOnce = false; ///< Both are set before the thread is started.
+    // Set before the thread is started.
+    bool exitAtOnce = false;
     int pollMs = 0;
-    std::atomic<bool> begun{false};
+    juce::WaitableEvent begun;
     std::atomic<Outcome> outcome{Outcome::unknown};
 
 private:
@@ -65,6 +62,13 @@ private:
 class LockUnlessExitingTest : public ThreadedTest
 {
 protected:
+    /** Starts a thread that then waits for the lock. */
+    static void start(TakingThread& thread)
+    {
+        ASSERT_TRUE(thread.startAndWait(static_cast<int>(hangLimitMs)));
+        allowArrivalAtLock();
+    }
+
     /** Whether another thread could take the lock now. */
     bool isFree() const
     {
@@ -110,7 +114,7 @@ TEST_F(LockUnlessExitingTest, AFrameworkThreadWaitsForTheLock)
 
     {
         const juce::ScopedLock sl(lock);
-        thread.startAndWait();
+        start(thread);
         EXPECT_EQ(thread.outcome, Outcome::unknown);
     }
 
@@ -125,7 +129,7 @@ TEST_F(LockUnlessExitingTest, APollingThreadTriesNoSoonerThanItsInterval)
     const auto taken = timeOf([this, &thread] {
         {
             const juce::ScopedLock sl(lock);
-            thread.startAndWait();
+            start(thread);
         }
 
         EXPECT_EQ(thread.waitForOutcome(), Outcome::locked);
@@ -137,7 +141,7 @@ TEST_F(LockUnlessExitingTest, AFrameworkThreadGivesUpOnceItIsAskedToExit)
 {
     TakingThread thread(lock);
     const juce::ScopedLock sl(lock);
-    thread.startAndWait();
+    start(thread);
     thread.signalThreadShouldExit();
     EXPECT_EQ(thread.waitForOutcome(), Outcome::gaveUp);
 }
@@ -146,9 +150,9 @@ TEST_F(LockUnlessExitingTest, TheHolderMayWaitForTheThreadThatWantsTheLock)
 {
     TakingThread thread(lock);
     const juce::ScopedLock sl(lock);
-    thread.startAndWait();
+    start(thread);
 
-    // A pause of the waiting thread ends with the request; 32 ms is the longest it could sleep on.
+    // The request to exit ends the pause of the waiting thread, which is 32 ms at most.
     EXPECT_LT(timeOf([&thread] { EXPECT_TRUE(thread.stopThread(10'000)); }), 1'000u);
     EXPECT_EQ(thread.outcome, Outcome::gaveUp);
 }
@@ -158,7 +162,7 @@ TEST_F(LockUnlessExitingTest, APollingThreadGivesUpBeforeItsIntervalIsOver)
     TakingThread thread(lock);
     thread.pollMs = 60'000;
     const juce::ScopedLock sl(lock);
-    thread.startAndWait();
+    start(thread);
     thread.stopThread(-1);
     EXPECT_EQ(thread.outcome, Outcome::gaveUp);
 }
@@ -167,7 +171,7 @@ TEST_F(LockUnlessExitingTest, GivingUpReleasesNothing)
 {
     TakingThread thread(lock);
     const juce::ScopedLock sl(lock);
-    thread.startAndWait();
+    start(thread);
     thread.stopThread(-1);
     EXPECT_FALSE(isFree());
 }
@@ -188,7 +192,7 @@ TEST_F(LockUnlessExitingTest, AThreadThatIsNoneOfTheFrameworksWaitsAsLongAsItTak
     {
         const juce::ScopedLock sl(lock);
         thread = std::thread([this, &locked] { locked = LockUnlessExiting(lock).isLocked(); });
-        juce::Thread::sleep(50);
+        allowArrivalAtLock();
         EXPECT_FALSE(locked);
     }
 
@@ -199,7 +203,7 @@ TEST_F(LockUnlessExitingTest, AThreadThatIsNoneOfTheFrameworksWaitsAsLongAsItTak
 TEST_F(LockUnlessExitingTest, ManyThreadsTakeItOneAtATime)
 {
     constexpr int rounds = 2'000;
-    int counter = 0; // unguarded but for the lock
+    int counter = 0; // guarded by the lock alone
     std::vector<std::thread> threads;
 
     for (int i = 0; i < 4; ++i)

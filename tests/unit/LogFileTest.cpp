@@ -31,11 +31,11 @@ protected:
         logFile.setFileName(FileName(where.getFullPathName().toRawUTF8()));
     }
 
-    /** Makes opening the file impossible, for whatever user: a folder has its name. */
+    /** Makes opening the file impossible, even for root, by a folder of the same name. */
     static void block(const juce::File& where) { where.createDirectory(); }
 
     const TemporaryFolder folder;
-    // The name is as random as the folder's, for it may also come to lie in the temporary folder.
+    // As random as the folder's name, since the file may also end up in the temporary folder.
     const juce::File file =
         folder.getChild((juce::File(folder.getPath()).getFileName() + ".log").toRawUTF8());
     juce::File inTemporaryFolder;
@@ -91,7 +91,7 @@ TEST_F(LogFileTest, WithoutForcedFlushesLinesStayInTheBufferUntilTheFileIsClosed
 TEST_F(LogFileTest, TheBufferHolds64Kilobytes)
 {
     logFile.writeLine(std::string(65'000, 'x').c_str());
-    logFile.writeLine(std::string(533, 'y').c_str()); // one byte is left, which a write needs
+    logFile.writeLine(std::string(533, 'y').c_str()); // leaves the one byte that a write needs
     EXPECT_EQ(readBytes(file), "");
     logFile.writeLine("z");
     EXPECT_EQ(readBytes(file).size(), 65'535u);

@@ -15,9 +15,8 @@ using Settings = LogFlagFileSettings;
 
 constexpr size_t megabytes = 1024 * 1024;
 
-// Far above what reading takes even under a sanitizer, far below what anything quadratic would
-// take.
-constexpr std::chrono::seconds slowestReading{60};
+// Far above what reading takes even under a sanitizer, far below what a quadratic algorithm takes.
+constexpr std::chrono::seconds readLimit{60};
 
 class LogFlagsFileTest : public testing::Test
 {
@@ -30,13 +29,13 @@ protected:
         return settings;
     }
 
-    /** Reads megabytes that end in a setting, which must still be found, and soon. */
+    /** Reads megabytes that end in a setting, which must be found within the limit. */
     void expectReadQuickly(const std::string& bytes)
     {
         flags::daemon = 0;
         const auto start = std::chrono::steady_clock::now();
         read(bytes);
-        EXPECT_LT(std::chrono::steady_clock::now() - start, slowestReading);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, readLimit);
         EXPECT_EQ(flags::daemon, 7);
     }
 
@@ -137,7 +136,7 @@ TEST_F(LogFlagsFileTest, MegabytesOfJunkDoNotHideWhatFollows)
     std::mt19937 random(1);
     std::string junk(8 * megabytes, '\0');
 
-    // No quotes: an open one would rightly take the rest.
+    // No quotes: an open one would take the rest.
     for (auto& byte : junk)
         do
             byte = static_cast<char>(random());
@@ -169,8 +168,7 @@ TEST_F(LogFlagsFileTest, MegabytesOfUtf16DoNotHideWhatFollows)
     while (text.size() < 8 * megabytes)
         text += "\xAC\x20="sv;
 
-    text.resize(8 *
-                megabytes); // even, and behind a whole character or not: only the next break counts
+    text.resize(8 * megabytes); // an even size; the last character may be cut
     expectReadQuickly(text + std::string("\n\0d\0a\0e\0m\0o\0n\0=\0007\0"sv));
 }
 

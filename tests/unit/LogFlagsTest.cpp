@@ -11,7 +11,7 @@ namespace {
 
 using Settings = LogFlagFileSettings;
 
-// Flags of this test have names that begin like this; what is registered stays registered.
+// Prefix of the names that this test registers, since names cannot be unregistered.
 const std::string testNames = "zzTest";
 
 int32_t firstVariable = 5;

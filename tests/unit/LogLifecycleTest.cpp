@@ -27,7 +27,7 @@ protected:
 
     ~LogLifecycleTest() override
     {
-        LogCapture::removeAllSinks(); // the last lines need not reach anybody
+        LogCapture::removeAllSinks(); // drops the lines of the shutdown
         shutdownLog();
         juce::Logger::setCurrentLogger(nullptr);
         setLogClock(nullptr);

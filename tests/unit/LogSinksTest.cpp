@@ -81,7 +81,7 @@ TEST_F(LogSinkTableTest, SixteenSinksAreTheLimit)
         EXPECT_TRUE(addLogSink(sinks[i]));
 
     EXPECT_FALSE(addLogSink(sinks[16]));
-    EXPECT_FALSE(addLogSink(sinks[3])); // even one that is there
+    EXPECT_FALSE(addLogSink(sinks[3])); // even one that is in the table
     logUnprefixed("1");
     EXPECT_EQ(calls, "a1 b1 c1 d1 e1 f1 g1 h1 i1 j1 k1 l1 m1 n1 o1 p1 ");
 }
@@ -95,7 +95,7 @@ TEST_F(LogSinkTableTest, TheDebugSinkSendsEachLineToTheDebuggerOrTheSystemLog)
     EXPECT_EQ(DebugOutputCapture::getReceived(), "100 % of it\n%s is no format\n");
 }
 
-/** A console that keeps what it is told. */
+/** A console that records the calls. */
 class RecordedConsole final : public platform::Console
 {
 public:

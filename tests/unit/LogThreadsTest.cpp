@@ -10,10 +10,10 @@
 namespace quelta::test {
 namespace {
 
-constexpr int linesOfAThread = 2000;
+constexpr int linesPerThread = 2000;
 
-// Two sinks that write byte by byte into unguarded texts: were two lines ever written at once, they
-// would mix, and a thread sanitizer would say so.
+// Two sinks that write byte by byte into unguarded texts. Lines written concurrently would mix, and
+// the thread sanitizer would report a race.
 std::string firstText;
 std::string secondText;
 
@@ -30,7 +30,7 @@ void logLines(char letter, size_t length)
 {
     const std::string text(length, letter);
 
-    for (int i = 0; i < linesOfAThread; ++i)
+    for (int i = 0; i < linesPerThread; ++i)
         if (i % 2 == 0)
             logUnprefixed("%s %d", text.c_str(), i);
         else
@@ -41,13 +41,13 @@ Lines expectedLines(char letter, size_t length)
 {
     Lines lines;
 
-    for (int i = 0; i < linesOfAThread; ++i)
+    for (int i = 0; i < linesPerThread; ++i)
         lines.push_back(std::string(length, letter) + " " + std::to_string(i));
 
     return lines;
 }
 
-/** The lines that begin with the letter, in their order. */
+/** The lines that begin with the letter, in order. */
 Lines linesOf(char letter, const Lines& lines)
 {
     Lines found;
@@ -73,7 +73,7 @@ TEST(LogThreadsTest, LinesOfTwoThreadsNeverMixAndEverySinkSeesTheSameOrder)
     for (const auto& line : log.lines())
         captured += line + "\n";
 
-    EXPECT_EQ(log.lines().size(), 2u * linesOfAThread);
+    EXPECT_EQ(log.lines().size(), 2u * linesPerThread);
     EXPECT_EQ(linesOf('a', log.lines()), expectedLines('a', 3));
     EXPECT_EQ(linesOf('b', log.lines()), expectedLines('b', 400));
     EXPECT_EQ(firstText == captured, true); // not printed: megabytes

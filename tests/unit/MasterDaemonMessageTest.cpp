@@ -8,7 +8,7 @@
 namespace quelta::test {
 namespace {
 
-// A daemon tells the master at 10.0.0.5:21000 that its slave runs.
+// A record for the master at 10.0.0.5:21000: its slave runs.
 const std::string slaveRunningBytes =
     "41 43 23 00 08 00 00 00 09 00 00 00 " //
     "05 00 00 0A 08 52 00 00 "             //
@@ -22,7 +22,7 @@ const std::string emptyText =
     "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
     "00 ";
 
-/** A record that holds nothing but what its first twelve bytes say. */
+/** A record of zeros except for its first twelve bytes. */
 std::string recordWithHead(const std::string& head)
 {
     return head + "00 00 00 00 00 00 00 00 " + emptyText + emptyText + "00 00 00 00 00 00 00 00 ";
@@ -33,7 +33,7 @@ class MasterDaemonMessageTest : public testing::Test
 protected:
     MasterDaemonMessageTest() { flags::daemon = 1; }
 
-    /** Gives the bytes to the check as if they had been received. */
+    /** Parses the bytes as if they had been received. */
     bool receive(const std::string& hex)
     {
         const auto bytes = fromHex(hex);
@@ -132,7 +132,7 @@ TEST_F(MasterDaemonMessageTest, AReceivedRecordIsReadFromItsBytes)
     EXPECT_EQ(log.lines(), Lines{});
 }
 
-/** The beacon by which the wire is explained to authors of masters. */
+/** The example beacon of docs/protocol.md. */
 TEST_F(MasterDaemonMessageTest, ABeaconIsReadFromItsBytes)
 {
     EXPECT_TRUE(

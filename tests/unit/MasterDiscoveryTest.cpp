@@ -1,14 +1,13 @@
 #include "master/MasterDiscovery.h"
 
-#include <atomic>
 #include <condition_variable>
 #include <mutex>
-#include <thread>
 
 #include "platform/Paths.h"
 #include "support/BeaconSender.h"
 #include "support/Descriptors.h"
 #include "support/MasterRecords.h"
+#include "support/Repeating.h"
 #include "support/ThreadedTest.h"
 
 namespace quelta::test {
@@ -24,7 +23,7 @@ public:
         changed.notify_all();
     }
 
-    /** Waits until so many have been heard. */
+    /** Waits until `count` masters have been reported. */
     Lines waitFor(size_t count)
     {
         std::unique_lock guard(lock);
@@ -55,25 +54,22 @@ protected:
         discovery.setListener(&listener);
         discovery.startThread();
         ASSERT_TRUE(log.waitForLine("start listening for masters on port " + std::to_string(port)));
-        sendUntilHeard();
+        sendUntilReceived();
         log.clear();
     }
 
-    /** The socket may take a moment longer than the line; what arrives before is lost. */
-    void sendUntilHeard()
+    /** The line is logged before the socket is bound, and earlier datagrams are lost. */
+    void sendUntilReceived()
     {
-        while (!wasLogged(decodeLine))
-        {
+        ASSERT_TRUE(pollUntil([this] {
             sender.send(Bytes(1));
-            juce::Thread::sleep(1);
-        }
+            return wasLogged(decodeLine);
+        }));
 
-        // What is still under way has been served when this one has.
+        // Datagrams on the loopback keep their order, so this one is served last.
         sender.send(Bytes(3));
         ASSERT_TRUE(log.waitForLine("master daemon message has invalid size (3)"));
-
-        while (log.lines().back() != decodeLine)
-            juce::Thread::sleep(1);
+        ASSERT_TRUE(pollUntil([this] { return log.lines().back() == decodeLine; }));
     }
 
     void expectRejected(const Bytes& datagram, const std::string& text)
@@ -166,13 +162,11 @@ TEST_F(MasterDiscoveryTest, WithoutTheFlagNothingIsSaidOfMalformedDatagrams)
     discovery.setListener(&listener);
     discovery.startThread();
 
-    while (listener.count() == 0)
-    {
+    EXPECT_TRUE(pollUntil([this] {
         sender.send(Bytes(91));
         sender.send(makeRecord(scanRequest, someMaster));
-        juce::Thread::sleep(1);
-    }
-
+        return listener.count() > 0;
+    }));
     EXPECT_EQ(log.lines(), Lines{});
 }
 
@@ -180,7 +174,7 @@ TEST_F(MasterDiscoveryTest, WithoutAListenerBeaconsAreDropped)
 {
     discovery.startThread();
     ASSERT_TRUE(log.waitForLine("start listening for masters on port " + std::to_string(port)));
-    sendUntilHeard();
+    sendUntilReceived();
     sender.send(makeRecord(scanRequest, someMaster));
     expectRejected(Bytes(91), "master daemon message has invalid size (91)");
 }
@@ -188,7 +182,7 @@ TEST_F(MasterDiscoveryTest, WithoutAListenerBeaconsAreDropped)
 TEST_F(MasterDiscoveryTest, ARequestToExitIsHonouredWithinAPoll)
 {
     start();
-    // The thread wakes every 100 ms; the rest is for a machine that is busy with something else.
+    // The thread wakes every 100 ms; the rest is for a busy machine.
     EXPECT_LT(timeOf([this] { EXPECT_TRUE(discovery.stopThread(10'000)); }), 1'000u);
     EXPECT_EQ(log.lines(), Lines{});
 }
@@ -196,15 +190,9 @@ TEST_F(MasterDiscoveryTest, ARequestToExitIsHonouredWithinAPoll)
 TEST_F(MasterDiscoveryTest, ItExitsWhileDatagramsPourIn)
 {
     start();
-    std::atomic<bool> enough{false};
-    std::thread flood([this, &enough] {
-        while (!enough)
-            sender.send(makeRecord(scanRequest, someMaster));
-    });
+    const Repeating flood([this] { sender.send(makeRecord(scanRequest, someMaster)); });
     EXPECT_GE(listener.waitFor(100).size(), 100u);
     EXPECT_LT(timeOf([this] { EXPECT_TRUE(discovery.stopThread(10'000)); }), 1'000u);
-    enough = true;
-    flood.join();
 }
 
 TEST_F(MasterDiscoveryTest, ThePortIsFreeOnceItHasEnded)

@@ -1,4 +1,4 @@
-// The registry with links that connect to nothing and a clock that moves by a call.
+// The registry with fake links and a clock that tests set.
 #include "master/MasterRegistry.h"
 
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 namespace quelta::test {
 namespace {
 
-/** What happened to the links, in order, and what they meet. */
+/** The calls of the links, in order, and the surroundings of the registry. */
 struct World
 {
     Lines events;
@@ -71,7 +71,7 @@ protected:
         return added;
     }
 
-    /** A master whose every attempt takes a second and fails. */
+    /** Adds a master to which every attempt fails after `attemptMs`. */
     FakeLink& addUnreachable(uint16_t port, uint32_t attemptMs = 1'000)
     {
         auto& link = add(port);

@@ -13,12 +13,12 @@ using Stop = OwnershipDecision::Stop;
 constexpr MasterAddress owner{0x0A000005, 21000};
 constexpr MasterAddress otherPort{0x0A000005, 21001};
 constexpr MasterAddress otherIp{0x0A000006, 21000};
-constexpr MasterAddress nobody{};
+constexpr MasterAddress noAddress{};
 constexpr MasterAddress withoutPort{0x0A000005, 0};
 constexpr MasterAddress withoutIp{0, 21000};
 
 const std::vector<OwnershipState> freeStates{
-    {.owner = nobody}, {.owner = withoutPort}, {.owner = withoutIp}};
+    {.owner = noAddress}, {.owner = withoutPort}, {.owner = withoutIp}};
 
 struct Row
 {
@@ -30,7 +30,7 @@ struct Row
 
 const OwnershipState owned{.owner = owner};
 const OwnershipState failed{.owner = owner, .slaveFailed = true};
-const OwnershipState unowned{.owner = nobody};
+const OwnershipState unowned{.owner = noAddress};
 
 const std::vector<Row> rows{
     {"free, scan",
@@ -45,9 +45,9 @@ const std::vector<Row> rows{
      unowned,
      {.type = Type::STOP_REQUEST, .address = owner},
      {.reply = Type::STOP_REPLY}},
-    {"free, stop in nobody's name",
+    {"free, stop with the address 0.0.0.0:0",
      unowned,
-     {.type = Type::STOP_REQUEST, .address = nobody},
+     {.type = Type::STOP_REQUEST, .address = noAddress},
      {.stop = Stop::andTellAll, .reply = Type::STOP_REPLY}},
     {"free, steal",
      unowned,

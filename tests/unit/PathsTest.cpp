@@ -31,7 +31,7 @@ TEST(Paths, AnAbsolutePathStaysAsItIs)
 
 TEST(Paths, FilesCanBeMadeInTheTemporaryFolder)
 {
-    const quelta::test::TemporaryFolder folder; // made by JUCE's idea of where
+    const quelta::test::TemporaryFolder folder; // created where JUCE creates temporary files
     EXPECT_TRUE(temporaryFolder().isDirectory());
     EXPECT_TRUE(folder.getChild("file").isAChildOf(temporaryFolder()));
 }

@@ -1,4 +1,4 @@
-// Several masters ask for everything at random while connections break and slaves crash.
+// Several masters send random requests while connections break and slaves crash.
 #include <atomic>
 #include <random>
 #include <thread>
@@ -8,17 +8,18 @@
 namespace quelta::test {
 namespace {
 
-constexpr uint32_t durationMs = 2'000;
+constexpr int ticks = 100;
+constexpr int tickIntervalMs = 20;
 
 class RacesTestMixture : public RaceTest
 {
 protected:
-    /** What one master does, on a thread of its own. */
-    static void askForAnything(FakeMaster& master, unsigned seed, const std::atomic<bool>& enough)
+    /** Sends random requests; runs on a thread of its own for each master. */
+    static void sendRequests(FakeMaster& master, unsigned seed, const std::atomic<bool>& stopping)
     {
         std::mt19937 random(seed);
 
-        while (!enough)
+        while (!stopping)
         {
             switch (random() % 8)
             {
@@ -41,7 +42,7 @@ protected:
                     break;
             }
 
-            juce::Thread::sleep(static_cast<int>(random() % 60));
+            shiftMoment(static_cast<int>(random() % 60));
         }
     }
 };
@@ -54,31 +55,34 @@ TEST_F(RacesTestMixture, InTheEndEveryRequestIsServedAndTheSlaveIsFree)
     startRaceDaemon();
     std::vector<std::unique_ptr<FakeMaster>> masters;
     std::vector<std::thread> threads;
-    std::atomic<bool> enough{false};
+    std::atomic<bool> stopping{false};
 
     while (masters.size() < 4)
         masters.push_back(introduce());
 
     for (unsigned i = 0; i < masters.size(); ++i)
-        threads.emplace_back([&, i] { askForAnything(*masters[i], seed + i, enough); });
+        threads.emplace_back([&, i] { sendRequests(*masters[i], seed + i, stopping); });
 
-    for (const auto start = juce::Time::getMillisecondCounter();
-         juce::Time::getMillisecondCounter() - start < durationMs; juce::Thread::sleep(20))
+    for (int i = 0; i < ticks; ++i)
+    {
         tick();
+        shiftMoment(tickIntervalMs);
+    }
 
-    enough = true;
+    stopping = true;
 
     for (auto& thread : threads)
         thread.join();
 
     for (auto& master : masters)
     {
-        // All of them go on listening, so none has been forgotten.
-        for (; !master->isConnected(); juce::Thread::sleep(10))
+        // All masters keep listening, so none has been unregistered.
+        ASSERT_TRUE(pollUntil([this, &master] {
             tick();
-
+            return master->isConnected();
+        }));
         master->send(stopRequest);
-        askForOwner(*master); // so the stop has been served
+        askForOwner(*master); // waits until the stop has been served
     }
 
     for (auto& master : masters)

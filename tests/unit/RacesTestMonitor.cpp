@@ -1,4 +1,4 @@
-// A slave monitor ends while its slave goes on.
+// A slave monitor is destroyed while its slave keeps sending.
 #include <memory>
 
 #include "slave/SlaveMonitor.h"
@@ -9,8 +9,7 @@
 namespace quelta::test {
 namespace {
 
-/** Nothing here waits for anything but threads that are about to end; the rest is for a busy
-    machine. */
+/** The destructor only joins threads that are about to end; the rest is for a busy machine. */
 constexpr uint32_t endBoundMs = 1'000;
 
 class RacesTestMonitor : public ThreadedTest
@@ -27,7 +26,7 @@ TEST_F(RacesTestMonitor, TheEndUnderAFloodOfMessagesTakesLessThanASecond)
         SlaveVoice slave(monitor->getPort());
         ASSERT_TRUE(log.waitForLine("started to monitor slave"));
         const Repeating flood([&slave] { slave.sayStatus(); });
-        juce::Thread::sleep(round % 4);
+        shiftMoment(round % 4);
         EXPECT_LT(timeOf([&monitor] { monitor.reset(); }), endBoundMs);
         log.clear();
     }

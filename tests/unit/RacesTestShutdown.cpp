@@ -1,4 +1,4 @@
-// The daemon ends while everybody goes on.
+// The daemon is destroyed while masters and slaves keep running.
 #include <thread>
 
 #include "support/LogGate.h"
@@ -50,7 +50,7 @@ TEST_F(RacesTestShutdown, TheEndUnderAFloodOfBeaconsTakesLessThanASecond)
     }
 }
 
-/** All requests, so that the slave is in any state; at most one has to be stopped. */
+/** Starts, stops and steals, so that the slave is in any state. At most one has to be stopped. */
 TEST_F(RacesTestShutdown, TheEndUnderAFloodOfRequestsStopsTheSlave)
 {
     for (int round = 0; round < 5; ++round)
@@ -60,17 +60,17 @@ TEST_F(RacesTestShutdown, TheEndUnderAFloodOfRequestsStopsTheSlave)
         const auto second = introduce();
         const Repeating firstFlood([&first] {
             first->send(startRequest);
-            juce::Thread::sleep(5);
+            shiftMoment(5);
             first->send(stopRequest);
         });
         const Repeating secondFlood([&second] {
             second->send(stealRequest);
-            juce::Thread::sleep(7);
+            shiftMoment(7);
         });
         EXPECT_TRUE(first->nextOf(startReply));
-        juce::Thread::sleep(20 * round);
+        shiftMoment(20 * round);
 
-        // One stop may be under way, with a steal behind it; the destructor's comes on top.
+        // One stop may be in progress and a steal waiting; the destructor's stop comes on top.
         expectEndWithin(4 * stopBoundMs);
         log.clear();
     }
@@ -94,7 +94,7 @@ TEST_F(RacesTestShutdown, TheEndAtEveryMomentOfAStartStopsTheSlave)
         owner->send(startRequest);
         ASSERT_TRUE(gate.waitUntilReached());
         std::thread opener([&gate] {
-            juce::Thread::sleep(10); // for the destructor to come to the lock
+            allowArrivalAtLock(); // of the destructor
             gate.open();
         });
         expectEndWithin(stopBoundMs);
@@ -127,7 +127,7 @@ TEST_F(RacesTestShutdown, ASlaveThatCrashesMeanwhileDoesNotHoldTheEndUp)
         startRaceDaemon();
         const auto owner = introduce();
         startSlaveFor(*owner);
-        juce::Thread::sleep(delayMs);
+        shiftMoment(delayMs);
         expectEndWithin(stopBoundMs);
         log.clear();
     }

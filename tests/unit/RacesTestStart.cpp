@@ -1,4 +1,4 @@
-// A stop that arrives at every moment of a start.
+// A stop request arrives at every moment of a start.
 #include "support/LogGate.h"
 #include "support/RaceTest.h"
 
@@ -19,9 +19,8 @@ protected:
     std::unique_ptr<FakeMaster> master;
 };
 
-/** The thread that has just logged the line waits in it until the stop has been sent; a moment
-    later it runs on, along with the thread that serves the stop. Every moment comes twice, with
-    different delays. */
+/** The thread that logs the line blocks in that call until the stop has been sent. A moment later
+    it continues, along with the thread that serves the stop. Each moment has two delays. */
 TEST_F(RacesTestStart, AStopAtEveryMomentOfAStartIsObeyedInTime)
 {
     const std::string moments[] = {
@@ -47,20 +46,20 @@ TEST_F(RacesTestStart, AStopAtEveryMomentOfAStartIsObeyedInTime)
             master->send(startRequest);
             ASSERT_TRUE(gate.waitUntilReached());
             master->send(stopRequest);
-            juce::Thread::sleep(delayMs);
+            shiftMoment(delayMs);
             gate.open();
             expectStopped(*master);
         }
 }
 
-/** From the very same packet to the time when it runs. */
+/** From a stop in the same packet to a stop of a running slave. */
 TEST_F(RacesTestStart, AStopAnyTimeAfterAStartIsObeyedInTime)
 {
     for (int delayMs = 0; delayMs <= 160; delayMs += 16)
     {
         SCOPED_TRACE(delayMs);
         master->send(startRequest);
-        juce::Thread::sleep(delayMs);
+        shiftMoment(delayMs);
         master->send(stopRequest);
         expectStopped(*master);
     }

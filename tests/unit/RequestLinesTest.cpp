@@ -1,4 +1,4 @@
-// What the log says about requests: who asked, what was refused and why a slave was stopped.
+// The log lines about requests: the requester, refusals and the reasons for stopping a slave.
 #include <algorithm>
 
 #include "support/DaemonTest.h"
@@ -19,7 +19,7 @@ protected:
 
     ~RequestLinesTest() override { daemon.reset(); }
 
-    /** The lines that give a reason or a refusal. */
+    /** The lines with a reason or a refusal. */
     Lines getReasons() const
     {
         Lines reasons;
@@ -104,7 +104,7 @@ TEST_F(RequestLinesTest, TheEndOfTheDaemonSaysSo)
 TEST_F(RequestLinesTest, AHangSaysSo)
 {
     daemon.reset();
-    startDaemon({300, 4'000, 10'000, 2'000});
+    startDaemon({.startup = 300, .gracefulStop = 2'000});
     first = introduce();
     slave.play("[run]\nhang");
     first->send(startRequest);

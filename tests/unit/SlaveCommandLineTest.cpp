@@ -11,9 +11,9 @@ class SlaveCommandLineTest : public testing::Test
 protected:
     SlaveCommandLineTest() { settings.slaveExecutable = folder.getChild("slave.exe"); }
 
-    std::string build(bool infoRequest = false) const
+    std::string build() const
     {
-        return buildSlaveCommandLine(settings, 0xC0A8000A, 5130, 5300, infoRequest).toStdString();
+        return buildSlaveCommandLine(settings, 0xC0A8000A, 5130, 5300, false).toStdString();
     }
 
     const TemporaryFolder folder;

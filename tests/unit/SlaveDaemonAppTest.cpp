@@ -5,8 +5,8 @@
 namespace quelta::test {
 namespace {
 
-/** A message manager whose loop has ended stays ended: each of these tests leaves a new one
-    behind. */
+/** The message loop of a message manager cannot be restarted, so the destructor creates a new
+    manager. */
 class SlaveDaemonAppTest : public testing::Test
 {
 protected:

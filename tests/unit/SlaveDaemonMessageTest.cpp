@@ -11,7 +11,7 @@ namespace {
 class SlaveDaemonMessageTest : public testing::Test
 {
 protected:
-    /** Gives the bytes to the check as if they had been received. */
+    /** Parses the bytes as if they had been received. */
     bool receive(const std::string& hex)
     {
         const auto bytes = fromHex(hex);
@@ -53,7 +53,7 @@ TEST_F(SlaveDaemonMessageTest, AReceivedInformationIsReadFromItsBytes)
     EXPECT_EQ(log.lines(), Lines{});
 }
 
-/** The information by which the wire is explained to authors of slaves. */
+/** The example message of docs/protocol.md. */
 TEST_F(SlaveDaemonMessageTest, AnInformationOfVersion4000000HasTheseBytes)
 {
     const std::string bytes = "0D 72 CE 7F 01 00 00 00 01 00 00 00 02 00 00 00 00 09 3D 00 ";

@@ -117,7 +117,12 @@ std::string describe(const Row& row)
 
 SlaveVerdict judge(const Row& row)
 {
-    return judgeSlave({row.status, row.silence, row.running, row.askedToStop, row.infoRequest}, {});
+    return judgeSlave({.status = row.status,
+                       .millisecondsSinceLastMessage = row.silence,
+                       .running = row.running,
+                       .askedToStop = row.askedToStop,
+                       .infoRequest = row.infoRequest},
+                      {});
 }
 
 TEST(SlaveJudgementTest, EveryObservationHasItsVerdict)
@@ -140,14 +145,15 @@ TEST(SlaveJudgementTest, AFreshMessageIsNeverAHang)
 {
     for (const auto status :
          {STATUS_STARTING, STATUS_AUTHENTICATING, STATUS_INITIALIZED, STATUS_RUNNING})
-        EXPECT_EQ(judgeSlave({status, 0, runs, unasked, serving}, {}).hang, none);
+        EXPECT_EQ(judgeSlave({.status = status, .millisecondsSinceLastMessage = 0}, {}).hang, none);
 }
 
 TEST(SlaveJudgementTest, OtherLimitsCanBeGiven)
 {
-    const SlaveTimeLimits limits{1, 2, 3, 4};
+    const SlaveTimeLimits limits{
+        .startup = 1, .afterInitialisation = 2, .heartBeat = 3, .gracefulStop = 4};
     const auto hangOf = [&limits](SlaveStatus status, uint32_t silence) {
-        return judgeSlave({status, silence, runs, unasked, serving}, limits).hang;
+        return judgeSlave({.status = status, .millisecondsSinceLastMessage = silence}, limits).hang;
     };
 
     EXPECT_EQ(hangOf(STATUS_STARTING, 1), none);

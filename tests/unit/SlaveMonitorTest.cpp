@@ -31,28 +31,12 @@ protected:
         return silence;
     }
 
-    template <typename Condition>
-    static bool waitUntil(Condition condition)
-    {
-        const auto start = juce::Time::getMillisecondCounter();
-
-        while (!condition())
-        {
-            if (juce::Time::getMillisecondCounter() - start > hangLimitMs)
-                return false;
-
-            juce::Thread::sleep(1);
-        }
-
-        return true;
-    }
-
     bool waitForStatus(SlaveStatus status) const
     {
-        return waitUntil([this, status] { return getStatus() == status; });
+        return pollUntil([this, status] { return getStatus() == status; });
     }
 
-    /** A slave that is connected. */
+    /** Connects a slave. */
     std::unique_ptr<SlaveVoice> connect()
     {
         log.clear();
@@ -82,9 +66,9 @@ TEST_F(SlaveMonitorTest, BeforeTheFirstMessageTheSlaveIsStarting)
 
 TEST_F(SlaveMonitorTest, TheSilenceBeginsAnewWhenTheSlaveConnects)
 {
-    ASSERT_TRUE(waitUntil([this] { return getSilence() >= 200; }));
+    ASSERT_TRUE(pollUntil([this] { return getSilence() >= 200; }));
     const auto slave = connect();
-    EXPECT_TRUE(waitUntil([this] { return getSilence() < 200; }));
+    EXPECT_TRUE(pollUntil([this] { return getSilence() < 200; }));
     EXPECT_EQ(getStatus(), STATUS_STARTING);
 }
 
@@ -134,11 +118,11 @@ TEST_F(SlaveMonitorTest, EveryKindOfHeartBeatEndsTheSilence)
 
     for (int message = 0; message < 3; ++message)
     {
-        ASSERT_TRUE(waitUntil([this] { return getSilence() >= 200; }));
+        ASSERT_TRUE(pollUntil([this] { return getSilence() >= 200; }));
         message == 0   ? slave->sayAuthenticating()
         : message == 1 ? slave->sayInfo()
                        : slave->sayStatus();
-        EXPECT_TRUE(waitUntil([this] { return getSilence() < 200; })) << message;
+        EXPECT_TRUE(pollUntil([this] { return getSilence() < 200; })) << message;
     }
 }
 
@@ -151,7 +135,7 @@ TEST_F(SlaveMonitorTest, TheInformationOfTheLatestMessageCounts)
     EXPECT_EQ(monitor.getNumGpus(), 2u);
 
     slave->say("0D 72 CE 7F 01 00 00 00 01 00 00 00 00 00 00 00 FF FF FF FF");
-    EXPECT_TRUE(waitUntil([this] { return monitor.getSlaveVersion() == 0xFFFFFFFFu; }));
+    EXPECT_TRUE(pollUntil([this] { return monitor.getSlaveVersion() == 0xFFFFFFFFu; }));
     EXPECT_EQ(monitor.getNumGpus(), 0u);
 }
 
@@ -160,7 +144,7 @@ TEST_F(SlaveMonitorTest, MessagesThatAreNotTheSlavesAreRefusedAndAreNoHeartBeat)
     const auto slave = connect();
     slave->sayStatus();
     ASSERT_TRUE(waitForStatus(STATUS_RUNNING));
-    ASSERT_TRUE(waitUntil([this] { return getSilence() >= 50; }));
+    ASSERT_TRUE(pollUntil([this] { return getSilence() >= 50; }));
 
     for (const auto* type : {"03", "04", "05"})
     {
@@ -177,7 +161,7 @@ TEST_F(SlaveMonitorTest, MessagesThatAreNotTheSlavesAreRefusedAndAreNoHeartBeat)
 TEST_F(SlaveMonitorTest, MalformedMessagesAreReportedTwiceAndChangeNothing)
 {
     const auto slave = connect();
-    ASSERT_TRUE(waitUntil([this] { return getSilence() >= 50; }));
+    ASSERT_TRUE(pollUntil([this] { return getSilence() >= 50; }));
 
     const auto expectRejected = [this, &slave](const std::string& hex, const std::string& text) {
         log.clear();
@@ -216,7 +200,7 @@ TEST_F(SlaveMonitorTest, ASlaveThatComesBackIsTurnedAway)
         const auto slave = connect();
         slave->sayInfo();
         ASSERT_TRUE(waitForStatus(STATUS_INITIALIZED));
-        ASSERT_TRUE(waitUntil([this] { return getSilence() >= 50; }));
+        ASSERT_TRUE(pollUntil([this] { return getSilence() >= 50; }));
     }
 
     ASSERT_TRUE(log.waitForLine("stopped monitoring slave"));
@@ -252,7 +236,7 @@ TEST_F(SlaveMonitorTest, AStopBeforeTheSlaveHasConnectedIsDeliveredOnceItDoes)
     slave->sayStatus();
     ASSERT_TRUE(waitForStatus(STATUS_RUNNING));
     monitor.sendStopMessage();
-    EXPECT_EQ(slave->hear(), framedStopMessage); // so the first one came only once
+    EXPECT_EQ(slave->hear(), framedStopMessage); // so the first one was sent only once
 }
 
 TEST_F(SlaveMonitorTest, AStopMessageForALostSlaveFails)
@@ -264,7 +248,7 @@ TEST_F(SlaveMonitorTest, AStopMessageForALostSlaveFails)
     EXPECT_EQ(log.lines(), Lines{"failed to send stop message to slave"});
 }
 
-/** With the detail flag and the prefixes, which the monitor finds when it begins. */
+/** The detail flag and the prefixes are set before the monitor starts its thread. */
 class SlaveMonitorLogTest : public ThreadedTest
 {
 protected:
@@ -315,7 +299,8 @@ TEST_F(SlaveMonitorLogTest, WhatIsWrongIsLoggedAsAnError)
 class SlaveMonitorFramesTest : public SlaveMonitorTest
 {};
 
-/** Bytes that are no frames of this protocol end the connection or are dropped, without a word. */
+/** Bytes that are not frames of this protocol end the connection or are dropped, without a log
+    line. */
 TEST_F(SlaveMonitorFramesTest, ForeignAndCutFramesHarmNothing)
 {
     for (const auto* bytes : {"DD CC BB AA 14 00 00 00", "2C 9E B4 F2", "2C 9E B4 F2 00 00 00 00",
@@ -340,7 +325,6 @@ TEST_F(SlaveMonitorFramesTest, ForeignAndCutFramesHarmNothing)
     }
 }
 
-/** After an empty frame the next message counts. */
 TEST_F(SlaveMonitorFramesTest, AnEmptyFrameIsDropped)
 {
     const auto slave = connect();

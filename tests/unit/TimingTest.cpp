@@ -7,7 +7,8 @@
 namespace quelta::test {
 namespace {
 
-/** Masters, slaves and administrators rely on these; no end-to-end test can measure each one. */
+/** Masters, slaves and administrators rely on these values, and end-to-end tests cannot measure
+    them all. */
 TEST(TimingTest, IntervalsAndTimeoutsAreThePromisedOnes)
 {
     EXPECT_EQ(timing::tickMs, 500);

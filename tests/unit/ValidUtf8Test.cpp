@@ -25,14 +25,14 @@ TEST(ValidUtf8, TakesOtherBytesForLatin1)
 
 TEST(ValidUtf8, TakesACharacterThatBreaksOffAtTheEndForLatin1)
 {
-    // The framework would read on behind the end of such a text.
+    // JUCE reads past the end of such a text.
     EXPECT_EQ(toValidUtf8("0\xE2\x82"), "0\xC3\xA2\xC2\x82");
     EXPECT_EQ(toValidUtf8("\xC3"), "\xC3\x83");
 }
 
 TEST(ValidUtf8, TakesACharacterOfMoreBytesThanItNeedsForLatin1)
 {
-    // The framework would make its strings too short for such a text, and write on behind them.
+    // JUCE allocates too little for such a text and writes past the end.
     EXPECT_EQ(toValidUtf8("\xE0\x8A\x98"), "\xC3\xA0\xC2\x8A\xC2\x98");
     EXPECT_EQ(toValidUtf8("\xC0\xAF"), "\xC3\x80\xC2\xAF");
     EXPECT_EQ(toValidUtf8("\xF0\x82\x82\xAC"), "\xC3\xB0\xC2\x82\xC2\x82\xC2\xAC");

@@ -1,4 +1,4 @@
-// The framework's message manager has to exist for timers and connections, in every test.
+// Runs the tests with a message manager, which JUCE's timers and connections need.
 #include <gtest/gtest.h>
 
 #include <juce_events/juce_events.h>
@@ -9,6 +9,6 @@ int main(int argc, char** argv)
 {
     quelta::platform::prepareProcess();
     testing::InitGoogleTest(&argc, argv);
-    const juce::ScopedJuceInitialiser_GUI framework;
+    const juce::ScopedJuceInitialiser_GUI messageManager;
     return RUN_ALL_TESTS();
 }

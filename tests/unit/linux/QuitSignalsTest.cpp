@@ -14,7 +14,7 @@ namespace {
 
 constexpr unsigned loopLimitSeconds = 20;
 
-/** In a process of its own, which ends by another signal if the handler is called for ever. */
+/** Runs in a child process; if the handler is called in an endless loop, SIGALRM ends it. */
 class QuitSignalsDeathTest : public testing::Test
 {
 protected:

@@ -34,7 +34,7 @@ TEST_F(ChildProcessWindowsTest, AFailureWithoutAnErrorNumberIsNoSuccess)
     EXPECT_FALSE(child.isRunning());
 }
 
-// The first launch of a process makes its job, so these run in a process of their own.
+// The first launch in a process creates its job object, so these tests run in child processes.
 
 bool isThisProcess(HANDLE process)
 {
@@ -60,7 +60,7 @@ BOOL WINAPI refuseOnlyThisProcess(HANDLE, HANDLE process)
 BOOL WINAPI refuseAfterItsEnd(HANDLE, HANDLE process)
 {
     if (!isThisProcess(process))
-        WaitForSingleObject(process, INFINITE); // the test's guard against hanging limits it
+        WaitForSingleObject(process, INFINITE); // HangGuard limits the wait
 
     return refuse();
 }
@@ -70,7 +70,7 @@ class ChildProcessWindowsDeathTest : public ChildProcessWindowsTest
 protected:
     ChildProcessWindowsDeathTest() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
 
-    /** Ends the process with a status that tells whether two launches reported these errors. */
+    /** Launches two slaves and exits with 0 if the launches reported exactly these errors. */
     [[noreturn]] void launchTwice(const char* scenario, decltype(&AssignProcessToJobObject) assign,
                                   const std::vector<int>& expected)
     {

@@ -1,8 +1,7 @@
-// Replaces a function of the system, for this program's calls of it, by another of the same
-// signature.
+// Replaces an imported function of Windows in this program by another with the same signature.
 //
-// `slot` is the program's pointer to the imported function, named __imp_ and the function's name.
-// Constructor and destructor run while no other thread calls the function.
+// `functionSlot` is the program's pointer to the imported function, __imp_NAME. No other thread may
+// call the function while the patch is constructed or destroyed.
 #pragma once
 
 #include <windows.h>
@@ -24,7 +23,7 @@ public:
     ImportPatch(const ImportPatch&) = delete;
     ImportPatch& operator=(const ImportPatch&) = delete;
 
-    /** What the slot held before. */
+    /** The function that the slot held before. */
     Function* getOriginal() const { return original; }
 
 private:

@@ -19,7 +19,7 @@ TEST(ProcessTest, NoFaultShowsABox)
 
 TEST(ProcessTest, TheSystemIsRequiredWhileARequestToStayAwakeIsHeld)
 {
-    SetThreadExecutionState(ES_CONTINUOUS); // Wine begins with a state that Windows does not have
+    SetThreadExecutionState(ES_CONTINUOUS); // Wine's initial state differs from that of Windows
 
     {
         const platform::KeepAwake keepAwake;

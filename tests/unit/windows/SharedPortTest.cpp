@@ -57,8 +57,8 @@ bool isExclusive(SOCKET socket)
            exclusive != FALSE;
 }
 
-/** Binds to every address beside a socket on a single one, as Windows does and Wine does not: here
-    to another single address. */
+/** Imitates Windows, where a wildcard bind succeeds beside a socket on one address, which Wine
+    refuses: binds to another single address instead. */
 int WSAAPI bindLikeWindows(SOCKET socket, const sockaddr* name, int size)
 {
     auto address = *reinterpret_cast<const sockaddr_in*>(name);
