@@ -73,7 +73,7 @@ protected:
     platform::ChildProcess child;
 };
 
-TEST_F(ChildProcessTest, BeforeALaunchNothingRuns)
+TEST_F(ChildProcessTest, NothingRunsBeforeALaunch)
 {
     EXPECT_FALSE(child.isRunning());
 }
@@ -84,7 +84,7 @@ TEST_F(ChildProcessTest, AMissingExecutableIsAnError)
     EXPECT_FALSE(child.isRunning());
 }
 
-TEST_F(ChildProcessTest, AFolderIsNotAnExecutable)
+TEST_F(ChildProcessTest, LaunchingAFolderIsAnError)
 {
     const auto file = folder.getChild("slave");
     file.createDirectory();
@@ -106,7 +106,7 @@ TEST_F(ChildProcessTest, AProgramRunsUntilItEnds)
     EXPECT_TRUE(waitForEnd());
 }
 
-TEST_F(ChildProcessTest, AKilledProgramHasEnded)
+TEST_F(ChildProcessTest, KillingAProgramEndsIt)
 {
     const StandinSlave standin("hang");
     ASSERT_EQ(child.launch(standin.getFile(), "slave --daemon-port 1"), 0);
@@ -114,7 +114,7 @@ TEST_F(ChildProcessTest, AKilledProgramHasEnded)
     EXPECT_TRUE(waitForEnd());
 }
 
-TEST_F(ChildProcessTest, AProgramEndsWithItsObject)
+TEST_F(ChildProcessTest, DestroyingTheObjectEndsTheProgram)
 {
     const StandinSlave standin("connect\nbeat 10");
     juce::StreamingSocket door;
@@ -153,7 +153,7 @@ protected:
     }
 };
 
-TEST_F(ChildProcessPosixTest, AFileWithoutPermissionIsAnError)
+TEST_F(ChildProcessPosixTest, AFileWithoutExecutePermissionIsAnError)
 {
     const auto file = folder.getChild("slave");
     writeBytes(file, "#!/bin/sh\n");
@@ -161,7 +161,7 @@ TEST_F(ChildProcessPosixTest, AFileWithoutPermissionIsAnError)
     EXPECT_EQ(getChildren().size(), 0u);
 }
 
-TEST_F(ChildProcessPosixTest, AFileThatIsNoProgramIsAnError)
+TEST_F(ChildProcessPosixTest, AFileInNoExecutableFormatIsAnError)
 {
     EXPECT_EQ(child.launch(makeExecutable("slave", "no program"), "\"slave\""), 8);
     EXPECT_EQ(getChildren().size(), 0u);
@@ -179,21 +179,21 @@ TEST_F(ChildProcessPosixTest, AScriptIsLaunched)
     EXPECT_TRUE(waitForEnd());
 }
 
-TEST_F(ChildProcessPosixTest, AFailedLaunchCanBeFollowedByAnother)
+TEST_F(ChildProcessPosixTest, ALaunchCanFollowAFailedOne)
 {
     ASSERT_EQ(child.launch(folder.getChild("missing"), "\"missing\""), 2);
     EXPECT_EQ(child.launch(juce::File("/bin/true"), "true"), 0);
     EXPECT_TRUE(waitForEnd());
 }
 
-TEST_F(ChildProcessPosixTest, AnEndedProgramIsReapedByLookingAtIt)
+TEST_F(ChildProcessPosixTest, PollingReapsAnEndedProgram)
 {
     ASSERT_EQ(child.launch(juce::File("/bin/true"), "true"), 0);
     EXPECT_TRUE(waitForEnd());
     EXPECT_EQ(getChildren().size(), 0u);
 }
 
-TEST_F(ChildProcessPosixTest, AKilledProgramIsReapedAtOnce)
+TEST_F(ChildProcessPosixTest, KillingReapsTheProgramAtOnce)
 {
     ASSERT_EQ(child.launch(juce::File("/bin/sleep"), "sleep 1000"), 0);
     ASSERT_EQ(getChildren().size(), 1u);
@@ -211,7 +211,7 @@ TEST_F(ChildProcessPosixTest, NoProgramOutlivesItsObject)
     EXPECT_EQ(getChildren().size(), 0u);
 }
 
-TEST_F(ChildProcessPosixTest, AProgramGoesWithTheThreadThatLaunchedIt)
+TEST_F(ChildProcessPosixTest, AProgramDiesWithTheThreadThatLaunchedIt)
 {
     std::thread([this] {
         EXPECT_EQ(child.launch(juce::File("/bin/sleep"), "sleep 1000"), 0);
@@ -230,7 +230,7 @@ TEST_F(ChildProcessPosixTest, OnlyTheStandardStreamsAreInherited)
     close(inheritable);
 }
 
-TEST_F(ChildProcessPosixTest, ASignalThatThisProgramHasIgnoredHasItsDefaultEffect)
+TEST_F(ChildProcessPosixTest, AnIgnoredSignalIsResetToItsDefaultInTheProgram)
 {
     constexpr auto termination = 1ULL << (SIGTERM - 1);
     const auto parsed = [](const std::string& mask) { return std::stoull(mask, nullptr, 16); };
@@ -243,7 +243,7 @@ TEST_F(ChildProcessPosixTest, ASignalThatThisProgramHasIgnoredHasItsDefaultEffec
     EXPECT_EQ(parsed(status.substr(position + 8, 16)) & termination, 0u);
 }
 
-TEST_F(ChildProcessPosixTest, TheProgramHasTheSignalMaskOfTheThreadThatLaunchesIt)
+TEST_F(ChildProcessPosixTest, TheProgramInheritsTheSignalMaskOfTheLaunchingThread)
 {
     const auto own = getStatusValue(juce::File("/proc/thread-self"), "SigBlk");
     const auto status = runProgram("/bin/cat", "cat /proc/self/status");
@@ -257,13 +257,13 @@ TEST_F(ChildProcessPosixTest, TheProgramSharesTheDaemonsProcessGroup)
     EXPECT_NE(status.find("NSpgid:\t" + own + "\n"), std::string::npos) << status;
 }
 
-TEST_F(ChildProcessPosixTest, TheProgramWorksInItsOwnFolder)
+TEST_F(ChildProcessPosixTest, TheProgramStartsInItsOwnFolder)
 {
     const auto slave = makeExecutable("slave", "#!/bin/sh\npwd -P\n");
     EXPECT_EQ(runProgram(slave.getFullPathName().toRawUTF8(), "slave"), folder.getPath() + "\n");
 }
 
-TEST_F(ChildProcessPosixTest, TheCommandLineIsCutIntoArguments)
+TEST_F(ChildProcessPosixTest, TheCommandLineIsSplitIntoArguments)
 {
     const StandinSlave standin("exit 0", "slave with blanks");
     const auto lines = runStandin(

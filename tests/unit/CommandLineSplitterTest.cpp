@@ -16,7 +16,7 @@ Arguments split(const std::string& arguments)
     return all;
 }
 
-TEST(CommandLineSplitterTest, ASlavesCommandLineIsCutAsItsMainSeesIt)
+TEST(CommandLineSplitterTest, ASlaveCommandLineIsSplitIntoTheArgumentsOfItsMain)
 {
     EXPECT_EQ(
         splitCommandLine("\"slave.exe\" --net-master-address 192.168.0.10 --net-master-port 5130 "
@@ -26,7 +26,7 @@ TEST(CommandLineSplitterTest, ASlavesCommandLineIsCutAsItsMainSeesIt)
                    "--out-of-core", "8589934592"}));
 }
 
-TEST(CommandLineSplitterTest, QuotesInTheProgramsNameGroupAndNothingEscapes)
+TEST(CommandLineSplitterTest, InTheProgramNameQuotesGroupAndBackslashesAreLiteral)
 {
     EXPECT_EQ(splitCommandLine("\"my slave\" x"), (Arguments{"my slave", "x"}));
     EXPECT_EQ(splitCommandLine("\"C:\\dir\\\" x"), (Arguments{"C:\\dir\\", "x"}));
@@ -36,14 +36,14 @@ TEST(CommandLineSplitterTest, QuotesInTheProgramsNameGroupAndNothingEscapes)
     EXPECT_EQ(splitCommandLine("\"open x"), (Arguments{"open x"}));
 }
 
-TEST(CommandLineSplitterTest, TheProgramsNameMayBeEmpty)
+TEST(CommandLineSplitterTest, TheProgramNameMayBeEmpty)
 {
     EXPECT_EQ(splitCommandLine(""), Arguments{""});
     EXPECT_EQ(splitCommandLine("\"\""), Arguments{""});
     EXPECT_EQ(splitCommandLine(" x"), (Arguments{"", "x"}));
 }
 
-TEST(CommandLineSplitterTest, BlanksAndTabsSeparateAndNothingElse)
+TEST(CommandLineSplitterTest, OnlyBlanksAndTabsSeparate)
 {
     EXPECT_EQ(split(" a\tb \t c "), (Arguments{"a", "b", "c"}));
     EXPECT_EQ(split("a\nb\rc\vd"), Arguments{"a\nb\rc\vd"});
@@ -59,7 +59,7 @@ TEST(CommandLineSplitterTest, QuotesGroup)
     EXPECT_EQ(split("\"a\tb"), Arguments{"a\tb"});
 }
 
-TEST(CommandLineSplitterTest, QuotesAroundNothingAreAnEmptyArgument)
+TEST(CommandLineSplitterTest, EmptyQuotesAreAnEmptyArgument)
 {
     EXPECT_EQ(split("--alias \"\""), (Arguments{"--alias", ""}));
     EXPECT_EQ(split("\"\" x"), (Arguments{"", "x"}));
@@ -67,7 +67,7 @@ TEST(CommandLineSplitterTest, QuotesAroundNothingAreAnEmptyArgument)
     EXPECT_EQ(split("a\"\"b"), Arguments{"ab"});
 }
 
-TEST(CommandLineSplitterTest, TwoQuotesInsideQuotesAreOneAndTheQuotedStretchGoesOn)
+TEST(CommandLineSplitterTest, TwoQuotesInsideQuotesAreALiteralQuoteAndDoNotEndThem)
 {
     EXPECT_EQ(split("\"a\"\"b c\" d"), (Arguments{"a\"b c", "d"}));
     EXPECT_EQ(split("\"a\"\" b\""), Arguments{"a\" b"});
@@ -85,7 +85,7 @@ TEST(CommandLineSplitterTest, BackslashesBeforeOtherCharactersAreLiteral)
     EXPECT_EQ(split("\\\\\\"), Arguments{"\\\\\\"});
 }
 
-TEST(CommandLineSplitterTest, AnOddBackslashMakesAQuoteLiteral)
+TEST(CommandLineSplitterTest, AnOddNumberOfBackslashesMakesAQuoteLiteral)
 {
     EXPECT_EQ(split("a\\\"b"), Arguments{"a\"b"});
     EXPECT_EQ(split("\\\" x"), (Arguments{"\"", "x"}));
@@ -93,7 +93,7 @@ TEST(CommandLineSplitterTest, AnOddBackslashMakesAQuoteLiteral)
     EXPECT_EQ(split("a\\\\\\\"b c"), (Arguments{"a\\\"b", "c"}));
 }
 
-TEST(CommandLineSplitterTest, OfTwoBackslashesBeforeAQuoteOneIsLeftAndTheQuoteGroups)
+TEST(CommandLineSplitterTest, AnEvenNumberOfBackslashesIsHalvedAndTheQuoteGroups)
 {
     EXPECT_EQ(split("a\\\\\"b c\" d"), (Arguments{"a\\b c", "d"}));
     EXPECT_EQ(split("\"C:\\dir\\\\\" x"), (Arguments{"C:\\dir\\", "x"}));
@@ -102,13 +102,13 @@ TEST(CommandLineSplitterTest, OfTwoBackslashesBeforeAQuoteOneIsLeftAndTheQuoteGr
     EXPECT_EQ(split("\"a\\\\\"\"b\" x"), (Arguments{"a\\\"b", "x"}));
 }
 
-TEST(CommandLineSplitterTest, OtherBytesPassAsTheyAre)
+TEST(CommandLineSplitterTest, OtherBytesAreKept)
 {
     EXPECT_EQ(split("M\xC3\xBCller \xFF\x01 'a b' $x `y` *"),
               (Arguments{"M\xC3\xBCller", "\xFF\x01", "'a", "b'", "$x", "`y`", "*"}));
 }
 
-TEST(CommandLineSplitterTest, LongTextsAreCutLikeShortOnes)
+TEST(CommandLineSplitterTest, LongTextsAreSplitLikeShortOnes)
 {
     const std::string backslashes(1'000'000, '\\');
     EXPECT_EQ(split(backslashes + "\"a b\"").at(0), backslashes.substr(500'000) + "a b");

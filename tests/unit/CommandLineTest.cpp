@@ -58,7 +58,7 @@ protected:
     juce::String slavePath;
 };
 
-TEST_F(CommandLineTest, EveryOptionFillsItsField)
+TEST_F(CommandLineTest, EveryOptionSetsItsField)
 {
     EXPECT_TRUE(parse({"--port", "5130", "--slave", "/opt/q/slave", "--alias", "node7", "--gpus",
                        "1,3", "--out-of-core", "8G,1G"}));
@@ -71,7 +71,7 @@ TEST_F(CommandLineTest, EveryOptionFillsItsField)
     EXPECT_EQ(log.lines(), Lines{});
 }
 
-TEST_F(CommandLineTest, SlaveAndPortAreEnoughAndTheRestKeepsItsDefault)
+TEST_F(CommandLineTest, OnlySlaveAndPortAreRequired)
 {
     EXPECT_TRUE(parse({"--slave", "slave", "--port", "1"}));
     EXPECT_EQ(settings.slaveExecutable, juce::File());
@@ -81,7 +81,7 @@ TEST_F(CommandLineTest, SlaveAndPortAreEnoughAndTheRestKeepsItsDefault)
     EXPECT_EQ(settings.outOfCoreHeadroom, 0);
 }
 
-TEST_F(CommandLineTest, WhatWasInTheResultBeforeIsReset)
+TEST_F(CommandLineTest, EarlierResultsAreReset)
 {
     EXPECT_TRUE(parse({"--slave", "slave", "--port", "5000", "--alias", "a", "--gpus", "2",
                        "--out-of-core", "1,2"}));
@@ -94,7 +94,7 @@ TEST_F(CommandLineTest, WhatWasInTheResultBeforeIsReset)
     EXPECT_EQ(settings.outOfCoreHeadroom, 0);
 }
 
-TEST_F(CommandLineTest, WithoutASlaveThePathIsMissed)
+TEST_F(CommandLineTest, AMissingSlavePathIsAnError)
 {
     const auto expected = failure("No path to the Quelta render slave given.");
     EXPECT_FALSE(parse({}));
@@ -107,7 +107,7 @@ TEST_F(CommandLineTest, WithoutASlaveThePathIsMissed)
     EXPECT_EQ(log.lines(), expected);
 }
 
-TEST_F(CommandLineTest, WithoutAPortItIsMissed)
+TEST_F(CommandLineTest, AMissingPortIsAnError)
 {
     const auto expected = failure("no daemon port specified");
 
@@ -136,7 +136,7 @@ TEST_F(CommandLineTest, APortIsTheLeadingNumberModulo65536)
     }
 }
 
-TEST_F(CommandLineTest, OfARepeatedOptionTheLastWins)
+TEST_F(CommandLineTest, TheLastOfARepeatedOptionWins)
 {
     EXPECT_TRUE(parse({"--port", "1", "--slave", "a", "--alias", "x", "--out-of-core", "1G,1G",
                        "--slave", "b", "--port", "2", "--alias", "y", "--out-of-core", "2k"}));
@@ -147,7 +147,7 @@ TEST_F(CommandLineTest, OfARepeatedOptionTheLastWins)
     EXPECT_EQ(settings.outOfCoreHeadroom, 1073741824); // the second value had none
 }
 
-TEST_F(CommandLineTest, AnUnknownOptionStopsAtOnce)
+TEST_F(CommandLineTest, AnUnknownOptionEndsTheParsing)
 {
     EXPECT_FALSE(parse(
         {"--alias", "a", "--help", "", "--slave", "slave", "--port", "5000", "--other", "x"}));
@@ -157,7 +157,7 @@ TEST_F(CommandLineTest, AnUnknownOptionStopsAtOnce)
     EXPECT_EQ(settings.daemonPort, 0);
 }
 
-TEST_F(CommandLineTest, OptionsAreComparedWholeAndWithTheirCase)
+TEST_F(CommandLineTest, OptionsMatchOnlyExactly)
 {
     for (const std::string option :
          {"--Port", "--por", "--port=5000", "-port", "port", "", " --port"})
@@ -167,7 +167,7 @@ TEST_F(CommandLineTest, OptionsAreComparedWholeAndWithTheirCase)
     }
 }
 
-TEST_F(CommandLineTest, AValueIsTakenAsTheNextParameterWhateverItIs)
+TEST_F(CommandLineTest, TheNextParameterIsTheValueEvenIfItIsAnOption)
 {
     EXPECT_TRUE(parse({"--alias", "--slave", "--slave", "--port", "--port", "7"}));
     EXPECT_EQ(settings.slaveAlias, "--slave");
@@ -175,7 +175,7 @@ TEST_F(CommandLineTest, AValueIsTakenAsTheNextParameterWhateverItIs)
     EXPECT_EQ(settings.daemonPort, 7);
 }
 
-TEST_F(CommandLineTest, AMissingValueAtTheEndIsEmpty)
+TEST_F(CommandLineTest, AMissingLastValueIsEmpty)
 {
     EXPECT_TRUE(parseBehindSlaveAndPort({"--alias"}));
     EXPECT_EQ(settings.slaveAlias, "");
@@ -208,7 +208,7 @@ TEST_F(CommandLineTest, QuotesAroundAValueAreRemoved)
     EXPECT_EQ(settings.daemonPort, 5000);
 }
 
-TEST_F(CommandLineTest, QuotesAroundAnOptionAreNot)
+TEST_F(CommandLineTest, QuotesAroundAnOptionAreKept)
 {
     EXPECT_FALSE(parse({"'--port'", "5000"}));
     EXPECT_EQ(log.lines(), failure("unknown command line argument ''--port''"));
@@ -223,19 +223,19 @@ TEST_F(CommandLineTest, GpuIdsAreSeparatedByABlankOrAComma)
     }
 }
 
-TEST_F(CommandLineTest, GpuIdsKeepTheirOrderAndAddUp)
+TEST_F(CommandLineTest, GpuIdsOfRepeatedOptionsAccumulateInOrder)
 {
     EXPECT_TRUE(parseBehindSlaveAndPort({"--gpus", "3,1,3", "--gpus", "2", "--gpus", ""}));
     EXPECT_EQ(settings.gpuIds, (GpuIds{3, 1, 3, 2}));
 }
 
-TEST_F(CommandLineTest, AGpuIdHasNoUpperBoundButThatOf32Bits)
+TEST_F(CommandLineTest, GpuIdsSaturateAt32Bits)
 {
     EXPECT_TRUE(parseBehindSlaveAndPort({"--gpus", "2147483647,99999999999"}));
     EXPECT_EQ(settings.gpuIds, (GpuIds{2147483647, 2147483647}));
 }
 
-TEST_F(CommandLineTest, AGpuIdBelowOneIsAnErrorThatShowsIt)
+TEST_F(CommandLineTest, AGpuIdBelowOneIsAnErrorThatNamesIt)
 {
     const std::vector<std::pair<const char*, std::string>> lists{
         {"1, 3", ""},     {"1,,3", ""},
@@ -274,7 +274,7 @@ TEST_F(CommandLineTest, OutOfCoreTakesAMaximumAndAHeadroom)
     }
 }
 
-TEST_F(CommandLineTest, ReasonsAndSyntaxAreErrors)
+TEST_F(CommandLineTest, ReasonAndSyntaxAreLoggedAsErrors)
 {
     flags::logPrefix = 1;
     EXPECT_FALSE(parse({"--gpus", "0"}));
@@ -286,7 +286,7 @@ TEST_F(CommandLineTest, ReasonsAndSyntaxAreErrors)
     EXPECT_EQ(log.lines(), expected);
 }
 
-TEST_F(CommandLineTest, ValuesMayHaveAnyCharactersAndAnyLength)
+TEST_F(CommandLineTest, ValuesMayContainAnyCharactersAndHaveAnyLength)
 {
     const std::string text = "M\xC3\xBCller %s %n \xF0\x9F\x98\x80 " + std::string(1'000'000, 'x');
     EXPECT_TRUE(parseBehindSlaveAndPort({"--alias", text.c_str()}));
@@ -295,7 +295,7 @@ TEST_F(CommandLineTest, ValuesMayHaveAnyCharactersAndAnyLength)
     EXPECT_EQ(log.lines(), failure("unknown command line argument '%s%n'"));
 }
 
-TEST(MemorySizeTest, TheLastLetterGivesTheUnit)
+TEST(MemorySizeTest, TheLastLetterIsTheUnit)
 {
     EXPECT_EQ(parseMemorySize("100"), 100);
     EXPECT_EQ(parseMemorySize("2k"), 2048);
@@ -306,7 +306,7 @@ TEST(MemorySizeTest, TheLastLetterGivesTheUnit)
     EXPECT_EQ(parseMemorySize("4G"), 4294967296);
 }
 
-TEST(MemorySizeTest, AnyOtherLastCharacterIsNoUnit)
+TEST(MemorySizeTest, OtherLastCharactersAreNotUnits)
 {
     EXPECT_EQ(parseMemorySize("100x"), 100);
     EXPECT_EQ(parseMemorySize("4G "), 4);
@@ -324,7 +324,7 @@ TEST(MemorySizeTest, TheNumberIsTheLeadingInteger)
     EXPECT_EQ(parseMemorySize(""), 0);
 }
 
-TEST(MemorySizeTest, WhatDoesNotFitSaturates)
+TEST(MemorySizeTest, SizesBeyond64BitsSaturate)
 {
     EXPECT_EQ(parseMemorySize("9223372036854775807"), highest64);
     EXPECT_EQ(parseMemorySize("9223372036854775808"), highest64);

@@ -49,7 +49,7 @@ protected:
     std::unique_ptr<FakeMaster> second;
 };
 
-TEST_F(DaemonNetworkThreadOwnershipTest, AStartBindsTheSlaveToTheRequesterAndAllAreTold)
+TEST_F(DaemonNetworkThreadOwnershipTest, AStartMakesTheRequesterOwnerAndIsBroadcast)
 {
     log.clear();
     first->send(startRequest, "render one");
@@ -60,7 +60,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AStartBindsTheSlaveToTheRequesterAndAll
                                        "starting slave for master " + first->getName(), "\n"}));
 }
 
-TEST_F(DaemonNetworkThreadOwnershipTest, TheOwnerIsToldThatTheSlaveRuns)
+TEST_F(DaemonNetworkThreadOwnershipTest, TheOwnerIsNotifiedThatTheSlaveRuns)
 {
     first->send(startRequest, "render one");
     EXPECT_EQ(first->nextTypes(2), (Types{daemonStatus, startReply}));
@@ -72,7 +72,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, TheOwnerIsToldThatTheSlaveRuns)
 }
 
 /** It may have waited for the lock while its master was unregistered and detected again. */
-TEST_F(DaemonNetworkThreadOwnershipTest, ARequestOverAConnectionThatIsNotRegisteredIsDropped)
+TEST_F(DaemonNetworkThreadOwnershipTest, ARequestFromAnUnregisteredConnectionIsDropped)
 {
     for (const auto& address : {FakeMaster().getAddress(), first->getAddress()})
     {
@@ -88,7 +88,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, ARequestOverAConnectionThatIsNotRegiste
     EXPECT_TRUE(second->hasNoRecord());
 }
 
-TEST_F(DaemonNetworkThreadOwnershipTest, AStartWhileAnotherOwnsTheSlaveOnlyLearnsTheOwner)
+TEST_F(DaemonNetworkThreadOwnershipTest, AStartWhileAnotherOwnsTheSlaveIsRefusedWithTheOwner)
 {
     first->send(startRequest, "one");
     EXPECT_EQ(first->nextTypes(2), (Types{daemonStatus, startReply}));
@@ -97,7 +97,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AStartWhileAnotherOwnsTheSlaveOnlyLearn
     expectNext(*second, startReply, first->getAddress(), "one");
 }
 
-TEST_F(DaemonNetworkThreadOwnershipTest, AStopFromTheOwnerFreesTheSlaveAndAllAreTold)
+TEST_F(DaemonNetworkThreadOwnershipTest, AStopFromTheOwnerFreesTheSlaveAndIsBroadcast)
 {
     startForFirst();
     log.clear();
@@ -118,7 +118,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AStopFromAnotherMasterChangesNothing)
     expectNext(*first, daemonStatus, first->getAddress());
 }
 
-TEST_F(DaemonNetworkThreadOwnershipTest, AStopWithoutASlaveOnlyGetsItsReply)
+TEST_F(DaemonNetworkThreadOwnershipTest, AStopWithoutASlaveIsOnlyAnswered)
 {
     log.clear();
     first->send(stopRequest);
@@ -126,7 +126,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AStopWithoutASlaveOnlyGetsItsReply)
     EXPECT_EQ(log.lines(), Lines{"received stop request from master " + first->getName()});
 }
 
-TEST_F(DaemonNetworkThreadOwnershipTest, AStopGoesByTheAddressInTheMessage)
+TEST_F(DaemonNetworkThreadOwnershipTest, AStopIsJudgedByTheAddressInTheMessage)
 {
     startForFirst();
     second->sendFrame(makeRecord(stopRequest, first->getAddress()));
@@ -135,7 +135,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AStopGoesByTheAddressInTheMessage)
     expectNext(*first, daemonStatus, noOwner);
 }
 
-TEST_F(DaemonNetworkThreadOwnershipTest, AStealHandsTheSlaveOverAndTheThiefIsToldBeforeItsReply)
+TEST_F(DaemonNetworkThreadOwnershipTest, AStealMakesTheThiefOwnerAndBroadcastsBeforeTheReply)
 {
     startForFirst();
     log.clear();
@@ -150,7 +150,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AStealHandsTheSlaveOverAndTheThiefIsTol
     EXPECT_TRUE(first->hasNoRecord());
 }
 
-TEST_F(DaemonNetworkThreadOwnershipTest, AfterAStealTheOldOwnersStopHasNoEffect)
+TEST_F(DaemonNetworkThreadOwnershipTest, AStopFromThePreviousOwnerHasNoEffectAfterASteal)
 {
     startForFirst();
     second->send(stealRequest);
@@ -160,7 +160,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AfterAStealTheOldOwnersStopHasNoEffect)
     expectNext(*first, stopReply, second->getAddress());
 }
 
-TEST_F(DaemonNetworkThreadOwnershipTest, AStealFromTheOwnerItselfChangesNothing)
+TEST_F(DaemonNetworkThreadOwnershipTest, AStealFromTheOwnerChangesNothing)
 {
     startForFirst();
     log.clear();
@@ -170,7 +170,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AStealFromTheOwnerItselfChangesNothing)
     EXPECT_TRUE(second->hasNoRecord());
 }
 
-TEST_F(DaemonNetworkThreadOwnershipTest, AStealWhileNobodyOwnsTheSlaveStartsItAfterAnErrorLine)
+TEST_F(DaemonNetworkThreadOwnershipTest, AStealOfAFreeSlaveLogsAnErrorAndStartsIt)
 {
     restartWith(flags::logPrefix, 1);
     first = introduce();
@@ -185,7 +185,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AStealWhileNobodyOwnsTheSlaveStartsItAf
     EXPECT_TRUE(first->nextOf(slaveRunning));
 }
 
-TEST_F(DaemonNetworkThreadOwnershipTest, AFullTextOfTheOwnerIsKeptWholeAndACutOneEndsAtItsFirstNul)
+TEST_F(DaemonNetworkThreadOwnershipTest, TheOwnersTextEndsAtItsFirstNulOrFillsTheField)
 {
     const std::string full = "0123456789abcdef0123456789ABCDEF";
     first->send(startRequest, full);
@@ -196,7 +196,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AFullTextOfTheOwnerIsKeptWholeAndACutOn
     expectNext(*second, daemonStatus, second->getAddress(), "ab");
 }
 
-TEST_F(DaemonNetworkThreadOwnershipTest, AfterAFailureTheOwnersScanSaysSoAndNobodyElses)
+TEST_F(DaemonNetworkThreadOwnershipTest, OnlyTheOwnersScanReportsAFailure)
 {
     slave.play("[run]\nconnect\ninfo\nwait 150\nexit 3");
     startForFirst();
@@ -209,7 +209,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AfterAFailureTheOwnersScanSaysSoAndNobo
     expectNext(*second, daemonStatus, first->getAddress());
 }
 
-TEST_F(DaemonNetworkThreadOwnershipTest, AScanGoesByTheConnectionNotByTheAddressInTheMessage)
+TEST_F(DaemonNetworkThreadOwnershipTest, AScanIsJudgedByTheConnectionNotByTheAddressInTheMessage)
 {
     slave.play("[run]\nexit 3");
     first->send(startRequest);
@@ -221,7 +221,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AScanGoesByTheConnectionNotByTheAddress
     expectNext(*first, slaveFailed, first->getAddress());
 }
 
-TEST_F(DaemonNetworkThreadOwnershipTest, AFailedSlaveStaysWithItsOwnerUntilItsStop)
+TEST_F(DaemonNetworkThreadOwnershipTest, AFailedSlaveKeepsItsOwnerUntilTheStop)
 {
     slave.play("[run]\nexit 3");
     first->send(startRequest);
@@ -234,7 +234,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AFailedSlaveStaysWithItsOwnerUntilItsSt
     expectNext(*first, stopReply, noOwner);
 }
 
-TEST_F(DaemonNetworkThreadOwnershipTest, ASlaveThatCannotBeLaunchedIsToldOnlyByScans)
+TEST_F(DaemonNetworkThreadOwnershipTest, AFailedLaunchIsReportedOnlyByScans)
 {
     slave.getFile().deleteFile();
     first->send(startRequest);
@@ -244,7 +244,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, ASlaveThatCannotBeLaunchedIsToldOnlyByS
     expectNext(*first, slaveFailed, first->getAddress());
 }
 
-TEST_F(DaemonNetworkThreadOwnershipTest, AnOwnerThatIsLostForGoodLosesTheSlaveAndTheOthersAreTold)
+TEST_F(DaemonNetworkThreadOwnershipTest, LosingTheOwnerForGoodFreesTheSlaveAndIsBroadcast)
 {
     startForFirst();
     first->vanish();
@@ -256,7 +256,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AnOwnerThatIsLostForGoodLosesTheSlaveAn
     expectNext(*second, daemonStatus, second->getAddress());
 }
 
-TEST_F(DaemonNetworkThreadOwnershipTest, AnOwnerThatComesBackInTimeKeepsTheSlave)
+TEST_F(DaemonNetworkThreadOwnershipTest, AnOwnerThatReconnectsInTimeKeepsTheSlave)
 {
     startForFirst();
     first->hangUp();
@@ -267,7 +267,7 @@ TEST_F(DaemonNetworkThreadOwnershipTest, AnOwnerThatComesBackInTimeKeepsTheSlave
     expectNext(*first, daemonStatus, first->getAddress());
 }
 
-TEST_F(DaemonNetworkThreadOwnershipTest, TheEndStopsTheSlaveAndTellsThoseThatAreStillConnected)
+TEST_F(DaemonNetworkThreadOwnershipTest, ShutdownStopsTheSlaveAndTellsConnectedMasters)
 {
     startForFirst();
     log.clear();
@@ -299,8 +299,7 @@ protected:
     }
 };
 
-TEST_F(DaemonNetworkThreadReplacementTest,
-       ASlaveWhoseOwnerCountsAsNoneIsReplacedWithoutBeingStopped)
+TEST_F(DaemonNetworkThreadReplacementTest, ASlaveOfAnUnusableOwnerIsReplacedWithoutBeingStopped)
 {
     startForUnusable({0, 21000});
     ASSERT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
@@ -316,7 +315,7 @@ TEST_F(DaemonNetworkThreadReplacementTest,
     EXPECT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
 }
 
-TEST_F(DaemonNetworkThreadReplacementTest, WhatHappensToAReplacedSlaveIsNobodysBusiness)
+TEST_F(DaemonNetworkThreadReplacementTest, AReplacedSlaveNotifiesNobody)
 {
     slave.play("[run]\nconnect\nauthenticating\nwait 400\ninfo\nwait 300\nexit 3");
     startForUnusable({0, 1});
@@ -329,7 +328,7 @@ TEST_F(DaemonNetworkThreadReplacementTest, WhatHappensToAReplacedSlaveIsNobodysB
     expectNext(*first, daemonStatus, {0, 1});
 }
 
-TEST_F(DaemonNetworkThreadReplacementTest, ReplacedSlavesAreStoppedAtTheEndAllAtTheSameTime)
+TEST_F(DaemonNetworkThreadReplacementTest, ShutdownStopsReplacedSlavesInParallel)
 {
     slave.play("[run]\non-stop exit-after 500\nconnect\ninfo\nwait 400\nbeat 50");
 
@@ -343,7 +342,7 @@ TEST_F(DaemonNetworkThreadReplacementTest, ReplacedSlavesAreStoppedAtTheEndAllAt
     EXPECT_LT(timeOf([this] { daemon.reset(); }), 2'000u);
 }
 
-TEST_F(DaemonNetworkThreadReplacementTest, BeyondEightTheOldestIsStopped)
+TEST_F(DaemonNetworkThreadReplacementTest, TheOldestOfMoreThanEightReplacedSlavesIsStopped)
 {
     for (int i = 0; i < 10; ++i)
     {

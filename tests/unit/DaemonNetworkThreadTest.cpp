@@ -25,7 +25,7 @@ protected:
     }
 };
 
-TEST_F(DaemonNetworkThreadTest, AMasterThatIsHeardIsConnectedAtTheNextTick)
+TEST_F(DaemonNetworkThreadTest, ADetectedMasterIsConnectedAtTheNextTick)
 {
     FakeMaster master;
     daemon->masterDetected(master.getAddress());
@@ -36,7 +36,7 @@ TEST_F(DaemonNetworkThreadTest, AMasterThatIsHeardIsConnectedAtTheNextTick)
     EXPECT_TRUE(wasLogged("connected to master " + master.getName()));
 }
 
-TEST_F(DaemonNetworkThreadTest, AMasterIsRegisteredOnceHoweverOftenItIsHeard)
+TEST_F(DaemonNetworkThreadTest, AMasterIsRegisteredOnceForManyBeacons)
 {
     const auto master = introduce();
     daemon->masterDetected(master->getAddress());
@@ -69,7 +69,7 @@ TEST_F(DaemonNetworkThreadTest, MastersAreConnectedInTheOrderOfTheirAddresses)
     EXPECT_EQ(log.lines(), expected);
 }
 
-TEST_F(DaemonNetworkThreadTest, ABeaconIsEnoughToBeConnected)
+TEST_F(DaemonNetworkThreadTest, ABeaconLeadsToAConnection)
 {
     FakeMaster master;
     BeaconSender sender(settings.daemonPort);
@@ -116,7 +116,7 @@ TEST_F(DaemonNetworkThreadTest, AScanIsLoggedInDetail)
     EXPECT_EQ(log.lines(), Lines{"received scan request from master " + master->getName()});
 }
 
-TEST_F(DaemonNetworkThreadTest, RequestsThatNobodyKnowsAreAnsweredSo)
+TEST_F(DaemonNetworkThreadTest, UnknownRequestTypesAreAnsweredAsUnexpected)
 {
     restartWith(flags::logPrefix, 1);
     const auto master = introduce();
@@ -131,7 +131,7 @@ TEST_F(DaemonNetworkThreadTest, RequestsThatNobodyKnowsAreAnsweredSo)
     }
 }
 
-TEST_F(DaemonNetworkThreadTest, AMasterWhoseConnectionBreaksIsConnectedAgain)
+TEST_F(DaemonNetworkThreadTest, AMasterIsReconnectedAfterItsConnectionBreaks)
 {
     const auto master = introduce();
     master->hangUp();
@@ -141,7 +141,7 @@ TEST_F(DaemonNetworkThreadTest, AMasterWhoseConnectionBreaksIsConnectedAgain)
     EXPECT_EQ(countLines("detected new master on address " + master->getName()), 1);
 }
 
-TEST_F(DaemonNetworkThreadTest, AMasterThatCannotBeReachedIsForgottenUntilItIsHeardAgain)
+TEST_F(DaemonNetworkThreadTest, AnUnreachableMasterIsUnregisteredUntilItsNextBeacon)
 {
     const auto master = introduce();
     master->vanish();
@@ -151,7 +151,7 @@ TEST_F(DaemonNetworkThreadTest, AMasterThatCannotBeReachedIsForgottenUntilItIsHe
     EXPECT_EQ(countLines("detected new master on address " + master->getName()), 2);
 }
 
-TEST_F(DaemonNetworkThreadTest, AConnectionThatCannotBeMadeIsLoggedWithTheReason)
+TEST_F(DaemonNetworkThreadTest, AFailedConnectionIsLoggedWithTheReason)
 {
     FakeMaster master;
     master.vanish();
@@ -180,7 +180,7 @@ TEST_F(DaemonNetworkThreadTest, ANotificationWithoutAnOwnerIsAnError)
                      "ERROR     : detected a slave crash, although no master is bound to it?!?"}));
 }
 
-TEST_F(DaemonNetworkThreadTest, TheEndIsAnnouncedWithTheNumberOfMasters)
+TEST_F(DaemonNetworkThreadTest, ShutdownIsLoggedWithTheNumberOfMasters)
 {
     const auto first = introduce();
     const auto second = introduce();
@@ -191,7 +191,7 @@ TEST_F(DaemonNetworkThreadTest, TheEndIsAnnouncedWithTheNumberOfMasters)
     EXPECT_TRUE(second->waitForDisconnection());
 }
 
-TEST_F(DaemonNetworkThreadTest, TheEndIsAnnouncedWithoutAnyFlag)
+TEST_F(DaemonNetworkThreadTest, ShutdownIsLoggedWithoutAnyFlag)
 {
     restartWith(flags::daemon, 0);
     log.clear();
@@ -233,7 +233,7 @@ TEST_F(DaemonNetworkThreadTest, ItsSlaveReportsToTheRememberedPort)
         wasLogged("using free port " + std::to_string(port) + " to communicate with slave"));
 }
 
-TEST_F(DaemonNetworkThreadTest, WithoutASlaveTheEndTakesLessThanASecond)
+TEST_F(DaemonNetworkThreadTest, ShutdownWithoutASlaveTakesLessThanASecond)
 {
     std::vector<std::unique_ptr<FakeMaster>> masters;
 
@@ -245,7 +245,7 @@ TEST_F(DaemonNetworkThreadTest, WithoutASlaveTheEndTakesLessThanASecond)
 
 // The connection itself
 
-TEST_F(DaemonNetworkThreadTest, AMalformedRecordIsLoggedAndIgnoredAndTheConnectionStays)
+TEST_F(DaemonNetworkThreadTest, AMalformedRecordIsLoggedAndDroppedAndTheConnectionStays)
 {
     const auto master = introduce();
     auto foreign = makeRecord(startRequest, master->getAddress());
@@ -289,7 +289,7 @@ TEST_F(DaemonNetworkThreadTest, ARequestWaitsWhileAnotherMasterIsBeingConnected)
     ticking.join();
 }
 
-TEST_F(DaemonNetworkThreadTest, TheGoingOfAMasterIsLogged)
+TEST_F(DaemonNetworkThreadTest, ALostConnectionIsLogged)
 {
     const auto master = introduce();
     log.clear();

@@ -43,7 +43,7 @@ protected:
     LogCapture log;
 };
 
-TEST_F(FileNameTest, NothingGivesTheEmptyRelativeName)
+TEST_F(FileNameTest, NullAndEmptyTextsGiveTheEmptyRelativeName)
 {
     expectParsed(nullptr, "", Kind::relative, {});
     expectParsed("", "", Kind::relative, {});
@@ -83,7 +83,7 @@ TEST_F(FileNameTest, ANetworkRootIsTwoSeparatorsAndAServer)
     EXPECT_EQ(log.lines(), Lines{});
 }
 
-TEST_F(FileNameTest, TwoSeparatorsWithoutAServerAreJustTheBeginningOfAnAbsolutePath)
+TEST_F(FileNameTest, TwoSeparatorsWithoutAServerBeginAnAbsolutePath)
 {
     expectParsed("//", "", Kind::absolute, {});
     expectParsed("///srv/x", "", Kind::absolute, {"srv", "x"});
@@ -99,7 +99,7 @@ TEST_F(FileNameTest, ALeadingSeparatorMakesANameAbsolute)
     expectParsed("a/b", "", Kind::relative, {"a", "b"});
 }
 
-TEST_F(FileNameTest, RepeatedAndTrailingSeparatorsAreSkippedAndBackslashesPrinted)
+TEST_F(FileNameTest, SeparatorsAreCollapsedAndPrintedAsBackslashes)
 {
     EXPECT_EQ(normalise("C:/x//y/"), "C:\\x\\y");
     EXPECT_EQ(normalise("a\\\\/b\\"), "a\\b");
@@ -107,7 +107,7 @@ TEST_F(FileNameTest, RepeatedAndTrailingSeparatorsAreSkippedAndBackslashesPrinte
     EXPECT_EQ(normalise("a"), "a");
 }
 
-TEST_F(FileNameTest, AParentRemovesTheComponentBeforeIt)
+TEST_F(FileNameTest, AParentRemovesThePrecedingComponent)
 {
     EXPECT_EQ(normalise("/a/b/../c"), "\\a\\c");
     EXPECT_EQ(normalise("a/b/c/../../d"), "a\\d");
@@ -116,7 +116,7 @@ TEST_F(FileNameTest, AParentRemovesTheComponentBeforeIt)
     EXPECT_EQ(log.lines(), Lines{});
 }
 
-TEST_F(FileNameTest, ARelativeNameKeepsTheParentsInFront)
+TEST_F(FileNameTest, ARelativeNameKeepsLeadingParents)
 {
     EXPECT_EQ(normalise("../../a"), "..\\..\\a");
     EXPECT_EQ(normalise("a/../../b"), "..\\b");
@@ -139,7 +139,7 @@ TEST_F(FileNameTest, ParentsAboveTheDriveAreDroppedWithOneWarning)
     EXPECT_EQ(log.lines(), Lines{parentsLeft});
 }
 
-TEST_F(FileNameTest, HoweverManyParentsAreDroppedTheWarningComesOnce)
+TEST_F(FileNameTest, DroppingManyParentsWarnsOnce)
 {
     EXPECT_EQ(normalise("\\..\\..\\x"), "\\x");
     EXPECT_EQ(log.lines(), Lines{parentsLeft});
@@ -162,7 +162,7 @@ TEST_F(FileNameTest, ADriveWithoutSeparatorIsClearedWithAWarning)
               Lines{"relative path with root given (D:../x//y). root 'D:' will be cleared."});
 }
 
-TEST_F(FileNameTest, WarningsAreErrors)
+TEST_F(FileNameTest, WarningsAreLoggedAsErrors)
 {
     flags::logPrefix = 1;
     const FileName name("C:");
@@ -194,7 +194,7 @@ TEST_F(FileNameTest, AppendedParentsRemoveComponentsAndNeverClimbAboveTheRoot)
     EXPECT_EQ(log.lines(), Lines{});
 }
 
-TEST_F(FileNameTest, AppendedParentsPileUpInFrontOfARelativeName)
+TEST_F(FileNameTest, AppendedParentsAccumulateInFrontOfARelativeName)
 {
     EXPECT_EQ(join("a", "..\\..\\..\\y"), "..\\..\\y");
     EXPECT_EQ(join("..", "..\\y"), "..\\..\\y");
@@ -208,7 +208,7 @@ TEST_F(FileNameTest, AnAbsoluteNameWithoutRootKeepsTheRootItIsAppendedTo)
     EXPECT_EQ(join("a\\b", "\\z"), "\\z");
 }
 
-TEST_F(FileNameTest, AnAbsoluteNameWithRootReplacesWhatItIsAppendedTo)
+TEST_F(FileNameTest, AnAbsoluteNameWithRootReplacesTheNameItIsAppendedTo)
 {
     EXPECT_EQ(join("C:\\a\\b", "D:\\z"), "D:\\z");
     EXPECT_EQ(join("a", "\\\\srv\\z"), "\\\\srv\\z");
@@ -222,26 +222,26 @@ TEST_F(FileNameTest, ANameCanBeAppendedToItself)
     EXPECT_EQ(name.toString(), "a\\b\\a\\b");
 }
 
-TEST_F(FileNameTest, CombiningLeavesTheBaseAlone)
+TEST_F(FileNameTest, CombiningDoesNotChangeTheBase)
 {
     const FileName base("C:\\a");
     EXPECT_EQ(FileName::combine(base, FileName("b")).toString(), "C:\\a\\b");
     EXPECT_EQ(base.toString(), "C:\\a");
 }
 
-TEST_F(FileNameTest, TheEmptyNameIsAnEmptyFileWithoutAMessage)
+TEST_F(FileNameTest, TheEmptyNameGivesAnEmptyFileWithoutALogLine)
 {
     EXPECT_EQ(FileName().toJuceFile(), juce::File());
     EXPECT_EQ(log.lines(), Lines{});
 }
 
-TEST_F(FileNameTest, ARelativeNameIsNoFile)
+TEST_F(FileNameTest, ARelativeNameGivesNoFile)
 {
     EXPECT_EQ(FileName("x\\y").toJuceFile(), juce::File());
     EXPECT_EQ(log.lines(), Lines{notAbsolute});
 }
 
-TEST_F(FileNameTest, AnAbsoluteNameWithARootIsAFile)
+TEST_F(FileNameTest, AnAbsoluteNameWithARootGivesAFile)
 {
     if (!platform::absolutePathsHaveRoot())
         GTEST_SKIP() << "there are no drives here";
@@ -251,7 +251,7 @@ TEST_F(FileNameTest, AnAbsoluteNameWithARootIsAFile)
     EXPECT_EQ(log.lines(), Lines{});
 }
 
-TEST_F(FileNameTest, AnAbsoluteNameWithoutRootIsNoFileWhereRootsExist)
+TEST_F(FileNameTest, AnAbsoluteNameWithoutRootGivesNoFileOnWindows)
 {
     if (!platform::absolutePathsHaveRoot())
         GTEST_SKIP() << "absolute paths have no root here";
@@ -260,7 +260,7 @@ TEST_F(FileNameTest, AnAbsoluteNameWithoutRootIsNoFileWhereRootsExist)
     EXPECT_EQ(log.lines(), Lines{notAbsolute});
 }
 
-TEST_F(FileNameTest, AnAbsoluteNameWithoutRootIsANativeFileWhereRootsDoNotExist)
+TEST_F(FileNameTest, AnAbsoluteNameWithoutRootGivesANativeFileOnLinux)
 {
     if (platform::absolutePathsHaveRoot())
         GTEST_SKIP() << "absolute paths have a root here";
@@ -272,7 +272,7 @@ TEST_F(FileNameTest, AnAbsoluteNameWithoutRootIsANativeFileWhereRootsDoNotExist)
     EXPECT_EQ(log.lines(), Lines{});
 }
 
-TEST_F(FileNameTest, BytesThatAreNotUtf8AreTakenForLatin1InAFile)
+TEST_F(FileNameTest, InvalidUtf8IsReadAsLatin1InAFile)
 {
     const std::string root = platform::absolutePathsHaveRoot() ? "C:\\" : "/";
     std::string overlong;

@@ -39,7 +39,7 @@ TEST(LeadingIntegerTest, NoDigitGivesZero)
     }
 }
 
-TEST(LeadingIntegerTest, WhatDoesNotFit32BitsSaturates)
+TEST(LeadingIntegerTest, ValuesBeyond32BitsSaturate)
 {
     EXPECT_EQ(parseLeadingInt32("2147483647"), 2147483647);
     EXPECT_EQ(parseLeadingInt32("2147483648"), 2147483647);
@@ -51,7 +51,7 @@ TEST(LeadingIntegerTest, WhatDoesNotFit32BitsSaturates)
               std::numeric_limits<int32_t>::min());
 }
 
-TEST(LeadingIntegerTest, WhatDoesNotFit64BitsSaturates)
+TEST(LeadingIntegerTest, ValuesBeyond64BitsSaturate)
 {
     EXPECT_EQ(parseLeadingInt64("4294967297"), 4294967297);
     EXPECT_EQ(parseLeadingInt64("9223372036854775807"), 9223372036854775807);

@@ -24,7 +24,7 @@ protected:
 
 /** Holder: the destructor, which stops the owner's slave, then closes the other master's
     connection. */
-TEST_F(LockMeetingsTest, AReaderThreadThatBringsARequestGivesUpWhenItsConnectionIsClosed)
+TEST_F(LockMeetingsTest, AReaderThreadWithARequestGivesUpWhenItsConnectionIsClosed)
 {
     slave.play("[run]\non-stop exit-after 500\nconnect\ninfo\nwait 400\nbeat 50");
     startDaemon();
@@ -54,7 +54,7 @@ TEST_F(LockMeetingsTest, AReaderThreadThatBringsARequestGivesUpWhenItsConnection
 }
 
 /** Holder: a reader thread that serves the owner's stop and joins the SlaveProcess thread. */
-TEST_F(LockMeetingsTest, ASlavesThreadThatReportsASlaveRunningGivesUpWhenTheSlaveIsStopped)
+TEST_F(LockMeetingsTest, TheRunningNotificationGivesUpWhenTheSlaveIsStopped)
 {
     slave.play("[run]\nhang");
     startDaemon({.gracefulStop = 200});
@@ -85,7 +85,7 @@ TEST_F(LockMeetingsTest, ASlavesThreadThatReportsASlaveRunningGivesUpWhenTheSlav
 
 /** Holder: a reader thread that serves the owner's stop during the graceful stop of a hanging
     slave. */
-TEST_F(LockMeetingsTest, ASlavesThreadThatIsAboutToReportAFailureGivesUpWhenTheSlaveIsStopped)
+TEST_F(LockMeetingsTest, AFailureNotificationThatIsDueGivesUpWhenTheSlaveIsStopped)
 {
     slave.play("[run]\non-stop ignore\nconnect\nstatus\nhang");
     startDaemon({.heartBeat = 200, .gracefulStop = 1'000});
@@ -102,7 +102,7 @@ TEST_F(LockMeetingsTest, ASlavesThreadThatIsAboutToReportAFailureGivesUpWhenTheS
 }
 
 /** The same, with the SlaveProcess thread at the lock before it is asked to exit. */
-TEST_F(LockMeetingsTest, ASlavesThreadThatAlreadyWaitsToReportAFailureGivesUpAsWell)
+TEST_F(LockMeetingsTest, AFailureNotificationThatWaitsGivesUpWhenTheSlaveIsStopped)
 {
     slave.play("[run]\nconnect\ninfo\nwait 150\nexit 3");
     startDaemon();

@@ -96,7 +96,7 @@ TEST_F(LockUnlessExitingTest, AFreeLockIsTakenAndReleasedAgain)
     EXPECT_TRUE(isFree());
 }
 
-TEST_F(LockUnlessExitingTest, TheHolderMayTakeItAgain)
+TEST_F(LockUnlessExitingTest, TheLockIsRecursive)
 {
     const LockUnlessExiting first(lock);
 
@@ -108,7 +108,7 @@ TEST_F(LockUnlessExitingTest, TheHolderMayTakeItAgain)
     EXPECT_FALSE(isFree());
 }
 
-TEST_F(LockUnlessExitingTest, AFrameworkThreadWaitsForTheLock)
+TEST_F(LockUnlessExitingTest, AJuceThreadWaitsForTheLock)
 {
     TakingThread thread(lock);
 
@@ -122,7 +122,7 @@ TEST_F(LockUnlessExitingTest, AFrameworkThreadWaitsForTheLock)
     EXPECT_TRUE(isFree());
 }
 
-TEST_F(LockUnlessExitingTest, APollingThreadTriesNoSoonerThanItsInterval)
+TEST_F(LockUnlessExitingTest, APollingThreadRetriesAfterItsIntervalAtTheEarliest)
 {
     TakingThread thread(lock);
     thread.pollMs = 300;
@@ -137,7 +137,7 @@ TEST_F(LockUnlessExitingTest, APollingThreadTriesNoSoonerThanItsInterval)
     EXPECT_GE(taken, 290u);
 }
 
-TEST_F(LockUnlessExitingTest, AFrameworkThreadGivesUpOnceItIsAskedToExit)
+TEST_F(LockUnlessExitingTest, AJuceThreadGivesUpOnceItIsAskedToExit)
 {
     TakingThread thread(lock);
     const juce::ScopedLock sl(lock);
@@ -146,7 +146,7 @@ TEST_F(LockUnlessExitingTest, AFrameworkThreadGivesUpOnceItIsAskedToExit)
     EXPECT_EQ(thread.waitForOutcome(), Outcome::gaveUp);
 }
 
-TEST_F(LockUnlessExitingTest, TheHolderMayWaitForTheThreadThatWantsTheLock)
+TEST_F(LockUnlessExitingTest, TheHolderMayJoinTheThreadThatWaitsForTheLock)
 {
     TakingThread thread(lock);
     const juce::ScopedLock sl(lock);
@@ -167,7 +167,7 @@ TEST_F(LockUnlessExitingTest, APollingThreadGivesUpBeforeItsIntervalIsOver)
     EXPECT_EQ(thread.outcome, Outcome::gaveUp);
 }
 
-TEST_F(LockUnlessExitingTest, GivingUpReleasesNothing)
+TEST_F(LockUnlessExitingTest, GivingUpDoesNotReleaseTheHoldersLock)
 {
     TakingThread thread(lock);
     const juce::ScopedLock sl(lock);
@@ -184,7 +184,7 @@ TEST_F(LockUnlessExitingTest, AFreeLockIsTakenEvenByAThreadThatIsExiting)
     EXPECT_EQ(thread.waitForOutcome(), Outcome::locked);
 }
 
-TEST_F(LockUnlessExitingTest, AThreadThatIsNoneOfTheFrameworksWaitsAsLongAsItTakes)
+TEST_F(LockUnlessExitingTest, AThreadUnknownToJuceWaitsWithoutLimit)
 {
     std::atomic<bool> locked{false};
     std::thread thread;
@@ -200,7 +200,7 @@ TEST_F(LockUnlessExitingTest, AThreadThatIsNoneOfTheFrameworksWaitsAsLongAsItTak
     EXPECT_TRUE(locked);
 }
 
-TEST_F(LockUnlessExitingTest, ManyThreadsTakeItOneAtATime)
+TEST_F(LockUnlessExitingTest, ManyThreadsExcludeOneAnother)
 {
     constexpr int rounds = 2'000;
     int counter = 0; // guarded by the lock alone

@@ -50,7 +50,7 @@ TEST_F(LogFileTest, TheFirstLineOpensTheFile)
     EXPECT_TRUE(file.existsAsFile());
 }
 
-TEST_F(LogFileTest, LinesEndInALineFeedOnEverySystem)
+TEST_F(LogFileTest, LinesEndWithALineFeedOnEverySystem)
 {
     logFile.writeLine("M\xC3\xBCller");
     logFile.writeLine("");
@@ -105,7 +105,7 @@ TEST_F(LogFileTest, FlushWritesWhatIsBuffered)
     EXPECT_EQ(readBytes(file), "x\n");
 }
 
-TEST_F(LogFileTest, AForcedFlushComesEverySoManyLines)
+TEST_F(LogFileTest, AForcedFlushFollowsTheGivenNumberOfLines)
 {
     flags::logForceFlush = 3;
     std::vector<size_t> sizes;
@@ -119,7 +119,7 @@ TEST_F(LogFileTest, AForcedFlushComesEverySoManyLines)
     EXPECT_EQ(sizes, (std::vector<size_t>{0, 0, 6, 6, 6, 12, 12, 12, 18}));
 }
 
-TEST_F(LogFileTest, OneOrANegativeCountFlushesEveryLine)
+TEST_F(LogFileTest, ACountOfOneOrLessFlushesEveryLine)
 {
     for (const auto count : {1, -1, -5, std::numeric_limits<int32_t>::min()})
     {
@@ -132,7 +132,7 @@ TEST_F(LogFileTest, OneOrANegativeCountFlushesEveryLine)
     }
 }
 
-TEST_F(LogFileTest, ClosingTwiceDoesNoHarm)
+TEST_F(LogFileTest, ClosingIsIdempotent)
 {
     logFile.close();
     logFile.writeLine("x");
@@ -141,7 +141,7 @@ TEST_F(LogFileTest, ClosingTwiceDoesNoHarm)
     EXPECT_EQ(readBytes(file), "x\n");
 }
 
-TEST_F(LogFileTest, AFileThatCannotBeOpenedLiesInTheTemporaryFolderInstead)
+TEST_F(LogFileTest, AnUnopenableFileIsReplacedByOneInTheTemporaryFolder)
 {
     block(file);
     logFile.writeLine("x");
@@ -151,7 +151,7 @@ TEST_F(LogFileTest, AFileThatCannotBeOpenedLiesInTheTemporaryFolderInstead)
     EXPECT_EQ(log.lines(), Lines{});
 }
 
-TEST_F(LogFileTest, AFolderThatDoesNotExistIsNotMade)
+TEST_F(LogFileTest, AMissingFolderIsNotCreated)
 {
     place(file.getSiblingFile("no such folder").getChildFile(file.getFileName()));
     logFile.writeLine("x");
@@ -179,7 +179,7 @@ TEST_F(LogFileTest, ThePreviousFileInTheTemporaryFolderIsAppendedToWhenAsked)
     EXPECT_EQ(readBytes(inTemporaryFolder), "previous run\nx\n");
 }
 
-TEST_F(LogFileTest, ForcedFlushesHoldInTheTemporaryFolderToo)
+TEST_F(LogFileTest, ForcedFlushesApplyInTheTemporaryFolderToo)
 {
     flags::logForceFlush = 2;
     block(file);
@@ -189,7 +189,7 @@ TEST_F(LogFileTest, ForcedFlushesHoldInTheTemporaryFolderToo)
     EXPECT_EQ(readBytes(inTemporaryFolder), "x\ny\n");
 }
 
-TEST_F(LogFileTest, WhereNeitherPlaceWorksLinesAreDroppedForGoodWithoutAMessage)
+TEST_F(LogFileTest, LinesAreDroppedSilentlyIfNeitherFileCanBeOpened)
 {
     block(file);
     block(inTemporaryFolder);

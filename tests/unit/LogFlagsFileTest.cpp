@@ -57,7 +57,7 @@ TEST_F(LogFlagsFileTest, TheTableKeepsTheFirstSettingOfAFlag)
     EXPECT_EQ(flags::daemon, 2);
 }
 
-TEST_F(LogFlagsFileTest, WithoutAFileNothingChanges)
+TEST_F(LogFlagsFileTest, AMissingFileChangesNothing)
 {
     flags::daemon = 4;
     EXPECT_EQ(readLogFlagsFile(folder.getChild("no such file.txt")), Settings{});
@@ -66,7 +66,7 @@ TEST_F(LogFlagsFileTest, WithoutAFileNothingChanges)
     EXPECT_EQ(log.lines(), Lines{});
 }
 
-TEST_F(LogFlagsFileTest, AFolderOfThatNameIsSkipped)
+TEST_F(LogFlagsFileTest, AFolderOfThatNameIsIgnored)
 {
     file.createDirectory();
     EXPECT_EQ(readLogFlagsFile(file), Settings{});
@@ -78,7 +78,7 @@ TEST_F(LogFlagsFileTest, AnEmptyFileSetsNothing)
     EXPECT_EQ(read(""), Settings{});
 }
 
-TEST_F(LogFlagsFileTest, AByteOrderMarkIsNoPartOfTheFirstName)
+TEST_F(LogFlagsFileTest, AByteOrderMarkIsNotPartOfTheFirstName)
 {
     EXPECT_EQ(read("\xEF\xBB\xBF"
                    "daemon=2"),
@@ -97,7 +97,7 @@ TEST_F(LogFlagsFileTest, Utf16OfBothByteOrdersIsRead)
     EXPECT_EQ(flags::daemon, 3);
 }
 
-TEST_F(LogFlagsFileTest, Utf16NamesAreEnteredAsUtf8)
+TEST_F(LogFlagsFileTest, Utf16NamesAreStoredAsUtf8)
 {
     EXPECT_EQ(read("\xFF\xFE\xFC\x00\xAC\x20=\0005\0"sv), (Settings{{"\xC3\xBC\xE2\x82\xAC", 5}}));
 }
@@ -111,7 +111,7 @@ TEST_F(LogFlagsFileTest, HalfACharacterAtTheEndOfUtf16IsIgnored)
     EXPECT_EQ(read("\xFF\xFE\n"), Settings{});
 }
 
-TEST_F(LogFlagsFileTest, WhatFollowsNulsIsStillRead)
+TEST_F(LogFlagsFileTest, TextBehindNulsIsRead)
 {
     EXPECT_EQ(read("ab\0c daemon=6\0\0 logTime"sv), (Settings{{std::string("ab\0c", 4), 1},
                                                               {"daemon", 1},
@@ -124,14 +124,14 @@ TEST_F(LogFlagsFileTest, WhatFollowsNulsIsStillRead)
     EXPECT_EQ(flags::logPrefix, 1);
 }
 
-TEST_F(LogFlagsFileTest, BytesThatAreNoTextAreIgnored)
+TEST_F(LogFlagsFileTest, InvalidUtf8IsIgnored)
 {
     EXPECT_EQ(read("\xC3 \xFF\xFE\x80 daemon=2 \xED\xA0\x80"),
               (Settings{{"\xC3", 1}, {"\xFF\xFE\x80", 1}, {"daemon", 2}, {"\xED\xA0\x80", 1}}));
     EXPECT_EQ(flags::daemon, 2);
 }
 
-TEST_F(LogFlagsFileTest, MegabytesOfJunkDoNotHideWhatFollows)
+TEST_F(LogFlagsFileTest, ASettingBehindMegabytesOfJunkIsRead)
 {
     std::mt19937 random(1);
     std::string junk(8 * megabytes, '\0');
@@ -145,13 +145,13 @@ TEST_F(LogFlagsFileTest, MegabytesOfJunkDoNotHideWhatFollows)
     expectReadQuickly(junk + "\ndaemon=7\n");
 }
 
-TEST_F(LogFlagsFileTest, MegabytesOfOneCharacterDoNotHideWhatFollows)
+TEST_F(LogFlagsFileTest, ASettingBehindMegabytesOfOneCharacterIsRead)
 {
     for (const auto character : {'=', '"', ' ', '\n', '\0', '-', '1', 'x'})
         expectReadQuickly(std::string(8 * megabytes, character) + "\ndaemon=7\n");
 }
 
-TEST_F(LogFlagsFileTest, MegabytesOfDistinctNamesDoNotHideWhatFollows)
+TEST_F(LogFlagsFileTest, ASettingBehindMegabytesOfNamesIsRead)
 {
     std::string names;
 
@@ -161,7 +161,7 @@ TEST_F(LogFlagsFileTest, MegabytesOfDistinctNamesDoNotHideWhatFollows)
     expectReadQuickly(names + "daemon=7\n");
 }
 
-TEST_F(LogFlagsFileTest, MegabytesOfUtf16DoNotHideWhatFollows)
+TEST_F(LogFlagsFileTest, ASettingBehindMegabytesOfUtf16IsRead)
 {
     std::string text = "\xFF\xFE";
 

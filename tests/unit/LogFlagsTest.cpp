@@ -38,7 +38,7 @@ TEST_F(LogFlagsTest, EveryFlagIsRegisteredInByteWiseOrder)
                             "logToFile", "logToStdout"}));
 }
 
-TEST_F(LogFlagsTest, ARegistrationGivesZeroAndStoresARecord)
+TEST_F(LogFlagsTest, ARegistrationReturnsZeroAndStoresARecord)
 {
     EXPECT_EQ(registerLogFlag(&firstVariable, "\"abc\"", "zzTestRecord", "What it is for."), 0);
     const auto& flag = getLogFlagRegistry()->at("zzTestRecord");
@@ -50,7 +50,7 @@ TEST_F(LogFlagsTest, ARegistrationGivesZeroAndStoresARecord)
     EXPECT_EQ(static_cast<int32_t>(flag.type), 1);
 }
 
-TEST_F(LogFlagsTest, OfTwoRegistrationsOfANameTheLaterStays)
+TEST_F(LogFlagsTest, ALaterRegistrationReplacesAnEarlierOne)
 {
     registerLogFlag(&firstVariable, "\"one\"", "zzTestTwice", "First.");
     const auto count = getLogFlagRegistry()->size();
@@ -61,7 +61,7 @@ TEST_F(LogFlagsTest, OfTwoRegistrationsOfANameTheLaterStays)
     EXPECT_EQ(getLogFlagRegistry()->at("zzTestTwice").description, "Second.");
 }
 
-TEST_F(LogFlagsTest, APrefixOfMoreThanTwelveCharactersIsCutAndClosedWithAQuote)
+TEST_F(LogFlagsTest, APrefixOfMoreThanTwelveCharactersIsTruncatedAndQuoted)
 {
     const auto stored = [](const char* prefix) {
         registerLogFlag(&firstVariable, prefix, "zzTestPrefix", "");
@@ -112,7 +112,7 @@ TEST_F(LogFlagsTest, OneLineMaySetManyFlags)
     EXPECT_EQ(flags::logPrefix, 1);
 }
 
-TEST_F(LogFlagsTest, LinesMayEndInEveryWay)
+TEST_F(LogFlagsTest, EveryKindOfLineEndIsAccepted)
 {
     set("daemon=2\r\nlogTime=3\rlogPrefix=4\nlogJuce");
     EXPECT_EQ(flags::daemon, 2);
@@ -148,7 +148,7 @@ TEST_F(LogFlagsTest, AValueOfMoreThan32BitsSaturates)
     EXPECT_EQ(flags::logPrefix, 2147483647);
 }
 
-TEST_F(LogFlagsTest, AWordThatIsNotPurelyANumberIsANameOfItsOwn)
+TEST_F(LogFlagsTest, AWordThatIsNotANumberIsAName)
 {
     EXPECT_EQ(
         set("logFlushTime=1000ms daemon=+1 logTime"),
@@ -164,7 +164,7 @@ TEST_F(LogFlagsTest, ANumberInPlaceOfANameIsAnUnknownName)
     EXPECT_EQ(flags::daemon, 3);
 }
 
-TEST_F(LogFlagsTest, QuotesStayPartOfTheirWordAndSoMatchNoFlag)
+TEST_F(LogFlagsTest, QuotesArePartOfTheWordAndMatchNoFlag)
 {
     EXPECT_EQ(set("\"daemon\"=1 \"log Time\" 2 log\"Pre\"fix \"daemonDetail\n1\""),
               (Settings{{"\"daemon\"", 1},
@@ -182,19 +182,19 @@ TEST_F(LogFlagsTest, AnEqualsSignInsideQuotesBecomesABlank)
     EXPECT_EQ(set("\"a=b\"=2"), (Settings{{"\"a b\"", 2}}));
 }
 
-TEST_F(LogFlagsTest, AQuoteThatIsNeverClosedTakesTheRest)
+TEST_F(LogFlagsTest, AnUnclosedQuoteExtendsToTheEnd)
 {
     EXPECT_EQ(set("logTime \"daemon=1 logPrefix"),
               (Settings{{"logTime", 1}, {"\"daemon 1 logPrefix", 1}}));
     EXPECT_EQ(flags::daemon, 0);
 }
 
-TEST_F(LogFlagsTest, AQuotedNumberIsNoValue)
+TEST_F(LogFlagsTest, AQuotedNumberIsNotAValue)
 {
     EXPECT_EQ(set("daemon=\"5\""), (Settings{{"daemon", 1}, {"\"5\"", 1}}));
 }
 
-TEST_F(LogFlagsTest, TheLaterSettingOfAFlagWinsButTheTableKeepsTheFirst)
+TEST_F(LogFlagsTest, TheLastSettingOfAFlagWinsButTheTableKeepsTheFirst)
 {
     EXPECT_EQ(set("daemon=1 daemon=2 daemon=3"), (Settings{{"daemon", 1}}));
     EXPECT_EQ(flags::daemon, 3);
@@ -207,7 +207,7 @@ TEST_F(LogFlagsTest, NamesAreCaseSensitive)
     EXPECT_EQ(flags::logTime, 0);
 }
 
-TEST_F(LogFlagsTest, TextWithoutWordsSetsNothing)
+TEST_F(LogFlagsTest, ATextWithoutWordsSetsNothing)
 {
     EXPECT_EQ(set(""), Settings{});
     EXPECT_EQ(set(" \t\r\n == \v \f ="), Settings{});

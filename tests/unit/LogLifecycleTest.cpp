@@ -45,13 +45,13 @@ protected:
     LogCapture log;
 };
 
-TEST_F(LogLifecycleTest, TheFirstLinesSayWhenLoggingStarted)
+TEST_F(LogLifecycleTest, TheFirstLinesShowWhenLoggingStarted)
 {
     init();
     EXPECT_EQ(log.lines(), (Lines{"Started logging on 16.11.26 00:43:48", ""}));
 }
 
-TEST_F(LogLifecycleTest, TheLastLinesSayWhenLoggingStopped)
+TEST_F(LogLifecycleTest, TheLastLinesShowWhenLoggingStopped)
 {
     init();
     setLogClock([] { return localTime(2027, 1, 2, 23, 4, 5); });
@@ -89,7 +89,7 @@ TEST_F(LogLifecycleTest, ByDefaultLinesAppearOnStandardOutputOnly)
     EXPECT_FALSE(logFile.exists());
 }
 
-TEST_F(LogLifecycleTest, TheFlagsFileMaySwitchTheConsoleOff)
+TEST_F(LogLifecycleTest, TheFlagsFileMayTurnTheConsoleOff)
 {
     StandardStreamCapture output(stdout);
     flags::logToStdout = 1;
@@ -101,7 +101,7 @@ TEST_F(LogLifecycleTest, TheFlagsFileMaySwitchTheConsoleOff)
     EXPECT_EQ(LogAccess::getSinks().size(), 1u); // the capturing one
 }
 
-TEST_F(LogLifecycleTest, TheFlagsFileMayMoveTheConsoleToStandardError)
+TEST_F(LogLifecycleTest, TheFlagsFileMayRedirectTheConsoleToStandardError)
 {
     StandardStreamCapture output(stdout);
     StandardStreamCapture error(stderr);
@@ -114,7 +114,7 @@ TEST_F(LogLifecycleTest, TheFlagsFileMayMoveTheConsoleToStandardError)
     EXPECT_EQ(error.getWritten(), "Started logging on 16.11.26 00:43:48\n\n");
 }
 
-TEST_F(LogLifecycleTest, SinksAreAddedInOrderConsoleDebuggerFile)
+TEST_F(LogLifecycleTest, SinksAreAddedInTheOrderConsoleDebuggerFile)
 {
     StandardStreamCapture output(stdout);
     LogCapture::removeAllSinks();
@@ -157,7 +157,7 @@ TEST_F(LogLifecycleTest, ADumpOfTheFlagsFollowsTheFirstLine)
               lines.end());
 }
 
-TEST_F(LogLifecycleTest, TheLogFileHoldsEverythingFromTheFirstLineToTheLast)
+TEST_F(LogLifecycleTest, TheLogFileHoldsAllLines)
 {
     writeFlagsFile("logToFile");
     writeBytes(logFile, "previous run\n");
@@ -169,7 +169,7 @@ TEST_F(LogLifecycleTest, TheLogFileHoldsEverythingFromTheFirstLineToTheLast)
         "Started logging on 16.11.26 00:43:48\n\nx\n\nStopped logging on 16.11.26 00:43:48\n\n");
 }
 
-TEST_F(LogLifecycleTest, TheLogFileIsKeptWhenAsked)
+TEST_F(LogLifecycleTest, TheLogFileIsAppendedToWhenAsked)
 {
     writeFlagsFile("logToFile logAppendToFile");
     writeBytes(logFile, "previous run\n");
@@ -186,7 +186,7 @@ TEST_F(LogLifecycleTest, FlushingWithoutALogFileDoesNothing)
     EXPECT_FALSE(logFile.exists());
 }
 
-TEST_F(LogLifecycleTest, ALineLoggedAfterShutDownGoesNowhere)
+TEST_F(LogLifecycleTest, LinesLoggedAfterShutdownAreDropped)
 {
     writeFlagsFile("logToFile");
     init();
@@ -201,7 +201,7 @@ TEST_F(LogLifecycleTest, ALineLoggedAfterShutDownGoesNowhere)
     EXPECT_EQ(LogAccess::getSinks().size(), 0u);
 }
 
-TEST_F(LogLifecycleTest, LoggingCanStartAgainAfterShutDown)
+TEST_F(LogLifecycleTest, LoggingCanStartAgainAfterShutdown)
 {
     writeFlagsFile("logToFile");
     init();
@@ -212,7 +212,7 @@ TEST_F(LogLifecycleTest, LoggingCanStartAgainAfterShutDown)
               "Started logging on 16.11.26 00:43:48\n\n\nStopped logging on 16.11.26 00:43:48\n\n");
 }
 
-TEST_F(LogLifecycleTest, LoggingThatIsStartedTwiceHasItsSinksAndItsTimerOnce)
+TEST_F(LogLifecycleTest, StartingTwiceAddsSinksAndTimerOnce)
 {
     StandardStreamCapture output(stdout);
     writeFlagsFile("logToStdout logToFile logFlushTime=60000");
@@ -246,7 +246,7 @@ TEST_F(LogLifecycleTest, TheFlushTimerRunsAtTheIntervalOfTheFlag)
     EXPECT_EQ(LogAccess::getFlushTimer(), nullptr);
 }
 
-TEST_F(LogLifecycleTest, WithoutALogFileOrWithoutAPositiveIntervalThereIsNoFlushTimer)
+TEST_F(LogLifecycleTest, TheFlushTimerNeedsALogFileAndAPositiveInterval)
 {
     for (const auto* text :
          {"logFlushTime=60000", "logToFile logFlushTime=0", "logToFile logFlushTime=-1"})
@@ -259,7 +259,7 @@ TEST_F(LogLifecycleTest, WithoutALogFileOrWithoutAPositiveIntervalThereIsNoFlush
     }
 }
 
-TEST_F(LogLifecycleTest, AFlushTimerWithAnIntervalBelowOneIsAnErrorAndDoesNotRun)
+TEST_F(LogLifecycleTest, AFlushIntervalBelowOneIsAnErrorAndStartsNoTimer)
 {
     for (const auto interval : {0, -1})
     {
@@ -271,7 +271,7 @@ TEST_F(LogLifecycleTest, AFlushTimerWithAnIntervalBelowOneIsAnErrorAndDoesNotRun
     }
 }
 
-TEST_F(LogLifecycleTest, TheFrameworkLogsThroughTheLogWhenAskedAndAlsoAfterShutDown)
+TEST_F(LogLifecycleTest, JuceLogsThroughTheLogWhenAskedAndAfterShutdownToo)
 {
     writeFlagsFile("logJuce logPrefix");
     init();
@@ -285,7 +285,7 @@ TEST_F(LogLifecycleTest, TheFrameworkLogsThroughTheLogWhenAskedAndAlsoAfterShutD
     EXPECT_EQ(juce::Logger::getCurrentLogger(), logger);
 }
 
-TEST_F(LogLifecycleTest, TheFrameworksLoggerIsLeftAloneOtherwise)
+TEST_F(LogLifecycleTest, ByDefaultJucesLoggerIsUnchanged)
 {
     init();
     EXPECT_EQ(juce::Logger::getCurrentLogger(), nullptr);

@@ -34,7 +34,7 @@ protected:
     LogCapture log;
 };
 
-TEST_F(LogLineTest, WithoutTimeAndPrefixALineIsJustItsText)
+TEST_F(LogLineTest, WithoutTimeAndPrefixALineIsItsText)
 {
     logPrintf("daemon", "%s has %d of %u", "node7", -3, 4u);
     logUnprefixed("plain %c", 'x');
@@ -58,14 +58,14 @@ TEST_F(LogLineTest, TheTimeOfDayIsWrittenInUtc)
     EXPECT_EQ(lineAt(20'000 * day + 12 * 3'600'000), "[12:00:00.000] x");
 }
 
-TEST_F(LogLineTest, TheTimeOfDayBeginsAnewAtMidnight)
+TEST_F(LogLineTest, TheTimeOfDayRestartsAtMidnight)
 {
     flags::logTime = 1;
     EXPECT_EQ(lineAt(20'000 * day - 1), "[23:59:59.999] x");
     EXPECT_EQ(lineAt(20'000 * day), "[00:00:00.000] x");
 }
 
-TEST_F(LogLineTest, WithoutAClockOfItsOwnTheLogTakesTheSystems)
+TEST_F(LogLineTest, ByDefaultTheLogUsesTheSystemClock)
 {
     setLogClock(nullptr);
     flags::logTime = 1;
@@ -89,7 +89,7 @@ TEST_F(LogLineTest, WithoutAClockOfItsOwnTheLogTakesTheSystems)
     EXPECT_LE(logged, after);
 }
 
-TEST_F(LogLineTest, AnyValueOfTheTimeFlagButZeroTurnsItOn)
+TEST_F(LogLineTest, AnyNonZeroTimeFlagTurnsTheTimeOn)
 {
     flags::logTime = -1;
     EXPECT_EQ(lineAt(0), "[00:00:00.000] x");
@@ -104,7 +104,7 @@ TEST_F(LogLineTest, ThePrefixFieldHasTwelveCharacters)
     EXPECT_EQ(log.lines(), (Lines{"daemon    : x", "ERROR     : x", "JUCE      : x"}));
 }
 
-TEST_F(LogLineTest, ALongPrefixIsCutToTenCharacters)
+TEST_F(LogLineTest, ALongPrefixIsTruncatedToTenCharacters)
 {
     flags::logPrefix = 1;
     logPrintf("0123456789", "x");
@@ -124,7 +124,7 @@ TEST_F(LogLineTest, WithoutAPrefixTheFieldIsBlank)
     EXPECT_EQ(log.lines(), Lines(5, "            x"));
 }
 
-TEST_F(LogLineTest, TheTimeStandsBeforeThePrefix)
+TEST_F(LogLineTest, TheTimePrecedesThePrefix)
 {
     flags::logTime = 1;
     flags::logPrefix = 1;
@@ -141,14 +141,14 @@ TEST_F(LogLineTest, EmptyTextsGiveEmptyLines)
     EXPECT_EQ(log.lines(), (Lines{"", ""}));
 }
 
-TEST_F(LogLineTest, ALineOfTheGreatestLengthIsWhole)
+TEST_F(LogLineTest, ALineOfMaximumLengthIsNotTruncated)
 {
     const std::string text(maxLineLength, 'x');
     logUnprefixed("%s", text.c_str());
     EXPECT_EQ(log.lines(), Lines{text});
 }
 
-TEST_F(LogLineTest, WhatIsLongerIsCut)
+TEST_F(LogLineTest, LongerLinesAreTruncated)
 {
     const std::string text(maxLineLength + 1, 'x');
     logUnprefixed("%s", text.c_str());
@@ -156,7 +156,7 @@ TEST_F(LogLineTest, WhatIsLongerIsCut)
     EXPECT_EQ(log.lines(), Lines(2, std::string(maxLineLength, 'x')));
 }
 
-TEST_F(LogLineTest, TimeAndPrefixCountForTheLength)
+TEST_F(LogLineTest, TimeAndPrefixCountTowardsTheLength)
 {
     flags::logTime = 1;
     flags::logPrefix = 1;
@@ -167,7 +167,7 @@ TEST_F(LogLineTest, TimeAndPrefixCountForTheLength)
     EXPECT_EQ(log.lines(), Lines(2, cut));
 }
 
-TEST_F(LogLineTest, TimeAloneOrPrefixAloneCountsForTheLengthOfAFinishedText)
+TEST_F(LogLineTest, TimeOrPrefixCountsTowardsTheLengthOfAFormattedText)
 {
     const juce::String text(std::string(maxLineLength, 'x'));
     flags::logTime = 1;
@@ -179,14 +179,14 @@ TEST_F(LogLineTest, TimeAloneOrPrefixAloneCountsForTheLengthOfAFinishedText)
                                   "JUCE      : " + std::string(maxLineLength - 12, 'x')}));
 }
 
-TEST_F(LogLineTest, AFinishedTextWithoutTimeAndPrefixMayHaveAnyLength)
+TEST_F(LogLineTest, AFormattedTextWithoutTimeAndPrefixMayHaveAnyLength)
 {
     const std::string text(5 * maxLineLength, 'x');
     logString("JUCE", juce::String(text));
     EXPECT_EQ(log.lines(), Lines{text});
 }
 
-TEST_F(LogLineTest, UmlautsPassAsUtf8)
+TEST_F(LogLineTest, Utf8IsKept)
 {
     logUnprefixed("%s", "M\xC3\xBCller");
     logString("", juce::String::fromUTF8("\xE2\x82\xAC"));
@@ -224,13 +224,13 @@ TEST_F(LogLineTest, BothGuardedCallsHaveTheDaemonsPrefix)
     EXPECT_EQ(log.lines(), (Lines{"daemon    : x", "daemon    : y"}));
 }
 
-TEST_F(LogLineTest, ErrorsNeedNoFlag)
+TEST_F(LogLineTest, ErrorsAreLoggedWithoutAnyFlag)
 {
     logError("x");
     EXPECT_EQ(log.lines(), Lines{"x"});
 }
 
-TEST_F(LogLineTest, AMessageOfTheFrameworkIsPrefixed)
+TEST_F(LogLineTest, AMessageFromJuceIsPrefixed)
 {
     flags::logPrefix = 1;
     JuceLog().logMessage(juce::String::fromUTF8("50% of M\xC3\xBCller"));

@@ -43,7 +43,7 @@ protected:
     LogCapture log;
 };
 
-TEST_F(LogSinkTableTest, WithoutSinksLinesGoNowhere)
+TEST_F(LogSinkTableTest, WithoutSinksLinesAreDropped)
 {
     logError("x");
     EXPECT_EQ(calls, "");
@@ -60,14 +60,14 @@ TEST_F(LogSinkTableTest, SinksAreCalledInTheOrderInWhichTheyWereAdded)
     EXPECT_EQ(calls, "c1 a1 b1 c2 a2 b2 ");
 }
 
-TEST_F(LogSinkTableTest, NoSinkIsRefused)
+TEST_F(LogSinkTableTest, ANullSinkIsRefused)
 {
     EXPECT_FALSE(addLogSink(nullptr));
     logUnprefixed("1");
     EXPECT_EQ(calls, "");
 }
 
-TEST_F(LogSinkTableTest, ASinkThatIsThereIsNotAddedAgain)
+TEST_F(LogSinkTableTest, ASinkIsAddedOnlyOnce)
 {
     EXPECT_TRUE(addLogSink(sinks[0]));
     EXPECT_TRUE(addLogSink(sinks[0]));
@@ -134,7 +134,7 @@ protected:
     RecordedConsole console;
 };
 
-TEST_F(LogConsoleTest, ARealConsoleGetsTheLineWithItsNulAndThenTheLineEnd)
+TEST_F(LogConsoleTest, ARealConsoleReceivesTheLineWithItsNulAndThenTheLineEnd)
 {
     logUnprefixed("hi");
     EXPECT_EQ(console.written, (RecordedConsole::Writes{{StandardStream::output, u"hi\0"s},
@@ -148,13 +148,13 @@ TEST_F(LogConsoleTest, AnEmptyLineOnARealConsoleIsANulAndTheLineEnd)
                                                         {StandardStream::output, u"\n"}}));
 }
 
-TEST_F(LogConsoleTest, ARealConsoleGetsUtf16)
+TEST_F(LogConsoleTest, ARealConsoleReceivesUtf16)
 {
     logUnprefixed("%s", "M\xC3\xBCller \xE2\x82\xAC \xF0\x9F\x98\x80");
     EXPECT_EQ(console.written.at(0).second, u"M\u00FCller \u20AC \xD83D\xDE00\0"s);
 }
 
-TEST_F(LogConsoleTest, TheStreamIsChosenAnewForEveryLine)
+TEST_F(LogConsoleTest, TheStreamIsChosenForEachLine)
 {
     logUnprefixed("1");
     flags::logToStdout = 2;
@@ -171,7 +171,7 @@ TEST_F(LogConsoleTest, TheStreamIsChosenAnewForEveryLine)
                                                         {StandardStream::output, u"\n"}}));
 }
 
-TEST_F(LogConsoleTest, RedirectedStandardOutputGetsEveryLineAtOnce)
+TEST_F(LogConsoleTest, RedirectedStandardOutputReceivesEachLineAtOnce)
 {
     console.isReal = false;
     StandardStreamCapture output(stdout);
@@ -187,7 +187,7 @@ TEST_F(LogConsoleTest, RedirectedStandardOutputGetsEveryLineAtOnce)
     EXPECT_EQ(console.written, RecordedConsole::Writes{});
 }
 
-TEST_F(LogConsoleTest, RedirectedStandardErrorGetsEveryLineAtOnce)
+TEST_F(LogConsoleTest, RedirectedStandardErrorReceivesEachLineAtOnce)
 {
     console.isReal = false;
     flags::logToStdout = 2;
@@ -205,7 +205,7 @@ TEST_F(LogConsoleTest, RedirectedStandardErrorGetsEveryLineAtOnce)
     EXPECT_EQ(output.getWritten(), "");
 }
 
-TEST_F(LogConsoleTest, AFileIsNoRealConsole)
+TEST_F(LogConsoleTest, AFileIsNotARealConsole)
 {
     platform::setConsole(nullptr);
     StandardStreamCapture output(stdout);
@@ -214,13 +214,13 @@ TEST_F(LogConsoleTest, AFileIsNoRealConsole)
     EXPECT_EQ(output.getWritten(), "x\n");
 }
 
-TEST_F(LogConsoleTest, TheSystemsConversionKeepsTheNul)
+TEST_F(LogConsoleTest, TheConversionToUtf16KeepsTheNul)
 {
     EXPECT_EQ(platform::toTerminatedUtf16("M\xC3\xBC"), u"M\u00FC\0"s);
     EXPECT_EQ(platform::toTerminatedUtf16(""), u"\0"s);
 }
 
-TEST_F(LogConsoleTest, TextThatIsNoUtf8DoesNoHarm)
+TEST_F(LogConsoleTest, InvalidUtf8DoesNoHarm)
 {
     logUnprefixed("%s", "a\xFF\xC3");
     ASSERT_EQ(console.written.size(), 2u);

@@ -80,7 +80,7 @@ TEST(LogThreadsTest, LinesOfTwoThreadsNeverMixAndEverySinkSeesTheSameOrder)
     EXPECT_EQ(secondText == captured, true);
 }
 
-TEST(LogThreadsTest, ASinkMayLogItself)
+TEST(LogThreadsTest, ASinkMayLog)
 {
     LogCapture log;
     addLogSink([](const char* line) {

@@ -11,7 +11,7 @@ TEST(MasterAddressTest, TheFirstDottedOctetIsTheMostSignificantByte)
     EXPECT_EQ(formatIp(0xC0A8000A), "192.168.0.10");
 }
 
-TEST(MasterAddressTest, EveryOctetIsPrintedInFull)
+TEST(MasterAddressTest, EveryOctetIsPrintedAsAnUnsignedNumber)
 {
     EXPECT_EQ(formatIp(0), "0.0.0.0");
     EXPECT_EQ(formatIp(0xFFFFFFFF), "255.255.255.255");

@@ -98,7 +98,7 @@ TEST_F(MasterDaemonMessageTest, EveryTypeHasItsNumber)
     EXPECT_EQ(typeByte(MasterMessageType::UNEXPECTED_REQUEST), "0D 00 00 00 ");
 }
 
-TEST_F(MasterDaemonMessageTest, TextsAreCutAt32BytesAndThenHaveNoTerminator)
+TEST_F(MasterDaemonMessageTest, TextsAreTruncatedTo32BytesWithoutATerminator)
 {
     message.masterText = "0123456789abcdef0123456789ABCDEF";
     message.slaveAlias = "0123456789abcdef0123456789ABCDEF and more";
@@ -111,7 +111,7 @@ TEST_F(MasterDaemonMessageTest, TextsAreCutAt32BytesAndThenHaveNoTerminator)
     EXPECT_EQ(hex.substr(84 * 3), "00 00 00 00 00 00 00 00 ");
 }
 
-TEST_F(MasterDaemonMessageTest, WhatFollowsAFirstNulIsSentAsNuls)
+TEST_F(MasterDaemonMessageTest, TextsAreSentUpToTheirFirstNul)
 {
     message.masterText = std::string("ab\0cd", 5);
     message.slaveAlias = std::string("\0xyz", 4);
@@ -120,7 +120,7 @@ TEST_F(MasterDaemonMessageTest, WhatFollowsAFirstNulIsSentAsNuls)
     EXPECT_EQ(hex.substr(52 * 3, 32 * 3), emptyText);
 }
 
-TEST_F(MasterDaemonMessageTest, AReceivedRecordIsReadFromItsBytes)
+TEST_F(MasterDaemonMessageTest, AReceivedRecordIsParsed)
 {
     EXPECT_TRUE(receive(slaveRunningBytes));
     EXPECT_EQ(message.type, MasterMessageType::SLAVE_RUNNING);
@@ -133,7 +133,7 @@ TEST_F(MasterDaemonMessageTest, AReceivedRecordIsReadFromItsBytes)
 }
 
 /** The example beacon of docs/protocol.md. */
-TEST_F(MasterDaemonMessageTest, ABeaconIsReadFromItsBytes)
+TEST_F(MasterDaemonMessageTest, ABeaconIsParsed)
 {
     EXPECT_TRUE(
         receive("41 43 23 00 08 00 00 00 00 00 00 00 05 00 00 0A "
@@ -150,7 +150,7 @@ TEST_F(MasterDaemonMessageTest, ABeaconIsReadFromItsBytes)
     EXPECT_EQ(message.slaveVersion, 0u);
 }
 
-TEST_F(MasterDaemonMessageTest, ThePaddingIsNotInterpreted)
+TEST_F(MasterDaemonMessageTest, ThePaddingIsIgnored)
 {
     auto bytes = fromHex(slaveRunningBytes);
     bytes[18] = 0xFF;
@@ -159,7 +159,7 @@ TEST_F(MasterDaemonMessageTest, ThePaddingIsNotInterpreted)
     EXPECT_EQ(message.masterAddress, (MasterAddress{0x0A000005, 21000}));
 }
 
-TEST_F(MasterDaemonMessageTest, ATextOf32BytesIsKeptWholeAndSentBackWithoutATerminator)
+TEST_F(MasterDaemonMessageTest, ATextOf32BytesIsKeptAndSentBackWithoutATerminator)
 {
     auto bytes = fromHex(slaveRunningBytes);
     std::fill(bytes.begin() + 20, bytes.begin() + 52, static_cast<uint8_t>('m'));
@@ -180,7 +180,7 @@ TEST_F(MasterDaemonMessageTest, AllBytesOfAReceivedTextAreKept)
     EXPECT_EQ(textBeforeNul(message.masterText), "render-master");
 }
 
-TEST_F(MasterDaemonMessageTest, AFieldWithoutNulIsAllText)
+TEST_F(MasterDaemonMessageTest, AFieldWithoutNulIsTextThroughout)
 {
     EXPECT_EQ(textBeforeNul("0123456789abcdef0123456789ABCDEF"),
               "0123456789abcdef0123456789ABCDEF");
@@ -188,7 +188,7 @@ TEST_F(MasterDaemonMessageTest, AFieldWithoutNulIsAllText)
     EXPECT_EQ(textBeforeNul(std::string_view("\0a", 2)), "");
 }
 
-TEST_F(MasterDaemonMessageTest, Only92BytesAreARecordWhateverTheyHold)
+TEST_F(MasterDaemonMessageTest, ARecordHas92Bytes)
 {
     expectRejected("", "master daemon message has invalid size (0)");
     expectRejected(slaveRunningBytes.substr(3), "master daemon message has invalid size (91)");
@@ -197,7 +197,7 @@ TEST_F(MasterDaemonMessageTest, Only92BytesAreARecordWhateverTheyHold)
     expectRejected(slaveRunningBytes + "00 ", "master daemon message has invalid size (93)");
 }
 
-TEST_F(MasterDaemonMessageTest, AForeignMagicIsRejected)
+TEST_F(MasterDaemonMessageTest, AnotherMagicIsRejected)
 {
     expectRejected(recordWithHead("42 43 23 00 08 00 00 00 00 00 00 00 "),
                    "master daemon message has invalid magic");
@@ -221,7 +221,7 @@ TEST_F(MasterDaemonMessageTest, TypesFromThirteenOnAreRejectedAndPrintedWithASig
                    "master daemon message had invalid type (-1)");
 }
 
-TEST_F(MasterDaemonMessageTest, EveryTypeBelowThirteenPasses)
+TEST_F(MasterDaemonMessageTest, EveryTypeBelowThirteenIsAccepted)
 {
     const auto head = fromHex("41 43 23 00 08 00 00 00 00 00 00 00");
 
@@ -236,7 +236,7 @@ TEST_F(MasterDaemonMessageTest, EveryTypeBelowThirteenPasses)
     EXPECT_EQ(log.lines(), Lines{});
 }
 
-TEST_F(MasterDaemonMessageTest, TheFirstTestThatFailsDecides)
+TEST_F(MasterDaemonMessageTest, TheFirstFailedCheckIsLogged)
 {
     expectRejected("00 ", "master daemon message has invalid size (1)");
     expectRejected(recordWithHead("00 00 00 00 09 00 00 00 FF FF FF FF "),
@@ -245,7 +245,7 @@ TEST_F(MasterDaemonMessageTest, TheFirstTestThatFailsDecides)
                    "master daemon message has invalid version (9)");
 }
 
-TEST_F(MasterDaemonMessageTest, ARejectedRecordLeavesTheResultAlone)
+TEST_F(MasterDaemonMessageTest, ARejectedRecordDoesNotChangeTheResult)
 {
     message.masterText = "before";
     EXPECT_FALSE(receive(recordWithHead("41 43 23 00 09 00 00 00 01 00 00 00 ")));
@@ -253,13 +253,13 @@ TEST_F(MasterDaemonMessageTest, ARejectedRecordLeavesTheResultAlone)
     EXPECT_EQ(message.masterText, "before");
 }
 
-TEST_F(MasterDaemonMessageTest, RejectionsCarryTheDaemonsPrefix)
+TEST_F(MasterDaemonMessageTest, RejectionsAreLoggedWithTheDaemonsPrefix)
 {
     flags::logPrefix = 1;
     expectRejected("", "daemon    : master daemon message has invalid size (0)");
 }
 
-TEST_F(MasterDaemonMessageTest, RejectionsAreSilentWhileTheFlagIsOff)
+TEST_F(MasterDaemonMessageTest, RejectionsAreNotLoggedWhileTheFlagIsOff)
 {
     flags::daemon = 0;
     flags::daemonDetail = 1;

@@ -88,7 +88,7 @@ protected:
 
 constexpr MasterAddress someMaster{0x0A000005, 21000};
 
-TEST_F(MasterDiscoveryTest, AMasterIsKnownByTheAddressInItsBeaconNotByTheSendersAddress)
+TEST_F(MasterDiscoveryTest, AMasterIsReportedByTheAddressInItsBeaconNotByTheSender)
 {
     start();
     sender.send(makeRecord(scanRequest, someMaster));
@@ -142,7 +142,7 @@ TEST_F(MasterDiscoveryTest, AMalformedDatagramIsReportedWithItsSenderAndPortZero
     EXPECT_EQ(listener.waitFor(1), Lines{"10.0.0.5:21000"});
 }
 
-TEST_F(MasterDiscoveryTest, ALongDatagramIsCutToAThousandBytes)
+TEST_F(MasterDiscoveryTest, ALongDatagramIsTruncatedToAThousandBytes)
 {
     start();
     expectRejected(Bytes(1000), "master daemon message has invalid size (1000)");
@@ -150,13 +150,13 @@ TEST_F(MasterDiscoveryTest, ALongDatagramIsCutToAThousandBytes)
     expectRejected(Bytes(9000), "master daemon message has invalid size (1000)");
 }
 
-TEST_F(MasterDiscoveryTest, AnEmptyDatagramIsMalformedToo)
+TEST_F(MasterDiscoveryTest, AnEmptyDatagramIsMalformed)
 {
     start();
     expectRejected({}, "master daemon message has invalid size (0)");
 }
 
-TEST_F(MasterDiscoveryTest, WithoutTheFlagNothingIsSaidOfMalformedDatagrams)
+TEST_F(MasterDiscoveryTest, MalformedDatagramsAreNotLoggedWhileTheFlagIsOff)
 {
     flags::daemon = 0;
     discovery.setListener(&listener);
@@ -179,7 +179,7 @@ TEST_F(MasterDiscoveryTest, WithoutAListenerBeaconsAreDropped)
     expectRejected(Bytes(91), "master daemon message has invalid size (91)");
 }
 
-TEST_F(MasterDiscoveryTest, ARequestToExitIsHonouredWithinAPoll)
+TEST_F(MasterDiscoveryTest, ARequestToExitIsNoticedWithinAPoll)
 {
     start();
     // The thread wakes every 100 ms; the rest is for a busy machine.
@@ -187,7 +187,7 @@ TEST_F(MasterDiscoveryTest, ARequestToExitIsHonouredWithinAPoll)
     EXPECT_EQ(log.lines(), Lines{});
 }
 
-TEST_F(MasterDiscoveryTest, ItExitsWhileDatagramsPourIn)
+TEST_F(MasterDiscoveryTest, ARequestToExitIsNoticedInAFloodOfDatagrams)
 {
     start();
     const Repeating flood([this] { sender.send(makeRecord(scanRequest, someMaster)); });
@@ -195,7 +195,7 @@ TEST_F(MasterDiscoveryTest, ItExitsWhileDatagramsPourIn)
     EXPECT_LT(timeOf([this] { EXPECT_TRUE(discovery.stopThread(10'000)); }), 1'000u);
 }
 
-TEST_F(MasterDiscoveryTest, ThePortIsFreeOnceItHasEnded)
+TEST_F(MasterDiscoveryTest, ThePortIsFreeAfterTheEnd)
 {
     start();
     discovery.stopThread(-1);

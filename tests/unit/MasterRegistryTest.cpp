@@ -96,7 +96,7 @@ protected:
     MasterRegistry registry{surround(world)};
 };
 
-TEST_F(MasterRegistryTest, MastersAreConnectedAndToldInTheOrderOfTheirAddresses)
+TEST_F(MasterRegistryTest, ConnectionsAndBroadcastsFollowTheOrderOfAddresses)
 {
     for (const auto port : {uint16_t{3}, uint16_t{1}, uint16_t{2}})
         add(port);
@@ -107,7 +107,7 @@ TEST_F(MasterRegistryTest, MastersAreConnectedAndToldInTheOrderOfTheirAddresses)
     EXPECT_EQ(takeEvents(), (Lines{"send 1", "send 2", "send 3"}));
 }
 
-TEST_F(MasterRegistryTest, OnlyMastersThatAreNotUsableAreConnected)
+TEST_F(MasterRegistryTest, OnlyUnusableLinksAreConnected)
 {
     add(1).usable = true;
     add(2);
@@ -117,7 +117,7 @@ TEST_F(MasterRegistryTest, OnlyMastersThatAreNotUsableAreConnected)
     EXPECT_EQ(takeEvents(), Lines{});
 }
 
-TEST_F(MasterRegistryTest, EveryReaderIsLookedAfterWithTheTimeOfTheTick)
+TEST_F(MasterRegistryTest, EveryLinkIsCheckedForADeafReaderWithTheTimeOfTheTick)
 {
     add(1);
     add(2);
@@ -133,7 +133,7 @@ TEST_F(MasterRegistryTest, ABroadcastGoesToUnconnectedMastersToo)
     EXPECT_EQ(takeEvents(), Lines{"send 1"});
 }
 
-TEST_F(MasterRegistryTest, FailedAttemptsEndWithTheBudgetAndGoOnBehindTheLastOne)
+TEST_F(MasterRegistryTest, FailedAttemptsEndWithTheBudgetAndResumeAfterTheLastOne)
 {
     for (const auto port : onePortEach)
         addUnreachable(port, 600);
@@ -144,7 +144,7 @@ TEST_F(MasterRegistryTest, FailedAttemptsEndWithTheBudgetAndGoOnBehindTheLastOne
     EXPECT_EQ(takeEvents(), (Lines{"connect 3", "connect 1"}));
 }
 
-TEST_F(MasterRegistryTest, SuccessfulAttemptsCostNothingOfTheBudget)
+TEST_F(MasterRegistryTest, SuccessfulAttemptsDoNotUseTheBudget)
 {
     for (const auto port : onePortEach)
         add(port).attemptMs = 900;
@@ -153,7 +153,7 @@ TEST_F(MasterRegistryTest, SuccessfulAttemptsCostNothingOfTheBudget)
     EXPECT_EQ(takeEvents().size(), 3u);
 }
 
-TEST_F(MasterRegistryTest, TheSearchGoesOnBehindAMasterThatIsGone)
+TEST_F(MasterRegistryTest, AttemptsResumeAfterAnUnregisteredMaster)
 {
     for (const auto port : onePortEach)
         addUnreachable(port);
@@ -174,7 +174,7 @@ TEST_F(MasterRegistryTest, ARequestToQuitEndsTheAttempts)
     EXPECT_EQ(takeEvents(), Lines{});
 }
 
-TEST_F(MasterRegistryTest, TheReserveIsKeptAndItsUseIsAnErrorOnce)
+TEST_F(MasterRegistryTest, TheDescriptorReserveIsKeptAndReachingItIsOneError)
 {
     flags::logPrefix = 1;
     world.freeDescriptors = MasterRegistry::descriptorReserve + 1;
@@ -192,7 +192,7 @@ TEST_F(MasterRegistryTest, TheReserveIsKeptAndItsUseIsAnErrorOnce)
                "daemon    : not connecting to master 127.0.0.1:3: only 16 file descriptors left"}));
 }
 
-TEST_F(MasterRegistryTest, AfterAShortageTheNextOneIsAnErrorAgain)
+TEST_F(MasterRegistryTest, ANewShortageIsAnErrorAgain)
 {
     flags::daemon = 0;
     auto& link = add(1);
@@ -218,7 +218,7 @@ TEST_F(MasterRegistryTest, TheOwnerMayUseTheReserve)
     EXPECT_EQ(takeEvents(), Lines{"connect 1"});
 }
 
-TEST_F(MasterRegistryTest, ALinkThatTookAnothersAddressIsNotTheSame)
+TEST_F(MasterRegistryTest, ALinkIsNotKnownByItsAddressAlone)
 {
     const FakeLink stranger(1, world);
     EXPECT_FALSE(registry.contains(stranger));

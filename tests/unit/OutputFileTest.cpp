@@ -22,7 +22,7 @@ protected:
     platform::OutputFile output;
 };
 
-TEST_F(OutputFileTest, BytesAreInTheFileAtOnce)
+TEST_F(OutputFileTest, BytesAreWrittenAtOnce)
 {
     EXPECT_FALSE(output.isOpen());
     ASSERT_TRUE(output.open(file));
@@ -36,7 +36,7 @@ TEST_F(OutputFileTest, BytesAreInTheFileAtOnce)
     EXPECT_EQ(readBytes(file), "ab\n\r\n");
 }
 
-TEST_F(OutputFileTest, AFileThatExistsIsWrittenAtItsEnd)
+TEST_F(OutputFileTest, AnExistingFileIsAppendedTo)
 {
     writeBytes(file, "before\n");
     ASSERT_TRUE(output.open(file));
@@ -57,7 +57,7 @@ TEST_F(OutputFileTest, TheLastBytesCanBeRemoved)
     EXPECT_EQ(readBytes(file), "before\nwhole\nnext\n");
 }
 
-TEST_F(OutputFileTest, WhatIsNoFileCannotBeOpened)
+TEST_F(OutputFileTest, OnlyFilesCanBeOpened)
 {
     file.createDirectory();
 
@@ -71,14 +71,14 @@ TEST_F(OutputFileTest, WhatIsNoFileCannotBeOpened)
     }
 }
 
-TEST_F(OutputFileTest, ANewFileIsMadeInASharedFolder)
+TEST_F(OutputFileTest, ANewFileIsCreatedInASharedFolder)
 {
     ASSERT_TRUE(output.openInSharedFolder(file));
     write("x");
     EXPECT_EQ(readBytes(file), "x");
 }
 
-TEST_F(OutputFileTest, ASecondNameOfAFileIsRefusedInASharedFolderOnly)
+TEST_F(OutputFileTest, AHardLinkIsRefusedOnlyInASharedFolder)
 {
     writeBytes(folder.getChild("other"), "precious");
     const std::filesystem::path path(folder.getPath());

@@ -117,7 +117,7 @@ const std::vector<Row> rows{
      {.stop = Stop::silently, .start = true, .reply = Type::STEAL_REPLY}},
 };
 
-TEST(OwnershipDecisionTest, EveryRequestInEveryStateIsDecidedAsTabled)
+TEST(OwnershipDecisionTest, EveryRequestInEveryStateIsDecidedAsInTheTable)
 {
     for (const auto& row : rows)
     {

@@ -9,13 +9,13 @@ using quelta::platform::executableFile;
 using quelta::platform::resolvePath;
 using quelta::platform::temporaryFolder;
 
-TEST(Paths, TheExecutableFileIsTheRunningProgram)
+TEST(PathsTest, TheExecutableFileIsTheRunningProgram)
 {
     EXPECT_TRUE(executableFile().existsAsFile());
     EXPECT_EQ(executableFile().getFileNameWithoutExtension(), juce::String("quelta_unit_tests"));
 }
 
-TEST(Paths, ARelativePathIsSeenFromTheCurrentFolder)
+TEST(PathsTest, ARelativePathIsResolvedFromTheCurrentFolder)
 {
     EXPECT_EQ(resolvePath("folder/file"),
               currentFolder().getChildFile("folder").getChildFile("file"));
@@ -23,13 +23,13 @@ TEST(Paths, ARelativePathIsSeenFromTheCurrentFolder)
     EXPECT_TRUE(currentFolder().isDirectory());
 }
 
-TEST(Paths, AnAbsolutePathStaysAsItIs)
+TEST(PathsTest, AnAbsolutePathIsKept)
 {
     const auto path = executableFile().getFullPathName();
     EXPECT_EQ(resolvePath(path).getFullPathName(), path);
 }
 
-TEST(Paths, FilesCanBeMadeInTheTemporaryFolder)
+TEST(PathsTest, JucesTemporaryFilesAreInTheTemporaryFolder)
 {
     const quelta::test::TemporaryFolder folder; // created where JUCE creates temporary files
     EXPECT_TRUE(temporaryFolder().isDirectory());

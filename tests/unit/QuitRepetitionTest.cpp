@@ -5,7 +5,7 @@
 namespace quelta::test {
 namespace {
 
-TEST(QuitRepetitionTest, TheFirstSignalEndsInOrder)
+TEST(QuitRepetitionTest, TheFirstSignalRequestsAnOrderlyEnd)
 {
     EXPECT_EQ(judgeQuitSignal(noQuitYet, 0), QuitEffect::quit);
     EXPECT_EQ(judgeQuitSignal(noQuitYet, 123'456'789), QuitEffect::quit);
@@ -18,7 +18,7 @@ TEST(QuitRepetitionTest, AnotherWithinASecondIsTheSameRequest)
     EXPECT_EQ(judgeQuitSignal(5'000, 6'000), QuitEffect::none);
 }
 
-TEST(QuitRepetitionTest, ALaterOneEndsAtOnce)
+TEST(QuitRepetitionTest, ALaterSignalEndsAtOnce)
 {
     EXPECT_EQ(judgeQuitSignal(5'000, 6'001), QuitEffect::endAtOnce);
     EXPECT_EQ(judgeQuitSignal(0, 86'400'000), QuitEffect::endAtOnce);

@@ -47,7 +47,7 @@ protected:
     }
 };
 
-TEST_F(RacesTestMixture, InTheEndEveryRequestIsServedAndTheSlaveIsFree)
+TEST_F(RacesTestMixture, EveryRequestIsServedAndTheSlaveIsFreeInTheEnd)
 {
     slave.play("[run]\nconnect\nauthenticating\ninfo\nwait 400\nbeat 50 for 200\ncrash");
     const auto seed = std::random_device{}();

@@ -48,7 +48,7 @@ TEST_F(RacesTestMonitor, TheEndWhileStrangersConnectTakesLessThanASecond)
     }
 }
 
-TEST_F(RacesTestMonitor, AskingForTheStatusAndForTheEndWhileTheSlaveComesAndGoesIsSafe)
+TEST_F(RacesTestMonitor, StatusAndStopAreSafeWhileTheSlaveConnectsAndLeaves)
 {
     for (int round = 0; round < 20; ++round)
     {

@@ -102,7 +102,7 @@ TEST_F(RacesTestShutdown, TheEndAtEveryMomentOfAStartStopsTheSlave)
     }
 }
 
-TEST_F(RacesTestShutdown, ASlaveThatIgnoresTheStopDoesNotHoldTheEndUp)
+TEST_F(RacesTestShutdown, ASlaveThatIgnoresTheStopDoesNotDelayTheEnd)
 {
     slave.play("[run]\non-stop ignore\nconnect\ninfo\nwait 400\nbeat 50");
 
@@ -117,7 +117,7 @@ TEST_F(RacesTestShutdown, ASlaveThatIgnoresTheStopDoesNotHoldTheEndUp)
     }
 }
 
-TEST_F(RacesTestShutdown, ASlaveThatCrashesMeanwhileDoesNotHoldTheEndUp)
+TEST_F(RacesTestShutdown, ASlaveThatCrashesMeanwhileDoesNotDelayTheEnd)
 {
     slave.play("[run]\nconnect\ninfo\nwait 120\nexit 3");
 
@@ -133,7 +133,7 @@ TEST_F(RacesTestShutdown, ASlaveThatCrashesMeanwhileDoesNotHoldTheEndUp)
     }
 }
 
-TEST_F(RacesTestShutdown, MastersThatComeAndGoDoNotHoldTheEndUp)
+TEST_F(RacesTestShutdown, MastersThatComeAndGoDoNotDelayTheEnd)
 {
     for (int round = 0; round < 8; ++round)
     {

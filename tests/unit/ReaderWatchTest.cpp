@@ -9,7 +9,7 @@ constexpr ReaderObservation nothingPending{};
 constexpr ReaderObservation unread{.inputPending = true, .bytesTaken = 100, .deliveries = 1};
 constexpr auto limit = ReaderWatch::limitMs;
 
-TEST(ReaderWatchTest, InputThatWaitsForTheWholeLimitMeansADeadReader)
+TEST(ReaderWatchTest, InputThatWaitsForTheLimitMeansADeadReader)
 {
     ReaderWatch watch;
     EXPECT_FALSE(watch.isDead(unread, 5'000));
@@ -25,7 +25,7 @@ TEST(ReaderWatchTest, AConnectionWithoutInputIsNeverDead)
         EXPECT_FALSE(watch.isDead(nothingPending, now));
 }
 
-TEST(ReaderWatchTest, InputThatIsTakenInBetweenStartsTheWaitAnew)
+TEST(ReaderWatchTest, InputThatIsReadRestartsTheWait)
 {
     ReaderWatch watch;
     EXPECT_FALSE(watch.isDead(unread, 0));
@@ -69,7 +69,7 @@ TEST(ReaderWatchTest, AReaderThatIsBusyWithAMessageIsAlive)
     EXPECT_TRUE(watch.isDead(unread, 12 * limit));
 }
 
-TEST(ReaderWatchTest, TheWaitMayGoOnWhileTheClockWrapsAround)
+TEST(ReaderWatchTest, TheClockMayWrapAroundDuringTheWait)
 {
     ReaderWatch watch;
     EXPECT_FALSE(watch.isDead(unread, 0xFFFFFFFF));

@@ -35,7 +35,7 @@ protected:
     std::unique_ptr<FakeMaster> second;
 };
 
-TEST_F(RequestLinesTest, EveryRequestIsNamedByTheAddressInItsMessage)
+TEST_F(RequestLinesTest, EveryRequestIsLoggedWithTheAddressInItsMessage)
 {
     const MasterAddress claimed{0x0A000005, 21000};
 
@@ -67,7 +67,7 @@ TEST_F(RequestLinesTest, ARefusedStopIsLoggedWithTheRealPeer)
                                   ": it does not own the slave"});
 }
 
-TEST_F(RequestLinesTest, AStopByTheOwnerSaysSo)
+TEST_F(RequestLinesTest, AStopByTheOwnerIsAReason)
 {
     startSlaveFor(*first);
     first->send(stopRequest);
@@ -76,7 +76,7 @@ TEST_F(RequestLinesTest, AStopByTheOwnerSaysSo)
               Lines{"reason for the stop: requested by the owner, from " + first->getName()});
 }
 
-TEST_F(RequestLinesTest, AStealSaysSo)
+TEST_F(RequestLinesTest, AStealIsAReason)
 {
     startSlaveFor(*first);
     second->send(stealRequest);
@@ -85,7 +85,7 @@ TEST_F(RequestLinesTest, AStealSaysSo)
               Lines{"reason for the stop: stolen by a request from " + second->getName()});
 }
 
-TEST_F(RequestLinesTest, TheLossOfTheOwnerSaysSo)
+TEST_F(RequestLinesTest, LosingTheOwnerIsAReason)
 {
     startSlaveFor(*first);
     first->vanish();
@@ -94,14 +94,14 @@ TEST_F(RequestLinesTest, TheLossOfTheOwnerSaysSo)
     EXPECT_EQ(getReasons(), Lines{"reason for the stop: the connection to the owner is lost"});
 }
 
-TEST_F(RequestLinesTest, TheEndOfTheDaemonSaysSo)
+TEST_F(RequestLinesTest, TheEndOfTheDaemonIsAReason)
 {
     startSlaveFor(*first);
     daemon.reset();
     EXPECT_EQ(getReasons(), Lines{"reason for the stop: the daemon ends"});
 }
 
-TEST_F(RequestLinesTest, AHangSaysSo)
+TEST_F(RequestLinesTest, AHangIsAReason)
 {
     daemon.reset();
     startDaemon({.startup = 300, .gracefulStop = 2'000});
@@ -112,7 +112,7 @@ TEST_F(RequestLinesTest, AHangSaysSo)
     EXPECT_EQ(getReasons(), Lines{"reason for the stop: the slave hangs"});
 }
 
-TEST_F(RequestLinesTest, WithoutTheDetailFlagThereAreNoReasons)
+TEST_F(RequestLinesTest, ReasonsAreNotLoggedWithoutTheDetailFlag)
 {
     restartWith(flags::daemonDetail, 0);
     first = introduce();

@@ -20,7 +20,7 @@ protected:
     DaemonSettings settings;
 };
 
-TEST_F(SlaveCommandLineTest, TheWholeLineLooksLikeThis)
+TEST_F(SlaveCommandLineTest, TheLineHasAllArgumentsInOrder)
 {
     settings.slaveAlias = "node7";
     settings.gpuIds = {1, 3};
@@ -30,7 +30,7 @@ TEST_F(SlaveCommandLineTest, TheWholeLineLooksLikeThis)
               " --daemon-port 5300 --alias \"node7\" -g 0 -g 2 --out-of-core 8589934592");
 }
 
-TEST_F(SlaveCommandLineTest, WithoutAnAliasTheOptionIsGivenWithAnEmptyValue)
+TEST_F(SlaveCommandLineTest, WithoutAnAliasTheOptionHasAnEmptyValue)
 {
     EXPECT_EQ(build(),
               "\"slave.exe\" --net-master-address 192.168.0.10 --net-master-port 5130"
@@ -45,7 +45,7 @@ TEST_F(SlaveCommandLineTest, TheSlaveCountsItsGpusFromZeroInTheOrderGiven)
               " --daemon-port 5300 --alias \"\" -g 1 -g 0 -g 0 -g -1");
 }
 
-TEST_F(SlaveCommandLineTest, AHeadroomFollowsTheMaximumBehindAComma)
+TEST_F(SlaveCommandLineTest, TheHeadroomFollowsTheMaximumAfterAComma)
 {
     settings.outOfCoreMaxMemory = 4'096;
     settings.outOfCoreHeadroom = 1;
@@ -72,7 +72,7 @@ TEST_F(SlaveCommandLineTest, TheLargestSizesAreWrittenInFull)
               " --out-of-core 9223372036854775807,9223372036854775807");
 }
 
-TEST_F(SlaveCommandLineTest, AnInformationRunNamesNoMasterAndSaysSoAtTheEnd)
+TEST_F(SlaveCommandLineTest, AnInformationRunHasNoMasterAndEndsWithItsOption)
 {
     settings.outOfCoreMaxMemory = 4'096;
     EXPECT_EQ(buildSlaveCommandLine(settings, 0, 0, 65535, true).toStdString(),
@@ -88,7 +88,7 @@ TEST_F(SlaveCommandLineTest, AMonitorWithoutAPortIsPassedOnAsPortZero)
         " --alias \"\"");
 }
 
-TEST_F(SlaveCommandLineTest, NamesAndAliasesGoIntoTheLineAsTheyAre)
+TEST_F(SlaveCommandLineTest, NamesAndAliasesAreNotEscaped)
 {
     settings.slaveExecutable = folder.getChild("render slave \xC3\xBC.bin");
     settings.slaveAlias = juce::String::fromUTF8(

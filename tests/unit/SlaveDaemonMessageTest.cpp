@@ -44,7 +44,7 @@ TEST_F(SlaveDaemonMessageTest, TheSlavesInformationHasTheseBytes)
               "0D 72 CE 7F 01 00 00 00 01 00 00 00 04 03 02 01 D4 C3 B2 A1 ");
 }
 
-TEST_F(SlaveDaemonMessageTest, AReceivedInformationIsReadFromItsBytes)
+TEST_F(SlaveDaemonMessageTest, AReceivedInformationIsParsed)
 {
     EXPECT_TRUE(receive("0D 72 CE 7F 01 00 00 00 01 00 00 00 04 03 02 01 D4 C3 B2 A1"));
     EXPECT_EQ(message.type, SlaveMessageType::SLAVE_INFO);
@@ -94,7 +94,7 @@ TEST_F(SlaveDaemonMessageTest, OtherTypesAreRejectedAndPrintedWithASign)
                    "slave daemon message had invalid type (-2147483648)");
 }
 
-TEST_F(SlaveDaemonMessageTest, OnlyTwentyBytesAreAMessageWhateverTheyHold)
+TEST_F(SlaveDaemonMessageTest, AMessageHasTwentyBytes)
 {
     expectRejected("", "slave daemon message had invalid size (0)");
     expectRejected("0D 72 CE 7F 01 00 00 00 01 00 00 00 00 00 00 00 00 00 00",
@@ -105,7 +105,7 @@ TEST_F(SlaveDaemonMessageTest, OnlyTwentyBytesAreAMessageWhateverTheyHold)
                    "slave daemon message had invalid size (24)");
 }
 
-TEST_F(SlaveDaemonMessageTest, AForeignHeaderIsRejected)
+TEST_F(SlaveDaemonMessageTest, AnotherHeaderIsRejected)
 {
     expectRejected("0D 72 CE 7E 01 00 00 00 01 00 00 00 00 00 00 00 00 00 00 00",
                    "slave daemon message had invalid header");
@@ -127,7 +127,7 @@ TEST_F(SlaveDaemonMessageTest, AnotherVersionIsRejectedAndPrintedWithoutASign)
                    "slave daemon message had invalid version (4294967295)");
 }
 
-TEST_F(SlaveDaemonMessageTest, TheFirstTestThatFailsDecides)
+TEST_F(SlaveDaemonMessageTest, TheFirstFailedCheckIsLogged)
 {
     expectRejected("00 00 00 00 02 00 00 00 FF FF FF FF 00 00 00 00 00 00 00 00",
                    "slave daemon message had invalid header");
@@ -135,7 +135,7 @@ TEST_F(SlaveDaemonMessageTest, TheFirstTestThatFailsDecides)
                    "slave daemon message had invalid version (2)");
 }
 
-TEST_F(SlaveDaemonMessageTest, RejectionsAreErrorsWhateverTheFlagsSay)
+TEST_F(SlaveDaemonMessageTest, RejectionsAreErrorsWithoutAnyFlag)
 {
     flags::logPrefix = 1;
     expectRejected("", "ERROR     : slave daemon message had invalid size (0)");
@@ -156,7 +156,7 @@ TEST_F(SlaveDaemonMessageTest, EveryTypeHasAName)
     EXPECT_EQ(nameOf(0xFFFFFFFF), "unknown");
 }
 
-TEST_F(SlaveDaemonMessageTest, StatusValuesAreOrderedByHowFarTheSlaveHasCome)
+TEST_F(SlaveDaemonMessageTest, StatusValuesFollowTheProgressOfTheSlave)
 {
     EXPECT_EQ(STATUS_STARTING, 0u);
     EXPECT_EQ(STATUS_AUTHENTICATING, 1u);

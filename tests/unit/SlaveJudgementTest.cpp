@@ -134,7 +134,7 @@ TEST(SlaveJudgementTest, EveryObservationHasItsVerdict)
     }
 }
 
-TEST(SlaveJudgementTest, ASlaveIsInitialisedWhileItSaysSoInTime)
+TEST(SlaveJudgementTest, ASlaveIsInitialisedUntilItFallsSilent)
 {
     for (const auto& row : rows)
         EXPECT_EQ(judge(row).initialised, row.status == STATUS_INITIALIZED && row.silence == 4'000)
@@ -164,7 +164,7 @@ TEST(SlaveJudgementTest, OtherLimitsCanBeGiven)
     EXPECT_EQ(hangOf(STATUS_RUNNING, 4), heartBeat);
 }
 
-TEST(SlaveJudgementTest, TheLimitsThatAreShippedAreThese)
+TEST(SlaveJudgementTest, TheDefaultLimitsAreThese)
 {
     const SlaveTimeLimits limits;
     EXPECT_EQ(limits.startup, 10'000u);

@@ -28,14 +28,14 @@ protected:
     MonitorPort lastMonitorPort{0};
 };
 
-TEST_F(SlaveMonitorPortTest, TheFirstSearchBeginsBehindTheDaemonsPort)
+TEST_F(SlaveMonitorPortTest, TheFirstSearchBeginsAfterTheDaemonsPort)
 {
     EXPECT_EQ(SlaveMonitor::getFirstPort(0, 5000), 5001);
     EXPECT_EQ(SlaveMonitor::getFirstPort(0, 1024), 1025);
     EXPECT_EQ(SlaveMonitor::getFirstPort(0, 65535), 0);
 }
 
-TEST_F(SlaveMonitorPortTest, TheFirstSearchKeepsOutOfTheSystemsPorts)
+TEST_F(SlaveMonitorPortTest, TheFirstSearchAvoidsPrivilegedPorts)
 {
     EXPECT_EQ(SlaveMonitor::getFirstPort(0, 80), 1024);
     EXPECT_EQ(SlaveMonitor::getFirstPort(0, 1023), 1024);
@@ -47,7 +47,7 @@ TEST_F(SlaveMonitorPortTest, ALaterSearchBeginsWithThePortOfTheLastMonitor)
     EXPECT_EQ(SlaveMonitor::getFirstPort(1, 80), 1);
 }
 
-TEST_F(SlaveMonitorPortTest, ThePortsAreTriedInRisingOrder)
+TEST_F(SlaveMonitorPortTest, PortsAreTriedInAscendingOrder)
 {
     EXPECT_EQ(SlaveMonitor::getNextPort(5001, 5000), 5002);
     EXPECT_EQ(SlaveMonitor::getNextPort(0, 5000), 1);
@@ -58,7 +58,7 @@ TEST_F(SlaveMonitorPortTest, TheHighestPortIsFollowedByTheLowest)
     EXPECT_EQ(SlaveMonitor::getNextPort(65535, 5000), 0);
 }
 
-TEST_F(SlaveMonitorPortTest, TheDaemonsPortIsLeftOut)
+TEST_F(SlaveMonitorPortTest, TheDaemonsPortIsSkipped)
 {
     EXPECT_EQ(SlaveMonitor::getNextPort(5999, 6000), 6001);
     EXPECT_EQ(SlaveMonitor::getNextPort(65534, 65535), 0);
@@ -87,14 +87,14 @@ TEST_F(SlaveMonitorPortTest, ASecondMonitorGetsThePortOfTheFirst)
     EXPECT_EQ(SlaveMonitor(6000, lastMonitorPort).getPort(), first);
 }
 
-TEST_F(SlaveMonitorPortTest, APortThatIsTakenIsSkipped)
+TEST_F(SlaveMonitorPortTest, APortInUseIsSkipped)
 {
     const SlaveMonitor first(5000, lastMonitorPort);
     const SlaveMonitor second(5000, lastMonitorPort);
     EXPECT_GT(second.getPort(), first.getPort());
 }
 
-TEST_F(SlaveMonitorPortTest, TheDaemonsOwnPortIsNeverTakenEvenIfItIsFree)
+TEST_F(SlaveMonitorPortTest, TheDaemonsPortIsSkippedEvenIfItIsFree)
 {
     const SlaveMonitor first(5000, lastMonitorPort);
     const auto daemonPort = static_cast<uint16_t>(first.getPort() + 1);
@@ -134,7 +134,7 @@ TEST_F(SlaveMonitorPortTest, MonitorsLeaveNoDescriptorBehind)
     EXPECT_EQ(countDescriptors(), before);
 }
 
-TEST_F(SlaveMonitorPortTest, WithoutAnyFreePortThatIsAnError)
+TEST_F(SlaveMonitorPortTest, NotFindingAFreePortIsAnError)
 {
     if (!descriptorsCanBeCounted())
         GTEST_SKIP() << "this system has no limit on descriptors";

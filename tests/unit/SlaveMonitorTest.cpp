@@ -49,14 +49,14 @@ protected:
     SlaveMonitor monitor{daemonPort, lastMonitorPort};
 };
 
-TEST_F(SlaveMonitorTest, ItSaysOnWhichPortItListens)
+TEST_F(SlaveMonitorTest, TheListeningPortIsLogged)
 {
     EXPECT_NE(monitor.getPort(), 0);
     EXPECT_EQ(log.lines(), Lines{"using free port " + std::to_string(monitor.getPort()) +
                                  " to communicate with slave"});
 }
 
-TEST_F(SlaveMonitorTest, BeforeTheFirstMessageTheSlaveIsStarting)
+TEST_F(SlaveMonitorTest, TheSlaveIsStartingBeforeItsFirstMessage)
 {
     EXPECT_EQ(getStatus(), STATUS_STARTING);
     EXPECT_LT(getSilence(), 1000u);
@@ -64,7 +64,7 @@ TEST_F(SlaveMonitorTest, BeforeTheFirstMessageTheSlaveIsStarting)
     EXPECT_EQ(monitor.getNumGpus(), 0u);
 }
 
-TEST_F(SlaveMonitorTest, TheSilenceBeginsAnewWhenTheSlaveConnects)
+TEST_F(SlaveMonitorTest, ConnectingEndsTheSilence)
 {
     ASSERT_TRUE(pollUntil([this] { return getSilence() >= 200; }));
     const auto slave = connect();
@@ -72,7 +72,7 @@ TEST_F(SlaveMonitorTest, TheSilenceBeginsAnewWhenTheSlaveConnects)
     EXPECT_EQ(getStatus(), STATUS_STARTING);
 }
 
-TEST_F(SlaveMonitorTest, TheSilenceIsCountedByTheClockThatStandsStillDuringSleep)
+TEST_F(SlaveMonitorTest, TheSilenceDoesNotIncludeTheMachinesSleep)
 {
     FakeAwakeClock clock;
     const auto slave = connect();
@@ -86,7 +86,7 @@ TEST_F(SlaveMonitorTest, TheSilenceIsCountedByTheClockThatStandsStillDuringSleep
     EXPECT_EQ(getSilence(), 0u);
 }
 
-TEST_F(SlaveMonitorTest, TheComingAndGoingOfTheSlaveIsLogged)
+TEST_F(SlaveMonitorTest, ConnectingAndLeavingAreLogged)
 {
     {
         const auto slave = connect();
@@ -99,7 +99,7 @@ TEST_F(SlaveMonitorTest, TheComingAndGoingOfTheSlaveIsLogged)
     EXPECT_EQ(log.lines(), (Lines{"slave connection closed", "stopped monitoring slave"}));
 }
 
-TEST_F(SlaveMonitorTest, TheStatusIsThatOfTheLatestMessageInWhateverOrder)
+TEST_F(SlaveMonitorTest, TheLatestMessageSetsTheStatusInAnyOrder)
 {
     const auto slave = connect();
     slave->sayAuthenticating();
@@ -126,7 +126,7 @@ TEST_F(SlaveMonitorTest, EveryKindOfHeartBeatEndsTheSilence)
     }
 }
 
-TEST_F(SlaveMonitorTest, TheInformationOfTheLatestMessageCounts)
+TEST_F(SlaveMonitorTest, TheLatestInformationReplacesEarlierOnes)
 {
     const auto slave = connect();
     slave->sayInfo();
@@ -139,7 +139,7 @@ TEST_F(SlaveMonitorTest, TheInformationOfTheLatestMessageCounts)
     EXPECT_EQ(monitor.getNumGpus(), 0u);
 }
 
-TEST_F(SlaveMonitorTest, MessagesThatAreNotTheSlavesAreRefusedAndAreNoHeartBeat)
+TEST_F(SlaveMonitorTest, MessagesOfOtherTypesAreRefusedAndAreNotHeartBeats)
 {
     const auto slave = connect();
     slave->sayStatus();
@@ -158,7 +158,7 @@ TEST_F(SlaveMonitorTest, MessagesThatAreNotTheSlavesAreRefusedAndAreNoHeartBeat)
     }
 }
 
-TEST_F(SlaveMonitorTest, MalformedMessagesAreReportedTwiceAndChangeNothing)
+TEST_F(SlaveMonitorTest, MalformedMessagesAreLoggedTwiceAndChangeNothing)
 {
     const auto slave = connect();
     ASSERT_TRUE(pollUntil([this] { return getSilence() >= 50; }));
@@ -183,7 +183,7 @@ TEST_F(SlaveMonitorTest, MalformedMessagesAreReportedTwiceAndChangeNothing)
                    "slave daemon message had invalid type (-1)");
 }
 
-TEST_F(SlaveMonitorTest, WhileASlaveIsConnectedAnotherIsTurnedAway)
+TEST_F(SlaveMonitorTest, ASecondSlaveIsRefused)
 {
     const auto slave = connect();
     SlaveVoice other(monitor.getPort());
@@ -194,7 +194,7 @@ TEST_F(SlaveMonitorTest, WhileASlaveIsConnectedAnotherIsTurnedAway)
     EXPECT_TRUE(waitForStatus(STATUS_RUNNING));
 }
 
-TEST_F(SlaveMonitorTest, ASlaveThatComesBackIsTurnedAway)
+TEST_F(SlaveMonitorTest, AReturningSlaveIsRefused)
 {
     {
         const auto slave = connect();
@@ -227,7 +227,7 @@ TEST_F(SlaveMonitorTest, AStopWithoutASlaveLogsNothing)
     EXPECT_EQ(log.lines(), Lines{});
 }
 
-TEST_F(SlaveMonitorTest, AStopBeforeTheSlaveHasConnectedIsDeliveredOnceItDoes)
+TEST_F(SlaveMonitorTest, AnEarlyStopIsDeliveredOnceTheSlaveConnects)
 {
     monitor.sendStopMessage();
     const auto slave = connect();
@@ -283,7 +283,7 @@ TEST_F(SlaveMonitorLogTest, EveryMessageIsLoggedInDetail)
                      "ERROR     : received invalid status message from slave"}));
 }
 
-TEST_F(SlaveMonitorLogTest, WhatIsWrongIsLoggedAsAnError)
+TEST_F(SlaveMonitorLogTest, FaultsAreLoggedAsErrors)
 {
     slave->say("00");
     EXPECT_TRUE(log.waitForLine("ERROR     : received invalid message from slave"));
@@ -301,7 +301,7 @@ class SlaveMonitorFramesTest : public SlaveMonitorTest
 
 /** Bytes that are not frames of this protocol end the connection or are dropped, without a log
     line. */
-TEST_F(SlaveMonitorFramesTest, ForeignAndCutFramesHarmNothing)
+TEST_F(SlaveMonitorFramesTest, ForeignAndTruncatedFramesDoNoHarm)
 {
     for (const auto* bytes : {"DD CC BB AA 14 00 00 00", "2C 9E B4 F2", "2C 9E B4 F2 00 00 00 00",
                               "2C 9E B4 F2 FF FF FF FF"})

@@ -101,7 +101,7 @@ protected:
     std::optional<SlaveProcess> process;
 };
 
-TEST_F(SlaveProcessTest, AMissingExecutableIsAFailureThatTheOwnerIsNotToldOf)
+TEST_F(SlaveProcessTest, AMissingExecutableIsAFailureWithoutANotification)
 {
     flags::logPrefix = 1;
     settings.slaveExecutable = slave.getFile().getSiblingFile("missing");
@@ -112,7 +112,7 @@ TEST_F(SlaveProcessTest, AMissingExecutableIsAFailureThatTheOwnerIsNotToldOf)
     expectOutcome({.failed = true});
 }
 
-TEST_F(SlaveProcessTest, AnEmptyLineIsPrintedBeforeEveryLaunch)
+TEST_F(SlaveProcessTest, AnEmptyLineIsLoggedBeforeEveryLaunch)
 {
     runToTheEnd("[run]\nexit 0");
     EXPECT_EQ(log.lines().at(0), "\n");
@@ -127,7 +127,7 @@ TEST_F(SlaveProcessTest, ASlaveThatNeverConnectsHangsInStartup)
                                 killLine}});
 }
 
-TEST_F(SlaveProcessTest, AConnectionIsASignOfLifeOnlyOnce)
+TEST_F(SlaveProcessTest, AConnectionAloneEndsTheSilenceOnlyOnce)
 {
     runToTheEnd("[run]\nconnect\nhang", Patient{.startup = 600});
     expectOutcome(
@@ -136,7 +136,7 @@ TEST_F(SlaveProcessTest, AConnectionIsASignOfLifeOnlyOnce)
          .verdicts = {"detected that slave is hanging during startup -> stopping slave"}});
 }
 
-TEST_F(SlaveProcessTest, AnAuthenticatingSlaveHasAllTheTimeItWants)
+TEST_F(SlaveProcessTest, AnAuthenticatingSlaveHasNoTimeLimit)
 {
     start("[run]\nconnect\nauthenticating\nhang",
           Patient{.afterInitialisation = 100, .heartBeat = 100});
@@ -176,13 +176,13 @@ TEST_F(SlaveProcessTest, AHangingSlaveThatIgnoresTheStopIsKilled)
          .verdicts = {"detected that heart beat of slave stopped -> stopping slave", killLine}});
 }
 
-TEST_F(SlaveProcessTest, ARunningSlaveThatEndsByItselfHasCrashedWhateverItsStatus)
+TEST_F(SlaveProcessTest, ARunningSlaveThatExitsHasCrashedEvenWithStatusZero)
 {
     runToTheEnd("[run]\nconnect\ninfo\nwait 400\nbeat 50 for 150\nexit 0");
     expectOutcome({.failed = true, .timesRunning = 1, .timesFailed = 1, .verdicts = {crashLine}});
 }
 
-TEST_F(SlaveProcessTest, ASlaveThatDiesWithoutAWordHasCrashed)
+TEST_F(SlaveProcessTest, ASlaveThatExitsBeforeConnectingHasCrashed)
 {
     runToTheEnd("[run]\nexit 3");
     expectOutcome({.failed = true, .timesFailed = 1, .verdicts = {crashLine}});
@@ -190,7 +190,7 @@ TEST_F(SlaveProcessTest, ASlaveThatDiesWithoutAWordHasCrashed)
 
 /** Message and end usually fall into the same poll. The end may be seen before the message has been
     read, so the test allows ten attempts. */
-TEST_F(SlaveProcessTest, ThePollThatSeesTheEndLooksAtTheLastMessageToo)
+TEST_F(SlaveProcessTest, ThePollThatSeesTheEndReadsTheLastMessageToo)
 {
     Lines crashes;
 
@@ -206,7 +206,7 @@ TEST_F(SlaveProcessTest, ThePollThatSeesTheEndLooksAtTheLastMessageToo)
                    .verdicts = crashes});
 }
 
-TEST_F(SlaveProcessTest, TheOwnerIsToldOnceThatTheSlaveRuns)
+TEST_F(SlaveProcessTest, TheOwnerIsNotifiedOnceThatTheSlaveRuns)
 {
     runToTheEnd("[run]\nconnect\ninfo\nwait 400\nbeat 50 for 200\ninfo 5 6\nwait 400\nexit 0");
     expectOutcome({.failed = true, .timesRunning = 1, .timesFailed = 1, .verdicts = {crashLine}});
@@ -214,7 +214,7 @@ TEST_F(SlaveProcessTest, TheOwnerIsToldOnceThatTheSlaveRuns)
     EXPECT_EQ(process->getNumProvidedGpus(), 6u);
 }
 
-TEST_F(SlaveProcessTest, AStopThatIsObeyedIsNotWorthALine)
+TEST_F(SlaveProcessTest, AStopThatIsObeyedIsNotLogged)
 {
     start("[run]\non-stop exit-after 200\nconnect\ninfo\nwait 100\nbeat 50");
     ASSERT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
@@ -224,7 +224,7 @@ TEST_F(SlaveProcessTest, AStopThatIsObeyedIsNotWorthALine)
     EXPECT_EQ(getVerdicts(), Lines{});
 }
 
-TEST_F(SlaveProcessTest, AStopThatIsIgnoredEndsWithForceWhenItsTimeIsUp)
+TEST_F(SlaveProcessTest, ASlaveThatIgnoresTheStopIsKilledAfterTheGracefulStop)
 {
     start("[run]\non-stop ignore\nconnect\nstatus\nbeat 50", Patient{.gracefulStop = 400});
     ASSERT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
@@ -234,7 +234,7 @@ TEST_F(SlaveProcessTest, AStopThatIsIgnoredEndsWithForceWhenItsTimeIsUp)
     expectOutcome({.verdicts = {killLine}});
 }
 
-TEST_F(SlaveProcessTest, AStopBeforeTheSlaveHasConnectedReachesItLater)
+TEST_F(SlaveProcessTest, AStopReachesASlaveThatConnectsLater)
 {
     start("[run]\nwait 500\nconnect\nstatus\nbeat 50");
     process->stopThread(-1);
@@ -255,7 +255,7 @@ TEST_F(SlaveProcessTest, LaunchAndEndAreLoggedInDetail)
                             [&launched](const auto& line) { return line.starts_with(launched); }));
 }
 
-TEST_F(SlaveProcessTest, AnEndByForceIsLoggedInDetail)
+TEST_F(SlaveProcessTest, KillingTheSlaveIsLoggedInDetail)
 {
     runToTheEnd("[run]\non-stop ignore\nconnect\nstatus\nhang",
                 Patient{.heartBeat = 300, .gracefulStop = 300});
@@ -264,7 +264,7 @@ TEST_F(SlaveProcessTest, AnEndByForceIsLoggedInDetail)
                                     : "slave process # ended with signal 9 (Killed)"));
 }
 
-TEST_F(SlaveProcessTest, TheGraceOfAStopIsCountedByTheClockThatStandsStillDuringSleep)
+TEST_F(SlaveProcessTest, TheGracefulStopDoesNotIncludeTheMachinesSleep)
 {
     FakeAwakeClock clock;
     start("[run]\non-stop ignore\nconnect\nstatus\nbeat 50", Patient{.gracefulStop = 300});
@@ -278,7 +278,7 @@ TEST_F(SlaveProcessTest, TheGraceOfAStopIsCountedByTheClockThatStandsStillDuring
     expectOutcome({.verdicts = {killLine}});
 }
 
-TEST_F(SlaveProcessTest, AStopDeadlineThatHasPassedCutsTheGraceShort)
+TEST_F(SlaveProcessTest, AStopDeadlineShortensTheGracefulStop)
 {
     start("[run]\non-stop ignore\nconnect\nstatus\nbeat 50");
     ASSERT_TRUE(log.waitForLine("received heartbeat message 'SLAVE_STATUS' from slave"));
@@ -302,7 +302,7 @@ TEST_F(SlaveProcessTest, ARelaunchedSlaveReportsToTheSamePort)
     EXPECT_EQ(lastMonitorPort, first);
 }
 
-TEST_F(SlaveProcessTest, AnInformationRunEndsWellOnceTheSlaveHasReported)
+TEST_F(SlaveProcessTest, AnInformationRunSucceedsOnceTheSlaveHasReported)
 {
     runToTheEnd("[info]\nversion 513\ngpus 7\nconnect\nauthenticating\ninfo\nwait 150\nexit 9",
                 patient, true);
@@ -311,13 +311,13 @@ TEST_F(SlaveProcessTest, AnInformationRunEndsWellOnceTheSlaveHasReported)
     EXPECT_EQ(process->getNumProvidedGpus(), 7u);
 }
 
-TEST_F(SlaveProcessTest, AnInformationRunThatEndsBeforeTheReportFailsAndNobodyElseIsTold)
+TEST_F(SlaveProcessTest, AnInformationRunThatEndsBeforeTheReportFailsWithoutANotification)
 {
     runInformationToTheEnd("[info]\nconnect\nauthenticating\nwait 150\nexit 0");
     expectOutcome({.failed = true, .verdicts = {crashLine}});
 }
 
-TEST_F(SlaveProcessTest, AnInformationRunThatHangsFailsAndNobodyElseIsTold)
+TEST_F(SlaveProcessTest, AnInformationRunThatHangsFailsWithoutANotification)
 {
     runInformationToTheEnd("[info]\nconnect\ninfo\nhang", Patient{.afterInitialisation = 800});
     expectOutcome(
@@ -325,7 +325,7 @@ TEST_F(SlaveProcessTest, AnInformationRunThatHangsFailsAndNobodyElseIsTold)
          .verdicts = {"detected that slave is hanging after initialization -> stopping slave"}});
 }
 
-TEST_F(SlaveProcessTest, WithoutAnOwnerNobodyIsTold)
+TEST_F(SlaveProcessTest, WithoutAnOwnerThereIsNoNotification)
 {
     slave.play("[run]\nconnect\ninfo\nwait 150\nexit 0");
     settings.slaveExecutable = slave.getFile();

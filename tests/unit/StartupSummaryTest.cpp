@@ -28,7 +28,7 @@ protected:
     LogCapture log;
 };
 
-TEST_F(StartupSummaryTest, WithoutOptionsItSaysWhatIsUsedInstead)
+TEST_F(StartupSummaryTest, WithoutOptionsTheDefaultsAreShown)
 {
     EXPECT_EQ(print(),
               (Lines{"\n\nLaunching daemon with:",
@@ -38,7 +38,7 @@ TEST_F(StartupSummaryTest, WithoutOptionsItSaysWhatIsUsedInstead)
                      "Out-of-core rendering: disabled", ""}));
 }
 
-TEST_F(StartupSummaryTest, EveryOptionShows)
+TEST_F(StartupSummaryTest, EveryOptionIsShown)
 {
     settings.slaveAlias = "node7";
     settings.daemonPort = 65535;
@@ -54,7 +54,7 @@ TEST_F(StartupSummaryTest, EveryOptionShows)
                      "  Max RAM usage:   8.0 GB", "  GPU headroom:    100 bytes", ""}));
 }
 
-TEST_F(StartupSummaryTest, WithoutAHeadroomTheSlavesDefaultIsUsed)
+TEST_F(StartupSummaryTest, WithoutAHeadroomTheSlavesDefaultIsShown)
 {
     settings.outOfCoreMaxMemory = 1'610'612'736;
     const auto lines = print();
@@ -63,7 +63,7 @@ TEST_F(StartupSummaryTest, WithoutAHeadroomTheSlavesDefaultIsUsed)
     EXPECT_EQ(lines[10], "  GPU headroom:    use default value");
 }
 
-TEST_F(StartupSummaryTest, AHeadroomAloneLeavesItDisabled)
+TEST_F(StartupSummaryTest, AHeadroomAloneLeavesOutOfCoreDisabled)
 {
     settings.outOfCoreHeadroom = 1'073'741'824;
     const auto lines = print();
@@ -71,13 +71,13 @@ TEST_F(StartupSummaryTest, AHeadroomAloneLeavesItDisabled)
     EXPECT_EQ(lines[8], "Out-of-core rendering: disabled");
 }
 
-TEST_F(StartupSummaryTest, OneGpuShowsWithoutAComma)
+TEST_F(StartupSummaryTest, OneGpuIsShownWithoutAComma)
 {
     settings.gpuIds = {3};
     EXPECT_EQ(print().at(4), "  GPU selection: 3");
 }
 
-TEST_F(StartupSummaryTest, TheLinesArePlainAndNeedNoFlag)
+TEST_F(StartupSummaryTest, TheLinesHaveNoPrefixAndNeedNoFlag)
 {
     flags::logPrefix = 1;
 

@@ -15,13 +15,13 @@ protected:
     FakeAwakeClock clock{0};
 };
 
-TEST_F(StopDeadlineTest, WithoutOneItNeverPasses)
+TEST_F(StopDeadlineTest, WithoutADeadlineNonePasses)
 {
     clock.advance(1'000'000'000'000);
     EXPECT_FALSE(hasStopDeadlinePassed());
 }
 
-TEST_F(StopDeadlineTest, ItPassesAtItsMoment)
+TEST_F(StopDeadlineTest, TheDeadlinePassesAtItsMoment)
 {
     setStopDeadline(5'000);
     clock.advance(4'999);
@@ -30,7 +30,7 @@ TEST_F(StopDeadlineTest, ItPassesAtItsMoment)
     EXPECT_TRUE(hasStopDeadlinePassed());
 }
 
-TEST_F(StopDeadlineTest, ItCanBeTakenBack)
+TEST_F(StopDeadlineTest, TheDeadlineCanBeRemoved)
 {
     setStopDeadline(5'000);
     setStopDeadline({});

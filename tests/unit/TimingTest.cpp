@@ -9,7 +9,7 @@ namespace {
 
 /** Masters, slaves and administrators rely on these values, and end-to-end tests cannot measure
     them all. */
-TEST(TimingTest, IntervalsAndTimeoutsAreThePromisedOnes)
+TEST(TimingTest, IntervalsAndTimeoutsAreAsDocumented)
 {
     EXPECT_EQ(timing::tickMs, 500);
     EXPECT_EQ(timing::connectTimeoutMs, 1000);
@@ -19,7 +19,7 @@ TEST(TimingTest, IntervalsAndTimeoutsAreThePromisedOnes)
     EXPECT_EQ(timing::failureNotificationPollMs, 100);
 }
 
-TEST(TimingTest, ASlaveHasThePromisedTimeLimits)
+TEST(TimingTest, TimeLimitsOfSlavesAreAsDocumented)
 {
     const SlaveTimeLimits limits;
     EXPECT_EQ(limits.startup, 10'000u);

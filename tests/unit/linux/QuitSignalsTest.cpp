@@ -27,7 +27,7 @@ protected:
     }
 };
 
-TEST_F(QuitSignalsDeathTest, AnInstructionThatFaultsAgainEndsTheProcess)
+TEST_F(QuitSignalsDeathTest, ARepeatedFaultEndsTheProcess)
 {
     EXPECT_EXIT(
         {
@@ -47,7 +47,7 @@ TEST_F(QuitSignalsDeathTest, AnAbortEndsTheProcess)
         testing::KilledBySignal(SIGABRT), "");
 }
 
-TEST_F(QuitSignalsDeathTest, AnInterruptIsNotedAndEndsNothingByItself)
+TEST_F(QuitSignalsDeathTest, AnInterruptOnlyRequestsTheQuit)
 {
     EXPECT_EXIT(
         {

@@ -26,7 +26,7 @@ protected:
     platform::ChildProcess child;
 };
 
-TEST_F(ChildProcessWindowsTest, AFailureWithoutAnErrorNumberIsNoSuccess)
+TEST_F(ChildProcessWindowsTest, AFailureWithoutAnErrorNumberIsAnError)
 {
     const StandinSlave standin("exit 0");
     const ImportPatch patch(__imp_CreateProcessW, failWithoutAnError);
@@ -104,7 +104,7 @@ protected:
     }
 };
 
-TEST_F(ChildProcessWindowsDeathTest, ASlaveThatNoJobTakesIsAnError)
+TEST_F(ChildProcessWindowsDeathTest, FailingToAssignASlaveToAJobIsAnError)
 {
     EXPECT_EXIT(launchTwice("hang", refuseAll, {ERROR_ACCESS_DENIED, ERROR_ACCESS_DENIED}),
                 testing::ExitedWithCode(0), "");
@@ -118,12 +118,12 @@ TEST_F(ChildProcessWindowsDeathTest, ASlaveThatNoJobTakesIsLogged)
                 testing::ExitedWithCode(0), "");
 }
 
-TEST_F(ChildProcessWindowsDeathTest, ASlaveThatJoinsTheJobAloneIsNoError)
+TEST_F(ChildProcessWindowsDeathTest, FailingToAssignOnlyTheDaemonIsNotAnError)
 {
     EXPECT_EXIT(launchTwice("hang", refuseOnlyThisProcess, {0, 0}), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(ChildProcessWindowsDeathTest, ASlaveThatEndsBeforeItJoinsIsNoError)
+TEST_F(ChildProcessWindowsDeathTest, ASlaveThatEndsBeforeItsAssignmentIsNotAnError)
 {
     EXPECT_EXIT(launchTwice("exit 0", refuseAfterItsEnd, {0, 0}), testing::ExitedWithCode(0), "");
 }

@@ -47,20 +47,20 @@ TEST_F(MessageWindowTest, ARequestToCloseDoesNotDestroyTheWindow)
     EXPECT_EQ(timesEnded, 0);
 }
 
-TEST_F(MessageWindowTest, TheEndOfTheSessionIsAgreedTo)
+TEST_F(MessageWindowTest, EndingTheSessionIsAllowed)
 {
     EXPECT_EQ(SendMessageW(window, WM_QUERYENDSESSION, 0, 0), TRUE);
     EXPECT_EQ(timesEnded, 0);
     EXPECT_FALSE(hasStopDeadlinePassed());
 }
 
-TEST_F(MessageWindowTest, AnEndOfTheSessionThatIsCalledOffEndsNothing)
+TEST_F(MessageWindowTest, ACancelledEndOfTheSessionDoesNotQuit)
 {
     EXPECT_EQ(SendMessageW(window, WM_ENDSESSION, FALSE, 0), 0);
     EXPECT_EQ(timesEnded, 0);
 }
 
-TEST_F(MessageWindowTest, TheShutdownIsDoneWhenTheEndOfTheSessionIsAnswered)
+TEST_F(MessageWindowTest, TheShutdownIsCompleteWhenTheEndOfTheSessionIsAnswered)
 {
     EXPECT_EQ(SendMessageW(window, WM_ENDSESSION, TRUE, 0), 0);
     EXPECT_EQ(timesEnded, 1);
@@ -68,7 +68,7 @@ TEST_F(MessageWindowTest, TheShutdownIsDoneWhenTheEndOfTheSessionIsAnswered)
     EXPECT_EQ(timesEnded, 1);
 }
 
-TEST_F(MessageWindowTest, AfterItsReleaseTheWindowIsLeftToJuce)
+TEST_F(MessageWindowTest, AReleasedWindowIsHandledByJuce)
 {
     platform::releaseMessageWindow();
     SendMessageW(window, WM_ENDSESSION, TRUE, 0);

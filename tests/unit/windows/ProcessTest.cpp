@@ -9,7 +9,7 @@
 namespace quelta::test {
 namespace {
 
-TEST(ProcessTest, NoFaultShowsABox)
+TEST(ProcessTest, FaultsShowNoDialog)
 {
     SetErrorMode(0);
     platform::prepareProcess();

@@ -32,12 +32,12 @@ TEST_F(SharedPortTest, AFreePortIsNotShared)
     EXPECT_FALSE(platform::listenerWouldSharePort(port));
 }
 
-TEST_F(SharedPortTest, TheWishForAnyPortIsNotShared)
+TEST_F(SharedPortTest, PortZeroIsNotShared)
 {
     EXPECT_FALSE(platform::listenerWouldSharePort(0));
 }
 
-TEST_F(SharedPortTest, AskingKeepsThePortFree)
+TEST_F(SharedPortTest, CheckingKeepsThePortFree)
 {
     const auto port = getTakenPort();
     stranger.close();
