@@ -1,7 +1,7 @@
-# The framework, compiled from the sources that Debian's juce-modules-source-data installs.
+# JUCE, compiled from the sources that Debian's juce-modules-source-data installs.
 find_path(JUCE_MODULES_DIR juce_core/juce_core.h
   PATHS /usr/share/juce/modules NO_CMAKE_FIND_ROOT_PATH REQUIRED
-  DOC "Folder of the framework's modules (Debian package juce-modules-source-data)")
+  DOC "Folder of JUCE's modules (Debian package juce-modules-source-data)")
 
 find_package(Threads REQUIRED)
 
@@ -20,14 +20,14 @@ target_compile_definitions(quelta_juce PUBLIC
   $<IF:$<CONFIG:Debug>,DEBUG=1,NDEBUG=1>)
 
 target_compile_options(quelta_juce PRIVATE -w)
-set_target_properties(quelta_juce PROPERTIES UNITY_BUILD OFF) # a module expects to be alone
+set_target_properties(quelta_juce PROPERTIES UNITY_BUILD OFF) # each module is one source already
 
 if(WIN32)
   target_compile_definitions(quelta_juce PUBLIC _WIN32_WINNT=0x0A00)
   target_link_libraries(quelta_juce PUBLIC
     z uuid wininet version ole32 ws2_32 oleaut32 imm32 comdlg32 shlwapi rpcrt4 winmm
     Threads::Threads)
-  # No runtime has to be installed beside the programs.
+  # The programs need no runtime libraries beside them.
   target_link_options(quelta_juce PUBLIC -static)
 else()
   target_link_libraries(quelta_juce PUBLIC Threads::Threads dl rt z)

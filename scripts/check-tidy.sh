@@ -1,27 +1,26 @@
 #!/usr/bin/env bash
-# Static analysis of everything of ours that is C++ and compiled on Linux. The framework's headers are what takes
-# the time, so the sources are checked a dozen at once, as a build in such batches would compile them. A batch is
-# checked again only when one of its sources, or any header, has changed.
+# Runs clang-tidy on every C++ source that is compiled on Linux. A source is checked again only if it,
+# any header or the settings have changed.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+. scripts/build.sh
 
-# Precompiled headers of one compiler mean nothing to the other. Batches of an earlier time may name sources that are gone.
+configure_preset tidy
 mkdir -p build/tidy/checked
-find build/tidy -name 'unity_*.cxx' -delete
-cmake --preset linux -B build/tidy -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON -DCMAKE_UNITY_BUILD=ON \
-    -DCMAKE_UNITY_BUILD_BATCH_SIZE=12 -DQUELTA_BUILD_BENCHMARKS=ON -DQUELTA_BUILD_FUZZERS=ON >build/tidy/configure.log
-
-headers=$({ find src tools tests benchmarks -name '*.h' -print0 | sort -z | xargs -0 cat; cat .clang-tidy; } | sha256sum)
+shared=$({
+    find src tools tests benchmarks -name '*.h' -print0 | sort -z | xargs -0 cat
+    cat .clang-tidy CMakePresets.json
+} | sha256sum)
 
 check() {
-    local batch=$1 sources stamp
-    sources=$(sed -n 's/^#include "\(.*\)"$/\1/p' "$batch")
-    stamp="build/tidy/checked/$({ echo "$headers"; xargs cat <<<"$sources"; } | sha256sum | cut -c1-32)"
+    local source=$1 stamp
+    stamp=build/tidy/checked/$({ echo "$shared $source"; cat "$source"; } | sha256sum | cut -c1-32)
     [ -e "$stamp" ] && return 0
-    sed "s|^$PWD/|  |" <<<"$sources"
-    clang-tidy-14 --quiet --config-file=.clang-tidy -p build/tidy "$batch" 2>/dev/null && touch "$stamp"
+    echo "  $source"
+    clang-tidy-14 --quiet --config-file=.clang-tidy -p build/tidy "$source" 2>/dev/null && touch "$stamp"
 }
 export -f check
-export headers
+export shared
 
-find build/tidy -name 'unity_*.cxx' -print0 | sort -z | xargs -0 -P "$(nproc)" -I{} bash -c 'check {}'
+sed -n "s|^ *\"file\": \"$PWD/\(.*\)\"$|\1|p" build/tidy/compile_commands.json | grep -v '^build/' |
+    sort -ru | xargs -P "$(nproc)" -I{} bash -c 'check {}'
