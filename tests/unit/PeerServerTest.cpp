@@ -64,7 +64,7 @@ TEST_F(PeerServerTest, StoppingLeavesNoDescriptorBehind)
     stopOne();
     const auto before = countDescriptors();
 
-    for (int round = 0; round < 200; ++round)
+    for (int round = 0; round < 50; ++round)
         stopOne();
 
     EXPECT_EQ(countDescriptors(), before);
