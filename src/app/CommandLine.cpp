@@ -66,7 +66,7 @@ bool parseOption(const juce::String& option, const juce::String& value, DaemonSe
     return true;
 }
 
-/** Every option has one value; the last parameter may lack its own, which is then empty. */
+/** Every option takes one value. If the last option lacks its value, the value is empty. */
 bool parseOptions(const juce::StringArray& parameters, DaemonSettings& settings,
                   juce::String& slavePath)
 {

@@ -1,5 +1,4 @@
-// The daemon's command line, as a pure function of its parameters. What is wrong with it is logged
-// as errors.
+// Parses the daemon's command line. The result depends only on the parameters; errors are logged.
 #pragma once
 
 #include <cstdint>
@@ -10,13 +9,13 @@
 
 namespace quelta {
 
-/** Reads `parameters` (without the executable's name) into `settings` and `slavePath`, which are
-    reset first. True only when a slave path and a port other than 0 were given and nothing was
-    wrong; otherwise the reason and the syntax have been logged. */
+/** Parses `parameters` (without the executable's name) into `settings` and `slavePath`, after
+    resetting both. Returns true if every option is valid and both a slave path and a port other
+    than 0 are given. Otherwise logs the reason and the syntax. */
 bool parseCommandLine(const juce::StringArray& parameters, DaemonSettings& settings,
                       juce::String& slavePath);
 
-/** The bytes of a size such as "4G" or "512m"; what does not fit saturates. */
+/** Converts a size such as "4G" or "512m" to bytes. Saturates on overflow. */
 int64_t parseMemorySize(const juce::String& text);
 
 } // namespace quelta

@@ -1,4 +1,4 @@
-// The settings that the command line gives. A plain record: every owner keeps a copy of its own.
+// The settings from the command line. A plain value: each class that needs them keeps a copy.
 #pragma once
 
 #include <cstdint>
@@ -9,10 +9,11 @@ namespace quelta {
 
 struct DaemonSettings
 {
-    juce::File
-        slaveExecutable;     ///< The render slave; resolved against the current folder at start-up.
-    juce::String slaveAlias; ///< The slave's nickname, handed on to the slave and to masters.
-    uint16_t daemonPort = 0; ///< Where beacons arrive; 0: not given.
+    /** The render slave. Start-up resolves its path against the current folder. */
+    juce::File slaveExecutable;
+
+    juce::String slaveAlias;        ///< The slave's nickname, sent to the slave and to masters.
+    uint16_t daemonPort = 0;        ///< The UDP port on which beacons arrive; 0: not given.
     juce::Array<int32_t> gpuIds;    ///< 1-based, in the order given; empty: all GPUs.
     int64_t outOfCoreMaxMemory = 0; ///< Bytes; 0: no out-of-core rendering.
     int64_t outOfCoreHeadroom = 0;  ///< Bytes; 0: the slave's default.

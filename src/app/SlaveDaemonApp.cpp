@@ -17,7 +17,7 @@ namespace quelta {
 
 namespace {
 
-constexpr int lowestPort = 1024;
+constexpr int minPort = 1024;
 
 } // namespace
 
@@ -33,7 +33,7 @@ const juce::String SlaveDaemonApp::getApplicationVersion()
 
 bool SlaveDaemonApp::moreThanOneInstanceAllowed()
 {
-    return true; // each with a port of its own
+    return true; // each on its own port
 }
 
 void SlaveDaemonApp::systemRequestedQuit()
@@ -43,7 +43,7 @@ void SlaveDaemonApp::systemRequestedQuit()
 
 void SlaveDaemonApp::initialise(const juce::String& commandLine)
 {
-    // Ctrl-C ends the process at once until there is something to take down in order.
+    // Until there is something to shut down, Ctrl-C ends the process at once.
     platform::restoreDefaultInterrupt();
     platform::disableConsoleSelection();
 
@@ -81,8 +81,8 @@ void SlaveDaemonApp::shutdown()
     platform::restoreConsoleSelection();
 }
 
-/** Lets the system's requests to end arrive; false if it lets nothing arrive, which has been logged
-    then. */
+/** Prepares the message loop to receive the system's requests to quit. Returns false if it could
+    not receive any message, and logs that. */
 bool SlaveDaemonApp::guardMessageLoop()
 {
     if (platform::guardMessageWindow([this] { shutdown(); }))
@@ -97,7 +97,7 @@ bool SlaveDaemonApp::parseCommandLine(DaemonSettings& settings, juce::String& sl
     return quelta::parseCommandLine(getCommandLineParameterArray(), settings, slavePath);
 }
 
-/** The settings, checked; false when something is wrong with them, which has been logged then. */
+/** Reads and checks the settings. Returns false if they are invalid, and logs why. */
 bool SlaveDaemonApp::readSettings(DaemonSettings& settings)
 {
     juce::String slavePath;
@@ -114,7 +114,7 @@ bool SlaveDaemonApp::readSettings(DaemonSettings& settings)
         return false;
     }
 
-    if (settings.daemonPort < lowestPort)
+    if (settings.daemonPort < minPort)
     {
         logError("daemon port %d is invalid, should be in range 1024..65535", settings.daemonPort);
         return false;
@@ -123,7 +123,7 @@ bool SlaveDaemonApp::readSettings(DaemonSettings& settings)
     return true;
 }
 
-/** Runs the slave once; false when that failed, which has been logged then. */
+/** Performs the information run. Returns false if it failed; the reason has been logged. */
 bool SlaveDaemonApp::gatherInformation(const DaemonSettings& settings,
                                        SlaveInformation& information)
 {

@@ -1,6 +1,6 @@
-// The daemon as an application of the framework: starts everything in order, and takes it down in
-// the reverse order. Start-up failures end it through the message loop; they are told as text only,
-// the exit status is always 0. Everything here runs on the message thread.
+// The daemon as a JUCE application: starts the subsystems in order and shuts them down in reverse
+// order. A start-up error is logged and ends the message loop; the exit status is 0 even then.
+// Everything here runs on the message thread.
 #pragma once
 
 #include <memory>
@@ -27,12 +27,11 @@ public:
     void resumed() override {}
     void unhandledException(const std::exception*, const juce::String&, int) override {}
 
-    /** Reads the command line of this process; false when it is no good, which has been logged
-        then. */
+    /** Parses the command line of this process. Returns false if it is invalid, and logs why. */
     bool parseCommandLine(DaemonSettings& settings, juce::String& slavePath);
 
 private:
-    /** What the slave says of itself when asked at start-up. */
+    /** What the slave reports in the information run. */
     struct SlaveInformation
     {
         uint32_t version = 0;
@@ -43,7 +42,7 @@ private:
     bool readSettings(DaemonSettings& settings);
     bool gatherInformation(const DaemonSettings& settings, SlaveInformation& information);
 
-    MonitorPort lastMonitorPort{0};                     ///< Of the information run, too.
+    MonitorPort lastMonitorPort{0}; ///< Shared by the information run and all launches.
     std::unique_ptr<DaemonNetworkThread> networkThread; ///< Null until start-up has succeeded.
 };
 

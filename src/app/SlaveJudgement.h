@@ -1,12 +1,13 @@
-// What the watchdog makes of the slave, as a pure function of what it has just seen.
+// The watchdog's decision about the slave: a pure function of one observation.
 //
-//   status                 silent for more than    the slave
-//   STATUS_STARTING        10,000 ms               hangs in start-up
-//   STATUS_AUTHENTICATING  any time                -
-//   STATUS_INITIALIZED     4,000 ms                hangs after initialisation
-//   STATUS_RUNNING         10,000 ms               has lost its heart beat
+//   status                 limit of silence  beyond the limit, the slave
+//   STATUS_STARTING        10,000 ms         hangs in start-up
+//   STATUS_AUTHENTICATING  none              -
+//   STATUS_INITIALIZED     4,000 ms          hangs after initialisation
+//   STATUS_RUNNING         10,000 ms         has lost its heartbeat
 //
-// A process that has ended needs no stopping; one that hangs, or that somebody wants stopped, does.
+// A running slave is stopped if it hangs or if the owner has requested it. A slave that has exited
+// needs no stop.
 #pragma once
 
 #include <cstdint>
@@ -15,23 +16,23 @@
 
 namespace quelta {
 
-/** All in milliseconds. */
+/** In milliseconds. */
 struct SlaveTimeLimits
 {
     uint32_t startup = 10'000;            ///< Silence in STATUS_STARTING.
     uint32_t afterInitialisation = 4'000; ///< Silence in STATUS_INITIALIZED.
     uint32_t heartBeat = 10'000;          ///< Silence in STATUS_RUNNING.
-    uint32_t gracefulStop = 12'000;       ///< From the stop message to the use of force.
+    uint32_t gracefulStop = 12'000;       ///< From the stop message to the forced kill.
 };
 
-/** What one pass of the watch has seen. */
+/** What one poll of the watchdog has seen. */
 struct SlaveObservation
 {
     SlaveStatus status = STATUS_STARTING;
     uint32_t millisecondsSinceLastMessage = 0;
-    bool running = true;      ///< The process has not ended.
-    bool askedToStop = false; ///< Somebody wants the slave stopped.
-    bool infoRequest = false; ///< The slave was started only to report its information.
+    bool running = true;      ///< The process has not exited.
+    bool askedToStop = false; ///< The owner has requested a stop.
+    bool infoRequest = false; ///< The slave was launched for the information run.
 };
 
 enum class SlaveHang
@@ -45,15 +46,15 @@ enum class SlaveHang
 enum class SlaveNextStep
 {
     keepWatching,
-    stop,    ///< It runs and has to end.
-    ended,   ///< It has reported its information and gone, as expected.
-    crashed, ///< It has gone by itself.
+    stop,    ///< It still runs and must be stopped.
+    ended,   ///< It has exited after an information run, as expected.
+    crashed, ///< It has exited unexpectedly.
 };
 
 struct SlaveVerdict
 {
     SlaveHang hang = SlaveHang::none;
-    bool initialised = false; ///< It says that it is initialised, and in time.
+    bool initialised = false; ///< In STATUS_INITIALIZED, and not hanging.
     SlaveNextStep nextStep = SlaveNextStep::keepWatching;
 };
 

@@ -56,7 +56,7 @@ SlaveProcess::SlaveProcess(uint32_t address, uint16_t port, const DaemonSettings
 
 SlaveProcess::~SlaveProcess()
 {
-    stopThread(-1); // run ends by itself: what it waits for has limits
+    stopThread(-1); // after a timeout JUCE would kill the thread by force
 }
 
 void SlaveProcess::run()
@@ -103,7 +103,7 @@ bool SlaveProcess::launchSlave(platform::ChildProcess& slave, const SlaveMonitor
     return false;
 }
 
-/** Returns when there is nothing more to watch: the slave has ended or has to be stopped. */
+/** Returns once the slave has exited or must be stopped. */
 SlaveNextStep SlaveProcess::watch(platform::ChildProcess& slave, const SlaveMonitor& monitor)
 {
     bool initialisedSeen = false;
@@ -123,7 +123,7 @@ SlaveNextStep SlaveProcess::watch(platform::ChildProcess& slave, const SlaveMoni
         {
             initialisedSeen = true;
 
-            if (ownerWantsNotices())
+            if (mustNotifyOwner())
                 owner->notifySlaveRunning();
         }
 
@@ -134,8 +134,8 @@ SlaveNextStep SlaveProcess::watch(platform::ChildProcess& slave, const SlaveMoni
     return SlaveNextStep::stop;
 }
 
-/** The status is read after the exit state, so that the last message of a slave that has ended
-    still counts. */
+/** Reads the status after the exit state, so that the last message of a slave that has exited still
+    counts. */
 SlaveObservation SlaveProcess::observe(platform::ChildProcess& slave, const SlaveMonitor& monitor)
 {
     SlaveObservation seen;
@@ -160,7 +160,7 @@ void SlaveProcess::conclude(platform::ChildProcess& slave, SlaveMonitor& monitor
 
     const bool stillRunning = step == SlaveNextStep::stop && !stopGracefully(slave, monitor);
 
-    if (failed && ownerWantsNotices())
+    if (failed && mustNotifyOwner())
         owner->notifySlaveFailed();
 
     if (stillRunning)
@@ -176,7 +176,7 @@ void SlaveProcess::conclude(platform::ChildProcess& slave, SlaveMonitor& monitor
                                  slave.describeEnd().c_str());
 }
 
-/** Asks the slave to end and waits for it; false if it is still there when its time is up. */
+/** Sends the stop message and waits for the slave to exit. Returns false on timeout. */
 bool SlaveProcess::stopGracefully(platform::ChildProcess& slave, SlaveMonitor& monitor)
 {
     monitor.sendStopMessage();

@@ -1,12 +1,11 @@
-// One launch of the render slave: a thread that starts it, watches it every 100 ms, stops it when
-// asked or when it hangs (politely first, then by force), and says how it went.
+// One launch of the render slave: a thread that launches it, polls it every 100 ms, stops it on
+// request or when it hangs (first with a message, then by force), and records the outcome.
 //
-// States: launching -> watching -> stopping -> ended. Out of watching leads a request to stop (the
-// owner asks the thread to exit), a time limit, or the slave's own end. A SlaveProcess is never
-// restarted.
+// States: launching -> watching -> stopping -> ended. Watching ends when the owner asks the thread
+// to exit, when a time limit expires or when the slave exits. A SlaveProcess is never restarted.
 //
-// The owner constructs it, which starts the thread; asks the thread to exit; waits for it; destroys
-// it. Both notifications are made on the SlaveProcess thread.
+// The owner constructs it, which starts the thread, later asks the thread to exit, waits for it and
+// destroys it. The SlaveProcess thread makes both notifications.
 #pragma once
 
 #include <atomic>
@@ -26,39 +25,39 @@ class ChildProcess;
 
 class SlaveMonitor;
 
-/** Whoever is told how a slave fares. Called on the SlaveProcess thread; must return once that
+/** Receives notifications about a slave, on the SlaveProcess thread. They must return once that
     thread has been asked to exit. */
 class SlaveProcessOwner
 {
 public:
     virtual ~SlaveProcessOwner() = default;
 
-    /** The slave is initialised; at most once a launch. */
+    /** The slave has initialised. At most once per launch. */
     virtual void notifySlaveRunning() = 0;
 
-    /** The slave has crashed or hung; once, at the end of such a run. Not after a failed launch. */
+    /** The slave has crashed or hung. Once, at the end of the run; not after a failed launch. */
     virtual void notifySlaveFailed() = 0;
 };
 
 class SlaveProcess final : public juce::Thread
 {
 public:
-    /** Starts the slave for the master at `masterAddress` (host order) and `masterPort`, or, with
-        `infoRequest`, only to learn its version and number of GPUs. `owner` may be null and is not
-        told about an information run. */
+    /** Launches the slave for the master at `address` (host order) and `port`; with `isInfoRequest`
+        only to learn its version and number of GPUs. `processOwner` may be null and is not notified
+        of an information run. `monitorPort` has to outlive the thread. */
     SlaveProcess(uint32_t address, uint16_t port, const DaemonSettings& daemonSettings,
                  bool isInfoRequest, SlaveProcessOwner* processOwner, MonitorPort& monitorPort,
                  const SlaveTimeLimits& timeLimits = {});
 
-    /** Stops the slave if it still runs, and waits for that. */
+    /** Stops the slave if it still runs, and waits until it has ended. */
     ~SlaveProcess() override;
 
-    /** What the slave reported; meaningful once the thread has ended. */
+    /** As reported by the slave. Valid once the thread has ended. */
     uint32_t getSlaveVersion() const { return slaveVersion; }
     uint32_t getNumProvidedGpus() const { return numProvidedGpus; }
 
-    /** Whether the launch failed (so also if the system refused the thread), the slave hung or it
-        ended unexpectedly. Any thread. */
+    /** Whether the launch failed (or the thread could not start), the slave hung or it exited
+        unexpectedly. Any thread. */
     bool hasFailed() const { return failed; }
 
     void run() override;
@@ -69,7 +68,7 @@ private:
     SlaveObservation observe(platform::ChildProcess& slave, const SlaveMonitor& monitor);
     void conclude(platform::ChildProcess& slave, SlaveMonitor& monitor, SlaveNextStep step);
     bool stopGracefully(platform::ChildProcess& slave, SlaveMonitor& monitor);
-    bool ownerWantsNotices() const { return !infoRequest && owner != nullptr; }
+    bool mustNotifyOwner() const { return !infoRequest && owner != nullptr; }
 
     const uint32_t masterAddress;
     const uint16_t masterPort;
@@ -83,7 +82,7 @@ private:
     const SlaveTimeLimits limits;
 };
 
-/** The slave's command line, as one text. `monitorPort` is where the slave reports to. */
+/** Builds the slave's command line. The slave reports to `monitorPort`. */
 juce::String buildSlaveCommandLine(const DaemonSettings& settings, uint32_t masterAddress,
                                    uint16_t masterPort, uint16_t monitorPort, bool infoRequest);
 

@@ -1,4 +1,4 @@
-// What the daemon prints about itself before it starts to serve.
+// The summary that the daemon prints before it starts to serve.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 namespace quelta {
 
-/** Prints the settings and what the slave has reported, as plain lines. */
+/** Logs the settings and what the slave has reported, without a prefix. */
 void printStartupSummary(const DaemonSettings& settings, uint32_t slaveVersion,
                          uint32_t numProvidedGpus);
 

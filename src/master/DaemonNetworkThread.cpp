@@ -38,8 +38,8 @@ DaemonNetworkThread::~DaemonNetworkThread()
     logUnprefixed("closing down all existing master connections (%u)...",
                   static_cast<unsigned>(masters.size()));
 
-    // Each entry goes with its connection, so that the status of a stopped slave reaches only those
-    // still there.
+    // Unregister one at a time, so that the broadcast about a stopped slave reaches only the
+    // masters that are still registered.
     while (!masters.isEmpty())
     {
         auto& first = masters.getFirst();
@@ -84,24 +84,25 @@ void DaemonNetworkThread::masterDetected(const MasterAddress& address)
 
 void DaemonNetworkThread::timerCallback()
 {
-    // Declared before the lock and so destroyed after it is released: that waits for their threads.
-    std::vector<std::unique_ptr<MasterLink>> forgotten;
+    // Declared before the lock, so that the connections are destroyed after it is released: their
+    // destructors join the reader threads.
+    std::vector<std::unique_ptr<MasterLink>> unregistered;
     const juce::ScopedLock sl(lock);
-    masters.dropDeafLinks();
+    masters.markDeafLinks();
 
     for (const auto& address : masters.connect(ownerConnection))
-        forgotten.push_back(forgetMaster(address));
+        unregistered.push_back(unregisterMaster(address));
 
-    replacedSlaves.forgetEnded();
+    replacedSlaves.removeEnded();
     platform::reapKilledChildren();
 
-    // The interval counts from the end of a tick: after one that took long the next would come at
-    // once, and no request would find the lock free.
+    // Restart the interval at the end of the tick. After a long tick the next one would otherwise
+    // follow at once, and requests would starve for the lock.
     startTimer(timing::tickMs);
 }
 
-/** Removes a master from the registry, and takes the slave away from it. */
-std::unique_ptr<MasterLink> DaemonNetworkThread::forgetMaster(const MasterAddress& address)
+/** Unregisters a master. Stops the slave if that master owns it. */
+std::unique_ptr<MasterLink> DaemonNetworkThread::unregisterMaster(const MasterAddress& address)
 {
     if (ownerConnection != nullptr && ownerConnection->getAddress() == address)
     {
@@ -149,14 +150,14 @@ void DaemonNetworkThread::serveRequest(const MasterDaemonMessage& message,
     const OwnershipState state{ownerAddress, slave != nullptr && slave->hasFailed()};
     const auto decision = decideOwnership(
         state, {message.type, message.masterAddress, &connection == ownerConnection});
-    explain(decision, message.type, connection);
+    logReason(decision, message.type, connection);
     carryOut(decision, message, connection);
 }
 
-/** Why the slave is stopped, or a request changes nothing: the message may carry any address, so with that of
- * the peer. */
-void DaemonNetworkThread::explain(const OwnershipDecision& decision, MasterMessageType type,
-                                  const MasterConnection& connection) const
+/** Logs why the slave is stopped or why a request changes nothing. Names the peer's own address,
+    because the message may carry any. */
+void DaemonNetworkThread::logReason(const OwnershipDecision& decision, MasterMessageType type,
+                                    const MasterConnection& connection) const
 {
     const auto peer = formatAddress(connection.getAddress());
 

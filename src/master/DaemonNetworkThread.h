@@ -1,18 +1,18 @@
-// The centre of the daemon's master side. It wires: masters that are heard go into the registry,
-// requests to the pure decision about ownership, and what that decides to the slave and to the
-// masters. It runs no thread of its own.
+// Wires the daemon's master side: registers discovered masters, passes their requests to the
+// ownership decision, and applies that decision to the slave and the masters. Despite its name it
+// does not run a thread.
 //
-//   free -> owned   by a start, or by a steal after an error line
-//   owned -> free   by the owner's stop, by losing the owner's connection for good, at the end
-//   owned -> owned  by a steal: stopped, then started for the thief
+//   free -> owned   a start request; also a steal request, which then logs an error
+//   owned -> free   the owner's stop request, a failed reconnection to the owner, shutdown
+//   owned -> owned  a steal request: the slave is stopped, then started for the new owner
 //
-// A slave that fails stays with its owner, who is told and frees it by a stop.
+// A failed slave stays with its owner, which is notified and frees it with a stop request.
 //
 // Threads: the discovery thread (masterDetected), the message thread (constructor, timerCallback,
-// destructor), each connection's own thread (handleRequest) and the SlaveProcess thread (both
-// notifications). `lock` is held by every operation throughout, even while connecting and while
-// waiting for a slave to end. Threads that its holder may be waiting for take it by
-// LockUnlessExiting only.
+// destructor), each connection's reader thread (handleRequest) and the SlaveProcess thread (both
+// notifications). Every operation holds `lock` throughout, even while connecting and while waiting
+// for a slave to end. Threads that the holder may be joining acquire it only with
+// LockUnlessExiting.
 #pragma once
 
 #include <cstdint>
@@ -39,8 +39,8 @@ class DaemonNetworkThread final : public MasterDiscoveryListener,
 public:
     class MasterConnection;
 
-    /** Starts listening for masters. Every message tells them the version and the number of GPUs.
-        The slave has to keep to `limits`. */
+    /** Starts listening for masters. Every message carries the slave's version and number of GPUs.
+        `monitorPort` has to outlive the object. The watchdog applies `limits` to the slave. */
     DaemonNetworkThread(const DaemonSettings& daemonSettings, uint32_t slaveVersionToTell,
                         uint32_t numGpusToTell, MonitorPort& monitorPort,
                         const SlaveTimeLimits& limits = {});
@@ -53,14 +53,14 @@ public:
     void notifySlaveFailed() override;
     void timerCallback() override;
 
-    /** Serves one valid record that `connection` has received. */
+    /** Handles one valid record received by `connection`. */
     void handleRequest(const MasterDaemonMessage& message, MasterConnection& connection);
 
 private:
-    std::unique_ptr<MasterLink> forgetMaster(const MasterAddress& address);
+    std::unique_ptr<MasterLink> unregisterMaster(const MasterAddress& address);
     void serveRequest(const MasterDaemonMessage& message, MasterConnection& connection);
-    void explain(const OwnershipDecision& decision, MasterMessageType type,
-                 const MasterConnection& connection) const;
+    void logReason(const OwnershipDecision& decision, MasterMessageType type,
+                   const MasterConnection& connection) const;
     void carryOut(const OwnershipDecision& decision, const MasterDaemonMessage& message,
                   MasterConnection& connection);
 
@@ -82,7 +82,7 @@ private:
     juce::CriticalSection lock; ///< Recursive. Guards everything below.
 
     // Set together by startSlave, cleared together by stopSlave.
-    MasterAddress ownerAddress; ///< Counts as none while ip or port is 0.
+    MasterAddress ownerAddress; ///< No owner while ip or port is 0.
     MasterConnection* ownerConnection = nullptr;
     std::string ownerText; ///< As received, NULs included.
 

@@ -32,7 +32,7 @@ bool DaemonNetworkThread::MasterConnection::connectToMaster()
     return false;
 }
 
-void DaemonNetworkThread::MasterConnection::dropIfDeaf(uint32_t now)
+void DaemonNetworkThread::MasterConnection::markIfDeaf(uint32_t now)
 {
     if (!isUsable() || hasLivingReader(now))
         return;

@@ -1,9 +1,9 @@
-// The TCP connection to one master. The daemon is always the connecting side.
+// The TCP connection to one master. The daemon always connects, it never accepts.
 //
-// The owner's timer connects and looks after the reader (connectToMaster, connectionMade,
-// dropIfDeaf: message thread, under the owner's lock); requests arrive on the connection's own
-// thread (messageReceived, connectionLost), which takes the owner's lock in handleRequest.
-// `unusable` is guarded by the owner's lock.
+// The owner's timer connects and checks the reader (connectToMaster, connectionMade, markIfDeaf: on
+// the message thread, under the owner's lock). Requests arrive on the reader thread
+// (messageReceived, connectionLost), which takes the owner's lock in handleRequest. The owner's
+// lock guards `unusable`.
 #pragma once
 
 #include "master/DaemonNetworkThread.h"
@@ -17,18 +17,17 @@ class DaemonNetworkThread::MasterConnection final : public PeerConnection, publi
 public:
     MasterConnection(const MasterAddress& masterAddress, DaemonNetworkThread& owningThread);
 
-    /** Disconnects, and waits for the connection's thread. Safe under the owner's lock:
-        handleRequest gives up when its thread is asked to exit. */
+    /** Disconnects and joins the reader thread. Safe under the owner's lock: handleRequest gives up
+        when its thread is asked to exit. */
     ~MasterConnection() override;
 
     const MasterAddress& getAddress() const override { return address; }
     bool isUsable() const override { return !unusable && isConnected(); }
     bool connectToMaster() override;
-    void dropIfDeaf(uint32_t now) override;
+    void markIfDeaf(uint32_t now) override;
 
-    /** A master that does not read makes the record fall short after 200 ms, on Windows 500 ms;
-        nothing more is sent then, since the stream has lost its frame boundary, and the next tick
-        connects anew. */
+    /** Times out after 200 ms (500 ms on Windows) if the master does not read. The stream is then
+        no longer on a frame boundary, so nothing more is sent and the next tick reconnects. */
     void send(const MasterDaemonMessage::Bytes& record) override;
 
     void connectionMade() override;
@@ -38,7 +37,7 @@ public:
 private:
     const MasterAddress address;
     DaemonNetworkThread& owner;
-    bool unusable = false; ///< To be replaced at the next tick.
+    bool unusable = false; ///< The next tick has to reconnect.
 };
 
 } // namespace quelta

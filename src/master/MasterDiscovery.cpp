@@ -10,8 +10,8 @@ namespace quelta {
 
 namespace {
 
-constexpr size_t datagramCapacity =
-    1000; ///< Bytes; longer datagrams are cut and so have a wrong size.
+/** In bytes. Longer datagrams are truncated and then rejected for their size. */
+constexpr size_t datagramCapacity = 1000;
 
 } // namespace
 
@@ -21,8 +21,8 @@ MasterDiscovery::MasterDiscovery(uint16_t portToListenOn)
 
 MasterDiscovery::~MasterDiscovery()
 {
-    stopThread(
-        -1); // with a limit, a thread that waits for the reader of the log would be killed by force
+    // Without a timeout: JUCE would kill a thread that is blocked writing to the log.
+    stopThread(-1);
 }
 
 void MasterDiscovery::run()
@@ -66,7 +66,7 @@ bool MasterDiscovery::openSocket()
     return true;
 }
 
-/** False when nothing could be received. */
+/** Returns false on a socket error. */
 bool MasterDiscovery::serveOneDatagram()
 {
     std::array<uint8_t, datagramCapacity> datagram;

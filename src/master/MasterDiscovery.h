@@ -1,9 +1,9 @@
-// The thread that listens for the beacons of masters on the daemon's port and passes each one's
-// address on.
+// The thread that receives the beacons of masters on the daemon's port and reports each master's
+// address.
 //
-// The owner constructs it, sets the listener, starts the thread, stops it and destroys it. A socket
-// error ends discovery for the rest of the run; connections that exist are not affected. It holds
-// no lock.
+// The owner constructs it, sets the listener, starts the thread and destroys it, which stops the
+// thread. A socket error ends discovery for the rest of the run; existing connections are not
+// affected. It holds no lock.
 #pragma once
 
 #include <cstdint>
@@ -21,7 +21,7 @@ public:
     explicit MasterDiscovery(uint16_t portToListenOn);
     ~MasterDiscovery() override;
 
-    /** Before the thread is started. */
+    /** To be called before the thread is started. */
     void setListener(MasterDiscoveryListener* newListener) { listener = newListener; }
 
     void run() override;
@@ -32,8 +32,9 @@ private:
 
     const uint16_t port;
     MasterDiscoveryListener* listener = nullptr;
-    platform::BeaconSocket
-        socket; ///< Used by this thread only; after an error it stays open with the object.
+
+    /** Used by this thread only. After an error it stays open until the object is destroyed. */
+    platform::BeaconSocket socket;
 };
 
 } // namespace quelta

@@ -1,4 +1,4 @@
-// Whoever wants to hear of masters.
+// Receives the addresses of the masters that discovery hears.
 #pragma once
 
 #include "messages/MasterAddress.h"
@@ -8,8 +8,8 @@ namespace quelta {
 class MasterDiscoveryListener
 {
 public:
-    /** A master's beacon has arrived, the first or any later one. On the discovery thread; must
-        return once that thread has been asked to exit. */
+    /** Called for every beacon, the first and all later ones, on the discovery thread. Must return
+        once that thread has been asked to exit. */
     virtual void masterDetected(const MasterAddress& address) = 0;
 
 protected:

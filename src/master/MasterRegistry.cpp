@@ -10,14 +10,14 @@
 
 namespace quelta {
 
-RegistrySurroundings::RegistrySurroundings()
+RegistryEnvironment::RegistryEnvironment()
     : countFreeDescriptors(platform::countFreeDescriptors),
       quitWasRequested(platform::quitWasRequested),
       getMilliseconds(juce::Time::getMillisecondCounter)
 {}
 
-MasterRegistry::MasterRegistry(RegistrySurroundings registrySurroundings)
-    : surroundings(std::move(registrySurroundings))
+MasterRegistry::MasterRegistry(RegistryEnvironment registryEnvironment)
+    : environment(std::move(registryEnvironment))
 {}
 
 bool MasterRegistry::contains(const MasterLink& link) const
@@ -38,12 +38,12 @@ std::unique_ptr<MasterLink> MasterRegistry::remove(const MasterAddress& address)
     return std::move(node.mapped());
 }
 
-void MasterRegistry::dropDeafLinks()
+void MasterRegistry::markDeafLinks()
 {
-    const auto now = surroundings.getMilliseconds();
+    const auto now = environment.getMilliseconds();
 
     for (const auto& [address, link] : links)
-        link->dropIfDeaf(now);
+        link->markIfDeaf(now);
 }
 
 std::vector<MasterAddress> MasterRegistry::connect(const MasterLink* owner)
@@ -62,15 +62,17 @@ std::vector<MasterAddress> MasterRegistry::connect(const MasterLink* owner)
         if (entry->second->isUsable())
             continue;
 
-        if (surroundings.quitWasRequested())
+        if (environment.quitWasRequested())
             break;
 
-        const auto started = surroundings.getMilliseconds();
+        const auto started = environment.getMilliseconds();
 
-        if (!connectWithReserve(*entry->second, entry->second.get() == owner, freeDescriptors))
+        const auto reserve = entry->second.get() == owner ? Reserve::use : Reserve::keep;
+
+        if (!connectLink(*entry->second, reserve, freeDescriptors))
         {
             unreachable.push_back(entry->first);
-            spentMs += surroundings.getMilliseconds() - started;
+            spentMs += environment.getMilliseconds() - started;
         }
 
         if (spentMs >= failedAttemptsBudgetMs)
@@ -83,14 +85,14 @@ std::vector<MasterAddress> MasterRegistry::connect(const MasterLink* owner)
     return unreachable;
 }
 
-/** `freeDescriptors` is counted by a call's first attempt and kept up to date by the others. */
-bool MasterRegistry::connectWithReserve(MasterLink& link, bool mayUseReserve,
-                                        std::optional<int>& freeDescriptors)
+/** The first attempt of a connect() counts `freeDescriptors`; each attempt keeps it up to date. */
+bool MasterRegistry::connectLink(MasterLink& link, Reserve reserve,
+                                 std::optional<int>& freeDescriptors)
 {
     if (!freeDescriptors)
-        freeDescriptors = surroundings.countFreeDescriptors();
+        freeDescriptors = environment.countFreeDescriptors();
 
-    if (!mayUseReserve && *freeDescriptors <= descriptorReserve)
+    if (reserve == Reserve::keep && *freeDescriptors <= descriptorReserve)
     {
         if (!std::exchange(descriptorsAreScarce, true))
             logError(

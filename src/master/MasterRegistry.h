@@ -1,9 +1,9 @@
-// The masters that have been heard of, in the order of their addresses, each with its connection:
-// who is known, who is connected, whom to try next.
+// The known masters in the order of their addresses, each with its connection. Decides which master
+// to connect to next.
 //
-// It caps what forged beacons can consume: the number of masters, the time of a tick that goes to
-// attempts that fail, and the file descriptors, of which some are kept for the slave, its monitor
-// and the log.
+// Caps what forged beacons can consume: the number of masters, the time per tick spent on failing
+// attempts, and the file descriptors, some of which are reserved for the slave, its monitor and the
+// log.
 //
 // Every call is made under the DaemonNetworkThread's lock.
 #pragma once
@@ -19,10 +19,10 @@
 
 namespace quelta {
 
-/** Where the registry learns about its surroundings; tests replace it. */
-struct RegistrySurroundings
+/** The system calls on which the registry depends; tests replace them. */
+struct RegistryEnvironment
 {
-    RegistrySurroundings();
+    RegistryEnvironment();
 
     std::function<int()> countFreeDescriptors;
     std::function<bool()> quitWasRequested;
@@ -33,49 +33,55 @@ class MasterRegistry
 {
 public:
     static constexpr size_t maxMasters = 10'000; ///< Far more than any network has.
-    static constexpr int descriptorReserve = 16; ///< No master but the owner gets one of these.
-    static constexpr uint32_t failedAttemptsBudgetMs =
-        1'000; ///< Per tick, so that requests are served in between.
+    static constexpr int descriptorReserve = 16; ///< Of all masters only the owner may use it.
 
-    explicit MasterRegistry(RegistrySurroundings registrySurroundings = {});
+    /** Per tick, so that requests are served between ticks. */
+    static constexpr uint32_t failedAttemptsBudgetMs = 1'000;
+
+    explicit MasterRegistry(RegistryEnvironment registryEnvironment = {});
 
     size_t size() const { return links.size(); }
     bool isEmpty() const { return links.empty(); }
     bool isFull() const { return links.size() >= maxMasters; }
     bool contains(const MasterAddress& address) const { return links.contains(address); }
 
-    /** Whether this very link is registered, and not one that has taken its address since. */
+    /** Whether this very link is registered, rather than a later one with the same address. */
     bool contains(const MasterLink& link) const;
 
-    /** Registers a link whose address is not known yet. */
+    /** Registers a link. Its address must not be registered yet. */
     void add(std::unique_ptr<MasterLink> link);
 
-    /** Unregisters a known master. */
+    /** Unregisters a known master and returns its link. */
     std::unique_ptr<MasterLink> remove(const MasterAddress& address);
 
-    /** The link with the lowest address; there must be one. */
+    /** The link with the lowest address. The registry must not be empty. */
     MasterLink& getFirst() const { return *links.begin()->second; }
 
-    /** Replaces nothing yet, but marks the links whose readers are gone. */
-    void dropDeafLinks();
+    /** Marks links with dead readers as unusable; connect() then reconnects them. */
+    void markDeafLinks();
 
-    /** Connects those that are not connected and returns those that could not be reached. Stops
-        once the budget is spent; the next call then goes on behind the last one tried. `owner`,
-        which may be null, may use the reserve: a healthy slave must not be stopped for the lack of
-        a descriptor. */
+    /** Connects the links that are not usable, and returns the addresses of those that failed.
+        Stops when the budget is spent; the next call resumes after the last link tried. `owner`,
+        which may be null, may use the reserve: lack of a descriptor must not stop a healthy
+        slave. */
     std::vector<MasterAddress> connect(const MasterLink* owner);
 
-    /** Sends to all, connected or not, in the order of their addresses. */
+    /** Sends to all links, connected or not, in the order of their addresses. */
     void broadcast(const MasterDaemonMessage::Bytes& record) const;
 
 private:
-    bool connectWithReserve(MasterLink& link, bool mayUseReserve,
-                            std::optional<int>& freeDescriptors);
+    enum class Reserve
+    {
+        keep,
+        use
+    };
 
-    const RegistrySurroundings surroundings;
+    bool connectLink(MasterLink& link, Reserve reserve, std::optional<int>& freeDescriptors);
+
+    const RegistryEnvironment environment;
     std::map<MasterAddress, std::unique_ptr<MasterLink>> links;
-    std::optional<MasterAddress> lastTried; ///< Where a call broke off that had spent its budget.
-    bool descriptorsAreScarce = false;      ///< Only the reserve is left, which has been logged.
+    std::optional<MasterAddress> lastTried; ///< By a connect() that has spent its budget.
+    bool descriptorsAreScarce = false;      ///< Only the reserve is left; logged once.
 };
 
 } // namespace quelta

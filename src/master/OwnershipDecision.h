@@ -1,26 +1,26 @@
-// What a master's request does to the slave and its owner, as a pure function.
+// What a master's request does to the slave and its owner: a pure function.
 //
-//   state  request                     slave                           reply
-//   any    scan                        -                               DAEMON_STATUS; SLAVE_FAILED to the
-//   owner's
-//                                                                      connection once the slave has failed
-//   free   start                       started                         START_REPLY
-//   owned  start                       -                               START_REPLY
-//   any    stop from the owner         stopped, status to all          STOP_REPLY
-//   any    stop from another           -                               STOP_REPLY
-//   any    steal from another          stopped, started for the thief  STEAL_REPLY
-//   any    steal from the owner        -                               STEAL_REPLY
-//   any    any other type              -                               UNEXPECTED_REQUEST
+//   state  request               slave                               reply
+//   any    scan                  -                                   DAEMON_STATUS (*)
+//   free   start                 started                             START_REPLY
+//   owned  start                 -                                   START_REPLY
+//   any    stop from the owner   stopped, status to all              STOP_REPLY
+//   any    stop from another     -                                   STOP_REPLY
+//   any    steal from another    stopped, started for the new owner  STEAL_REPLY
+//   any    steal from the owner  -                                   STEAL_REPLY
+//   any    any other type        -                                   UNEXPECTED_REQUEST
 //
-// Stop and steal go by the address in the message, scan by the connection; masters rely on both. A
-// start and a steal tell all masters the new owner before the reply is sent.
+//   (*) SLAVE_FAILED on the owner's connection once the slave has failed.
+//
+// Stop and steal identify the owner by the address in the message, scan by the connection; masters
+// rely on both. After a start and a steal, all masters are sent the new owner before the reply.
 #pragma once
 
 #include "messages/MasterDaemonMessage.h"
 
 namespace quelta {
 
-/** The owner's side of the daemon. */
+/** The part of the daemon's state that the decision depends on. */
 struct OwnershipState
 {
     MasterAddress owner;      ///< No owner while ip or port is 0.
@@ -32,7 +32,7 @@ struct OwnershipState
 struct OwnershipRequest
 {
     MasterMessageType type = MasterMessageType::SCAN_REQUEST;
-    MasterAddress address; ///< The one in the message.
+    MasterAddress address; ///< As in the message.
     bool fromOwnersConnection = false;
 };
 
@@ -42,11 +42,11 @@ struct OwnershipDecision
     {
         no,
         andTellAll,
-        silently ///< The start that follows tells all.
+        silently ///< The start that follows broadcasts the status.
     };
 
     Stop stop = Stop::no;
-    bool start = false; ///< For the requester, after the stop.
+    bool start = false; ///< For the requester, after any stop.
     MasterMessageType reply = MasterMessageType::UNEXPECTED_REQUEST;
 
     bool operator==(const OwnershipDecision&) const = default;

@@ -6,10 +6,10 @@ namespace quelta {
 
 void ReplacedSlaves::add(std::unique_ptr<SlaveProcess> slave)
 {
-    forgetEnded();
+    removeEnded();
     slaves.push_back(std::move(slave));
 
-    if (slaves.size() <= limit)
+    if (slaves.size() <= maxSlaves)
         return;
 
     slaves.front()->signalThreadShouldExit();
@@ -23,7 +23,7 @@ bool ReplacedSlaves::contains(const juce::Thread* thread) const
                        [thread](const auto& slave) { return slave.get() == thread; });
 }
 
-void ReplacedSlaves::forgetEnded()
+void ReplacedSlaves::removeEnded()
 {
     slaves.erase(std::remove_if(slaves.begin(), slaves.end(),
                                 [](const auto& slave) { return !slave->isThreadRunning(); }),

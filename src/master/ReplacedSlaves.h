@@ -1,6 +1,6 @@
-// Slaves that run on although another has taken their place, as happens when a master starts one
-// under an address that counts as none. They are remembered so that they can be stopped, and
-// limited in number so that nobody can start processes without end.
+// Slaves that still run although another one has replaced them. This happens when a master starts
+// one under an unusable address (ip or port 0). They are kept so that they can be stopped, and
+// their number is limited, so that masters cannot start processes without bound.
 //
 // Every call is made under the DaemonNetworkThread's lock.
 #pragma once
@@ -15,22 +15,21 @@ namespace quelta {
 class ReplacedSlaves
 {
 public:
-    static constexpr size_t limit = 8;
+    static constexpr size_t maxSlaves = 8;
 
-    /** Keeps a slave. Beyond the limit the oldest is stopped, which takes as long as stopping a
-        slave does. */
+    /** Adds a slave. Above the limit, stops the oldest one and waits until it has ended. */
     void add(std::unique_ptr<SlaveProcess> slave);
 
     /** Whether `thread` is the thread of one of them. */
     bool contains(const juce::Thread* thread) const;
 
-    /** Lets go of those that have ended. */
-    void forgetEnded();
+    /** Removes the slaves that have ended. */
+    void removeEnded();
 
     /** Asks all of them to end. */
     void signalAll();
 
-    /** Waits until all have ended, and lets go of them. */
+    /** Waits until all have ended, then removes them. */
     void waitForAll();
 
 private:

@@ -1,5 +1,5 @@
-// How records travel over TCP: in JUCE's message framing, an 8-byte block of two
-// little-endian words (magic number, payload length in bytes) ahead of every record.
+// JUCE's message framing on TCP: an 8-byte block of two little-endian words (magic number, payload
+// length in bytes) precedes every record.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,7 @@
 
 namespace quelta {
 
-/** JUCE's default magic number, which every peer uses. */
+/** JUCE's default magic number, used by every peer. */
 constexpr uint32_t frameMagic = 0xF2B49E2C;
 
 /** The size in bytes of the block ahead of a record. */

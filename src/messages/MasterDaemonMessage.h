@@ -1,5 +1,5 @@
-// The one record that masters and the daemon exchange: beacons by UDP, requests, replies and
-// notifications by TCP. Pure functions on bytes; every integer on the wire is little-endian.
+// The record that masters and the daemon exchange: beacons over UDP; requests, replies and
+// notifications over TCP. Pure functions on bytes. All integers on the wire are little-endian.
 #pragma once
 
 #include <array>
@@ -12,8 +12,8 @@
 
 namespace quelta {
 
-/** What a record says. Values below `limit` that are not named here pass the check of a received
-    record but have no role in the daemon. */
+/** The type of a record. Values below `typeLimit` that are not named here are valid in a received
+    record, but the daemon does not use them. */
 enum class MasterMessageType : uint32_t
 {
     SCAN_REQUEST = 0,
@@ -27,8 +27,8 @@ enum class MasterMessageType : uint32_t
     STEAL_REQUEST = 11,
     STEAL_REPLY = 12,
 
-    /** The reply to a request that nobody knows. No receiver's check lets it pass, and that is how
-        masters know it. */
+    /** The reply to an unknown request type. It fails every receiver's validation, which is how
+        masters recognise it. */
     UNEXPECTED_REQUEST = 13
 };
 
@@ -38,34 +38,34 @@ struct MasterDaemonMessage
     static constexpr size_t textSize = 32; ///< Bytes of `masterText` and of `slaveAlias`.
     static constexpr uint32_t magic = 0x00234341;
     static constexpr uint32_t version = 8;
-    static constexpr uint32_t typeLimit = 13; ///< Types of received records are below this.
+    static constexpr uint32_t typeLimit = 13; ///< Valid types are below this.
 
     using Bytes = std::array<uint8_t, size>;
 
     MasterMessageType type = MasterMessageType::SCAN_REQUEST;
 
-    /** From a master: its own address. From the daemon: the owner's, all zero without one. */
+    /** From a master: its own address. From the daemon: the owner's, zero if there is none. */
     MasterAddress masterAddress;
 
     /** From a master: all 32 bytes as received, NULs included. From the daemon: the owner's
         text. */
     std::string masterText;
 
-    std::string slaveAlias;    ///< Only the daemon fills it; cut to 32 bytes when encoded.
-    uint32_t numGpus = 0;      ///< Only the daemon fills it.
-    uint32_t slaveVersion = 0; ///< Only the daemon fills it.
+    std::string slaveAlias;    ///< Set only by the daemon; truncated to 32 bytes on the wire.
+    uint32_t numGpus = 0;      ///< Set only by the daemon.
+    uint32_t slaveVersion = 0; ///< Set only by the daemon.
 };
 
-/** The record's bytes. Both texts are bounded string copies: what follows a first NUL, or the 32nd
-    byte, is not sent, and the rest of the field is NULs. */
+/** Encodes a record. Each text is copied up to its first NUL, at most 32 bytes, and the rest of its
+    field is filled with NULs. */
 MasterDaemonMessage::Bytes encodeMasterMessage(const MasterDaemonMessage& message);
 
-/** Checks `size` received bytes and, if they are a valid record, fills `out` and returns true.
-    Otherwise logs which test failed (under the flag `daemon`), leaves `out` alone and returns
-    false. `masterText` and `slaveAlias` hold all 32 bytes afterwards. Any thread. */
+/** Validates `size` received bytes. If they are a valid record, fills `out`, in which `masterText`
+    and `slaveAlias` then hold all 32 bytes, and returns true. Otherwise logs the check that failed
+    (under the flag `daemon`), leaves `out` unchanged and returns false. Any thread. */
 bool parseMasterMessage(const void* data, size_t size, MasterDaemonMessage& out);
 
-/** The part of a 32-byte field before its first NUL. */
+/** Returns the part of a text field before its first NUL. */
 std::string_view textBeforeNul(std::string_view field);
 
 } // namespace quelta

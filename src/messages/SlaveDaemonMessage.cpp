@@ -54,7 +54,7 @@ bool SlaveDaemonMessage::fromData(const void* data, size_t length, SlaveDaemonMe
 
     const auto type = readLittleEndian32(bytes + SlaveOffset::type);
 
-    if (type > highestType)
+    if (type > maxType)
     {
         logError("slave daemon message had invalid type (%d)", static_cast<int>(type));
         return false;

@@ -1,6 +1,6 @@
-// The record that the render slave and the daemon exchange over the slave monitor's connection, and
-// the status that the monitor derives from it. Pure functions on bytes; every integer on the wire
-// is little-endian.
+// The message that the render slave and the daemon exchange over the slave monitor's connection,
+// and the status that the monitor derives from it. Pure functions on bytes. All integers on the
+// wire are little-endian.
 #pragma once
 
 #include <array>
@@ -14,11 +14,10 @@ enum class SlaveMessageType : uint32_t
     AUTHENTICATING = 0, ///< Slave: alive, not initialised yet.
     SLAVE_INFO = 1,     ///< Slave: initialised; carries its version and number of GPUs.
     SLAVE_STATUS = 2,   ///< Slave: heartbeat.
-    STOP_SLAVE = 3      ///< Daemon: please end.
+    STOP_SLAVE = 3      ///< Daemon: asks the slave to end.
 };
 
-/** How far the slave has come, by its latest valid message. Nothing forces the values to follow in
-    order. */
+/** The slave's progress, from its latest valid message. The values may follow in any order. */
 enum SlaveStatus : uint32_t
 {
     STATUS_STARTING = 0,       ///< No valid message yet.
@@ -32,8 +31,7 @@ struct SlaveDaemonMessage
     static constexpr size_t size = 20; ///< Bytes on the wire.
     static constexpr uint32_t header = 0x7FCE720D;
     static constexpr uint32_t version = 1;
-    static constexpr uint32_t highestType =
-        5; ///< Types up to this are valid, though four have a meaning.
+    static constexpr uint32_t maxType = 5; ///< Valid types are up to this; 4 and 5 are unused.
 
     using Bytes = std::array<uint8_t, size>;
 
@@ -41,18 +39,18 @@ struct SlaveDaemonMessage
     uint32_t numGpus = 0;      ///< Read in SLAVE_INFO only.
     uint32_t slaveVersion = 0; ///< Read in SLAVE_INFO only.
 
-    /** The message that asks the slave to end. */
+    /** Creates the message that asks the slave to end. */
     static SlaveDaemonMessage createStopMessage();
 
-    /** Checks `length` received bytes and, if they are a valid message, fills `message` and returns
-        true. Otherwise logs which test failed as an error, leaves `message` alone and returns
-        false. */
+    /** Validates `length` received bytes. If they are a valid message, fills `message` and returns
+        true. Otherwise logs the check that failed as an error, leaves `message` unchanged and
+        returns false. */
     static bool fromData(const void* data, size_t length, SlaveDaemonMessage& message);
 
-    /** The message's bytes. */
+    /** Returns the bytes to send. */
     Bytes encode() const;
 
-    /** "AUTHENTICATING", ..., or "unknown". */
+    /** Returns the name as above, or "unknown". */
     static const char* getTypeName(SlaveMessageType type);
 };
 

@@ -25,7 +25,7 @@ void SlaveMonitor::SlaveConnection::connectionLost()
 {
     PeerConnection::connectionLost();
 
-    // Only a slave that leaves is news; the end of its monitor is logged by what ends it.
+    // Not logged if the monitor closes the connection: the monitor's owner logs why it ends.
     if (isClosing())
         return;
 

@@ -1,5 +1,5 @@
-// The slave's connection to its monitor. Its callbacks run on the server's thread (connectionMade)
-// and on its own (the others); it holds no state and needs no lock.
+// The slave's connection to its monitor. connectionMade runs on the server's thread, the other
+// callbacks on the reader thread. It has no state of its own and needs no lock.
 #pragma once
 
 #include "slave/SlaveMonitor.h"

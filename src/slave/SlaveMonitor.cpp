@@ -31,8 +31,7 @@ SlaveMonitor::~SlaveMonitor()
         established = false;
     }
 
-    // Outside the lock: closing waits for the connection's thread, which may be waiting for the
-    // lock.
+    // Outside the lock: this joins the reader thread, which may be waiting for the lock.
     closing.reset();
 }
 
@@ -59,7 +58,7 @@ void SlaveMonitor::findPort(uint16_t daemonPort, MonitorPort& lastMonitorPort)
 
     for (int tries = 0; tries < numPorts; ++tries)
     {
-        // A slave would report to the other program that shares the port.
+        // On a shared port the slave could connect to the other program.
         if (!platform::listenerWouldSharePort(candidate) && serve(candidate))
         {
             QUELTA_LOG_DAEMON("using free port %u to communicate with slave", candidate);
@@ -150,7 +149,7 @@ void SlaveMonitor::startMonitoring()
 
 void SlaveMonitor::stopMonitoring()
 {
-    // The status and its time stay as they are, so that the time limits run on.
+    // The status and its time stay as they are, so that the time limits keep running.
     QUELTA_LOG_DAEMON("stopped monitoring slave");
 }
 

@@ -1,13 +1,11 @@
-// The local TCP server through which one launched slave is watched: it accepts the slave, records
-// the status, the time and the information that the slave's messages carry, and can ask the slave
-// to end.
+// The local TCP server to which one launched slave reports. It accepts the slave, records the
+// status, the time and the information from the slave's messages, and can ask the slave to end.
 //
-// One monitor serves one launch. The SlaveProcess thread makes it, polls it and destroys it; the
-// server's thread accepts (acceptConnection, connectionMade); the connection's own thread
-// delivers messages.
+// One monitor serves one launch. The SlaveProcess thread constructs, polls and destroys it; the
+// server's thread accepts (acceptConnection, connectionMade); the reader thread delivers messages.
 //
-// Connection: none -> connected -> lost. The first to connect keeps its place, also after it is
-// lost; whoever comes later is turned away.
+// Connection: none -> connected -> lost. Only the first client is accepted. Later clients are
+// refused, even after the first is lost.
 #pragma once
 
 #include <cstdint>
@@ -27,34 +25,34 @@ class SlaveMonitor final : public PeerServer
 public:
     class SlaveConnection;
 
-    /** Finds a free port and listens on it, on every interface. Never the daemon's own port. Never
-        fails: without a free port getPort() is 0, and nobody can connect. */
+    /** Finds a free port other than `daemonPort` and listens on it, on every interface. The search
+        begins at `lastMonitorPort` unless that is 0, and stores its result there. If no port is
+        free, getPort() returns 0 and no slave can connect. */
     SlaveMonitor(uint16_t daemonPort, MonitorPort& lastMonitorPort);
 
     /** Closes the port and the slave's connection. */
     ~SlaveMonitor() override;
 
-    /** The port that the slave is to connect to; 0 if there is none. */
+    /** The port for the slave to connect to; 0 if there is none. */
     uint16_t getPort() const { return port; }
 
-    /** The slave's status and the milliseconds since its latest sign of life, both of one
-        moment. */
+    /** Returns the slave's status and the milliseconds since its last sign of life, read
+        together. */
     void getStatus(SlaveStatus& currentStatus, uint32_t& millisecondsSinceLastMessage) const;
 
-    /** As the slave last reported them; 0 before. */
+    /** As last reported by the slave; 0 before. */
     uint32_t getSlaveVersion() const;
     uint32_t getNumGpus() const;
 
     /** Asks the slave to end: now if it is connected, otherwise as soon as it connects. */
     void sendStopMessage();
 
-    /** For the connection: it is established, it is lost, it has delivered a valid message. */
+    /** Called by the connection: established, lost, valid message received. */
     void startMonitoring();
     void stopMonitoring();
     void handleMessage(const SlaveDaemonMessage& message);
 
-    /** The port with which a search begins, given that of the process's last monitor (0 for
-        none). */
+    /** The port at which a search begins. `lastPort` is the last monitor's, 0 if there is none. */
     static uint16_t getFirstPort(uint16_t lastPort, uint16_t daemonPort);
 
     /** The port to try after `candidate`; 65535 is followed by 0. */
@@ -70,7 +68,7 @@ private:
 
     juce::CriticalSection lock; ///< Guards everything below.
     std::unique_ptr<SlaveConnection> connection;
-    bool established = false;   ///< Before, JUCE has no socket to send on.
+    bool established = false;   ///< Until then JUCE has no socket to send on.
     bool stopIsPending = false; ///< A stop was requested before the slave connected.
     SlaveStatus status = STATUS_STARTING;
     int64_t lastMessageTime = platform::getAwakeMilliseconds();

@@ -31,8 +31,7 @@ std::string takeProgramName(std::string_view& text)
     return name;
 }
 
-/** Takes a run of backslashes and what it means for a quote behind it; true if that quote was taken
-    too. */
+/** Consumes a run of backslashes. Returns true if it also consumed a quote that they escape. */
 bool takeBackslashes(std::string_view& text, std::string& argument)
 {
     size_t count = 0;

@@ -1,5 +1,5 @@
-// One command-line text cut into arguments as the C runtime of Windows does it, so that a slave
-// sees the same arguments on every system.
+// Splits a command line into arguments as the Windows C runtime does, so that a slave sees the same
+// arguments on every system.
 #pragma once
 
 #include <string>
@@ -8,11 +8,12 @@
 
 namespace quelta {
 
-/** The arguments of `commandLine`, the program's name first. In the name, quotes group and are
-    dropped and nothing escapes. Behind it, blanks and tabs separate; quotes group; backslashes are
-    literal unless a quote follows them, when two stand for one and an odd one makes the quote
-    literal; two quotes inside quotes are one literal quote, and the quoted stretch goes on. Any
-    bytes are accepted. */
+/** Returns the arguments, the program name first. Accepts any bytes.
+
+    In the program name, quotes group and are removed; backslashes are literal. After it, blanks and
+    tabs separate arguments, and quotes group. Backslashes are literal unless a quote follows them:
+    then each pair is one backslash, and an odd one makes the quote literal. Two quotes inside
+    quotes are one literal quote, and the quoted part continues. */
 std::vector<std::string> splitCommandLine(std::string_view commandLine);
 
 } // namespace quelta

@@ -44,7 +44,7 @@ FileName::FileName(const char* path)
     }
 }
 
-/** Takes the drive or the server off the front; gives what is left. */
+/** Parses a leading drive or server name; returns the rest of the path. */
 std::string_view FileName::parseRoot(std::string_view path)
 {
     if (path.size() >= 2 && path[1] == ':')

@@ -1,9 +1,7 @@
-// A Windows path name in parsed, normalised form. The same rules hold on every system: both
-// separators are understood, drives and servers are roots, ".." is resolved against what stands
-// before it.
+// A Windows path name in parsed, normalised form. The rules are the same on every system: both
+// separators are accepted, drives and servers are roots, and ".." removes the preceding component.
 //
-// A value; no thread owns it. Paths are byte strings, taken as UTF-8 where the framework's strings
-// begin.
+// A value type. Paths are byte strings; conversion to JUCE strings interprets them as UTF-8.
 #pragma once
 
 #include <string>
@@ -19,27 +17,27 @@ class FileName
 public:
     FileName() = default;
 
-    /** Parses `path`; null and "" give the empty relative name. Never fails; what had to be dropped
-        is logged as an error. */
+    /** Parses `path`; null and "" give the empty relative name. Never fails: logs an error if it
+        has to drop a part. */
     explicit FileName(const char* path);
 
-    /** Joins `other` onto this name. An absolute `other` takes its place, but without a root of its
-        own it stays on this name's root. */
+    /** Appends `other`. An absolute `other` replaces this name, but keeps this name's root if it
+        has none of its own. */
     void append(const FileName& other);
 
-    /** `base` with `relative` appended. */
+    /** Returns `base` with `relative` appended. */
     static FileName combine(const FileName& base, const FileName& relative);
 
-    /** The name with backslashes. */
+    /** Returns the name with backslashes as separators. */
     std::string toString() const;
 
-    /** The file of an absolute name with a root. Where absolute paths have no root (any system but
-        Windows), an absolute name without one is a file of that system. The empty name gives an
-        empty file; anything else gives an empty file and an error line. Bytes that are not UTF-8
-        are taken for Latin-1. */
+    /** Converts an absolute name with a root to a file. On systems where absolute paths have no
+        root (all but Windows), an absolute name without a root is a native path. The empty name
+        gives an empty file; any other name gives an empty file and logs an error. Bytes that are
+        not valid UTF-8 are interpreted as Latin-1. */
     juce::File toJuceFile() const;
 
-    /** Drops ".." at the front of an absolute name; an error line says so, once. */
+    /** Removes leading ".." components of an absolute name, and logs one error if there are any. */
     void removeLeadingParentReferences();
 
     const std::string& getRoot() const { return root; }
@@ -54,8 +52,9 @@ private:
 
     std::string root;      ///< "", "C:" or "\\server".
     bool absolute = false; ///< Whether the path begins at its root.
-    std::vector<std::string>
-        components; ///< None empty, none with a separator; ".." only at the front.
+
+    /** Not empty and without separators; ".." only at the front. */
+    std::vector<std::string> components;
 };
 
 } // namespace quelta

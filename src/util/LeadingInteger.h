@@ -1,6 +1,6 @@
-// The decimal integer at the front of a text: leading white space and one sign are accepted, the
-// first character that is no digit ends it, no digit at all gives 0, and what does not fit
-// saturates. The same on every system, unlike the widths of the standard library's integers.
+// Parses the decimal integer at the front of a text, after optional white space and one sign.
+// Returns 0 if there is no digit and saturates if the number is out of range. The result is the
+// same on every system, unlike strtol's.
 #pragma once
 
 #include <cstdint>

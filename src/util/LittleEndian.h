@@ -1,5 +1,5 @@
-// Reading and writing of little-endian integers in byte buffers, by shifts: no alignment, no host
-// byte order. The caller guarantees that the bytes are there.
+// Reads and writes little-endian integers in byte buffers by shifts, independent of alignment and
+// host byte order. The caller guarantees that the buffer is large enough.
 #pragma once
 
 #include <cstdint>

@@ -6,10 +6,10 @@ namespace quelta {
 
 namespace {
 
-constexpr int triesBeforePausing = 16; ///< The lock is mostly held for the time of one send.
-constexpr int longestPauseMs = 32;
+constexpr int triesBeforePausing = 16; ///< The lock is mostly held for one send only.
+constexpr int maxPauseMs = 32;
 
-/** Ends early when the thread is told to stop. */
+/** Returns early when the thread is asked to exit. */
 void pause(int milliseconds)
 {
     if (const auto* const thread = juce::Thread::getCurrentThread())
@@ -20,8 +20,8 @@ void pause(int milliseconds)
 
 } // namespace
 
-LockUnlessExiting::LockUnlessExiting(const juce::CriticalSection& lockToTake, int pollMs)
-    : lock(lockToTake)
+LockUnlessExiting::LockUnlessExiting(const juce::CriticalSection& lockToAcquire, int pollMs)
+    : lock(lockToAcquire)
 {
     for (int attempt = 0, pauseMs = 1; !(locked = lock.tryEnter()); ++attempt)
     {
@@ -39,7 +39,7 @@ LockUnlessExiting::LockUnlessExiting(const juce::CriticalSection& lockToTake, in
         else
         {
             pause(pauseMs);
-            pauseMs = std::min(2 * pauseMs, longestPauseMs);
+            pauseMs = std::min(2 * pauseMs, maxPauseMs);
         }
     }
 }

@@ -1,8 +1,8 @@
-// A lock taken by a thread that somebody may be waiting for while holding that very lock.
+// Acquires a lock without ever blocking thread shutdown.
 //
-// Whoever holds a lock may wait for a framework thread to end (to close a connection, to stop the
-// slave). Such a thread never blocks on the lock: it tries, and gives up as soon as it has been
-// asked to exit.
+// The owner of a lock may hold it while joining a JUCE thread, to close a connection or to stop the
+// slave. Such a thread must not block on the lock. It polls instead, and gives up as soon as it has
+// been asked to exit.
 #pragma once
 
 #include <juce_core/juce_core.h>
@@ -12,10 +12,10 @@ namespace quelta {
 class LockUnlessExiting
 {
 public:
-    /** Returns with the lock taken, or without it once the calling framework thread has been asked
-        to exit. A thread that is none of the framework's waits as long as it takes. It tries every
-        `pollMs` ms, or, with 0, at once and then ever more seldom. */
-    explicit LockUnlessExiting(const juce::CriticalSection& lockToTake, int pollMs = 0);
+    /** Returns with the lock held, or without it if the calling JUCE thread has been asked to exit.
+        A thread that JUCE did not start waits until it has the lock. Polls every `pollMs` ms, or
+        with exponential back-off if that is 0. */
+    explicit LockUnlessExiting(const juce::CriticalSection& lockToAcquire, int pollMs = 0);
     ~LockUnlessExiting();
 
     LockUnlessExiting(const LockUnlessExiting&) = delete;

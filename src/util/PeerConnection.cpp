@@ -5,7 +5,7 @@ namespace quelta {
 namespace {
 
 constexpr int leavePollMs = 1;
-constexpr uint32_t leaveTimeoutMs = 200; ///< A reader that is gone cannot leave.
+constexpr uint32_t leaveTimeoutMs = 200; ///< A dead reader never leaves.
 
 } // namespace
 
@@ -19,7 +19,7 @@ bool PeerConnection::hasLivingReader(uint32_t now)
 
 void PeerConnection::connectionMade()
 {
-    // The only moment at which JUCE's socket is surely there: the reader has not started yet.
+    // JUCE's socket exists for certain only here, before the reader starts.
     connectionSocket.attach(getSocket()->getRawSocketHandle());
     watch.reset();
 }
@@ -47,7 +47,7 @@ void PeerConnection::close(Notify notify)
     closing = false;
 }
 
-PeerConnection::Delivery::Delivery(PeerConnection& servedConnection) : connection(servedConnection)
+PeerConnection::Delivery::Delivery(PeerConnection& busyConnection) : connection(busyConnection)
 {
     ++connection.deliveries;
     connection.delivering = true;
@@ -57,7 +57,7 @@ PeerConnection::Delivery::~Delivery()
 {
     connection.delivering = false;
 
-    // So that the reader does not go back to a socket that is about to be closed.
+    // Keeps the reader from returning to a socket that is about to be closed.
     if (connection.closing)
         juce::Thread::getCurrentThread()->signalThreadShouldExit();
 }

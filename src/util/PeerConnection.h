@@ -1,14 +1,14 @@
-// A JUCE connection that knows whether its reader thread still reads, and that never closes its
-// socket under that thread.
+// A JUCE connection that detects a dead reader thread, and that never closes its socket while the
+// reader uses it.
 //
-// JUCE marks the reader as running before it starts the thread, ignores a refused start and
-// swallows exceptions in the thread: isConnected() then stays true although nobody reads. And
-// JUCE's disconnect() may close the socket while the reader begins to wait on it, when the number
-// can belong to another socket already.
+// JUCE marks the reader as running before it starts the thread, ignores a failed start and swallows
+// exceptions in the thread: isConnected() then stays true although the reader is dead. JUCE's
+// disconnect() can also close the socket just before the reader waits on it, by which time the
+// descriptor may belong to another socket.
 //
 // connectionMade runs before the reader starts; connectionLost and messageReceived run on the
-// reader; everything else is called by the owner, one thread at a time. Overrides of the first two
-// call those here.
+// reader thread; the owner makes all other calls, from one thread at a time. Overrides of
+// connectionMade and connectionLost have to call the base class.
 #pragma once
 
 #include <atomic>
@@ -24,8 +24,8 @@ namespace quelta {
 class PeerConnection : public juce::InterprocessConnection
 {
 public:
-    /** Looks at the socket without reading from it. Returns false once input has waited in vain for
-        too long; `now` is in milliseconds. To be called every few hundred milliseconds. */
+    /** Returns false once input has waited too long to be read. Does not read from the socket.
+        `now` is in milliseconds. To be called every few hundred milliseconds. */
     bool hasLivingReader(uint32_t now);
 
     void connectionMade() override;
@@ -34,19 +34,19 @@ public:
 protected:
     explicit PeerConnection(uint32_t magicNumber);
 
-    /** Ends the connection: shuts it down, lets the reader leave, then closes. A reader in
-        messageReceived is asked to exit and waited for. Derived classes call it in their
+    /** Shuts the connection down, lets the reader leave, then closes the socket. If the reader is
+        in messageReceived, asks it to exit and joins it. Derived classes call this in their
         destructors. */
     void close(Notify notify);
 
-    /** Whether the owner is ending the connection, rather than the peer. */
+    /** Whether the owner, rather than the peer, is closing the connection. */
     bool isClosing() const { return closing; }
 
-    /** Lives on the reader's stack while a message is being served. */
+    /** Marks the reader as busy while it exists: a local variable of messageReceived. */
     class Delivery
     {
     public:
-        explicit Delivery(PeerConnection& servedConnection);
+        explicit Delivery(PeerConnection& busyConnection);
         ~Delivery();
 
         Delivery(const Delivery&) = delete;

@@ -1,6 +1,6 @@
-// What a signal that asks a program to quit means, given when the first of its kind came. Terminals
-// and process managers signal a process and its group, so one request can arrive twice within
-// microseconds; only a later one is from a user who does not want to wait.
+// Decides what a quit signal means, given the time of the first one. Terminals and process managers
+// signal both a process and its group, so one request can arrive twice within microseconds. Only a
+// later signal is a new request.
 #pragma once
 
 #include <cstdint>
@@ -9,17 +9,17 @@ namespace quelta {
 
 enum class QuitEffect
 {
-    quit,     ///< The first: end in order.
-    none,     ///< The same request once more.
-    endAtOnce ///< Another request: end the process without order.
+    quit,     ///< The first request: shut down in order.
+    none,     ///< A duplicate of the first request.
+    endAtOnce ///< A second request: end the process at once.
 };
 
 constexpr int64_t quitRepetitionMs = 1'000;
 
-/** The time of the first signal while there has been none. */
+/** Stands for the time of the first signal before there is one. */
 constexpr int64_t noQuitYet = -1;
 
-/** Both times in milliseconds of one clock. Async-signal-safe. */
+/** Both times are in milliseconds of the same clock. Async-signal-safe. */
 constexpr QuitEffect judgeQuitSignal(int64_t firstMs, int64_t nowMs)
 {
     if (firstMs == noQuitYet)

@@ -1,9 +1,9 @@
-// Decides from repeated looks at a connection's socket whether its reader thread still reads. Pure:
-// the caller passes what it saw and when.
+// Decides from repeated observations of a connection's socket whether its reader thread is dead. No
+// side effects: the caller passes each observation and its time.
 //
-// A reader is taken for dead once the same input has waited for it for `limitMs` while it was not
-// busy with a message. A healthy reader takes input within milliseconds, so the limit only has to
-// outlast a busy machine.
+// A reader is considered dead once the same input has been waiting for `limitMs` while the reader
+// was not handling a message. A healthy reader takes input within milliseconds, so the limit only
+// has to cover a busy machine.
 #pragma once
 
 #include <cstdint>
@@ -13,19 +13,19 @@ namespace quelta {
 
 struct ReaderObservation
 {
-    bool inputPending = false; ///< Bytes, the end of the stream or an error wait to be read.
+    bool inputPending = false; ///< Data, the end of the stream or an error is waiting.
     uint64_t bytesTaken = 0;   ///< Bytes read so far; 0 where the system does not count them.
-    uint64_t deliveries = 0;   ///< Messages that the reader has begun to deliver.
-    bool delivering = false;   ///< The reader is busy with a message.
+    uint64_t deliveries = 0;   ///< Messages that the reader has begun to handle.
+    bool delivering = false;   ///< The reader is handling a message.
 };
 
 class ReaderWatch
 {
 public:
-    /** Below two ticks of the daemon, so that the third look at the same input decides. */
+    /** Less than two ticks, so that the third observation of the same input decides. */
     static constexpr uint32_t limitMs = 900;
 
-    /** Adds one look, at `now` in milliseconds. Returns true if the reader is dead. */
+    /** Adds one observation, made at `now` (ms). Returns true if the reader is dead. */
     bool isDead(const ReaderObservation& seen, uint32_t now)
     {
         if (!seen.inputPending || seen.delivering)
@@ -41,11 +41,11 @@ public:
         return now - waiting->since >= limitMs;
     }
 
-    /** Forgets what it has seen: the connection is a new one. */
+    /** Forgets all observations, for a new connection. */
     void reset() { waiting.reset(); }
 
 private:
-    /** Input that nobody has taken yet. */
+    /** Input that the reader has not taken yet. */
     struct Waiting
     {
         uint32_t since = 0;

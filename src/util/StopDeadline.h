@@ -1,5 +1,5 @@
-// The moment by which slaves have to be gone, where the system ends this process a few seconds
-// after telling it so: a slave that ignores its stop must not use up the time that the log needs.
+// The deadline for slaves to end when Windows is about to end this process. A slave that ignores
+// its stop message must not use up the time needed to finish the log.
 #pragma once
 
 #include <cstdint>
@@ -7,15 +7,15 @@
 
 namespace quelta {
 
-/** What slaves are left of the 5 s after which Windows ends a process whose console was closed or
-    whose session ends. */
+/** The slaves' share of the 5 s after which Windows ends a process whose console is closed or whose
+    session ends. */
 constexpr int64_t hurriedGraceMs = 3'500;
 
-/** In milliseconds of the clock that stands still while the machine sleeps; without a value there
-    is no such moment, which is the initial state. Any thread. */
+/** Sets the deadline, in milliseconds of the awake clock (see platform/AwakeClock.h). Without a
+    value there is no deadline, which is the initial state. Any thread. */
 void setStopDeadline(std::optional<int64_t> awakeMilliseconds);
 
-/** Whether a slave that still runs has to be ended by force now. Any thread. */
+/** Whether slaves that still run must be killed now. Any thread. */
 bool hasStopDeadlinePassed();
 
 } // namespace quelta

@@ -6,8 +6,8 @@ namespace quelta {
 
 bool isValidUtf8(const std::string& text)
 {
-    // The framework's check lets characters of more bytes than they need pass; its strings, sized
-    // by what they need, overflow.
+    // JUCE's check accepts overlong forms. Its strings are sized for the shortest form and
+    // overflow.
     return juce::CharPointer_UTF8::isValidString(text.c_str(), static_cast<int>(text.size())) &&
            juce::CharPointer_UTF8::getBytesRequiredFor(juce::CharPointer_UTF8(text.c_str())) ==
                text.size();

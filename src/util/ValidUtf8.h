@@ -1,5 +1,5 @@
-// Bytes of unknown encoding as UTF-8 that the framework's strings can take: they walk a text by
-// what its bytes promise, and a promise that is not kept leads them behind its end.
+// Converts bytes of unknown encoding to UTF-8 that is safe in JUCE strings: malformed UTF-8 makes
+// JUCE read past the end.
 #pragma once
 
 #include <string>
@@ -7,11 +7,11 @@
 
 namespace quelta {
 
-/** Whether the framework's strings can take `text` as UTF-8. False with a NUL in it. */
+/** Whether `text` is UTF-8 that is safe in JUCE strings. False if it contains a NUL. */
 bool isValidUtf8(const std::string& text);
 
-/** `bytes` as they are if they are valid UTF-8 without NULs; otherwise with every byte taken for a
-    Latin-1 character, which is what they mostly are then, and cut at the first NUL. */
+/** Truncates `bytes` at the first NUL. Returns the rest unchanged if it is valid UTF-8, otherwise
+    interprets it as Latin-1, the most likely encoding, and converts it. */
 std::string toValidUtf8(std::string_view bytes);
 
 } // namespace quelta

@@ -38,7 +38,7 @@ public:
         return reachable;
     }
 
-    void dropIfDeaf(uint32_t now) override
+    void markIfDeaf(uint32_t now) override
     {
         world.events.push_back("look " + std::to_string(address.port) + " at " +
                                std::to_string(now));
@@ -82,18 +82,18 @@ protected:
 
     Lines takeEvents() { return std::exchange(world.events, {}); }
 
-    static RegistrySurroundings surround(World& world)
+    static RegistryEnvironment createEnvironment(World& world)
     {
-        RegistrySurroundings surroundings;
-        surroundings.countFreeDescriptors = [&world] { return world.freeDescriptors; };
-        surroundings.quitWasRequested = [&world] { return world.quitRequested; };
-        surroundings.getMilliseconds = [&world] { return world.now; };
-        return surroundings;
+        RegistryEnvironment environment;
+        environment.countFreeDescriptors = [&world] { return world.freeDescriptors; };
+        environment.quitWasRequested = [&world] { return world.quitRequested; };
+        environment.getMilliseconds = [&world] { return world.now; };
+        return environment;
     }
 
     LogCapture log;
     World world;
-    MasterRegistry registry{surround(world)};
+    MasterRegistry registry{createEnvironment(world)};
 };
 
 TEST_F(MasterRegistryTest, ConnectionsAndBroadcastsFollowTheOrderOfAddresses)
@@ -122,7 +122,7 @@ TEST_F(MasterRegistryTest, EveryLinkIsCheckedForADeafReaderWithTheTimeOfTheTick)
     add(1);
     add(2);
     world.now = 77;
-    registry.dropDeafLinks();
+    registry.markDeafLinks();
     EXPECT_EQ(takeEvents(), (Lines{"look 1 at 77", "look 2 at 77"}));
 }
 
