@@ -63,11 +63,11 @@ def write_json(path, rows):
 
 
 LINE_HEIGHT, TEXT_WIDTH, BAR_WIDTH, RIGHT_WIDTH = 22, 600, 460, 330
-LOWEST, HIGHEST = 0.1, 10.0  # ratios at the ends of the scale
+MIN_RATIO, MAX_RATIO = 0.1, 10.0  # ratios at the ends of the scale
 
 
 def x_of(ratio):
-    share = math.log(min(max(ratio, LOWEST), HIGHEST) / LOWEST) / math.log(HIGHEST / LOWEST)
+    share = math.log(min(max(ratio, MIN_RATIO), MAX_RATIO) / MIN_RATIO) / math.log(MAX_RATIO / MIN_RATIO)
     return TEXT_WIDTH + share * BAR_WIDTH
 
 

@@ -181,9 +181,9 @@ TEST(StandinScenario, AnErrorLeavesTheScenarioUnchanged)
 
 TEST(StandinScenario, AScenarioOfMoreThanAMebibyteIsRejected)
 {
-    const std::string longest(maxScenarioSize, '\n');
-    EXPECT_EQ(parse(longest).run.steps.size(), 6u);
-    EXPECT_EQ(parseError(longest + "\n"), "line 1: the scenario is longer than 1048576 bytes");
+    const std::string maximum(maxScenarioSize, '\n');
+    EXPECT_EQ(parse(maximum).run.steps.size(), 6u);
+    EXPECT_EQ(parseError(maximum + "\n"), "line 1: the scenario is longer than 1048576 bytes");
 }
 
 } // namespace quelta
