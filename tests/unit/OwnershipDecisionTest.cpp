@@ -10,7 +10,7 @@ namespace {
 using Type = MasterMessageType;
 using Stop = OwnershipDecision::Stop;
 
-constexpr MasterAddress owner{0x0A000005, 21000};
+constexpr MasterAddress ownerAddress{0x0A000005, 21000};
 constexpr MasterAddress otherPort{0x0A000005, 21001};
 constexpr MasterAddress otherIp{0x0A000006, 21000};
 constexpr MasterAddress noAddress{};
@@ -20,7 +20,7 @@ constexpr MasterAddress withoutIp{0, 21000};
 const std::vector<OwnershipState> freeStates{
     {.owner = noAddress}, {.owner = withoutPort}, {.owner = withoutIp}};
 
-struct Row
+struct OwnershipRow
 {
     const char* name;
     OwnershipState state;
@@ -28,22 +28,22 @@ struct Row
     OwnershipDecision expected;
 };
 
-const OwnershipState owned{.owner = owner};
-const OwnershipState failed{.owner = owner, .slaveFailed = true};
+const OwnershipState owned{.owner = ownerAddress};
+const OwnershipState failed{.owner = ownerAddress, .slaveFailed = true};
 const OwnershipState unowned{.owner = noAddress};
 
-const std::vector<Row> rows{
+const std::vector<OwnershipRow> ownershipTable{
     {"free, scan",
      unowned,
-     {.type = Type::SCAN_REQUEST, .address = owner},
+     {.type = Type::SCAN_REQUEST, .address = ownerAddress},
      {.reply = Type::DAEMON_STATUS}},
     {"free, start",
      unowned,
-     {.type = Type::START_REQUEST, .address = owner},
+     {.type = Type::START_REQUEST, .address = ownerAddress},
      {.start = true, .reply = Type::START_REPLY}},
     {"free, stop",
      unowned,
-     {.type = Type::STOP_REQUEST, .address = owner},
+     {.type = Type::STOP_REQUEST, .address = ownerAddress},
      {.reply = Type::STOP_REPLY}},
     {"free, stop with the address 0.0.0.0:0",
      unowned,
@@ -51,12 +51,12 @@ const std::vector<Row> rows{
      {.stop = Stop::andTellAll, .reply = Type::STOP_REPLY}},
     {"free, steal",
      unowned,
-     {.type = Type::STEAL_REQUEST, .address = owner},
+     {.type = Type::STEAL_REQUEST, .address = ownerAddress},
      {.stop = Stop::silently, .start = true, .reply = Type::STEAL_REPLY}},
 
     {"owned, scan by the owner",
      owned,
-     {.type = Type::SCAN_REQUEST, .address = owner, .fromOwnersConnection = true},
+     {.type = Type::SCAN_REQUEST, .address = ownerAddress, .fromOwnersConnection = true},
      {.reply = Type::DAEMON_STATUS}},
     {"owned, start by another",
      owned,
@@ -64,15 +64,15 @@ const std::vector<Row> rows{
      {.reply = Type::START_REPLY}},
     {"owned, start by the owner",
      owned,
-     {.type = Type::START_REQUEST, .address = owner, .fromOwnersConnection = true},
+     {.type = Type::START_REQUEST, .address = ownerAddress, .fromOwnersConnection = true},
      {.reply = Type::START_REPLY}},
     {"owned, stop by the owner",
      owned,
-     {.type = Type::STOP_REQUEST, .address = owner, .fromOwnersConnection = true},
+     {.type = Type::STOP_REQUEST, .address = ownerAddress, .fromOwnersConnection = true},
      {.stop = Stop::andTellAll, .reply = Type::STOP_REPLY}},
     {"owned, stop in the owner's name",
      owned,
-     {.type = Type::STOP_REQUEST, .address = owner},
+     {.type = Type::STOP_REQUEST, .address = ownerAddress},
      {.stop = Stop::andTellAll, .reply = Type::STOP_REPLY}},
     {"owned, stop by another over the owner's connection",
      owned,
@@ -84,7 +84,7 @@ const std::vector<Row> rows{
      {.reply = Type::STOP_REPLY}},
     {"owned, steal by the owner",
      owned,
-     {.type = Type::STEAL_REQUEST, .address = owner, .fromOwnersConnection = true},
+     {.type = Type::STEAL_REQUEST, .address = ownerAddress, .fromOwnersConnection = true},
      {.reply = Type::STEAL_REPLY}},
     {"owned, steal by another port",
      owned,
@@ -93,11 +93,11 @@ const std::vector<Row> rows{
 
     {"failed, scan by the owner",
      failed,
-     {.type = Type::SCAN_REQUEST, .address = owner, .fromOwnersConnection = true},
+     {.type = Type::SCAN_REQUEST, .address = ownerAddress, .fromOwnersConnection = true},
      {.reply = Type::SLAVE_FAILED}},
     {"failed, scan by another in the owner's name",
      failed,
-     {.type = Type::SCAN_REQUEST, .address = owner},
+     {.type = Type::SCAN_REQUEST, .address = ownerAddress},
      {.reply = Type::DAEMON_STATUS}},
     {"failed, scan by the owner in another's name",
      failed,
@@ -109,7 +109,7 @@ const std::vector<Row> rows{
      {.reply = Type::START_REPLY}},
     {"failed, stop by the owner",
      failed,
-     {.type = Type::STOP_REQUEST, .address = owner},
+     {.type = Type::STOP_REQUEST, .address = ownerAddress},
      {.stop = Stop::andTellAll, .reply = Type::STOP_REPLY}},
     {"failed, steal",
      failed,
@@ -119,7 +119,7 @@ const std::vector<Row> rows{
 
 TEST(OwnershipDecisionTest, EveryRequestInEveryStateIsDecidedAsInTheTable)
 {
-    for (const auto& row : rows)
+    for (const auto& row : ownershipTable)
     {
         const auto decision = decideOwnership(row.state, row.request);
         EXPECT_EQ(decision.stop, row.expected.stop) << row.name;
@@ -131,15 +131,17 @@ TEST(OwnershipDecisionTest, EveryRequestInEveryStateIsDecidedAsInTheTable)
 TEST(OwnershipDecisionTest, AnAddressWithoutIpOrPortOwnsNothing)
 {
     for (const auto& state : freeStates)
-        EXPECT_TRUE(decideOwnership(state, {.type = Type::START_REQUEST, .address = owner}).start);
+        EXPECT_TRUE(
+            decideOwnership(state, {.type = Type::START_REQUEST, .address = ownerAddress}).start);
 }
 
 TEST(OwnershipDecisionTest, AnyOtherTypeIsUnexpectedInEveryState)
 {
     for (const auto& state : {unowned, owned, failed})
         for (const uint32_t type : {1u, 3u, 5u, 6u, 7u, 8u, 9u, 10u, 12u})
-            EXPECT_EQ(decideOwnership(state, {.type = static_cast<Type>(type), .address = owner}),
-                      OwnershipDecision{.reply = Type::UNEXPECTED_REQUEST});
+            EXPECT_EQ(
+                decideOwnership(state, {.type = static_cast<Type>(type), .address = ownerAddress}),
+                OwnershipDecision{.reply = Type::UNEXPECTED_REQUEST});
 }
 
 } // namespace

@@ -7,21 +7,21 @@ namespace {
 
 constexpr ReaderObservation nothingPending{};
 constexpr ReaderObservation unread{.inputPending = true, .bytesTaken = 100, .deliveries = 1};
-constexpr auto limit = ReaderWatch::limitMs;
+constexpr auto readerLimit = ReaderWatch::limitMs;
 
 TEST(ReaderWatchTest, InputThatWaitsForTheLimitMeansADeadReader)
 {
     ReaderWatch watch;
     EXPECT_FALSE(watch.isDead(unread, 5'000));
-    EXPECT_FALSE(watch.isDead(unread, 5'000 + limit - 1));
-    EXPECT_TRUE(watch.isDead(unread, 5'000 + limit));
+    EXPECT_FALSE(watch.isDead(unread, 5'000 + readerLimit - 1));
+    EXPECT_TRUE(watch.isDead(unread, 5'000 + readerLimit));
 }
 
 TEST(ReaderWatchTest, AConnectionWithoutInputIsNeverDead)
 {
     ReaderWatch watch;
 
-    for (uint32_t now = 0; now < 10 * limit; now += limit)
+    for (uint32_t now = 0; now < 10 * readerLimit; now += readerLimit)
         EXPECT_FALSE(watch.isDead(nothingPending, now));
 }
 
@@ -29,9 +29,9 @@ TEST(ReaderWatchTest, InputThatIsReadRestartsTheWait)
 {
     ReaderWatch watch;
     EXPECT_FALSE(watch.isDead(unread, 0));
-    EXPECT_FALSE(watch.isDead(nothingPending, limit));
-    EXPECT_FALSE(watch.isDead(unread, 2 * limit));
-    EXPECT_TRUE(watch.isDead(unread, 3 * limit));
+    EXPECT_FALSE(watch.isDead(nothingPending, readerLimit));
+    EXPECT_FALSE(watch.isDead(unread, 2 * readerLimit));
+    EXPECT_TRUE(watch.isDead(unread, 3 * readerLimit));
 }
 
 TEST(ReaderWatchTest, AReaderThatKeepsReadingALargeFrameIsAlive)
@@ -39,7 +39,7 @@ TEST(ReaderWatchTest, AReaderThatKeepsReadingALargeFrameIsAlive)
     ReaderWatch watch;
     auto seen = unread;
 
-    for (uint32_t now = 0; now < 10 * limit; now += limit)
+    for (uint32_t now = 0; now < 10 * readerLimit; now += readerLimit)
     {
         seen.bytesTaken += 1;
         EXPECT_FALSE(watch.isDead(seen, now));
@@ -51,7 +51,7 @@ TEST(ReaderWatchTest, AReaderThatKeepsDeliveringMessagesIsAlive)
     ReaderWatch watch;
     auto seen = unread;
 
-    for (uint32_t now = 0; now < 10 * limit; now += limit)
+    for (uint32_t now = 0; now < 10 * readerLimit; now += readerLimit)
     {
         ++seen.deliveries;
         EXPECT_FALSE(watch.isDead(seen, now));
@@ -64,17 +64,17 @@ TEST(ReaderWatchTest, AReaderThatIsBusyWithAMessageIsAlive)
     auto busy = unread;
     busy.delivering = true;
     EXPECT_FALSE(watch.isDead(busy, 0));
-    EXPECT_FALSE(watch.isDead(busy, 10 * limit));
-    EXPECT_FALSE(watch.isDead(unread, 11 * limit));
-    EXPECT_TRUE(watch.isDead(unread, 12 * limit));
+    EXPECT_FALSE(watch.isDead(busy, 10 * readerLimit));
+    EXPECT_FALSE(watch.isDead(unread, 11 * readerLimit));
+    EXPECT_TRUE(watch.isDead(unread, 12 * readerLimit));
 }
 
 TEST(ReaderWatchTest, TheClockMayWrapAroundDuringTheWait)
 {
     ReaderWatch watch;
     EXPECT_FALSE(watch.isDead(unread, 0xFFFFFFFF));
-    EXPECT_FALSE(watch.isDead(unread, limit - 2));
-    EXPECT_TRUE(watch.isDead(unread, limit - 1));
+    EXPECT_FALSE(watch.isDead(unread, readerLimit - 2));
+    EXPECT_TRUE(watch.isDead(unread, readerLimit - 1));
 }
 
 TEST(ReaderWatchTest, ANewConnectionStartsWithoutAWait)
@@ -82,7 +82,7 @@ TEST(ReaderWatchTest, ANewConnectionStartsWithoutAWait)
     ReaderWatch watch;
     EXPECT_FALSE(watch.isDead(unread, 0));
     watch.reset();
-    EXPECT_FALSE(watch.isDead(unread, limit));
+    EXPECT_FALSE(watch.isDead(unread, readerLimit));
 }
 
 } // namespace

@@ -25,7 +25,7 @@ constexpr auto stop = SlaveNextStep::stop;
 constexpr auto ended = SlaveNextStep::ended;
 constexpr auto crashed = SlaveNextStep::crashed;
 
-struct Row
+struct JudgementRow
 {
     SlaveStatus status;
     uint32_t silence;
@@ -38,7 +38,7 @@ struct Row
 
 constexpr uint32_t ages = std::numeric_limits<uint32_t>::max();
 
-constexpr Row rows[] = {
+constexpr JudgementRow judgementTable[] = {
     {STATUS_STARTING, 10'000, runs, unasked, serving, none, watch},
     {STATUS_STARTING, 10'000, runs, unasked, info, none, watch},
     {STATUS_STARTING, 10'000, runs, asked, serving, none, stop},
@@ -108,14 +108,14 @@ constexpr Row rows[] = {
     {STATUS_RUNNING, 10'001, gone, asked, info, heartBeat, ended},
 };
 
-std::string describe(const Row& row)
+std::string describe(const JudgementRow& row)
 {
     return "status " + std::to_string(row.status) + ", silent for " + std::to_string(row.silence) +
            (row.running ? ", runs" : ", gone") + (row.askedToStop ? ", asked" : ", unasked") +
            (row.infoRequest ? ", info" : ", serving");
 }
 
-SlaveVerdict judge(const Row& row)
+SlaveVerdict judge(const JudgementRow& row)
 {
     return judgeSlave({.status = row.status,
                        .millisecondsSinceLastMessage = row.silence,
@@ -127,7 +127,7 @@ SlaveVerdict judge(const Row& row)
 
 TEST(SlaveJudgementTest, EveryObservationHasItsVerdict)
 {
-    for (const auto& row : rows)
+    for (const auto& row : judgementTable)
     {
         EXPECT_EQ(judge(row).hang, row.hang) << describe(row);
         EXPECT_EQ(judge(row).nextStep, row.nextStep) << describe(row);
@@ -136,7 +136,7 @@ TEST(SlaveJudgementTest, EveryObservationHasItsVerdict)
 
 TEST(SlaveJudgementTest, ASlaveIsInitialisedUntilItFallsSilent)
 {
-    for (const auto& row : rows)
+    for (const auto& row : judgementTable)
         EXPECT_EQ(judge(row).initialised, row.status == STATUS_INITIALIZED && row.silence == 4'000)
             << describe(row);
 }
