@@ -107,8 +107,7 @@ TEST_F(RacesTestOwner, StealsAtTheSameTimeAreServedOneByOne)
             thread.join();
     }
 
-    // Each change of owner was broadcast once. A thief that already owned the slave changed
-    // nothing.
+    // Each change of owner was broadcast once. A thief that was the owner already changed nothing.
     witness->send(stopRequest);
     size_t changes = 0;
 
