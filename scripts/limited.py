@@ -18,6 +18,7 @@ import os
 import signal
 import sys
 import time
+from typing import Callable, NoReturn
 
 LIMIT_REACHED, NEEDED_PROCESS_ENDED, WRONG_USE = 124, 125, 2
 TERMINATE_GRACE, KILL_GRACE, LEAVE_GRACE = 5.0, 10.0, 2.0  # seconds
@@ -27,7 +28,7 @@ PR_SET_PDEATHSIG, PR_SET_CHILD_SUBREAPER = 1, 36
 STOPPING = {signal.SIGTERM, signal.SIGINT, signal.SIGHUP}
 
 
-def become_subreaper():
+def become_subreaper() -> None:
     """Also requests SIGTERM at the parent's end, so that a killed script leaves nothing running."""
     libc, parent = ctypes.CDLL(None), os.getppid()
     libc.prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
@@ -36,7 +37,7 @@ def become_subreaper():
         os.kill(os.getpid(), signal.SIGTERM)
 
 
-def read(path):
+def read(path: str) -> str:
     try:
         with open(path, "rb") as file:
             return file.read().decode(errors="replace")
@@ -44,9 +45,9 @@ def read(path):
         return ""
 
 
-def descendants():
+def descendants() -> list[int]:
     """Returns the ids of all processes below this one, parents first."""
-    children = {}
+    children: dict[int, list[int]] = {}
     for entry in os.listdir("/proc"):
         fields = read(f"/proc/{entry}/stat").rpartition(")")[2].split() if entry.isdigit() else []
         if fields:
@@ -57,7 +58,7 @@ def descendants():
     return found[1:]
 
 
-def describe(process):
+def describe(process: int) -> str:
     """Returns the command line, or an empty string if the process has ended.
 
     A living thread provides it, because a zombie leader has none.
@@ -80,7 +81,7 @@ def describe(process):
     return ""
 
 
-def list_running(why):
+def list_running(why: str) -> None:
     running = [(process, text) for process in descendants() if (text := describe(process))]
     if running:
         print(
@@ -93,15 +94,15 @@ def list_running(why):
 
 
 class Command:
-    def __init__(self, arguments):
+    def __init__(self, arguments: list[str]) -> None:
         # os.posix_spawn would make the command ignore a signal that glibc uses internally.
-        self.status = None
+        self.status: int | None = None
         self.process = os.fork()
         if self.process == 0:
             self.become(arguments)
 
     @staticmethod
-    def become(arguments):
+    def become(arguments: list[str]) -> NoReturn:
         """Restores the signals that this process inherited; Python itself ignores two."""
         for number in (signal.SIGPIPE, signal.SIGXFSZ):
             signal.signal(number, signal.SIG_DFL)
@@ -112,7 +113,7 @@ class Command:
             print(f"{arguments[0]}: {error.strerror}", file=sys.stderr, flush=True)
         os._exit(127)
 
-    def reap(self):
+    def reap(self) -> bool:
         """Reaps every child that has ended; returns whether the command has."""
         try:
             while True:
@@ -126,7 +127,9 @@ class Command:
             pass
         return self.status is not None
 
-    def everything_ended_within(self, seconds, each_time=lambda: None):
+    def everything_ended_within(
+        self, seconds: float, each_time: Callable[[], None] = lambda: None
+    ) -> bool:
         deadline = time.monotonic() + seconds
         while True:
             self.reap()
@@ -137,7 +140,7 @@ class Command:
             each_time()
             time.sleep(POLL)
 
-    def end_everything(self):
+    def end_everything(self) -> None:
         """Gives the command time to exit cleanly, then kills the rest. Every wait has a limit."""
         deadline = time.monotonic() + TERMINATE_GRACE
         if not self.reap():
@@ -148,7 +151,7 @@ class Command:
             list_running("SIGKILL had no effect")
 
 
-def kill_descendants():
+def kill_descendants() -> None:
     for process in descendants():
         try:
             os.kill(process, signal.SIGKILL)
@@ -156,7 +159,7 @@ def kill_descendants():
             pass
 
 
-def exists(process):
+def exists(process: int) -> bool:
     try:
         os.kill(process, 0)
     except ProcessLookupError:
@@ -166,14 +169,14 @@ def exists(process):
     return True
 
 
-def die_of(number):
+def die_of(number: int) -> None:
     """Ends this process by the same signal, so that a shell sees Ctrl-C and stops too."""
     signal.signal(number, signal.SIG_DFL)
     signal.pthread_sigmask(signal.SIG_UNBLOCK, {number})
     os.kill(os.getpid(), number)
 
 
-def run(seconds, needed, arguments):
+def run(seconds: float, needed: int | None, arguments: list[str]) -> int:
     signal.signal(signal.SIGCHLD, signal.SIG_DFL)
     signal.pthread_sigmask(signal.SIG_BLOCK, STOPPING | {signal.SIGCHLD})
     become_subreaper()
@@ -198,10 +201,11 @@ def run(seconds, needed, arguments):
     if not command.everything_ended_within(LEAVE_GRACE):
         list_running(f"{arguments[0]} has ended")
         command.end_everything()
+    assert command.status is not None
     return command.status
 
 
-def main(arguments):
+def main(arguments: list[str]) -> int:
     needed = None
     try:
         if arguments[:1] == ["--while"]:

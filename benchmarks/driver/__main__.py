@@ -6,10 +6,12 @@ import pathlib
 import sys
 import time
 
+from bench import Bench
 from row_beacons import beacons
 from row_idle import idle
 from row_log import log
-from processes import BenchmarkError, raise_descriptor_limit
+from processes import BenchmarkError
+from figures import Row
 from report import noisy, table, write_chart, write_json
 from row_requests import broadcast, scan, throughput
 from row_slave import launch, startup
@@ -18,47 +20,13 @@ BENCHMARKS = {
     each.__name__: each
     for each in (scan, throughput, beacons, broadcast, log, idle, launch, startup)
 }
-SPARE_DESCRIPTORS = 60
 BUSY = 0.15  # share of all processors used by other processes
 
 
-class Bench:
-    """The settings of a run: the programs, the amount of work, and the progress display."""
-
-    def __init__(self, programs, short):
-        self.programs = programs
-        self.short = short
-        self.descriptor_limit = raise_descriptor_limit()
-
-    def rounds(self, usual):
-        return 1 if self.short else usual
-
-    def milliseconds(self, usual):
-        return max(50, usual // 20) if self.short else usual
-
-    def count(self, usual):
-        return usual // 20 if self.short else usual
-
-    def can_have(self, masters):
-        """Returns whether one program may hold this many connections; prints a note if not."""
-        enough = self.descriptor_limit >= masters + SPARE_DESCRIPTORS
-        if not enough:
-            print(
-                f"(no {masters} masters: the limit is {self.descriptor_limit} open files)",
-                end="",
-                file=sys.stderr,
-                flush=True,
-            )
-        return enough
-
-    def step(self):
-        print(".", end="", file=sys.stderr, flush=True)
-
-
-def busy_share():
+def busy_share() -> float:
     """Returns the share of all processors' time in use while the benchmark is idle."""
 
-    def read():
+    def read() -> tuple[int, int]:
         fields = [
             int(n) for n in pathlib.Path("/proc/stat").read_text().splitlines()[0].split()[1:]
         ]
@@ -70,12 +38,12 @@ def busy_share():
     return 1 - (idle_after - idle_time) / max(1, total_after - total)
 
 
-def describe_machine():
+def describe_machine() -> str:
     memory = os.sysconf("SC_PAGE_SIZE") * os.sysconf("SC_PHYS_PAGES") / 2**30
     return f"{os.cpu_count()} cores, {memory:.0f} GiB of memory"
 
 
-def parse_arguments():
+def parse_arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(
         prog="./bench",
         description="Measures the daemon against its baselines.",
@@ -98,9 +66,10 @@ def parse_arguments():
     return arguments
 
 
-def measure(bench, names):
+def measure(bench: Bench, names: list[str]) -> tuple[list[Row] | None, float]:
     """Returns all rows, or None after a failure, and the highest load by other processes."""
-    rows, busiest = [], 0.0
+    rows: list[Row] = []
+    busiest = 0.0
     for number, name in enumerate(names, 1):
         busiest = max(busiest, busy_share())
         print(
@@ -119,7 +88,7 @@ def measure(bench, names):
     return rows, busiest
 
 
-def main():
+def main() -> int:
     arguments = parse_arguments()
     bench = Bench(arguments.programs, arguments.short)
     rows, busiest = measure(bench, arguments.row or list(BENCHMARKS))

@@ -1,7 +1,10 @@
 """Figures: the results of several rounds, and the table row that compares two of them."""
 
+from __future__ import annotations
+
 import statistics
 from dataclasses import dataclass
+from typing import Callable, Sequence
 
 
 @dataclass(frozen=True)
@@ -10,7 +13,9 @@ class Figure:
     spread: float  # half the range of the rounds, in percent of the value
 
     @classmethod
-    def of(cls, rounds, pick=statistics.median):
+    def of(
+        cls, rounds: Sequence[float], pick: Callable[[Sequence[float]], float] = statistics.median
+    ) -> Figure:
         value = pick(rounds)
         distance = (max(rounds) - min(rounds)) / 2
         return cls(value, 100 * distance / value if value else 0.0)
@@ -19,21 +24,21 @@ class Figure:
 @dataclass(frozen=True)
 class Goal:
     text: str
-    is_reached: object  # called with the value and the ratio
+    is_reached: Callable[[float, float], bool]  # called with the value and the ratio
 
     @classmethod
-    def ratio_at_most(cls, limit):
+    def ratio_at_most(cls, limit: float) -> Goal:
         return cls(f"at most {limit:.2f} x", lambda value, ratio: ratio <= limit)
 
     @classmethod
-    def ratio_above(cls, limit):
+    def ratio_above(cls, limit: float) -> Goal:
         return cls(f"above {limit:.2f} x", lambda value, ratio: ratio > limit)
 
     @classmethod
-    def value_below(cls, limit, unit):
+    def value_below(cls, limit: float, unit: str) -> Goal:
         return cls(f"under {limit:g} {unit}", lambda value, ratio: value < limit)
 
-    def and_also(self, other):
+    def and_also(self, other: Goal) -> Goal:
         return Goal(
             f"{self.text}, {other.text}",
             lambda value, ratio: self.is_reached(value, ratio) and other.is_reached(value, ratio),
@@ -46,17 +51,17 @@ class Row:
     value: Figure
     unit: str
     baseline: Figure
-    goal: Goal = None
+    goal: Goal | None = None
 
     @property
-    def ratio(self):
+    def ratio(self) -> float:
         return self.value.value / self.baseline.value if self.baseline.value else 0.0
 
     @property
-    def reached(self):
+    def reached(self) -> bool | None:
         return self.goal.is_reached(self.value.value, self.ratio) if self.goal else None
 
-    def as_json(self):
+    def as_json(self) -> dict[str, object]:
         return {
             "figure": self.figure,
             "value": round(self.value.value, 3),

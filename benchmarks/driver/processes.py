@@ -1,5 +1,7 @@
 """The processes of a benchmark: the daemon, the simulated masters and the baseline programs."""
 
+from __future__ import annotations
+
 import json
 import os
 import pathlib
@@ -15,6 +17,7 @@ import tempfile
 import threading
 import time
 from contextlib import ExitStack, contextmanager
+from typing import Iterator, Self, Sequence
 
 TIME_LIMIT = 30  # seconds; guards against a hang
 
@@ -35,7 +38,7 @@ class BenchmarkError(Exception):
     pass
 
 
-def free_port():
+def free_port() -> int:
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
         probe.bind(("127.0.0.1", 0))
         return probe.getsockname()[1]
@@ -44,7 +47,7 @@ def free_port():
 class Program:
     """A running program; records when each output line was read. It exits when its input closes."""
 
-    def __init__(self, arguments, folder=None):
+    def __init__(self, arguments: Sequence[object], folder: pathlib.Path | None = None) -> None:
         self.started_ns = time.monotonic_ns()
         self.process = subprocess.Popen(
             [str(a) for a in arguments],
@@ -55,16 +58,17 @@ class Program:
             bufsize=1,
         )
         self.pid = self.process.pid
-        self.name = pathlib.Path(arguments[0]).name
-        self.lines = queue.Queue()
+        self.name = pathlib.Path(str(arguments[0])).name
+        self.lines: queue.Queue[tuple[int, str | None]] = queue.Queue()
         threading.Thread(target=self._read, daemon=True).start()
 
-    def _read(self):
+    def _read(self) -> None:
+        assert self.process.stdout
         for line in self.process.stdout:
             self.lines.put((time.monotonic_ns(), line.rstrip("\n")))
         self.lines.put((time.monotonic_ns(), None))
 
-    def next_line(self):
+    def next_line(self) -> tuple[int, str]:
         try:
             at, line = self.lines.get(timeout=TIME_LIMIT)
         except queue.Empty:
@@ -73,37 +77,38 @@ class Program:
             raise BenchmarkError(f"{self.name} has ended")
         return at, line
 
-    def line_with(self, text):
+    def line_with(self, text: str) -> tuple[int, str]:
         """Returns the time and text of the next line with `text`; drops the lines before it."""
         while True:
             at, line = self.next_line()
             if text in line:
                 return at, line
 
-    def cpu_ns(self):
+    def cpu_ns(self) -> int:
         """Returns the processor time of all threads so far, including those that have ended."""
         return time.clock_gettime_ns((~self.pid << 3) | 2)
 
-    def footprint(self):
+    def footprint(self) -> tuple[int, int, int]:
         """Returns the wake-ups so far, the resident bytes and the number of threads."""
         switches = threads = resident = 0
         for task in pathlib.Path(f"/proc/{self.pid}/task").iterdir():
             status = (task / "status").read_text()
             switches += sum(int(n) for n in re.findall(r"ctxt_switches:\s+(\d+)", status))
-            resident = int(re.search(r"VmRSS:\s+(\d+)", status)[1]) * 1024
+            resident = int(re.findall(r"VmRSS:\s+(\d+)", status)[0]) * 1024
             threads += 1
         return switches, resident, threads
 
-    def pause(self):
+    def pause(self) -> None:
         os.kill(self.pid, signal.SIGSTOP)
 
-    def resume(self):
+    def resume(self) -> None:
         os.kill(self.pid, signal.SIGCONT)
 
-    def ask_to_end(self):
+    def ask_to_end(self) -> None:
+        assert self.process.stdin
         self.process.stdin.close()
 
-    def end(self):
+    def end(self) -> int:
         """Asks the program to exit and returns how many nanoseconds it took."""
         handle = os.pidfd_open(self.pid)
         try:
@@ -117,10 +122,10 @@ class Program:
         self.process.wait()
         return took
 
-    def __enter__(self):
+    def __enter__(self) -> Self:
         return self
 
-    def __exit__(self, *_):
+    def __exit__(self, *_: object) -> None:
         if self.process.poll() is None:
             self.end()
 
@@ -128,7 +133,7 @@ class Program:
 class Daemon(Program):
     """The daemon in its own folder, with flags and the slave's scenario beside the executables."""
 
-    def __init__(self, programs, scenario=QUICK_SLAVE):
+    def __init__(self, programs: pathlib.Path, scenario: str = QUICK_SLAVE) -> None:
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="quelta-bench-"))
         self.port = free_port()
         for name in ("quelta_daemon", "quelta_standin_slave"):
@@ -145,17 +150,17 @@ class Daemon(Program):
             self.folder,
         )
 
-    def ask_to_end(self):
+    def ask_to_end(self) -> None:
         self.process.send_signal(signal.SIGTERM)
 
-    def pass_over_start(self):
+    def pass_over_start(self) -> None:
         """Drops the start-up lines, including those of the information run, up to the summary."""
         self.line_with("Out-of-core rendering: ")
 
-    def slave_pid(self):
+    def slave_pid(self) -> int:
         return int(self.line_with("standin: pid: ")[1].split()[-1])
 
-    def __exit__(self, *arguments):
+    def __exit__(self, *arguments: object) -> None:
         super().__exit__(*arguments)
         shutil.rmtree(self.folder)
 
@@ -163,21 +168,21 @@ class Daemon(Program):
 class Masters(Program):
     """Masters on the loopback for a daemon that receives beacons on `daemon_port`."""
 
-    def __init__(self, programs, count, daemon_port=0):
+    def __init__(self, programs: pathlib.Path, count: int, daemon_port: int = 0) -> None:
         super().__init__([programs / "quelta_bench_masters", count, daemon_port])
         self.count = count
         self.port = self.answer()["port"]
 
-    def command(self, *words):
+    def command(self, *words: object) -> None:
         print(*words, file=self.process.stdin, flush=True)
 
-    def answer(self):
+    def answer(self) -> dict[str, int]:
         answer = json.loads(self.next_line()[1])
         if "error" in answer:
             raise BenchmarkError(f"the masters failed: {answer['error']}")
         return answer
 
-    def do(self, *words):
+    def do(self, *words: object) -> dict[str, int]:
         self.command(*words)
         return self.answer()
 
@@ -185,11 +190,14 @@ class Masters(Program):
 class Subject:
     """A program under measurement and the masters connected to it."""
 
-    def __init__(self, stack, programs, name, masters, *more):
+    def __init__(
+        self, stack: ExitStack, programs: pathlib.Path, name: str, masters: int, *more: object
+    ) -> None:
         if name == "daemon":
-            self.program = stack.enter_context(Daemon(programs))
-            self.masters = stack.enter_context(Masters(programs, masters, self.program.port))
-            self.program.pass_over_start()
+            daemon = stack.enter_context(Daemon(programs))
+            self.program: Program = daemon
+            self.masters = stack.enter_context(Masters(programs, masters, daemon.port))
+            daemon.pass_over_start()
             if masters:
                 self.masters.do("announce")
         else:
@@ -200,9 +208,16 @@ class Subject:
             self.masters.do("accept")
             self.program.line_with("ready")
 
+    @property
+    def daemon(self) -> Daemon:
+        assert isinstance(self.program, Daemon)
+        return self.program
+
 
 @contextmanager
-def side_by_side(programs, names, masters):
+def side_by_side(
+    programs: pathlib.Path, names: Sequence[str], masters: int
+) -> Iterator[dict[str, Subject]]:
     """Yields the subjects by name. All are paused; `running` resumes one of them."""
     with ExitStack() as stack:
         subjects = {name: Subject(stack, programs, name, masters) for name in names}
@@ -216,7 +231,7 @@ def side_by_side(programs, names, masters):
 
 
 @contextmanager
-def running(subject):
+def running(subject: Subject) -> Iterator[None]:
     subject.program.resume()
     try:
         yield
@@ -224,7 +239,7 @@ def running(subject):
         subject.program.pause()
 
 
-def raise_descriptor_limit():
+def raise_descriptor_limit() -> int:
     """Raises the limit on open files to the hard limit and returns it."""
     _, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
     resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))

@@ -3,11 +3,15 @@
 import json
 import math
 from html import escape
+from pathlib import Path
+from typing import Sequence
+
+from figures import Figure, Row
 
 NOISY = 20  # percent of spread above which a figure is uncertain
 
 
-def number(value):
+def number(value: float) -> str:
     """Formats a number with about three significant digits."""
     if value == 0:
         return "0"
@@ -15,15 +19,15 @@ def number(value):
     return f"{value:,.{digits}f}"
 
 
-def with_spread(figure):
+def with_spread(figure: Figure) -> str:
     return f"{number(figure.value)} ±{figure.spread:.0f}%"
 
 
-def reached(row):
+def reached(row: Row) -> str:
     return {True: "yes", False: "NO", None: "-"}[row.reached]
 
 
-def table(rows):
+def table(rows: Sequence[Row]) -> str:
     head = ("figure", "value", "unit", "baseline", "ratio", "goal", "reached")
     lines = [head] + [
         (
@@ -48,7 +52,7 @@ def table(rows):
     )
 
 
-def noisy(rows):
+def noisy(rows: Sequence[Row]) -> list[Row]:
     extremes = ("(longest)", "(best round)")  # a spread is expected of these
     return [
         row
@@ -58,7 +62,7 @@ def noisy(rows):
     ]
 
 
-def write_json(path, rows):
+def write_json(path: Path, rows: Sequence[Row]) -> None:
     path.write_text(json.dumps([row.as_json() for row in rows], indent=2) + "\n")
 
 
@@ -66,12 +70,12 @@ LINE_HEIGHT, TEXT_WIDTH, BAR_WIDTH, RIGHT_WIDTH = 22, 600, 460, 330
 MIN_RATIO, MAX_RATIO = 0.1, 10.0  # ratios at the ends of the scale
 
 
-def x_of(ratio):
+def x_of(ratio: float) -> float:
     share = math.log(min(max(ratio, MIN_RATIO), MAX_RATIO) / MIN_RATIO) / math.log(MAX_RATIO / MIN_RATIO)
     return TEXT_WIDTH + share * BAR_WIDTH
 
 
-def bar(row, y):
+def bar(row: Row, y: int) -> str:
     left, right = sorted((x_of(1), x_of(row.ratio)))
     colour = {True: "#3a7d44", False: "#b3261e", None: "#6b7280"}[row.reached]
     figures = f"{with_spread(row.value)} against {with_spread(row.baseline)} {row.unit}"
@@ -84,7 +88,7 @@ def bar(row, y):
     )
 
 
-def write_chart(path, rows, machine):
+def write_chart(path: Path, rows: Sequence[Row], machine: str) -> None:
     """Draws one bar per row, from the baseline (1) to the ratio, on a logarithmic scale."""
     width, top = TEXT_WIDTH + BAR_WIDTH + RIGHT_WIDTH, 60
     height = top + LINE_HEIGHT * len(rows) + 20

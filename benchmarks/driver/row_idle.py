@@ -2,9 +2,11 @@
 
 import time
 from contextlib import ExitStack
+from typing import Iterator, Sequence
 
+from bench import Bench
 from figures import Figure, Goal, Row
-from processes import Subject
+from processes import Program, Subject
 
 WINDOWS = 6
 SETTLING_SECONDS = 1  # after the last connection, before the figures are steady
@@ -13,17 +15,22 @@ SETTLING_SECONDS = 1  # after the last connection, before the figures are steady
 class Watched:
     """Figures of an idle process, window by window."""
 
-    def __init__(self, program):
+    def __init__(self, program: Program) -> None:
         self.program = program
-        self.figures = {"CPU time": [], "wake-ups": [], "resident memory": [], "threads": []}
+        self.figures: dict[str, list[float]] = {
+            "CPU time": [],
+            "wake-ups": [],
+            "resident memory": [],
+            "threads": [],
+        }
         self.restart()
 
-    def restart(self):
+    def restart(self) -> None:
         self.since = time.monotonic()
         self.cpu = self.program.cpu_ns()
         self.switches = self.program.footprint()[0]
 
-    def close_window(self):
+    def close_window(self) -> None:
         seconds = time.monotonic() - self.since
         switches, resident, threads = self.program.footprint()
         self.figures["CPU time"].append((self.program.cpu_ns() - self.cpu) / 1e6 / seconds)
@@ -39,18 +46,20 @@ UNITS = {"CPU time": "ms/s", "wake-ups": "/s", "resident memory": "MB", "threads
 class Pair:
     """A daemon and a bare program with the same number of masters and, optionally, a slave."""
 
-    def __init__(self, stack, bench, masters, with_slave=False):
-        daemon = Subject(stack, bench.programs, "daemon", masters)
-        slave = [daemon.program.folder / "quelta_standin_slave"] if with_slave else []
+    def __init__(
+        self, stack: ExitStack, bench: Bench, masters: int, with_slave: bool = False
+    ) -> None:
+        ours = Subject(stack, bench.programs, "daemon", masters)
+        slave = [ours.daemon.folder / "quelta_standin_slave"] if with_slave else []
         bare = Subject(stack, bench.programs, "bare_idle", masters, *slave)
         if with_slave:
-            daemon.masters.do("start")
-            for subject in (daemon, bare):
+            ours.masters.do("start")
+            for subject in (ours, bare):
                 subject.program.line_with("sending SLAVE_INFO")
-        self.watched = [Watched(subject.program) for subject in (daemon, bare)]
+        self.watched = [Watched(subject.program) for subject in (ours, bare)]
 
 
-def watch(bench, pairs):
+def watch(bench: Bench, pairs: Sequence[Pair]) -> None:
     time.sleep(SETTLING_SECONDS)
     watched = [each for pair in pairs for each in pair.watched]
     for each in watched:
@@ -62,7 +71,7 @@ def watch(bench, pairs):
         bench.step()
 
 
-def rows(name, pairs):
+def rows(name: str, pairs: Sequence[Pair]) -> Iterator[Row]:
     """Yields one row per figure; the windows of all pairs have the same weight."""
     for key, unit in UNITS.items():
         goal = Goal.ratio_at_most(1.10)
@@ -75,7 +84,7 @@ def rows(name, pairs):
         yield Row(f"idle, {name}: {key}, against a bare program", ours, unit, bare, goal)
 
 
-def idle(bench):
+def idle(bench: Bench) -> Iterator[Row]:
     """Idle footprint over 30 s with 0 to 1,000 masters and with a running slave"""
     # Several pairs where single wake-ups matter, because timers may coincide by chance.
     few = bench.rounds(3)

@@ -3,11 +3,14 @@
 import json
 import subprocess
 import tempfile
+from pathlib import Path
+from typing import Iterator
 
+from bench import Bench
 from figures import Figure, Goal, Row
 
 
-def lines_per_second(program, threads, lines):
+def lines_per_second(program: Path, threads: int, lines: int) -> float:
     with tempfile.TemporaryDirectory(prefix="quelta-bench-") as folder:
         output = subprocess.run(
             [program, folder, str(threads), str(lines)], check=True, capture_output=True, text=True
@@ -15,10 +18,11 @@ def lines_per_second(program, threads, lines):
     return json.loads(output)["lines_per_second"]
 
 
-def log(bench):
+def log(bench: Bench) -> Iterator[Row]:
     """Log lines a second to a file, with time and prefix"""
     for threads in (1, 4):
-        ours, theirs = [], []
+        ours: list[float] = []
+        theirs: list[float] = []
         for _ in range(bench.rounds(9)):
             for rounds, name in ((ours, "log_lines"), (theirs, "spdlog_lines")):
                 rounds.append(

@@ -2,16 +2,20 @@
 
 from collections import defaultdict
 from contextlib import ExitStack
+from typing import Iterator
 
+from bench import Bench
 from figures import Figure, Goal, Row
 from processes import Subject, running, side_by_side
 
 ECHOES = {"framework_echo": "JUCE echo", "plain_echo": "plain TCP echo"}
 
 
-def scan_rounds(bench, masters, rounds, milliseconds):
+def scan_rounds(
+    bench: Bench, masters: int, rounds: int, milliseconds: int
+) -> dict[str, dict[str, Figure]]:
     """Returns one figure per subject and quantity, taken over all rounds."""
-    seen = defaultdict(lambda: defaultdict(list))
+    seen: dict[str, dict[str, list[float]]] = defaultdict(lambda: defaultdict(list))
     with side_by_side(bench.programs, ["daemon", *ECHOES], masters) as subjects:
         for number in range(rounds + 1):
             for name, subject in subjects.items():
@@ -33,7 +37,7 @@ def scan_rounds(bench, masters, rounds, milliseconds):
     }
 
 
-def scan(bench):
+def scan(bench: Bench) -> Iterator[Row]:
     """Round trip of a scan request with one master: time and processor time"""
     goals = {"median": Goal.ratio_at_most(1.15), "cpu": Goal.ratio_at_most(1.25)}
     texts = {
@@ -54,7 +58,7 @@ def scan(bench):
             )
 
 
-def throughput(bench):
+def throughput(bench: Bench) -> Iterator[Row]:
     """Scans a second with 1, 10 and 100 masters asking at once"""
     for masters in (1, 10, 100):
         figures = scan_rounds(bench, masters, bench.rounds(5), bench.milliseconds(500))
@@ -68,7 +72,7 @@ def throughput(bench):
             )
 
 
-def broadcast_rounds(bench, name, masters):
+def broadcast_rounds(bench: Bench, name: str, masters: int) -> Iterator[float]:
     """Yields the milliseconds from a start request to the last master's status message.
 
     Each call starts a new subject: in a paused and resumed one, the threads of all connections
@@ -80,13 +84,13 @@ def broadcast_rounds(bench, name, masters):
             answer = subject.masters.do("start")
             yield (answer["last_status_ns"] - answer["sent_ns"]) / 1e6
             if name == "daemon":
-                subject.masters.do("stop", subject.program.slave_pid())
+                subject.masters.do("stop", subject.daemon.slave_pid())
 
 
-def broadcast(bench):
+def broadcast(bench: Bench) -> Iterator[Row]:
     """From a start request to the last master knowing of it"""
     for masters in filter(bench.can_have, (10, 100, 1000)):
-        seen = {"daemon": [], "framework_echo": []}
+        seen: dict[str, list[float]] = {"daemon": [], "framework_echo": []}
         for _ in range(bench.rounds(4)):
             for name, rounds in seen.items():
                 rounds += broadcast_rounds(bench, name, masters)

@@ -4,7 +4,9 @@ import os
 import random
 import time
 from contextlib import ExitStack
+from typing import Iterator
 
+from bench import Bench
 from figures import Figure, Goal, Row
 from processes import Daemon, Masters, Subject
 
@@ -13,7 +15,7 @@ STOP_CHECK = 2  # ms between checks whether the watching thread has ended
 TICK = 500  # ms between attempts to connect to registered masters
 
 
-def start_slave(daemon, masters):
+def start_slave(daemon: Daemon, masters: Masters) -> tuple[int, float]:
     """Returns the slave's process id and the milliseconds from the request to its first line."""
     sent = masters.do("start")["sent_ns"]
     at, _ = daemon.line_with("standin: argument 0: ")
@@ -22,7 +24,7 @@ def start_slave(daemon, masters):
     return pid, (at - sent) / 1e6
 
 
-def plain_launch(slave):
+def plain_launch(slave: str) -> float:
     """Returns the milliseconds from a bare spawn of the slave to its first line."""
     output, child_output = os.pipe()
     started = time.monotonic_ns()
@@ -37,16 +39,19 @@ def plain_launch(slave):
     return took
 
 
-def polls(milliseconds):
+def polls(milliseconds: float) -> Figure:
     return Figure(milliseconds, 0.0)
 
 
-def launch(bench):
+def launch(bench: Bench) -> Iterator[Row]:
     """From a request to a running slave, and from its end to the notification"""
-    launched, plain, notified, replied = [], [], [], []
+    launched: list[float] = []
+    plain: list[float] = []
+    notified: list[float] = []
+    replied: list[float] = []
     with ExitStack() as stack:
         subject = Subject(stack, bench.programs, "daemon", 1)
-        daemon, masters = subject.program, subject.masters
+        daemon, masters = subject.daemon, subject.masters
         for _ in range(bench.rounds(12)):
             pid, took = start_slave(daemon, masters)
             launched.append(took)
@@ -86,7 +91,7 @@ def launch(bench):
     )
 
 
-def start_up(bench):
+def start_up(bench: Bench) -> float:
     """Returns the milliseconds from launch to a master's connection, without the slave's share."""
     with ExitStack() as stack:
         daemon = stack.enter_context(Daemon(bench.programs))
@@ -95,17 +100,20 @@ def start_up(bench):
         slave_started, _ = daemon.line_with("standin: argument 0: ")
         slave_ended, _ = daemon.line_with("standin: exit status 0")
         connected = masters.answer()["connected_ns"]
-        return (connected - daemon.started_ns - (slave_ended - slave_started)) / 1e6
+    return (connected - daemon.started_ns - (slave_ended - slave_started)) / 1e6
 
 
-def shut_down(bench, kind, masters):
+def shut_down(bench: Bench, kind: str, masters: int) -> float:
     with ExitStack() as stack:
-        return Subject(stack, bench.programs, kind, masters).program.end() / 1e6
+        took = Subject(stack, bench.programs, kind, masters).program.end()
+    return took / 1e6
 
 
-def startup(bench):
+def startup(bench: Bench) -> Iterator[Row]:
     """Start-up to a master's connection, and shutdown"""
-    starts, ends, bare_ends = [], [], []
+    starts: list[float] = []
+    ends: list[float] = []
+    bare_ends: list[float] = []
     for _ in range(bench.rounds(8)):
         starts.append(start_up(bench))
         ends.append(shut_down(bench, "daemon", 10))

@@ -89,10 +89,10 @@ def pytest_runtest_teardown():
 def pytest_runtest_makereport(item):
     """Adds the daemons' output so far to the report of a failure."""
     report = (yield).get_result()
-    if report.failed and report.when == "call" and "make_node" in item.funcargs:
-        for node in item.funcargs["make_node"].nodes:
+    if report.failed and report.when == "call":
+        for node in item.funcargs.get("nodes", []):
             for name, output in (("output", node.output), ("errors", node.errors)):
-                if output:
+                if output.lines():
                     report.sections.append(
                         (f"{name} of {node.folder.name}", "\n".join(output.lines()))
                     )
@@ -113,15 +113,18 @@ def beacon_socket():
 
 
 @pytest.fixture
-def make_node(tmp_path, ports):
+def nodes() -> list[Node]:
+    return []
+
+
+@pytest.fixture
+def make_node(nodes, tmp_path, ports):
     """Creates nodes, closes them after the test and asserts that no thread was killed by force."""
-    nodes = []
 
     def make(**settings):
         nodes.append(Node(tmp_path / f"node{len(nodes)}", ports.free_block(), **settings))
         return nodes[-1]
 
-    make.nodes = nodes
     yield make
     for node in nodes:
         node.close()
@@ -132,7 +135,7 @@ def make_node(tmp_path, ports):
 @pytest.fixture
 def make_master(beacon_socket):
     """Creates masters, each on its own loopback address by default."""
-    masters = []
+    masters: list[Master] = []
 
     def make(ip=None, text=None, **settings):
         number = len(masters) + 2

@@ -47,6 +47,7 @@ def test_time_stamp_is_utc_and_comes_first(make_node):
     lines = finished(node)
     after = time.time()
     match = re.match(r"\[(\d\d):(\d\d):(\d\d)\.(\d{3})\] {13}Started logging on ", lines[0])
+    assert match
     hours, minutes, seconds, milliseconds = (int(group) for group in match.groups())
     stamp = ((hours * 60 + minutes) * 60 + seconds) * 1000 + milliseconds
     span = (int(after * 1000) - int(before * 1000)) % 86400000
@@ -63,9 +64,11 @@ def test_time_stamp_without_prefix(make_node):
 @pytest.mark.linux_only("TZ does not set a Windows program's time zone")
 def test_start_line_is_local_time_while_stamps_are_utc(make_node):
     lines = finished(make_node(flags="logTime"), env={**os.environ, "TZ": "XYZ-05:30"})
-    stamp, local = re.match(
+    match = re.match(
         r"\[(\d\d:\d\d:\d\d)\.\d{3}\] Started logging on \S+ (\d\d:\d\d:\d\d)$", lines[0]
-    ).groups()
+    )
+    assert match
+    stamp, local = match.groups()
 
     def seconds(text):
         return sum(int(part) * unit for part, unit in zip(text.split(":"), (3600, 60, 1)))

@@ -27,7 +27,7 @@ def cable():
 @pytest.fixture
 def far_apart(cable, make_node):
     """A daemon on one machine, a master beside it, and a master on the other machine."""
-    masters = []
+    masters: list[RemoteMaster] = []
 
     def make(**settings):
         node = make_node(flags="daemon logPrefix logJuce", **settings)

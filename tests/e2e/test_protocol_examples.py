@@ -13,7 +13,9 @@ def dump_below(heading):
     """Returns the bytes of the first dump below this heading."""
     _, _, section = DOCUMENT.read_text().partition(f"\n### {heading}\n")
     block = section.split("```")[1]
-    return b"".join(bytes.fromhex(DUMP_LINE.match(line)[1]) for line in block.strip().splitlines())
+    return b"".join(
+        bytes.fromhex(DUMP_LINE.sub(r"\1", line)) for line in block.strip().splitlines()
+    )
 
 
 def test_beacon():

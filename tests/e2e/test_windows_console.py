@@ -24,12 +24,11 @@ def shell():
 
     def start(line):
         console = Console()
-        streams = dict.fromkeys(("stdin", "stdout", "stderr"), console.end)
         shells.append(
             subprocess.Popen(
                 programs.command("cmd.exe", "/c", line),
                 start_new_session=True,
-                **streams,
+                **console.streams(),
                 preexec_fn=console.take_hold,
             )
         )
@@ -55,8 +54,7 @@ def on_console(make_node):
 
     def start(arguments=None, **settings):
         node, console = make_node(**settings), Console()
-        streams = dict.fromkeys(("stdin", "stdout", "stderr"), console.end)
-        node.start(arguments, **streams, preexec_fn=console.take_hold)
+        node.start(arguments, **console.streams(), preexec_fn=console.take_hold)
         console.started()
         return node, console, Output(console.pipe())
 

@@ -23,13 +23,12 @@ def on_console():
 
     def start(*arguments):
         console = Console()
-        streams = dict.fromkeys(("stdin", "stdout", "stderr"), console.end)
         started.append(
             subprocess.Popen(
                 console_master.command(*arguments),
                 start_new_session=True,
                 preexec_fn=console.take_hold,
-                **streams,
+                **console.streams(),
             )
         )
         console.started()

@@ -20,7 +20,7 @@ def debugger_output():
         stdin=subprocess.DEVNULL,
         stdout=subprocess.PIPE,
     )
-    output = Output(process.stdout)
+    output = Output(process.stdout or ())
     output.wait("listening")
     yield output
     process.kill()
@@ -28,7 +28,7 @@ def debugger_output():
 
 
 def texts_by_sender(lines):
-    texts = {}
+    texts: dict[str, bytes] = {}
     for line in lines:
         sender, _, text = line.partition(" ")
         texts[sender] = texts.get(sender, b"") + bytes.fromhex(text)

@@ -87,14 +87,15 @@ def test_manifest(name):
     )
     assert len(found) == 1
     manifest = ElementTree.fromstring(found[0].decode())
-    level = manifest.find(f".//{TRUST}requestedExecutionLevel")
+    (level,) = manifest.iter(TRUST + "requestedExecutionLevel")
     assert (level.get("level"), level.get("uiAccess")) == ("asInvoker", "false")
     assert [system.get("Id") for system in manifest.iter(COMPATIBILITY + "supportedOS")] == [
         WINDOWS_10
     ]
     # Long paths only: the code page remains the system's.
-    settings = manifest.find(f"{TRUST}application/{TRUST}windowsSettings")
+    (settings,) = manifest.findall(f"{TRUST}application/{TRUST}windowsSettings")
     assert [(setting.tag, setting.text) for setting in settings] == [
         (SETTINGS + "longPathAware", "true")
     ]
-    assert manifest.find(ASSEMBLY + "assemblyIdentity").get("version") == "4.0.0.0"
+    (identity,) = manifest.findall(ASSEMBLY + "assemblyIdentity")
+    assert identity.get("version") == "4.0.0.0"

@@ -19,7 +19,9 @@ def read_code(text, position, brackets):
     """Checks brackets and strings up to the end of the text or of the enclosing bracket."""
     depth = len(brackets)
     while position < len(text):
-        token = TOKEN.match(text, position).group()
+        match = TOKEN.match(text, position)
+        assert match
+        token = match.group()
         position += len(token)
         assert (
             token != "'"

@@ -63,6 +63,7 @@ def start(*arguments):
     runner = subprocess.Popen(
         command(*arguments), stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True
     )
+    assert runner.stdout
     return runner, runner.stdout.readline().strip()
 
 
@@ -150,6 +151,7 @@ def test_killed_parent_takes_everything_with_it():
     with subprocess.Popen(
         ["sh", "-c", line + "; true"], stdout=subprocess.PIPE, text=True
     ) as parent:
+        assert parent.stdout
         started = parent.stdout.readline().strip()
         assert is_alive(started)
         parent.kill()

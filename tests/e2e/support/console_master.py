@@ -4,6 +4,7 @@ import os
 import re
 import signal
 import subprocess
+from typing import Any
 
 from . import programs
 from .limits import HANG_LIMIT
@@ -15,27 +16,24 @@ PROGRAM = "quelta_master" + programs.SUFFIX
 PATIENCE = "60"
 
 
-def command(*arguments):
+def command(*arguments: str) -> list[str]:
     return programs.command(programs.bin_dir() / PROGRAM, *arguments)
 
 
-def run(*arguments, **settings):
+def run(*arguments: str, **settings: Any) -> subprocess.CompletedProcess[str]:
     """Runs the console master until it exits; returns the completed process."""
+    usual: dict[str, Any] = {
+        "stdin": subprocess.DEVNULL,
+        "stdout": subprocess.PIPE,
+        "stderr": subprocess.PIPE,
+    }
     return subprocess.run(
-        command(*arguments),
-        timeout=HANG_LIMIT,
-        encoding="utf-8",
-        **{
-            "stdin": subprocess.DEVNULL,
-            "stdout": subprocess.PIPE,
-            "stderr": subprocess.PIPE,
-            **settings,
-        },
+        command(*arguments), timeout=HANG_LIMIT, encoding="utf-8", **{**usual, **settings}
     )
 
 
 class Lines(Output):
-    def wait_line(self, pattern, after=-1):
+    def wait_line(self, pattern: str, after: int = -1) -> int:
         """Waits for a full-line match after line number `after`; returns its number."""
         return self._wait_for(re.compile(pattern).fullmatch, f"pattern {pattern!r}", after)[0]
 
@@ -43,7 +41,7 @@ class Lines(Output):
 class ConsoleMaster:
     """A running console master; its streams are collected in `output` and `errors`."""
 
-    def __init__(self, *arguments, stdout=subprocess.PIPE):
+    def __init__(self, *arguments: str, stdout: int = subprocess.PIPE) -> None:
         self.process = subprocess.Popen(
             command(*arguments),
             stdin=subprocess.DEVNULL,
@@ -51,16 +49,16 @@ class ConsoleMaster:
             stderr=subprocess.PIPE,
             start_new_session=True,
         )
-        self.output = self.process.stdout and Lines(self.process.stdout)
-        self.errors = Lines(self.process.stderr)
+        self.output = Lines(self.process.stdout or ())
+        self.errors = Lines(self.process.stderr or ())
 
-    def interrupt(self, signal_number=signal.SIGINT):
+    def interrupt(self, signal_number: int = signal.SIGINT) -> None:
         os.kill(self.process.pid, signal_number)
 
-    def wait_exit(self):
+    def wait_exit(self) -> int:
         return self.process.wait(HANG_LIMIT)
 
-    def close(self):
+    def close(self) -> None:
         if self.process.poll() is None:
             self.process.kill()
             self.process.wait(HANG_LIMIT)

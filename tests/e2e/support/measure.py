@@ -9,7 +9,7 @@ THREAD_SANITIZED = "TSAN_OPTIONS" in os.environ
 SANITIZED = THREAD_SANITIZED or "ASAN_OPTIONS" in os.environ
 
 
-def descriptors(process):
+def descriptors(process: int) -> list[str]:
     """Returns the target of every open descriptor."""
     folder = Path(f"/proc/{process}/fd")
     found = []
@@ -21,7 +21,7 @@ def descriptors(process):
     return found
 
 
-def _status(process, field):
+def _status(process: int, field: str) -> str:
     for line in Path(f"/proc/{process}/status").read_text().splitlines():
         name, value = line.split(":", 1)
         if name == field:
@@ -29,29 +29,29 @@ def _status(process, field):
     raise AssertionError(f"no {field} in the status of process {process}")
 
 
-def threads(process):
+def threads(process: int) -> int:
     return int(_status(process, "Threads"))
 
 
-def resident_kilobytes(process):
+def resident_kilobytes(process: int) -> int:
     return int(_status(process, "VmRSS"))
 
 
-def address_space_kilobytes(process):
+def address_space_kilobytes(process: int) -> int:
     return int(_status(process, "VmSize"))
 
 
-def handles_signals(process):
+def handles_signals(process: int) -> bool:
     return int(_status(process, "SigCgt"), 16) != 0
 
 
-def age(process):
+def age(process: int) -> float:
     """Returns the age of the process in seconds."""
     started = int(Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[19])
     return time.clock_gettime(time.CLOCK_BOOTTIME) - started / os.sysconf("SC_CLK_TCK")
 
 
-def children(process):
+def children(process: int) -> dict[int, str]:
     """Returns the state of every child by its id; "Z" is a zombie."""
     found = {}
     for entry in Path("/proc").iterdir():
@@ -65,12 +65,12 @@ def children(process):
     return found
 
 
-def cpu_seconds(process):
+def cpu_seconds(process: int) -> float:
     user, system = Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[11:13]
     return (int(user) + int(system)) / os.sysconf("SC_CLK_TCK")
 
 
-def datagrams_waiting(port):
+def datagrams_waiting(port: int) -> int:
     """Returns the number of bytes queued in the beacon socket."""
     local = "00000000:%04X" % port
     for row in Path("/proc/net/udp").read_text().splitlines()[1:]:

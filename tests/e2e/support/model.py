@@ -4,6 +4,7 @@ A step is plain data and valid in every state, so that parts of a failing run ca
 model takes a step and returns the messages that each master has to receive, in order.
 """
 
+from random import Random
 from typing import NamedTuple
 
 from . import wire
@@ -28,40 +29,40 @@ class Message(NamedTuple):
 
     kind: int
     owner: int
-    text_of: int
+    text_of: int | None
 
 
-FREE = (NOBODY, None)
 UNEXPECTED = (1, 3, 5, 6, 7, 8, 9, 10, 12)
 
 
 class Model:
     """Tracks who owns the slave and which messages the masters receive."""
 
-    def __init__(self):
-        self.owner, self.text_of = FREE
+    def __init__(self) -> None:
+        self.owner: int = NOBODY
+        self.text_of: int | None = None
         self.connection: int | None = None  # the master whose connection requested the slave
         self.slave = False
         self.failed = False
-        self.errors = []
+        self.errors: list[str] = []
         self.changes = 0
-        self.sent = None
+        self.sent: list[list[Message]] = []
 
-    def apply(self, step):
+    def apply(self, step: Step) -> list[list[Message]]:
         """Returns the messages caused by this step, as one list per master."""
         self.sent = [[] for _ in range(MASTERS)]
         getattr(self, "_" + step.action)(step)
         return self.sent
 
-    def _send(self, kind, master):
+    def _send(self, kind: int, master: int) -> None:
         self.sent[master].append(Message(kind, self.owner, self.text_of))
 
-    def _broadcast(self, absent=None):
+    def _broadcast(self, absent: int | None = None) -> None:
         for master in range(MASTERS):
             if master != absent:
                 self._send(wire.DAEMON_STATUS, master)
 
-    def _start_slave(self, step):
+    def _start_slave(self, step: Step) -> None:
         if self.slave:
             self.errors.append("already running slave")
         self.owner, self.text_of, self.connection = step.address, step.master, step.master
@@ -69,25 +70,26 @@ class Model:
         self.changes += 1
         self._broadcast()
 
-    def _stop_slave(self, tell_all, absent=None):
+    def _stop_slave(self, tell_all: bool, absent: int | None = None) -> None:
         if not self.slave:
             self.errors.append("we don't have an Quelta slave running")
             return
-        self.owner, self.text_of, self.connection = *FREE, None
+        self.owner, self.text_of, self.connection = NOBODY, None, None
         self.slave, self.failed = False, False
         self.changes += 1
         if tell_all:
             self._broadcast(absent)
 
-    def _running(self):
+    def _running(self) -> None:
         """A newly started slave reports that it runs before the next step."""
+        assert self.connection is not None
         self._send(wire.SLAVE_RUNNING, self.connection)
 
-    def _scan(self, step):
+    def _scan(self, step: Step) -> None:
         has_failed = self.connection == step.master and self.failed
         self._send(wire.SLAVE_FAILED if has_failed else wire.DAEMON_STATUS, step.master)
 
-    def _start(self, step):
+    def _start(self, step: Step) -> None:
         free = self.owner in (NOBODY, PORTLESS)
         if free:
             self._start_slave(step)
@@ -95,12 +97,12 @@ class Model:
         if free:
             self._running()
 
-    def _stop(self, step):
+    def _stop(self, step: Step) -> None:
         if self.owner == step.address:
             self._stop_slave(True)
         self._send(wire.STOP_REPLY, step.master)
 
-    def _steal(self, step):
+    def _steal(self, step: Step) -> None:
         robs = self.owner != step.address
         if robs:
             self._stop_slave(False)
@@ -109,28 +111,29 @@ class Model:
         if robs:
             self._running()
 
-    def _unexpected(self, step):
+    def _unexpected(self, step: Step) -> None:
         kind = UNEXPECTED[step.number % len(UNEXPECTED)]
         self.errors.append(f"unexpected message type ({kind})")
         self._send(wire.UNEXPECTED_REPLY, step.master)
 
-    def _invalid(self, step):
+    def _invalid(self, step: Step) -> None:
         """Dropped without a reply."""
 
-    def _reconnect(self, step):
+    def _reconnect(self, step: Step) -> None:
         """The master keeps everything it had."""
 
-    def _vanish(self, step):
+    def _vanish(self, step: Step) -> None:
         if self.connection == step.master:
             self._stop_slave(True, absent=step.master)
 
-    def _crash(self, step):
+    def _crash(self, step: Step) -> None:
         if self.slave and not self.failed:
             self.failed = True
+            assert self.connection is not None
             self._send(wire.SLAVE_FAILED, self.connection)
 
 
-def random_step(model, random):
+def random_step(model: Model, random: Random) -> Step:
     """Returns a step that is likely to be interesting in this state. Starting and stopping the
     slave is slow and therefore rare.
     """
@@ -151,8 +154,9 @@ def random_step(model, random):
     return Step(action, master, address, random.randrange(100))
 
 
-def random_steps(random, count):
-    model, steps = Model(), []
+def random_steps(random: Random, count: int) -> list[Step]:
+    model = Model()
+    steps: list[Step] = []
     for _ in range(count):
         steps.append(random_step(model, random))
         model.apply(steps[-1])

@@ -2,10 +2,12 @@
 
 import os
 import signal
+from typing import Callable, Iterable, Sequence
 
 from . import wire
-from .model import MASTERS, NOBODY, PORTLESS, UNEXPECTED, Model
-from .node import wait_until
+from .master import Master
+from .model import MASTERS, NOBODY, PORTLESS, UNEXPECTED, Message, Model, Step
+from .node import Node, wait_until
 
 STRANGERS_ADDRESS = ("10.9.8.7", 21000)
 
@@ -13,7 +15,7 @@ STRANGERS_ADDRESS = ("10.9.8.7", 21000)
 class Disagreement(AssertionError):
     """The daemon behaved differently from the model at this step."""
 
-    def __init__(self, number, step, what):
+    def __init__(self, number: int, step: Step, what: object) -> None:
         super().__init__(f"step {number}, {step}: {what}")
         self.number = number
 
@@ -21,14 +23,14 @@ class Disagreement(AssertionError):
 class ModelRun:
     """One daemon and its masters, driven through a list of steps."""
 
-    def __init__(self, node, masters):
+    def __init__(self, node: Node, masters: Sequence[Master]) -> None:
         self.node = node
         self.masters = masters
         self.model = Model()
-        self.slaves = set()
-        self.current_slave = None
+        self.slaves: set[int] = set()
+        self.current_slave = 0
 
-    def play(self, steps):
+    def play(self, steps: Iterable[Step]) -> None:
         for number, step in enumerate(steps):
             try:
                 self._play(step)
@@ -36,7 +38,7 @@ class ModelRun:
                 raise Disagreement(number, step, error) from error
         self._compare_errors()
 
-    def _play(self, step):
+    def _play(self, step: Step) -> None:
         changes, had_slave = self.model.changes, self.model.slave and not self.model.failed
         expected = self.model.apply(step)
         getattr(self, "_" + step.action)(step, had_slave)
@@ -51,45 +53,45 @@ class ModelRun:
         if self.model.changes != changes and self.model.slave:
             self._note_new_slave()
 
-    def _address(self, number):
+    def _address(self, number: int) -> wire.Address:
         if number < MASTERS:
             return self.masters[number].address
         return {NOBODY: wire.NO_ADDRESS, PORTLESS: (self.masters[0].address[0], 0)}.get(
             number, STRANGERS_ADDRESS
         )
 
-    def _status(self, message):
+    def _status(self, message: Message) -> wire.Status:
         text = b"" if message.text_of is None else self.masters[message.text_of].text
         return self.node.status(message.kind)._replace(
             owner=self._address(message.owner), text=text
         )
 
-    def _note_new_slave(self):
+    def _note_new_slave(self) -> None:
         """Records the current slave: replaced slaves keep running, so it is the one that is new."""
         new = set(self.node.slave_processes()) - self.slaves
         assert len(new) == 1, f"{len(new)} new slaves"
         self.current_slave = new.pop()
         self.slaves.add(self.current_slave)
 
-    def _request(self, step, kind):
+    def _request(self, step: Step, kind: int) -> None:
         self.masters[step.master].request(kind, address=self._address(step.address))
 
-    def _scan(self, step, _):
+    def _scan(self, step: Step, _: bool) -> None:
         self._request(step, wire.SCAN_REQUEST)
 
-    def _start(self, step, _):
+    def _start(self, step: Step, _: bool) -> None:
         self._request(step, wire.START_REQUEST)
 
-    def _stop(self, step, _):
+    def _stop(self, step: Step, _: bool) -> None:
         self._request(step, wire.STOP_REQUEST)
 
-    def _steal(self, step, _):
+    def _steal(self, step: Step, _: bool) -> None:
         self._request(step, wire.STEAL_REQUEST)
 
-    def _unexpected(self, step, _):
+    def _unexpected(self, step: Step, _: bool) -> None:
         self._request(step, UNEXPECTED[step.number % len(UNEXPECTED)])
 
-    def _invalid(self, step, _):
+    def _invalid(self, step: Step, _: bool) -> None:
         good = self.masters[step.master].record(wire.START_REQUEST)
         bad = (
             good[:91],
@@ -100,18 +102,18 @@ class ModelRun:
         )
         self.masters[step.master].connection.send(bad[step.number % len(bad)])
 
-    def _reconnect(self, step, _):
+    def _reconnect(self, step: Step, _: bool) -> None:
         self.masters[step.master].connection.close()
         self.masters[step.master].accept()
 
-    def _vanish(self, step, _):
+    def _vanish(self, step: Step, _: bool) -> None:
         self.masters[step.master].vanish()
 
-    def _crash(self, step, had_slave):
+    def _crash(self, step: Step, had_slave: bool) -> None:
         if had_slave:
             os.kill(self.current_slave, signal.SIGKILL)
 
-    def _compare_errors(self):
+    def _compare_errors(self) -> None:
         """Asserts that the daemon logged exactly the model's errors."""
         logged = [line for line in self.node.quit() if line.startswith("ERROR")]
         wanted = ["ERROR     : " + text for text in self.model.errors]
@@ -119,7 +121,7 @@ class ModelRun:
         wait_until(lambda: not self.node.slave_processes(), "no slave is left")
 
 
-def shortened(steps, fails, tries):
+def shortened(steps: list[Step], fails: Callable[[list[Step]], object], tries: int) -> list[Step]:
     """Returns the steps without those the failure does not need, removing larger pieces first."""
     size = max(1, len(steps) // 2)
     while size and tries > 0:

@@ -1,5 +1,7 @@
 """Two simulated machines: network namespaces joined by a cable that a test can cut."""
 
+from __future__ import annotations
+
 import ctypes
 import itertools
 import os
@@ -7,30 +9,34 @@ import shutil
 import socket
 import subprocess
 from contextlib import contextmanager
+from typing import IO, Iterator, Self
 
 from . import wire
 from .limits import HANG_LIMIT
 from .master import Master
+from .node import Node
 
 CLONE_NEWNET = 0x40000000
 _numbers = itertools.count()
 _libc = ctypes.CDLL(None, use_errno=True)
 
 
-def ip(*arguments):
-    result = subprocess.run(["ip", *arguments], capture_output=True, text=True, timeout=HANG_LIMIT)
+def ip(arguments: str) -> None:
+    result = subprocess.run(
+        ["ip", *arguments.split()], capture_output=True, text=True, timeout=HANG_LIMIT
+    )
     if result.returncode != 0:
-        raise OSError(f"ip {' '.join(arguments)}: {result.stderr.strip()}")
+        raise OSError(f"ip {arguments}: {result.stderr.strip()}")
 
 
-def why_not():
+def why_not() -> str:
     """Returns why network namespaces cannot be made here, or an empty string."""
     if not shutil.which("ip"):
         return "there is no ip command"
     name = f"quelta-probe-{os.getpid()}"
     try:
-        ip("netns", "add", name)
-        ip("netns", "del", name)
+        ip(f"netns add {name}")
+        ip(f"netns del {name}")
     except OSError as refused:
         return f"no network namespaces can be made: {refused}"
     return ""
@@ -39,33 +45,22 @@ def why_not():
 class Machine:
     """A network namespace with a loopback and one end of a cable."""
 
-    def __init__(self, name, device, address, hardware):
+    def __init__(self, name: str, device: str, address: str, hardware: str) -> None:
         self.name = name
         self.device = device
         self.address = address
         self.hardware = hardware
 
-    def connect(self, other):
+    def connect(self, other: Machine) -> None:
         """Brings the links up. The permanent neighbour entry avoids ARP errors on a cut cable."""
-        ip("-n", self.name, "addr", "add", f"{self.address}/24", "dev", self.device)
-        ip("-n", self.name, "link", "set", "lo", "up")
-        ip("-n", self.name, "link", "set", self.device, "up")
-        ip(
-            "-n",
-            self.name,
-            "neigh",
-            "replace",
-            other.address,
-            "lladdr",
-            other.hardware,
-            "dev",
-            self.device,
-            "nud",
-            "permanent",
-        )
+        ip(f"-n {self.name} addr add {self.address}/24 dev {self.device}")
+        ip(f"-n {self.name} link set lo up")
+        ip(f"-n {self.name} link set {self.device} up")
+        neighbour = f"{other.address} lladdr {other.hardware} dev {self.device}"
+        ip(f"-n {self.name} neigh replace {neighbour} nud permanent")
 
     @contextmanager
-    def entered(self):
+    def entered(self) -> Iterator[Machine]:
         """Moves the calling thread here: new sockets and processes belong to this machine."""
         with open("/proc/thread-self/ns/net") as home, open(f"/run/netns/{self.name}") as there:
             self._switch(there)
@@ -75,7 +70,7 @@ class Machine:
                 self._switch(home)
 
     @staticmethod
-    def _switch(namespace):
+    def _switch(namespace: IO[str]) -> None:
         if _libc.setns(namespace.fileno(), CLONE_NEWNET) != 0:
             raise OSError(ctypes.get_errno(), "setns")
 
@@ -83,17 +78,17 @@ class Machine:
 class RemoteMaster(Master):
     """A master on one machine that sends beacons to a daemon on another."""
 
-    def __init__(self, machine, daemon_machine):
+    def __init__(self, machine: Machine, daemon_machine: Machine) -> None:
         self._daemon_address = daemon_machine.address
         with machine.entered():
             datagrams = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
             super().__init__(machine.address, b"far away", datagrams)
 
-    def beacon(self, node, address=None):
+    def beacon(self, node: Node, address: wire.Address | None = None) -> None:
         record = self.record(wire.SCAN_REQUEST, address)
         self._beacons.sendto(record, (self._daemon_address, node.port))
 
-    def close(self):
+    def close(self) -> None:
         super().close()
         self._beacons.close()
 
@@ -101,42 +96,29 @@ class RemoteMaster(Master):
 class Cable:
     """Two machines and the link between them."""
 
-    def __init__(self):
+    def __init__(self) -> None:
         tag = f"{os.getpid()}-{next(_numbers)}"
         short = f"{os.getpid() % 100000}{next(_numbers)}"
         self.near = Machine(f"quelta-near-{tag}", f"qn{short}", "10.231.0.1", "02:00:00:00:00:01")
         self.far = Machine(f"quelta-far-{tag}", f"qf{short}", "10.231.0.2", "02:00:00:00:00:02")
 
-    def lay(self):
+    def lay(self) -> Self:
         for machine in (self.near, self.far):
-            ip("netns", "add", machine.name)
-        ip(
-            "link",
-            "add",
-            self.near.device,
-            "address",
-            self.near.hardware,
-            "netns",
-            self.near.name,
-            "type",
-            "veth",
-            "peer",
-            "name",
-            self.far.device,
-            "address",
-            self.far.hardware,
-            "netns",
-            self.far.name,
+            ip(f"netns add {machine.name}")
+        near, far = (
+            f"{machine.device} address {machine.hardware} netns {machine.name}"
+            for machine in (self.near, self.far)
         )
+        ip(f"link add {near} type veth peer name {far}")
         self.near.connect(self.far)
         self.far.connect(self.near)
         return self
 
-    def cut(self):
+    def cut(self) -> None:
         """Simulates a power failure of the far machine: packets are lost without any error."""
-        ip("-n", self.far.name, "link", "set", self.far.device, "down")
+        ip(f"-n {self.far.name} link set {self.far.device} down")
 
-    def remove(self):
+    def remove(self) -> None:
         for machine in (self.near, self.far):
             subprocess.run(
                 ["ip", "netns", "del", machine.name], capture_output=True, timeout=HANG_LIMIT

@@ -2,13 +2,14 @@
 
 import random
 import socket
+from pathlib import Path
 
 # Below the usual ephemeral range, so that no outgoing connection takes one of these.
 LOWEST, HIGHEST = 20000, 32000
 BLOCK = 4
 
 
-def is_free(port, kind):
+def is_free(port: int, kind: socket.SocketKind) -> bool:
     with socket.socket(socket.AF_INET, kind) as probe:
         try:
             probe.bind(("0.0.0.0", port))
@@ -20,11 +21,11 @@ def is_free(port, kind):
 class Ports:
     """Finds blocks of free ports; the daemon uses the following ones for its slave."""
 
-    def __init__(self, shared_folder):
+    def __init__(self, shared_folder: Path) -> None:
         self.folder = shared_folder
         self.folder.mkdir(exist_ok=True)
 
-    def free_block(self):
+    def free_block(self) -> int:
         while True:
             first = random.randrange(LOWEST, HIGHEST, BLOCK)
             block = range(first, first + BLOCK)
@@ -40,7 +41,7 @@ class Ports:
                     continue
 
 
-def refusing_socket(ip="127.0.0.1"):
+def refusing_socket(ip: str = "127.0.0.1") -> socket.socket:
     """Returns a bound socket that does not listen: its port stays reserved but refuses."""
     holder = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
     holder.bind((ip, 0))

@@ -19,7 +19,7 @@ DAEMON = "quelta_daemon" + SUFFIX
 STANDIN_SLAVE = "quelta_standin_slave" + SUFFIX
 
 
-def bin_dir():
+def bin_dir() -> Path:
     folder = os.environ.get("QUELTA_BIN_DIR")
     if not folder:
         raise RuntimeError("set QUELTA_BIN_DIR to the folder that holds the programs under test")
@@ -29,12 +29,12 @@ def bin_dir():
     return Path(folder).resolve()
 
 
-def command(program, *arguments):
+def command(program: Path | str, *arguments: str) -> list[str]:
     """Returns the command that starts a program."""
     return (["wine"] if ON_WINDOWS else []) + [str(program), *arguments]
 
 
-def run(program, *arguments):
+def run(program: Path | str, *arguments: str) -> str:
     """Runs a program that has to succeed within the limit; returns its output."""
     return subprocess.run(
         command(program, *arguments),
@@ -45,12 +45,12 @@ def run(program, *arguments):
     ).stdout
 
 
-def native_path(path):
+def native_path(path: Path | str) -> str:
     """Returns the path in the notation of the program under test."""
     return "Z:" + str(path).replace("/", "\\") if ON_WINDOWS else str(path)
 
 
-def install(name, folder, as_name=None):
+def install(name: str, folder: Path, as_name: str | None = None) -> Path:
     """Puts a program into its own folder, because it looks for its files beside itself.
 
     Uses a hard link where possible, otherwise a copy.

@@ -12,5 +12,7 @@ QUICK_SERVICE = "connect\ninfo\nwait 2500\nbeat 1000\n"
 PUPPET = "hang\n"
 
 
-def scenario(run=QUICK_SERVICE, information=QUICK_INFORMATION, settings=""):
+def scenario(
+    run: str = QUICK_SERVICE, information: str = QUICK_INFORMATION, settings: str = ""
+) -> str:
     return f"[info]\n{information}\n[run]\n{settings}\n{run}\n"

@@ -1,6 +1,7 @@
 """Expected lines in the complete output of a daemon."""
 
 import re
+from pathlib import Path
 
 STAMP = r"\d\d\.\d\d\.\d\d \d\d:\d\d:\d\d"
 
@@ -17,11 +18,11 @@ USAGE = [
 INFORMATION_RUN = ["Launching slave to gather information:", "", "", "", "", ""]
 
 
-def usage(program):
+def usage(program: Path) -> list[str]:
     return [line.format(program=program.name) for line in USAGE]
 
 
-def between_start_and_stop(lines):
+def between_start_and_stop(lines: list[str]) -> list[str]:
     """Returns the lines between the opening and closing lines of a log, and checks those."""
     assert re.fullmatch("Started logging on " + STAMP, lines[0]), lines
     assert lines[1] == "", lines

@@ -29,35 +29,37 @@ SLAVE_INFO = 1
 SLAVE_STATUS = 2
 STOP_SLAVE = 3
 
-NO_ADDRESS = ("0.0.0.0", 0)
+Address = tuple[str, int]
+
+NO_ADDRESS: Address = ("0.0.0.0", 0)
 
 
-def frame(payload, magic=FRAME_MAGIC, length=None):
+def frame(payload: bytes, magic: int = FRAME_MAGIC, length: int | None = None) -> bytes:
     """Returns a message as sent over TCP: magic number, length, payload."""
     return (
         struct.pack("<II", magic, len(payload) if length is None else length & 0xFFFFFFFF) + payload
     )
 
 
-def ip_number(dotted):
+def ip_number(dotted: str) -> int:
     first, second, third, fourth = (int(part) for part in dotted.split("."))
     return first << 24 | second << 16 | third << 8 | fourth
 
 
-def dotted(number):
+def dotted(number: int) -> str:
     return ".".join(str(number >> shift & 255) for shift in (24, 16, 8, 0))
 
 
 def master_record(
-    kind,
-    address=NO_ADDRESS,
-    text=b"",
-    alias=b"",
-    gpus=0,
-    slave_version=0,
-    magic=MASTER_MAGIC,
-    version=MASTER_VERSION,
-):
+    kind: int,
+    address: Address = NO_ADDRESS,
+    text: bytes = b"",
+    alias: bytes = b"",
+    gpus: int = 0,
+    slave_version: int = 0,
+    magic: int = MASTER_MAGIC,
+    version: int = MASTER_VERSION,
+) -> bytes:
     """Returns the 92-byte record exchanged by masters and the daemon."""
     ip, port = address
     return struct.pack(
@@ -75,7 +77,13 @@ def master_record(
     )
 
 
-def slave_record(kind, gpus=0, slave_version=0, header=SLAVE_HEADER, version=SLAVE_VERSION):
+def slave_record(
+    kind: int,
+    gpus: int = 0,
+    slave_version: int = 0,
+    header: int = SLAVE_HEADER,
+    version: int = SLAVE_VERSION,
+) -> bytes:
     """Returns the 20-byte record exchanged by the slave and the daemon."""
     return struct.pack("<IIIII", header, version, kind & 0xFFFFFFFF, gpus, slave_version)
 
@@ -84,14 +92,14 @@ class Status(NamedTuple):
     """The contents of a message from the daemon, compared as a whole by the tests."""
 
     kind: int
-    owner: tuple
+    owner: Address
     text: bytes
     alias: bytes
     gpus: int
     slave_version: int
 
 
-def read_status(record):
+def read_status(record: bytes) -> Status:
     """Decodes a record of the daemon and asserts the fields that never change."""
     assert len(record) == MASTER_RECORD_SIZE, record.hex()
     magic, version, kind, ip, port, padding, text, alias, gpus, slave_version = struct.unpack(
