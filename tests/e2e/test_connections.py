@@ -3,8 +3,8 @@
 from support import wire
 from support.hostile import timed
 from support.output import daemon_line
-from support.ownership import running, stopped
-from support.scenario import scenario
+from support.ownership import puppet, running, stopped
+from support.scenario import PUPPET, scenario
 
 
 def test_dropped_connection_is_reestablished(farm):
@@ -134,11 +134,13 @@ def test_lost_master_can_reconnect(farm, make_master):
 
 
 def test_request_during_a_slow_stop_is_answered_afterwards(farm):
-    node, owner, other = farm(2, plays=scenario(settings="on-stop exit-after 1500"))
-    running(node, owner, other)
+    node, owner, other = farm(2, plays=scenario(PUPPET))
+    slave = puppet(node, owner, other)
     owner.request(wire.STOP_REQUEST)
-    node.output.wait(daemon_line(f"stopping Quelta slave for master {owner}"))
+    slave.expect_stop()
     other.request(wire.START_REQUEST)
+    node.play(scenario())
+    node.kill_slave()
     owner.expect(
         node.status(wire.DAEMON_STATUS),
         node.status(wire.STOP_REPLY),

@@ -101,7 +101,7 @@ def test_daemon_does_not_spin(crowded):
     begin, used = time.monotonic(), measure.cpu_seconds(node.process.pid)
     while time.monotonic() - begin < BUSY_SECONDS:
         announce_all(node, outside)
-        time.sleep(1)
+        time.sleep(1)  # the interval of real masters' beacons
     share = (measure.cpu_seconds(node.process.pid) - used) / (time.monotonic() - begin)
     assert share < IDLE_SHARE
 

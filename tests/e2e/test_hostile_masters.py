@@ -20,7 +20,7 @@ from support.node import wait_until
 from support.output import daemon_line, error_line, plain_line
 from support.ownership import running, start_line, started, stopped
 from support.ports import refusing_socket
-from support.scenario import scenario
+from support.scenario import PUPPET, scenario
 from support.slave import SlaveConnection
 
 FLAGS = "daemon logPrefix logJuce"
@@ -176,19 +176,21 @@ def test_beacons_with_the_daemons_own_ports(farm, beacon_socket):
     node.assert_no_slave()
 
 
-@pytest.mark.slow
 def test_daemon_survives_connecting_to_its_own_monitor_port_first(farm, beacon_socket):
     """Taking the slave's place, it fails that start and survives talking to itself."""
-    node, owner, other = farm(
-        2, flags=FLAGS, plays=scenario("wait 4000\nconnect\nexit 0", settings="on-lost ignore")
-    )
+    node, owner, other = farm(2, flags=FLAGS, plays=scenario(PUPPET))
     started(node, owner, other)
-    monitor = node.monitor_port(start_line(node, owner))
+    start = start_line(node, owner)
+    node.slave_report("hanging", start)
+    monitor = node.monitor_port(start)
     announce(beacon_socket, node, [("127.0.0.1", monitor)])
     node.output.wait(daemon_line(f"connected to master 127.0.0.1:{monitor}"))
-    owner.expect(node.status(wire.SLAVE_FAILED, owner))
+    assert SlaveConnection(monitor).is_closed_by_daemon()
     node.output.wait(REFUSED)
+    node.kill_slave()
+    owner.expect(node.status(wire.SLAVE_FAILED, owner))
     stopped(node, owner, other)
+    node.play(scenario())
     started(node, owner, other)
     node.quit()
 
@@ -196,21 +198,21 @@ def test_daemon_survives_connecting_to_its_own_monitor_port_first(farm, beacon_s
 @pytest.mark.slow
 def test_stranger_first_on_the_monitor_port_fails_only_that_start(farm):
     """The first connection is kept, so the slave itself is refused and is treated as hanging."""
-    node, owner, other = farm(
-        2,
-        flags=FLAGS,
-        plays=scenario("wait 3000\nconnect\nwait 9500\nexit 0", settings="on-lost ignore"),
-    )
+    node, owner, other = farm(2, flags=FLAGS, plays=scenario(PUPPET))
     begin = time.monotonic()
     started(node, owner, other)
     start = start_line(node, owner)
-    stranger = SlaveConnection(node.monitor_port(start))
+    node.slave_report("hanging", start)
+    monitor = node.monitor_port(start)
+    stranger = SlaveConnection(monitor)
     stranger.send_bytes(b"GET / HTTP/1.1\r\n")
     node.output.wait(daemon_line("started to monitor slave"), start)
+    assert SlaveConnection(monitor).is_closed_by_daemon()
     line = node.output.wait(REFUSED, start)
     other.expect_silence(node.status(wire.DAEMON_STATUS, owner))
     line = node.output.wait(HANGS_AT_START, line)
     assert time.monotonic() - begin >= 10
+    node.kill_slave()
     owner.expect(node.status(wire.SLAVE_FAILED, owner))
     node.output.wait(daemon_line(f"notifying master {owner} that the slave has crashed"), line)
     stranger.close()

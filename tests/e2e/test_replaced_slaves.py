@@ -5,8 +5,9 @@ import pytest
 from support import wire
 from support.node import wait_until
 from support.output import daemon_line, error_line
-from support.ownership import stopped
+from support.ownership import puppet, stopped
 from support.scenario import PUPPET, scenario
+from support.slave import SlaveConnection
 
 ALREADY_RUNNING = error_line("already running slave")
 MAX_KEPT = 8
@@ -82,15 +83,14 @@ def test_failure_of_a_replaced_slave_is_not_reported(farm):
 
 
 def test_slave_replaced_before_it_ran_is_not_reported(farm):
-    node, careless, other = farm(
-        2, plays=scenario("connect\nwait 1500\ninfo\nwait 2500\nbeat 1000")
-    )
+    node, careless, other = farm(2, plays=scenario(PUPPET))
     started_without_port(node, careless, other, running=False)
-    other.request(wire.START_REQUEST)
-    other.expect(node.status(wire.DAEMON_STATUS, other), node.status(wire.START_REPLY, other))
-    careless.expect(node.status(wire.DAEMON_STATUS, other))
+    start = node.output.wait(daemon_line(f"starting slave for master {careless.address[0]}:0"))
+    node.slave_report("hanging", start)
+    slaves = [SlaveConnection(node.monitor_port(start)), puppet(node, other, careless)]
+    for slave in slaves:
+        slave.report(wire.SLAVE_INFO)
     other.expect(node.status(wire.SLAVE_RUNNING, other))
-    # Both slaves have reported by now, because the replaced one was started earlier.
     other.expect_silence(node.status(wire.DAEMON_STATUS, other))
     careless.expect_silence(node.status(wire.DAEMON_STATUS, other))
 

@@ -51,7 +51,7 @@ def black_hole() -> Iterator[int]:
             while len(waiting) < 16:
                 visitor = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
                 waiting.append(visitor)
-                visitor.settimeout(0.5)
+                visitor.settimeout(0.5)  # on the loopback, a handshake ends within connect()
                 try:
                     visitor.connect(address)
                 except TimeoutError:

@@ -71,6 +71,9 @@ class MasterConnection:
     def close(self) -> None:
         self._socket.close()
 
+    def fileno(self) -> int:
+        return self._socket.fileno()
+
     def shut_sending(self) -> None:
         self._socket.shutdown(socket.SHUT_WR)
 

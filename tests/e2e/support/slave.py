@@ -43,5 +43,8 @@ class SlaveConnection:
         except ConnectionResetError:
             return True
 
+    def fileno(self) -> int:
+        return self._socket.fileno()
+
     def close(self) -> None:
         self._socket.close()
