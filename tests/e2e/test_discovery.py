@@ -85,11 +85,11 @@ def test_refusing_master_is_unregistered_and_registered_again(farm, beacon_socke
         address = absent.getsockname()
         beacon = wire.master_record(wire.SCAN_REQUEST, address)
 
-        def heard_twice():
+        def registered_twice():
             beacon_socket.sendto(beacon, ("127.0.0.1", node.port))
             return node.output.count(detected(address)) >= 2
 
-        wait_until(heard_twice, "the refusing master is registered a second time")
+        wait_until(registered_twice, "the refusing master is registered a second time")
     master.expect_silence(node.status(wire.DAEMON_STATUS))
     assert not [line for line in node.quit() if line.startswith("ERROR")]
 

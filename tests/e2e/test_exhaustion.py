@@ -66,7 +66,7 @@ def crowded(make_node, make_master):
     node = make_node(flags="daemon logPrefix logJuce").serve(preexec_fn=limited)
     masters = [make_master() for _ in range(MASTERS)]
 
-    def everybody_knows():
+    def all_decided():
         announce_all(node, masters)
         connected = [
             line
@@ -75,7 +75,7 @@ def crowded(make_node, make_master):
         ]
         return len(connected) + len(turned_away(node)) == MASTERS
 
-    wait_until(everybody_knows, "every master is either connected or turned away")
+    wait_until(all_decided, "every master is either connected or turned away")
     inside = accepted(node, masters)
     outside = [master for master in masters if master not in inside]
     assert len(inside) > LIMIT / 2 and outside
@@ -101,7 +101,7 @@ def test_daemon_does_not_spin(crowded):
     begin, used = time.monotonic(), measure.cpu_seconds(node.process.pid)
     while time.monotonic() - begin < BUSY_SECONDS:
         announce_all(node, outside)
-        time.sleep(1)  # the interval of real masters' beacons
+        time.sleep(1)  # beacons once a second
     share = (measure.cpu_seconds(node.process.pid) - used) / (time.monotonic() - begin)
     assert share < IDLE_SHARE
 

@@ -81,7 +81,7 @@ def test_frame_truncated_by_disconnection(attacked, junk):
     hostile.accept()
 
 
-def test_master_sending_byte_by_byte_blocks_nobody(attacked):
+def test_master_sending_byte_by_byte_does_not_block_others(attacked):
     node, owner, hostile = attacked
     for byte in wire.frame(hostile.record(wire.SCAN_REQUEST)):
         hostile.connection.send_bytes(bytes([byte]))

@@ -34,7 +34,7 @@ def seconds_to_be_served(master, expected):
     return timed(master.expect_silence, expected)
 
 
-def test_master_that_never_reads_blocks_nobody_and_is_reconnected(farm):
+def test_master_that_never_reads_does_not_block_others_and_is_reconnected(farm):
     """A send times out after 200 ms; the daemon disconnects at its next tick and reconnects."""
     node, patient, deaf = farm(2, flags=FLAGS)
     free = node.status(wire.DAEMON_STATUS)
@@ -91,8 +91,8 @@ def test_thousands_of_refusing_masters_are_unregistered_immediately(
     farm, make_master, beacon_socket
 ):
     node, owner = farm(flags=FLAGS)
-    with refusing_socket("0.0.0.0") as nobody:
-        announce(beacon_socket, node, loopback_addresses(3000, nobody.getsockname()[1]))
+    with refusing_socket("0.0.0.0") as refusing:
+        announce(beacon_socket, node, loopback_addresses(3000, refusing.getsockname()[1]))
         assert timed(running, node, owner) < 10
         make_master().join(node)
     assert timed(node.quit) < 5
@@ -105,8 +105,8 @@ def test_thousands_of_unresponsive_masters_do_not_starve_the_others(farm, beacon
     with black_hole() as port:
         addresses = loopback_addresses(3000, port)
         announce(beacon_socket, node, addresses)
-        first_heard = daemon_line("detected new master on address %s:%u" % addresses[0])
-        node.output.wait(first_heard)
+        first_registered = daemon_line("detected new master on address %s:%u" % addresses[0])
+        node.output.wait(first_registered)
         begin = time.monotonic()
         while time.monotonic() - begin < SEVERAL_TICKS:
             assert seconds_to_be_served(other, node.status(wire.DAEMON_STATUS)) < 4
@@ -114,12 +114,13 @@ def test_thousands_of_unresponsive_masters_do_not_starve_the_others(farm, beacon
         running(node, owner, other)
         stopped(node, owner, other)
 
-        def heard_again():
+        def registered_again():
             announce(beacon_socket, node, addresses[:1])
-            return node.output.count(first_heard) > 1
+            return node.output.count(first_registered) > 1
 
         wait_until(
-            heard_again, "the first of them is forgotten after its failed attempt, and heard anew"
+            registered_again,
+            "the first one is unregistered after a failed attempt and registered again",
         )
         assert timed(node.quit) < 5
 

@@ -126,7 +126,7 @@ def test_log_file_falls_back_to_the_temporary_folder(make_node):
 def test_log_file_that_cannot_be_opened_anywhere_is_silently_skipped(make_node):
     node = make_node(flags="logToFile logForceFlush")
     node.log_file.mkdir()
-    lines = finished(node, env={**os.environ, "TMPDIR": str(node.folder / "nobody")})
+    lines = finished(node, env={**os.environ, "TMPDIR": str(node.folder / "missing")})
     assert lines[2:-3] == [NO_SLAVE, *usage(node.program)]
     assert node.errors.rest() == []
 

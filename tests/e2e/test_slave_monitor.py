@@ -20,7 +20,7 @@ def watched(farm):
     return node, owner, puppet(node, owner)
 
 
-def assert_still_heard(node, slave, after):
+def assert_still_works(node, slave, after):
     """Asserts that the connection still works: a further heartbeat is logged."""
     slave.send(bytes.fromhex(GOOD_STATUS))
     return node.output.wait(HEARTBEAT, after)
@@ -66,7 +66,7 @@ def test_invalid_record_is_logged_and_dropped(watched, record, complaint):
     slave.send(bytes.fromhex(record))
     line = node.output.wait(error_line(complaint))
     line = node.output.wait(INVALID, line)
-    assert_still_heard(node, slave, line)
+    assert_still_works(node, slave, line)
     assert node.own_lines().count(INVALID) == 1
     owner.expect_silence(node.status(wire.DAEMON_STATUS, owner))
 
@@ -84,7 +84,7 @@ def test_record_of_a_megabyte_is_rejected(watched):
     line = node.output.wait_sequence(
         [error_line("slave daemon message had invalid size (1048576)"), INVALID]
     )
-    assert_still_heard(node, slave, line)
+    assert_still_works(node, slave, line)
 
 
 @pytest.mark.parametrize("kind, name", [(3, "STOP_SLAVE"), (4, "unknown"), (5, "unknown")])
@@ -97,7 +97,7 @@ def test_record_type_that_slaves_do_not_send(watched, kind, name):
             error_line("received invalid status message from slave"),
         ]
     )
-    assert_still_heard(node, slave, line)
+    assert_still_works(node, slave, line)
     assert INVALID not in node.own_lines()
 
 
@@ -136,7 +136,7 @@ def test_heartbeats_are_logged_by_name(watched):
 def test_empty_and_negative_frames_are_ignored(watched, junk):
     node, _, slave = watched
     slave.send_bytes(bytes.fromhex(junk))
-    line = assert_still_heard(node, slave, -1)
+    line = assert_still_works(node, slave, -1)
     assert not [text for text in node.output.lines()[:line] if text.startswith("ERROR")]
 
 
@@ -165,7 +165,7 @@ def test_many_records_at_once(watched):
         "474554202f20485454502f312e310d0a0d0a",
     ],
 )
-def test_foreign_or_truncated_frame_affects_nobody_else(farm, junk):
+def test_foreign_or_truncated_frame_does_not_affect_others(farm, junk):
     node, owner, other = farm(2, plays=scenario(PUPPET))
     slave = puppet(node, owner, other)
     slave.send_bytes(bytes.fromhex(junk))
@@ -182,7 +182,7 @@ def test_second_connection_is_refused_and_the_first_survives(watched):
     stranger = SlaveConnection(node.monitor_port())
     line = node.output.wait(error_line("multiple connections requested for slave monitor"))
     assert stranger.is_closed_by_daemon()
-    assert_still_heard(node, slave, line)
+    assert_still_works(node, slave, line)
 
 
 def test_second_connection_of_a_stand_in(farm):

@@ -96,8 +96,8 @@ QUICK = [start_and_stop, steal_to_and_fro, crash, stop_before_it_runs, lose_the_
 SLOW = {10: hang_until_the_limit, 60: ignore_the_stop}
 
 
-def play_round(number, *everybody):
-    SLOW.get(number % 100, QUICK[number % len(QUICK)])(*everybody)
+def play_round(number, *node_and_masters):
+    SLOW.get(number % 100, QUICK[number % len(QUICK)])(*node_and_masters)
 
 
 def held(process):

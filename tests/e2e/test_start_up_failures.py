@@ -29,7 +29,7 @@ def test_slave_path_that_is_a_directory(make_node):
 
 def test_slave_path_that_does_not_exist(make_node):
     node = make_node(flags=None)
-    missing = programs.native_path(node.slave.parent / "nobody here")
+    missing = programs.native_path(node.slave.parent / "missing slave")
     node.start(["--port", "5130", "--slave", missing])
     assert whole_output(node) == [f'"{missing}" is not an existing file.']
 
@@ -93,7 +93,7 @@ def test_slave_that_is_not_executable(make_node):
 def test_script_whose_interpreter_is_missing(make_node):
     node = make_node(flags=None)
     node.slave.unlink()
-    node.slave.write_text("#!/nobody/here\n")
+    node.slave.write_text("#!/missing/interpreter\n")
     node.slave.chmod(0o755)
     node.start()
     assert whole_output(node) == [*INFORMATION_RUN, "failed to launch Quelta slave: 2"]
