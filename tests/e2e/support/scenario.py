@@ -3,6 +3,8 @@
 SLAVE_VERSION = 4000000
 GPUS = 1
 
+# The daemon sends nothing during an information run, so there is no event to wait for: the slave
+# stays for three of the daemon's polls, which notice that it is initialised.
 QUICK_INFORMATION = "connect\ninfo\nwait 300\nexit 0\n"
 
 # Reports, stays silent until it is considered initialised, then sends heartbeats until stopped.
