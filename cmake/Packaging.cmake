@@ -1,4 +1,4 @@
-# What cpack makes of a build: the three programs with all that an operator needs, in one folder.
+# The archive that cpack makes of a build: the programs with everything an operator needs.
 
 if(WIN32)
   set(CPACK_GENERATOR ZIP)
@@ -6,7 +6,7 @@ if(WIN32)
   set(package_newlines DOS)
   set(package_licences JUCE-modules zlib CLI11 nlohmann-json gcc-runtime mingw-w64-runtime winpthreads)
 else()
-  # zlib and the compiler's runtime are the system's own there.
+  # On Linux zlib and the compiler's runtime are the system's.
   set(CPACK_GENERATOR TGZ)
   set(package_system linux-${CMAKE_SYSTEM_PROCESSOR})
   set(package_newlines UNIX)
@@ -19,10 +19,10 @@ set(CPACK_PACKAGE_FILE_NAME ${CPACK_PACKAGE_NAME}-${PROJECT_VERSION}-${package_s
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
 
-# Programs look for their files beside themselves, so everything is in one folder.
+# The programs look for their files beside themselves, so the archive has one folder.
 install(TARGETS quelta_daemon quelta_standin_slave quelta_master RUNTIME DESTINATION .)
 
-# package_text(SOURCE FOLDER): a text, with the line ends of the system that gets it.
+# package_text(SOURCE FOLDER): adds a text with variables replaced and the system's line ends.
 function(package_text source folder)
   get_filename_component(name ${source} NAME)
   configure_file(${CMAKE_SOURCE_DIR}/${source} ${CMAKE_BINARY_DIR}/package/${folder}/${name}

@@ -1,5 +1,5 @@
-# Warnings for this project's own code; JUCE and GoogleTest are compiled without any. The presets make
-# them errors (CMAKE_COMPILE_WARNING_AS_ERROR), a plain build with another compiler does not.
+# Warnings for this project's own code; JUCE and GoogleTest are compiled without any. The presets
+# make them errors (CMAKE_COMPILE_WARNING_AS_ERROR), a plain build with another compiler does not.
 add_library(quelta_warnings INTERFACE)
 target_compile_options(quelta_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow)

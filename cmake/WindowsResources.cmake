@@ -1,4 +1,4 @@
-# What Windows knows about a program: its version and the application manifest.
+# The version and the application manifest of each program for Windows.
 
 if(WIN32)
   enable_language(RC)
@@ -17,7 +17,7 @@ function(quelta_add_windows_resources target description)
   configure_file(${CMAKE_SOURCE_DIR}/packaging/windows/program.rc.in ${folder}/program.rc @ONLY)
   set_source_files_properties(${folder}/program.rc PROPERTIES OBJECT_DEPENDS ${folder}/program.manifest)
 
-  # A library of its own, because the resource compiler does not know the program's compiler options.
+  # A separate library, because the resource compiler rejects the program's compiler options.
   add_library(${target}_resources OBJECT ${folder}/program.rc)
   target_include_directories(${target}_resources PRIVATE ${folder})
   target_sources(${target} PRIVATE $<TARGET_OBJECTS:${target}_resources>)

@@ -1,5 +1,4 @@
-# Cross-building for 64-bit Windows. The posix flavour of the compiler is needed for the
-# standard library's threads.
+# Cross-builds for 64-bit Windows. Only the posix flavour of the compiler has std::thread.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)

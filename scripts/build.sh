@@ -1,11 +1,11 @@
 # shellcheck shell=bash
-# Sourced by ./run, ./test, ./bench and scripts: configures and builds presets.
+# Sourced by ./run, ./test, ./bench and scripts/check-tidy.sh: configures and builds presets.
 
 # The sources of a build tree's cache. CMake keeps cached values when a preset changes, even those
 # that the preset no longer sets.
 preset_sources=(CMakePresets.json cmake/mingw-w64.cmake)
 
-# configure_preset PRESET: configures build/PRESET, unless that was done and its preset is unchanged.
+# configure_preset PRESET: configures build/PRESET unless it is configured and its preset unchanged.
 configure_preset() {
     local tree=build/$1 log=build/$1.configure.log sum
     sum=$(cat "${preset_sources[@]}" | sha256sum)

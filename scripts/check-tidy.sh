@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs clang-tidy on every C++ source that is compiled on Linux. A source is checked again only if it,
+# Runs clang-tidy on every C++ source that is compiled on Linux. Checks a source again only if it,
 # any header or the settings have changed.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."

@@ -1,9 +1,12 @@
 #!/usr/bin/env bash
-# Shows the daemon's main job with a stand-in slave and two console masters, a line a step.
-# Usage: demo.sh BIN_DIR. Exit status: 0 if all of it happened, 1 if not, 2 for wrong use.
+# Shows the daemon's main job with a stand-in slave and two console masters.
+#
+# usage: demo.sh BIN_DIR
+#
+# Exit status: 0 if every step succeeded, 1 if one failed, 2 for wrong use.
 set -u
 
-readonly step_limit=10  # seconds that any step may take
+readonly step_limit=10  # seconds
 readonly alias="demo"
 
 if [ $# -ne 1 ] || [ ! -d "$1" ]; then
@@ -12,7 +15,7 @@ if [ $# -ne 1 ] || [ ! -d "$1" ]; then
 fi
 
 work=$(mktemp -d) || exit 1
-declare -A running=()  # pid of everything that was started and has not been waited for -> its name
+declare -A running=()  # pid of each process that has not been reaped -> its name
 
 # Copies, because the daemon looks for its log flags beside its executable.
 for program in quelta_daemon quelta_master quelta_standin_slave; do
@@ -23,7 +26,7 @@ for program in quelta_daemon quelta_master quelta_standin_slave; do
     fi
 done
 
-# The latest first: a master gives its slave back while the daemon still listens.
+# Ends the newest process first, so that a master can give its slave back to the daemon.
 clean_up() {
     local pid
     for pid in $(printf '%s\n' "${!running[@]}" | sort -rn); do
@@ -36,7 +39,7 @@ trap clean_up EXIT
 
 say() { echo "demo: $*"; }
 
-# show LOG TEXT [COUNT]: the last lines of the log that hold the text.
+# show LOG TEXT [COUNT]: prints the last lines of the log that contain the text.
 show() { grep -F -- "$2" "$work/$1" | tail -n "${3:-1}" | sed 's/^/        /'; }
 
 fail() {
@@ -49,7 +52,7 @@ fail() {
     exit 1
 }
 
-# within SECONDS COMMAND...: tries until the command succeeds.
+# within SECONDS COMMAND...: retries the command until it succeeds or the time is up.
 within() {
     local end=$((SECONDS + $1 + 1))
     shift
@@ -59,19 +62,20 @@ within() {
     done
 }
 
-# has LOG TEXT [COUNT]: whether at least so many lines hold the text.
+# has LOG TEXT [COUNT]: succeeds if at least COUNT lines (1) contain the text.
 has() { [ "$(grep -cF -- "$2" "$work/$1")" -ge "${3:-1}" ]; }
 
 ended() { ! kill -0 "$1" 2>/dev/null; }
 ended_within() { within "$1" ended "$2"; }
 
-# expect LOG TEXT [COUNT]: waits for it and shows it.
+# expect LOG TEXT [COUNT]: waits for the text in the log and prints its lines.
 expect() {
     within "$step_limit" has "$@" || fail "\"$2\" in $1"
     show "$@"
 }
 
-# start NAME COMMAND...: in the background, output to NAME.log, pid in $started.
+# start NAME COMMAND...: starts it in the background with its output in NAME.log; its pid in
+# $started.
 start() {
     local name=$1
     shift
@@ -81,7 +85,7 @@ start() {
     running[$started]=$name
 }
 
-# expect_end PID STATUS: waits for the end of a process and checks its exit status.
+# expect_end PID STATUS: waits until the process ends and checks its exit status.
 expect_end() {
     local name=${running[$1]} status
     ended_within "$step_limit" "$1" || fail "$name to end"
@@ -106,7 +110,8 @@ start_daemon() {
         within "$step_limit" has daemon.log "start listening for masters on port $port" ||
             fail "the daemon to listen"
 
-        # Its next line would be a bind error, which a scan below finds out as well; then another port is tried.
+        # If the port is taken after all, the bind error is the daemon's next line: try the
+        # next port.
         "$work/quelta_master" scan "127.0.0.1:$port" --timeout 3 >"$work/scan.log" 2>&1 && return
         has daemon.log "failed to bind to address" || fail "the daemon to answer a scan"
         kill -TERM "$daemon"
@@ -116,7 +121,7 @@ start_daemon() {
     fail "a free port"
 }
 
-# scan TEXT: the table of the node has to hold the text.
+# scan TEXT: scans the node and fails unless the table contains the text.
 scan() {
     "$work/quelta_master" scan "$node" >"$work/scan.log" 2>&1 || fail "the scan to succeed"
     has scan.log "$1" || fail "\"$1\" in the table"
@@ -167,7 +172,7 @@ expect_end "$daemon" 0
 expect daemon.log "closing down all existing master connections"
 expect daemon.log "Stopped logging on"
 
-# The information run, the first master's slave and the second's.
+# One slave for the information run and one for each master.
 slaves=$(sed -n 's/^standin: pid: //p' "$work/daemon.log")
 [ "$(echo "$slaves" | wc -w)" -eq 3 ] || fail "three slaves to have run"
 for pid in $slaves; do

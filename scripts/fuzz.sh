@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# scripts/fuzz.sh BIN_DIR SECONDS: runs every fuzz target for so long, as many at once as there are cores.
-# New inputs stay in the build folder; those that crash are named and fail the run.
+# Runs every fuzz target, one per core at a time. New inputs stay in the build folder; an input that
+# crashes a target fails the run, which names it.
+#
+# usage: scripts/fuzz.sh BIN_DIR SECONDS, the time for each target
 set -uo pipefail
 bin=$(cd "$1" && pwd) || exit 1
 export bin seconds=$2

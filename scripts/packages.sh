@@ -1,19 +1,25 @@
-# Sourced by ./run, ./test and ./bench: installs what they lack, once and quietly.
+# shellcheck shell=bash disable=SC2034 # the lists are for the sourcing script
+# Sourced by ./run, ./test and ./bench: installs missing Debian packages.
 
 export DEBIAN_FRONTEND=noninteractive
 
-build_packages=(g++ cmake ninja-build juce-modules-source-data zlib1g-dev libcli11-dev nlohmann-json3-dev)
+build_packages=(
+    g++ cmake ninja-build juce-modules-source-data zlib1g-dev libcli11-dev nlohmann-json3-dev
+)
 test_packages=(googletest python3 python3-pytest python3-pytest-xdist iproute2)
-windows_packages=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 xvfb zip unzip locales)
+windows_packages=(
+    g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 xvfb zip unzip locales
+)
 clang_packages=(clang libclang-rt-14-dev llvm)
-lint_packages=(clang-format-14 clang-tidy-14 libspdlog-dev)
+lint_packages=(clang clang-format-14 clang-tidy-14 libspdlog-dev shellcheck black flake8 mypy)
 bench_packages=(libspdlog-dev python3)
 
 apt_lock_limit=300 # seconds
 apt_limit=3600
 
-# apt_get LOG ARGUMENT...: waits for the locks that another apt or dpkg holds, as on a machine that updates itself, and
-# says so. apt-get has DPkg::Lock::Timeout for that, but it leaves out the lock of the package lists and waits silently.
+# apt_get LOG ARGUMENT...: waits while another apt or dpkg holds a lock, as on a machine that
+# updates itself, and says so. The option DPkg::Lock::Timeout waits silently, and not for the lock
+# of the package lists.
 apt_get() {
     local log=$1 began=$SECONDS told=
     shift
@@ -25,7 +31,7 @@ apt_get() {
     done
 }
 
-# need_packages NAME...: installs those that are missing, through apt.
+# need_packages NAME...: installs the missing ones through apt, which needs root or sudo.
 need_packages() {
     local missing=() name
     for name in "$@"; do
@@ -48,7 +54,7 @@ need_packages() {
     local log
     log=$(mktemp)
     if ! apt_get "$log" update -qq || ! apt_get "$log" install -y -qq --no-install-recommends "${missing[@]}"; then
-        echo "apt-get could not install them; its last words:" >&2
+        echo "apt-get could not install them; the end of its output:" >&2
         tail -n 15 "$log" >&2
         rm -f "$log"
         return 1

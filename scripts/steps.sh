@@ -1,12 +1,13 @@
-# Sourced by ./test and other scripts: steps that are counted, and commands under a time limit.
+# shellcheck shell=bash
+# Sourced by ./test and scripts/wine_rounds.sh: counted steps, and commands under a time limit.
 
 passed=0
 failed=0
 mkdir -p build
-export QUELTA_FAILURES=$PWD/build/failures.txt # scripts add the tests that failed, a line each
+export QUELTA_FAILURES=$PWD/build/failures.txt # one line per failed step or test
 : >"$QUELTA_FAILURES"
 
-# step NAME COMMAND...: runs it and keeps count.
+# step NAME COMMAND...: runs the command and counts whether it passed.
 step() {
     local name=$1 began=$SECONDS
     shift
@@ -22,12 +23,13 @@ step() {
     fi
 }
 
-# limited [--while PID] SECONDS COMMAND...: ends everything that the command started when the time is up.
+# limited [--while PID] SECONDS COMMAND...: ends the command and everything that it started when the
+# time is up. scripts/limited.py describes the rest.
 limited() {
     /usr/bin/python3 "$(dirname "${BASH_SOURCE[0]}")/limited.py" "$@"
 }
 
-# steps_end: says what failed, and fails if anything did.
+# steps_end: lists the failures and prints the counts. CI reads the last line.
 steps_end() {
     echo
     sed 's/^/failed: /' "$QUELTA_FAILURES"

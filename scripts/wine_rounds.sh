@@ -1,7 +1,11 @@
 #!/usr/bin/env bash
-# scripts/wine_rounds.sh [ROUNDS [SECONDS]]: counts how often Wine's server dies under the Windows unit tests.
-# Runs them ROUNDS times (30), each under a new server and for at most SECONDS (900). Needs a build of the preset
-# `windows`. Exit status: 0 if every round passed, 1 if a round failed or lost the server, 2 for wrong use.
+# Counts how often Wine's server dies under the Windows unit tests.
+#
+# usage: scripts/wine_rounds.sh [ROUNDS [SECONDS]]
+# Runs the tests ROUNDS times (30), each under a new server and for at most SECONDS (900).
+# Needs a build of the preset `windows`.
+#
+# Exit status: 0 if every round passed, 1 if a round failed or lost the server, 2 for wrong use.
 set -uo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit 1
 . scripts/steps.sh
@@ -12,17 +16,18 @@ program=build/windows/bin/quelta_unit_tests.exe
 died=0 failed_rounds=0 passed_rounds=0
 
 if ! [[ $rounds =~ ^[1-9][0-9]*$ && $seconds =~ ^[1-9][0-9]*$ && -e $program ]]; then
-    sed -n '2,4s/^# //p' "$0" >&2
+    sed -n '4,6s/^# //p' "$0" >&2
     exit 2
 fi
 
 for ((round = 1; round <= rounds; round++)); do
     began=$SECONDS
     wine_begin build/windows/wine || exit 1
-    limited --while "$wine_server" "$seconds" scripts/unit_tests.sh windows wine "$program" >build/windows/round.log 2>&1
+    limited --while "$wine_server" "$seconds" \
+        scripts/unit_tests.sh windows wine "$program" >build/windows/round.log 2>&1
     status=$?
 
-    # A server that ends in order leaves its programs time to fail, so the words in its log decide.
+    # The programs may fail after a crash or before an orderly end, so the server's log decides.
     if wine_server_has_crashed; then
         died=$((died + 1))
         result="the server died: $(tail -n 1 "$WINEPREFIX/wineserver.log")"

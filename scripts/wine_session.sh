@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
-# Started by wine_begin under scripts/limited.py, which ends all of it: a virtual display, Wine's server, its desktop.
-# When they are ready, prints the display and the server's process id. Ends with the server, or on SIGTERM.
+# Runs a virtual display, Wine's server and its desktop. wine_begin starts it under
+# scripts/limited.py, which ends all of it. Prints the display and the server's process id when they
+# are ready, and ends with the server or on SIGTERM.
 #
-# All three live through the run. Without a display JUCE's message loop never delivers anything. A server that ends with
-# the last program costs seconds at every start. And the first program that needs a desktop starts it, as a process that
-# keeps the program's standard output open: a test that reads this output to its end would wait for the desktop's.
+# All three run as long as the tests. Without a display JUCE's message loop delivers nothing. A
+# server that ends with the last program costs seconds at every start. Without a desktop, the first
+# program that needs one starts it, as a process that inherits the program's standard output: a test
+# that reads this output to its end would wait for the desktop.
 set -u
 server=
 
-# The server saves the registry when it ends this way.
+# SIGINT lets the server save the registry.
 end_server() {
     trap '' TERM
     [ -z "$server" ] || { kill -INT "$server" && wait "$server"; }
@@ -16,7 +18,7 @@ end_server() {
 }
 trap end_server TERM
 
-# The X server picks a display that is free, and tells its number.
+# Xvfb picks a free display and prints its number.
 begin_display() {
     local number
     coproc display { exec Xvfb -displayfd 1 -screen 0 640x480x16 -nolisten tcp 2>"$WINEPREFIX/xvfb.log"; }
@@ -34,7 +36,7 @@ begin_server() {
     wineserver --foreground --persistent >"$WINEPREFIX/wineserver.log" 2>&1 &
     server=$!
 
-    until wineserver -k0; do # which only asks whether it is there
+    until wineserver -k0; do # signal 0 only asks whether a server runs
         kill -0 "$server" || return
         sleep 0.05
     done
@@ -44,17 +46,16 @@ set_up() {
     wine wineboot --init >/dev/null 2>&1 || return
     [ -e "$WINEPREFIX/set-up" ] && return
 
-    # A crashed program just ends: nobody is there to close a dialogue box.
+    # A crashed program must end without a dialogue box, which nothing would close.
     wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f >/dev/null &&
         wine winecfg -v win10 && touch "$WINEPREFIX/set-up"
 }
 
-# A window that nobody closes holds the desktop.
+# A window keeps the desktop alive.
 begin_desktop() {
-    local tries
     wine notepad </dev/null >/dev/null 2>&1 &
 
-    for tries in {1..600}; do
+    for _ in {1..600}; do
         desktop_is_there && return
         sleep 0.1
     done
@@ -63,14 +64,16 @@ begin_desktop() {
     return 1
 }
 
-# Its parent has ended, so it is a child of the runner, which is this shell's parent.
+# Succeeds if the desktop of this session runs. Its parent has ended, so the runner, a subreaper and
+# this shell's parent, has adopted it.
 desktop_is_there() {
-    local process stat
-    for process in $(grep -lsz '^C:.*\\explorer\.exe' /proc/[0-9]*/cmdline); do
-        read -r stat <"${process%/cmdline}/stat" || continue
-        set -- ${stat##*) }
-        [ "$2" -ne "$PPID" ] || return 0
-    done 2>/dev/null
+    local commands command stat parent
+    mapfile -t commands < <(grep -lsz '^C:.*\\explorer\.exe' /proc/[0-9]*/cmdline)
+    for command in "${commands[@]}"; do
+        read -r stat 2>/dev/null <"${command%/cmdline}/stat" || continue
+        read -r _ parent _ <<<"${stat##*) }"
+        [ "$parent" -ne "$PPID" ] || return 0
+    done
     return 1
 }
 
