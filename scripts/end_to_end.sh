@@ -1,16 +1,20 @@
 #!/usr/bin/env bash
-# scripts/end_to_end.sh SYSTEM PRESET [PYTEST ARGUMENT...]: the end-to-end tests against the programs of this preset.
-# QUELTA_PREFIX is put in front of the command, QUELTA_FAILURES names the file that takes the failed tests.
+# Runs the end-to-end tests against the programs of a preset.
+#
+# usage: scripts/end_to_end.sh SYSTEM PRESET [PYTEST ARGUMENT...]
+#
+# QUELTA_PREFIX goes in front of the command. Failed tests are added to the file QUELTA_FAILURES.
 set -uo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit 1
 system=$1
 folder=$PWD/build/$2
 shift 2
+read -ra launcher <<<"${QUELTA_PREFIX:-}"
 
-QUELTA_SYSTEM=$system QUELTA_BIN_DIR=$folder/bin \
-    ${QUELTA_PREFIX:-} /usr/bin/python3 -m pytest -q -o cache_dir="$folder/pytest_cache" "$@" tests/e2e |
+QUELTA_SYSTEM=$system QUELTA_BIN_DIR=$folder/bin "${launcher[@]}" \
+    /usr/bin/python3 -m pytest -q -o cache_dir="$folder/pytest_cache" "$@" tests/e2e |
     tee "$folder/end_to_end.log"
 status=$?
-[ "$status" -eq 0 ] ||
-    grep -ao '^\(FAILED\|ERROR\) tests/.*' "$folder/end_to_end.log" | sort -u | head -n 20 >>"${QUELTA_FAILURES:-/dev/null}"
+[ "$status" -eq 0 ] || grep -ao '^\(FAILED\|ERROR\) tests/.*' "$folder/end_to_end.log" |
+    sort -u | head -n 20 >>"${QUELTA_FAILURES:-/dev/null}"
 exit "$status"

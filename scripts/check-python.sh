@@ -1,0 +1,9 @@
+#!/usr/bin/env bash
+# Checks every Python file: format, style and types. pyproject.toml and .flake8 have the settings.
+set -uo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit 1
+status=0
+black --quiet --check . || { black --check . ; status=1; }
+flake8 || status=1
+mypy --cache-dir=build/mypy_cache || status=1
+exit "$status"
