@@ -1,4 +1,4 @@
-"""A daemon killed by force leaves no slave behind, whatever the slave was doing."""
+"""A daemon killed by force leaves no slave behind, regardless of its state."""
 
 import signal
 import time

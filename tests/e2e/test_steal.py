@@ -87,7 +87,7 @@ def test_slave_can_be_stolen_back(farm):
 
 
 def test_steal_uses_the_address_in_the_request(farm):
-    """A request that names the owner is treated as the owner's, whoever sent it."""
+    """A request that names the owner is treated as the owner's, regardless of its sender."""
     node, owner, other = farm(2)
     running(node, owner, other)
     other.request(wire.STEAL_REQUEST, address=owner.address)

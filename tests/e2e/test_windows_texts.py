@@ -1,4 +1,4 @@
-"""System texts in non-ASCII languages reach the log as UTF-8, whatever the system's code page."""
+"""System texts in non-ASCII languages reach the log as UTF-8 in every code page."""
 
 import os
 import shutil

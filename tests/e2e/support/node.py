@@ -242,7 +242,7 @@ class Node:
         return wire.Status(kind, address, owner_text, self.alias.encode()[:32], GPUS, SLAVE_VERSION)
 
     def close(self) -> None:
-        """Ends every process, whatever state the test left them in."""
+        """Ends every process, regardless of the test's outcome."""
         if self._process and self._process.poll() is None:
             if programs.ON_WINDOWS:
                 self._end_by_itself()
