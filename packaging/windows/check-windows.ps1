@@ -44,7 +44,7 @@ Check 'usage' {
 Check 'version' {
     $version = (Get-Item (Join-Path $PSScriptRoot 'quelta_daemon.exe')).VersionInfo
     $seen = "$($version.FileDescription), $($version.FileVersion), $($version.ProductVersion)"
-    Expect ($seen -eq 'Quelta Slave Daemon, 4.0.0, 4.00 XB1 (experimental build)') "the daemon's version, not: $seen"
+    Expect ($seen -eq 'Quelta Slave Daemon, @PROJECT_VERSION@, 4.00 XB1 (experimental build)') "the daemon's version, not: $seen"
     $seen
 }
 

@@ -13,9 +13,9 @@ from support import programs
 from support.limits import HANG_LIMIT
 from support.node import FLAGS_FILE
 from support.transcript import between_start_and_stop, usage
+from support.version import VERSION
 
 BUILD = programs.bin_dir().parent
-VERSION = "4.0.0"
 NAME = f"quelta-daemon-{VERSION}-" + ("win64" if programs.ON_WINDOWS else "linux-x86_64")
 ARCHIVE = NAME + (".zip" if programs.ON_WINDOWS else ".tar.gz")
 

@@ -7,6 +7,7 @@ from xml.etree import ElementTree
 import pytest
 
 from support import programs
+from support.version import VERSION
 
 pytestmark = pytest.mark.windows_only("reads files in the format of Windows programs")
 
@@ -67,12 +68,13 @@ def test_programs_use_the_console_subsystem(name):
 @every_program
 def test_version_resource(name):
     resources = tool("windres", "-J", "coff", "-O", "rc", str(programs.bin_dir() / name))
-    assert re.search(r"FILEVERSION 4, 0, 0, 0\s", resources)
+    numbers = VERSION.replace(".", ", ")
+    assert re.search(rf"FILEVERSION {numbers}, 0\s", resources)
     values = dict(re.findall(r'VALUE "(\w+)", "(.*)"', resources))
     assert values == {
         "CompanyName": "Quelta",
         "FileDescription": DESCRIPTIONS[name],
-        "FileVersion": "4.0.0",
+        "FileVersion": VERSION,
         "InternalName": name.removesuffix(".exe"),
         "OriginalFilename": name,
         "ProductName": "Quelta",
@@ -98,4 +100,4 @@ def test_manifest(name):
         (SETTINGS + "longPathAware", "true")
     ]
     (identity,) = manifest.findall(ASSEMBLY + "assemblyIdentity")
-    assert identity.get("version") == "4.0.0.0"
+    assert identity.get("version") == VERSION + ".0"
