@@ -71,7 +71,9 @@ MIN_RATIO, MAX_RATIO = 0.1, 10.0  # ratios at the ends of the scale
 
 
 def x_of(ratio: float) -> float:
-    share = math.log(min(max(ratio, MIN_RATIO), MAX_RATIO) / MIN_RATIO) / math.log(MAX_RATIO / MIN_RATIO)
+    share = math.log(min(max(ratio, MIN_RATIO), MAX_RATIO) / MIN_RATIO) / math.log(
+        MAX_RATIO / MIN_RATIO
+    )
     return TEXT_WIDTH + share * BAR_WIDTH
 
 

@@ -159,8 +159,10 @@ def test_launch_error_is_tagged(make_node):
 
 @pytest.mark.linux_only("limits the descriptors of a Linux process")
 def test_start_without_a_descriptor_for_the_quit_pipe_is_an_error(make_node):
-    """Signals then have their default effect: better than none, but the administrator has to know."""
-    node = make_node(flags="logPrefix", plays=scenario(information="connect\ninfo\nwait 1000\nexit 0"))
+    """Signals then have their default effect, which the administrator has to know."""
+    node = make_node(
+        flags="logPrefix", plays=scenario(information="connect\ninfo\nwait 1000\nexit 0")
+    )
     node.start()
     node.slave_report(f"sending SLAVE_INFO, version {SLAVE_VERSION}, GPUs {GPUS}")
     resource.prlimit(node.process.pid, resource.RLIMIT_NOFILE, (STANDARD_STREAMS, STANDARD_STREAMS))

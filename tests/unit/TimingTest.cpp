@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "app/SlaveJudgement.h"
-
 namespace quelta::test {
 namespace {
 
@@ -17,15 +15,6 @@ TEST(TimingTest, IntervalsAndTimeoutsAreAsDocumented)
     EXPECT_EQ(timing::slavePollMs, 100);
     EXPECT_EQ(timing::informationPollMs, 100);
     EXPECT_EQ(timing::failureNotificationPollMs, 100);
-}
-
-TEST(TimingTest, TimeLimitsOfSlavesAreAsDocumented)
-{
-    const SlaveTimeLimits limits;
-    EXPECT_EQ(limits.startup, 10'000u);
-    EXPECT_EQ(limits.afterInitialisation, 4'000u);
-    EXPECT_EQ(limits.heartBeat, 10'000u);
-    EXPECT_EQ(limits.gracefulStop, 12'000u);
 }
 
 } // namespace
