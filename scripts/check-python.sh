@@ -3,7 +3,7 @@
 set -uo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit 1
 status=0
-black --quiet --check . || { black --check . ; status=1; }
+black --quiet --check . || { black --check .; status=1; }
 flake8 || status=1
-mypy --cache-dir=build/mypy_cache || status=1
+mypy || status=1
 exit "$status"

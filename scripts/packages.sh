@@ -54,7 +54,7 @@ need_packages() {
     local log
     log=$(mktemp)
     if ! apt_get "$log" update -qq || ! apt_get "$log" install -y -qq --no-install-recommends "${missing[@]}"; then
-        echo "apt-get could not install them; the end of its output:" >&2
+        echo "apt-get could not install them; its last words:" >&2
         tail -n 15 "$log" >&2
         rm -f "$log"
         return 1
