@@ -23,7 +23,7 @@ TOO_LONG = f"comment over {COLUMNS} columns"
 
 
 def check_cpp(lines: list[str]) -> Iterator[tuple[int, str]]:
-    opening: int | None = None  # the column of the block comment that is open
+    opening: int | None = None  # the column of the open block comment
     for number, line in enumerate(lines, 1):
         text = line.strip()
         in_block = opening is not None
