@@ -1,8 +1,8 @@
 // The log: hands each finished line of text to every enabled sink.
 //
 // Any thread may log. A line is built on the caller's stack without allocation and then given to
-// all sinks under one lock: lines never mix, and every sink sees the same order. There are no sinks
-// before initLog and after shutdownLog; log calls are silent then.
+// all sinks under one lock: lines never mix, and every sink sees the same order. There are no
+// sinks before initLog and after shutdownLog; log calls are silent then.
 #pragma once
 
 #include <array>
@@ -62,7 +62,8 @@ bool addLogSink(LogSink sink);
 void flushLog();
 
 /** Starts logging: reads the flags file in `folder`, adds the chosen sinks, logs the first lines.
-    `folder` is a full path in UTF-8. Message thread; a flush timer needs JUCE's message manager. */
+    `folder` is a full path in UTF-8. Message thread; a flush timer needs JUCE's message
+    manager. */
 void initLog(const char* folder);
 
 /** Logs the last lines, removes the sinks and closes the log file. Message thread. */
@@ -82,12 +83,14 @@ public:
         void timerCallback() override;
     };
 
-    /** Returns the only instance. Never destroyed: threads of JUCE may log until the process ends. */
+    /** Returns the only instance. Never destroyed: threads of JUCE may log until the process
+        ends. */
     static Log& get();
 
     Log(const Log&) = delete;
     Log& operator=(const Log&) = delete;
 
+    // Behind initLog, shutdownLog, addLogSink and flushLog.
     void start(const char* folder);
     void stop();
     bool addSink(LogSink sink);

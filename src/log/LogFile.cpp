@@ -63,8 +63,9 @@ void LogFile::append(std::string_view line)
         writeOut(line, "\n");
 }
 
-/** Writes whole lines. The line end is separate so that a long line need not be copied. If the disk
-    is full, removes the beginning of a line again, so that the next line does not continue it. */
+/** Writes whole lines. The line end is separate so that a long line need not be copied. If the
+    disk is full, removes the beginning of a line again, so that the next line does not continue
+    it. */
 void LogFile::writeOut(std::string_view text, std::string_view lineEnd)
 {
     auto written = output.write(text.data(), text.size());

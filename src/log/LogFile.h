@@ -44,8 +44,8 @@ private:
 
     FileName fileName;
 
-    /** `fileName`, converted in advance: converting an invalid name logs an error, which a sink
-        must not do. */
+    /** `fileName`, converted in advance: converting an invalid name logs an error, which would call
+        writeLine again. */
     juce::File file;
 
     platform::OutputFile output;

@@ -51,7 +51,8 @@ void LogLine::writeTime()
     writeCharacter(' ');
 }
 
-/** Writes the first ten characters, padded with blanks, then ": "; only blanks without a prefix. */
+/** Writes the first ten characters, padded with blanks, then ": "; only blanks without a
+    prefix. */
 void LogLine::writePrefix(const char* prefix)
 {
     constexpr size_t maxPrefixLength = 10;

@@ -27,8 +27,10 @@ bool DaemonNetworkThread::MasterConnection::connectToMaster()
         return true;
 
     const bool timedOut = juce::Time::getMillisecondCounter() - began >= timing::connectTimeoutMs;
+    const auto failure =
+        timedOut ? platform::ConnectFailure::timedOut : platform::ConnectFailure::other;
     QUELTA_LOG_DAEMON("could not connect to master %s: %s", formatAddress(address).c_str(),
-                      platform::connectErrorText(address.ip, address.port, timedOut).c_str());
+                      platform::connectErrorText(address.ip, address.port, failure).c_str());
     return false;
 }
 

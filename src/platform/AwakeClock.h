@@ -1,18 +1,18 @@
-// A clock that stands still while the machine sleeps. The slave sleeps with its daemon, so the time
-// asleep is no silence of the slave's.
+// A clock that stops while the machine sleeps. The slave sleeps as well, so this time must not
+// count as silence of the slave.
 #pragma once
 
 #include <cstdint>
 
 namespace quelta::platform {
 
-/** Milliseconds from some moment before this process began, without those that the machine slept.
-    Any thread, signal handlers included. */
+/** Returns milliseconds since some moment before this process started, time asleep excluded. Any
+    thread; async-signal-safe. */
 int64_t getAwakeMilliseconds();
 
 using AwakeClock = int64_t (*)();
 
-/** Lets a test say what time it is; null brings the system's clock back. */
+/** Replaces the clock in a test; null restores the system's. */
 void setAwakeClock(AwakeClock replacement);
 
 } // namespace quelta::platform

@@ -7,7 +7,7 @@ namespace quelta::platform {
 
 namespace {
 
-/** CLOCK_BOOTTIME is the clock that goes on while the machine sleeps. */
+/** Unlike CLOCK_BOOTTIME, this clock stops while the machine sleeps. */
 int64_t readMonotonicClock()
 {
     timespec now{};
@@ -15,19 +15,19 @@ int64_t readMonotonicClock()
     return int64_t{now.tv_sec} * 1'000 + now.tv_nsec / 1'000'000;
 }
 
-std::atomic<AwakeClock> awakeClock{readMonotonicClock};
+std::atomic<AwakeClock> activeClock{readMonotonicClock};
 static_assert(std::atomic<AwakeClock>::is_always_lock_free);
 
 } // namespace
 
 int64_t getAwakeMilliseconds()
 {
-    return awakeClock.load()();
+    return activeClock.load()();
 }
 
 void setAwakeClock(AwakeClock replacement)
 {
-    awakeClock = replacement != nullptr ? replacement : readMonotonicClock;
+    activeClock = replacement != nullptr ? replacement : readMonotonicClock;
 }
 
 } // namespace quelta::platform

@@ -8,9 +8,9 @@ namespace quelta::platform {
 
 namespace {
 
-constexpr ULONGLONG unitsPerMillisecond = 10'000; ///< The system counts units of 100 ns.
+constexpr ULONGLONG unitsPerMillisecond = 10'000; ///< Windows counts units of 100 ns.
 
-/** Every other clock of the system goes on while the machine sleeps. */
+/** The only clock of Windows that stops while the machine sleeps. */
 int64_t readUnbiasedTime()
 {
     ULONGLONG now = 0;
@@ -18,18 +18,18 @@ int64_t readUnbiasedTime()
     return static_cast<int64_t>(now / unitsPerMillisecond);
 }
 
-std::atomic<AwakeClock> awakeClock{readUnbiasedTime};
+std::atomic<AwakeClock> activeClock{readUnbiasedTime};
 
 } // namespace
 
 int64_t getAwakeMilliseconds()
 {
-    return awakeClock.load()();
+    return activeClock.load()();
 }
 
 void setAwakeClock(AwakeClock replacement)
 {
-    awakeClock = replacement != nullptr ? replacement : readUnbiasedTime;
+    activeClock = replacement != nullptr ? replacement : readUnbiasedTime;
 }
 
 } // namespace quelta::platform

@@ -1,7 +1,7 @@
-// The render slave as a process of the system.
+// The render slave as a child process.
 //
-// One object is one launch. All calls come from the thread that launched, which has to outlive the
-// process: where the system kills a child whose parent died, it goes by that thread.
+// An object stands for one launch. The launching thread makes all calls and must outlive the
+// child: Linux sends the parent-death signal when that thread ends, not when the process does.
 #pragma once
 
 #include <cstdint>
@@ -21,28 +21,26 @@ public:
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    /** Starts `executable` with `commandLine` (its first word is the name that the child sees), in
-        the executable's folder, with the daemon's environment and standard streams and nothing else
-        of it. Returns 0, or the system's error number. The system kills the child if this process
-        dies, unless getJobError() says otherwise. */
+    /** Starts `executable` with `commandLine`, whose first word becomes the child's argv[0]. The
+        child runs in the executable's folder. It inherits the daemon's environment and standard
+        streams, but no other descriptor or handle. Returns 0, or the system's error number. The
+        system kills the child if this process dies, unless getJobError() says otherwise. */
     int launch(const juce::File& executable, const juce::String& commandLine);
 
     /** Why Windows refused to put the child into the job that ends with this process: the system's
         error number. Such a child outlives a killed daemon. 0 otherwise, and always on Linux. */
     int getJobError() const;
 
-    /** Whether the process has not ended yet. */
     bool isRunning();
 
-    /** The system's number of the launched process, for logs. */
+    /** Returns the process ID, for logs. */
     uint32_t getId() const;
 
-    /** How a process that is no longer running has ended, such as "exit status 3" or "signal 9
-        (Killed)". */
+    /** Describes how the process has ended, such as "exit status 3" or "signal 9 (Killed)". */
     std::string describeEnd() const;
 
-    /** Ends the process by force; returns within half a second, even if the system cannot end it
-        now. */
+    /** Kills the process. Returns within half a second, even if the system cannot end the process
+        yet. */
     void kill();
 
 private:
@@ -50,7 +48,7 @@ private:
     std::unique_ptr<Handle> handle;
 };
 
-/** Lets go of killed children that had not ended when they were given up. Any thread; cheap. */
+/** Reaps killed children that outlived kill(). Any thread; cheap. */
 void reapKilledChildren();
 
 } // namespace quelta::platform

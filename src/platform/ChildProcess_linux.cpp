@@ -20,9 +20,10 @@ namespace quelta::platform {
 
 namespace {
 
-constexpr juce::uint32 longestReapMs = 500;
+constexpr juce::uint32 reapTimeoutMs = 500;
 
-/** Children that were killed but had not ended in time, such as one stuck in a driver. */
+/** Killed children that did not end before the time-out, for example because a driver blocks
+    them. */
 struct KilledChildren
 {
     juce::CriticalSection lock; ///< Guards `pids`.
@@ -51,10 +52,11 @@ sigset_t findIgnoredSignals() noexcept
     return ignored;
 }
 
-/** What the process inherited, such as nohup's SIGHUP; read before main, which ignores more. */
+/** The signals that were ignored when the process started, such as nohup's SIGHUP. Read before
+    main, which ignores more. */
 const sigset_t ignoredAtStart = findIgnoredSignals();
 
-/** Everything that the child needs between fork and exec, where nothing may be allocated. */
+/** Everything that the child needs between fork and exec, where it must not allocate. */
 struct ChildPlan
 {
     ChildPlan(const juce::File& executable, const juce::String& commandLine)
@@ -73,21 +75,21 @@ struct ChildPlan
     std::vector<std::string> arguments;
     std::vector<char*> argv;
     pid_t parent = getpid();
-    int highestDescriptor = static_cast<int>(sysconf(_SC_OPEN_MAX));
-    int errorPipe = -1; ///< Closed by a successful exec; otherwise carries the error number.
+    int maxDescriptors = static_cast<int>(sysconf(_SC_OPEN_MAX));
+    int errorPipe = -1; ///< Carries the error number of a failed exec; a successful exec closes it.
 };
 
-void closeOnExecAboveStandardStreams(int highestDescriptor)
+void closeOnExecAboveStandardStreams(int maxDescriptors)
 {
     if (syscall(SYS_close_range, STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0)
         return;
 
-    for (int descriptor = STDERR_FILENO + 1; descriptor < highestDescriptor; ++descriptor)
+    for (int descriptor = STDERR_FILENO + 1; descriptor < maxDescriptors; ++descriptor)
         fcntl(descriptor, F_SETFD, FD_CLOEXEC);
 }
 
-/** Undoes what this process and JUCE have set. A signal that was ignored from the start stays
-    ignored: under nohup the slave survives a hang-up as the daemon does. */
+/** Undoes the signal handling of this process and of JUCE. Signals that were ignored from the
+    start stay ignored: under nohup the slave survives a hang-up, like the daemon. */
 void restoreInheritedSignals(const sigset_t& mask)
 {
     for (int number = 1; number < NSIG; ++number)
@@ -100,15 +102,15 @@ void restoreInheritedSignals(const sigset_t& mask)
     sigprocmask(SIG_SETMASK, &mask, nullptr);
 }
 
-/** The child's side of the fork: async-signal-safe calls only, and nothing written to but this
-    frame, since the memory is still the daemon's. A frame of its own for the same reason. */
+/** Runs in the child after vfork, which shares the daemon's memory: makes async-signal-safe calls
+    only. noinline: the child may write only to its own frame. */
 [[noreturn, gnu::noinline]] void becomeSlave(const ChildPlan& plan, const sigset_t& mask)
 {
     restoreInheritedSignals(mask);
-    closeOnExecAboveStandardStreams(plan.highestDescriptor);
+    closeOnExecAboveStandardStreams(plan.maxDescriptors);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
 
-    // The daemon may have died before the request above.
+    // The daemon may have died before prctl: no signal will arrive.
     if (getppid() != plan.parent)
         _exit(0);
 
@@ -120,7 +122,7 @@ void restoreInheritedSignals(const sigset_t& mask)
     _exit(127);
 }
 
-/** The number that a failed exec reported, or 0 once exec has closed the pipe. */
+/** Waits for exec. Returns 0, or the error number with which exec failed. */
 int readExecError(int pipe)
 {
     int error = 0;
@@ -133,9 +135,9 @@ int readExecError(int pipe)
     return count == static_cast<ssize_t>(sizeof(error)) ? error : 0;
 }
 
-/** Forks with every signal blocked, so that no handler of the daemon runs in the child. By vfork,
-    which lets the child borrow the memory until it has its own: a copy of what the threads of a
-    thousand connections have mapped would take 50 ms, and hold all of them up. */
+/** Forks with all signals blocked, so that no handler of the daemon runs in the child. vfork
+    shares the memory until exec: with a thousand connection threads, fork would stall them all for
+    50 ms while it copies the page tables. */
 pid_t forkWithSignalsBlocked(const ChildPlan& plan, int& error)
 {
     sigset_t all;
@@ -153,8 +155,8 @@ pid_t forkWithSignalsBlocked(const ChildPlan& plan, int& error)
     return pid;
 }
 
-/** Reaps the child if it has ended; `status` is then what waitpid tells, or stays as it is if somebody else
- * has reaped it. */
+/** Reaps the child if it has ended. Sets `status` to waitpid's, or leaves it unchanged if the
+    child has already been reaped elsewhere. */
 bool reap(pid_t pid, int& status)
 {
     const auto result = waitpid(pid, &status, WNOHANG);
@@ -171,9 +173,9 @@ bool hasEnded(pid_t pid)
 
 struct ChildProcess::Handle
 {
-    pid_t pid = 0;  ///< 0 when there is no child that still has to be waited for.
-    pid_t id = 0;   ///< The same, kept for the log.
-    int status = 0; ///< As waitpid told it, once the child has ended.
+    pid_t pid = 0;  ///< 0 if there is no child to reap.
+    pid_t id = 0;   ///< The child's PID even after it has been reaped, for logs.
+    int status = 0; ///< From waitpid, once the child has ended.
 };
 
 ChildProcess::ChildProcess() : handle(std::make_unique<Handle>()) {}
@@ -215,7 +217,7 @@ int ChildProcess::launch(const juce::File& executable, const juce::String& comma
 
 int ChildProcess::getJobError() const
 {
-    return 0; // the child has asked for its parent-death signal itself
+    return 0; // there are no jobs; the child has requested its parent-death signal
 }
 
 bool ChildProcess::isRunning()
@@ -250,7 +252,7 @@ void ChildProcess::kill()
 
     const auto killedAt = juce::Time::getMillisecondCounter();
 
-    while (isRunning() && juce::Time::getMillisecondCounter() - killedAt < longestReapMs)
+    while (isRunning() && juce::Time::getMillisecondCounter() - killedAt < reapTimeoutMs)
         juce::Thread::sleep(1);
 
     if (handle->pid == 0)

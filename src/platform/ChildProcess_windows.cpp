@@ -14,9 +14,8 @@ std::vector<wchar_t> toWritableUtf16(const juce::String& text)
     return {begin, begin + wcslen(begin) + 1};
 }
 
-/** Null if the system refuses it. A member may start a process outside the job by asking for
-    that. */
-HANDLE createJobThatEndsWithItsHandle()
+/** Returns null on failure. Members may start processes outside the job, but only explicitly. */
+HANDLE createKillOnCloseJob()
 {
     JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
     limits.BasicLimitInformation.LimitFlags =
@@ -33,25 +32,25 @@ HANDLE createJobThatEndsWithItsHandle()
     return nullptr;
 }
 
-/** A job whose members end with its only handle. The handle is never closed, so the system closes
-    it when this process ends, however that comes about. This process is a member itself, and so is
-    all that it starts, from its first moment on. */
+/** A job that kills its members when its only handle is closed. The daemon never closes the
+    handle, so Windows does when the daemon ends, for whatever reason. The daemon joins the job
+    itself: its children then belong to the job from the moment they are created. */
 struct JobOfSlaves
 {
-    /** Adds a slave by itself if this process could not join, because the job in which it was
-        started forbids further jobs. Returns 0, or the system's error number. */
-    DWORD take(HANDLE slave) const
+    /** Adds `slave`, unless it is a member through this process. This process cannot join if it
+        runs in a job that forbids nesting. Returns 0, or the system's error number. */
+    DWORD add(HANDLE slave) const
     {
         if (hasThisProcess || AssignProcessToJobObject(job, slave) != FALSE)
             return 0;
 
         const auto error = GetLastError();
 
-        // A slave that has ended can join no job and needs none.
+        // A slave that has ended cannot join a job and need not.
         return WaitForSingleObject(slave, 0) == WAIT_OBJECT_0 ? 0 : error;
     }
 
-    const HANDLE job = createJobThatEndsWithItsHandle();
+    const HANDLE job = createKillOnCloseJob();
     const bool hasThisProcess = AssignProcessToJobObject(job, GetCurrentProcess()) != FALSE;
 };
 
@@ -66,8 +65,8 @@ struct ChildProcess::Handle
 
 ChildProcess::ChildProcess() : handle(std::make_unique<Handle>()) {}
 
-// Neither the process's handle nor that of its first thread is ever closed; two handles a launch
-// are the price.
+// The handles of the process and of its first thread are deliberately never closed, which costs
+// two handles a launch.
 ChildProcess::~ChildProcess()
 {
     if (isRunning())
@@ -76,7 +75,7 @@ ChildProcess::~ChildProcess()
 
 int ChildProcess::launch(const juce::File& executable, const juce::String& commandLine)
 {
-    static const JobOfSlaves slavesEndWithThisProcess;
+    static const JobOfSlaves jobOfSlaves;
 
     const auto path = toWritableUtf16(executable.getFullPathName());
     const auto folder = toWritableUtf16(executable.getParentDirectory().getFullPathName());
@@ -91,12 +90,12 @@ int ChildProcess::launch(const juce::File& executable, const juce::String& comma
 
     if (created == FALSE || process.hProcess == nullptr)
     {
-        // The callers take 0 for a success.
+        // Some failures leave the error number 0, which means success to callers.
         const auto error = GetLastError();
         return static_cast<int>(error != 0 ? error : ERROR_GEN_FAILURE);
     }
 
-    handle->jobError = slavesEndWithThisProcess.take(process.hProcess);
+    handle->jobError = jobOfSlaves.add(process.hProcess);
     handle->process = process.hProcess;
     handle->id = process.dwProcessId;
     return 0;
@@ -124,7 +123,7 @@ std::string ChildProcess::describeEnd() const
     DWORD exitCode = 0;
     GetExitCodeProcess(handle->process, &exitCode);
 
-    // Windows numbers the faults that end a process from here on, and everybody knows them in
+    // From here on exit codes are NTSTATUS codes of fatal exceptions, usually written in
     // hexadecimal.
     constexpr DWORD firstFault = 0x80000000;
     const auto number = static_cast<juce::int64>(exitCode);
@@ -141,7 +140,7 @@ void ChildProcess::kill()
 
 void reapKilledChildren()
 {
-    // An ended process needs nobody to wait for it here.
+    // Windows has no zombies to reap.
 }
 
 } // namespace quelta::platform

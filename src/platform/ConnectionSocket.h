@@ -1,8 +1,7 @@
-// A second view of the socket of a JUCE connection, whose reader thread may close it at any time.
-// Nothing is read or written.
+// Watches and shuts down the socket of a JUCE connection, whose reader thread may close it at any
+// time. Never reads or writes.
 //
-// attach, look and shutDown are called by the connection's owner, detach by the reader or the
-// owner.
+// The connection's owner calls attach, look and shutDown; the owner or the reader calls detach.
 #pragma once
 
 #include <cstdint>
@@ -21,25 +20,27 @@ public:
     ConnectionSocket(const ConnectionSocket&) = delete;
     ConnectionSocket& operator=(const ConnectionSocket&) = delete;
 
-    /** What waits to be read. */
+    /** The unread input of the socket. */
     struct Input
     {
-        bool pending = false; ///< Bytes, the end of the stream or an error.
-        uint64_t bytesTaken =
-            0; ///< Bytes that the program has read so far, if `pending`; 0 if the system does not tell.
+        /** Whether bytes, the end of the stream or an error wait to be read. */
+        bool pending = false;
+
+        /** How many bytes the program has read so far. 0 unless `pending`, and always on
+            Windows. */
+        uint64_t bytesTaken = 0;
     };
 
-    /** Views the open socket with this native handle from now on. */
+    /** Starts watching the open socket with this handle. */
     void attach(SocketHandle socketHandle);
 
-    /** Ends the view. */
+    /** Stops watching. */
     void detach();
 
     Input look() const;
 
-    /** Ends the traffic in both directions, so that a reader that waits on the socket leaves.
-        Returns false if there is no need to: nothing is attached, or closing the socket does it in
-        this order by itself. */
+    /** Shuts both directions down, which wakes a waiting reader. Returns false if nothing is
+        attached, and on Linux, where JUCE's close() shuts the socket down first. */
     bool shutDown();
 
 private:

@@ -12,16 +12,16 @@ namespace quelta::platform {
 
 namespace {
 
-constexpr int none = -1;
+constexpr int noHandle = -1;
 
 } // namespace
 
-/** JUCE's own number, not a duplicate, which would cost every master a second descriptor. Should
-    the reader have closed it and another socket have got it, a look at that one does no harm: the
-    connection is over and its next tick replaces it. */
+/** Holds JUCE's own descriptor: a duplicate would cost every master a second one. If the reader
+    has closed the descriptor and another socket reuses it, looking at that socket is harmless: the
+    connection has ended, and the next tick replaces it. */
 struct ConnectionSocket::View
 {
-    std::atomic<int> handle{none};
+    std::atomic<int> handle{noHandle};
 };
 
 ConnectionSocket::ConnectionSocket() : view(std::make_unique<View>()) {}
@@ -35,13 +35,13 @@ void ConnectionSocket::attach(SocketHandle socketHandle)
 
 void ConnectionSocket::detach()
 {
-    view->handle = none;
+    view->handle = noHandle;
 }
 
 ConnectionSocket::Input ConnectionSocket::look() const
 {
     const int handle = view->handle;
-    pollfd looked{handle, POLLIN, 0}; // poll passes over a negative number
+    pollfd looked{handle, POLLIN, 0}; // poll ignores negative descriptors
 
     if (poll(&looked, 1, 0) <= 0)
         return {};
@@ -56,7 +56,7 @@ ConnectionSocket::Input ConnectionSocket::look() const
 
 bool ConnectionSocket::shutDown()
 {
-    return false; // JUCE shuts a socket down, waits for its reader and only then closes it
+    return false; // JUCE shuts the socket down and waits for its reader before it closes it
 }
 
 } // namespace quelta::platform

@@ -6,8 +6,8 @@
 
 namespace quelta::platform {
 
-/** A duplicate: JUCE closes its own handle while the reader may be waiting on it, and Windows gives the
- * number away at once. */
+/** Holds a duplicate: JUCE may close its own handle while the reader waits on it, and Windows
+    reuses the number at once. */
 struct ConnectionSocket::View
 {
     std::mutex lock; ///< Guards `socket`.

@@ -1,5 +1,5 @@
-// The console behind the standard streams. A real console takes UTF-16 from Windows; everything
-// else (a file, a pipe, any terminal of another system) takes bytes through the standard library.
+// The console behind the standard streams. A Windows console takes UTF-16; everything else (a
+// file, a pipe, a Linux terminal) takes bytes through the standard library.
 #pragma once
 
 #include <string>
@@ -19,29 +19,29 @@ class Console
 public:
     virtual ~Console() = default;
 
-    /** Whether the stream is attached to such a console, asked anew for every line. */
+    /** Whether the stream is attached to such a console. Called for every line. */
     virtual bool isRealConsole(StandardStream stream) = 0;
 
     /** Writes all of `text`, NULs included. */
     virtual void write(StandardStream stream, std::u16string_view text) = 0;
 };
 
-/** The console in force: the system's, unless a test has put another in its place. */
+/** Returns the active console: the system's, unless a test has replaced it. */
 Console& getConsole();
 
-/** Puts another console in force; null brings the system's back. For tests, before anything is
-    logged. */
+/** Replaces the active console in a test; null restores the system's. Only while no thread
+    logs. */
 void setConsole(Console* replacement);
 
-/** Keeps a click into the console from stopping the daemon: while text is selected there, Windows
-    blocks every write, and with the writer all threads that log. Does nothing unless standard input
-    is a console. An event that ends the process without order restores the console, too. */
+/** Disables text selection by mouse (QuickEdit): while text is selected, Windows blocks all writes
+    to the console, and with them all threads that log. No-op unless standard input is a console.
+    Console events that end the process restore the selection. */
 void disableConsoleSelection();
 
-/** Gives the console back its mode. */
+/** Restores the console's mode. Idempotent. */
 void restoreConsoleSelection();
 
-/** UTF-8 to UTF-16 as the system converts it, with the terminating NUL as the last character. */
+/** Converts UTF-8 to UTF-16 as the system does. The last character is the terminating NUL. */
 std::u16string toTerminatedUtf16(const char* utf8);
 
 } // namespace quelta::platform

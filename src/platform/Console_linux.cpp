@@ -1,12 +1,12 @@
-#include <juce_core/juce_core.h>
-
 #include "platform/Console.h"
+
+#include <juce_core/juce_core.h>
 
 namespace quelta::platform {
 
 namespace {
 
-/** A terminal here takes bytes like any file. */
+/** Terminals take bytes, like files. */
 class NoConsole final : public Console
 {
 public:
@@ -14,19 +14,19 @@ public:
     void write(StandardStream, std::u16string_view) override {}
 };
 
-Console* consoleInForce = nullptr;
+Console* activeConsole = nullptr;
 
 } // namespace
 
 Console& getConsole()
 {
     static NoConsole none;
-    return consoleInForce != nullptr ? *consoleInForce : none;
+    return activeConsole != nullptr ? *activeConsole : none;
 }
 
 void setConsole(Console* replacement)
 {
-    consoleInForce = replacement;
+    activeConsole = replacement;
 }
 
 void disableConsoleSelection() {}

@@ -8,7 +8,7 @@ namespace quelta::platform {
 
 namespace {
 
-HANDLE handleOf(StandardStream stream)
+HANDLE getHandle(StandardStream stream)
 {
     return GetStdHandle(stream == StandardStream::error ? STD_ERROR_HANDLE : STD_OUTPUT_HANDLE);
 }
@@ -19,26 +19,26 @@ public:
     bool isRealConsole(StandardStream stream) override
     {
         CONSOLE_SCREEN_BUFFER_INFO info;
-        return GetConsoleScreenBufferInfo(handleOf(stream), &info) != FALSE;
+        return GetConsoleScreenBufferInfo(getHandle(stream), &info) != FALSE;
     }
 
     void write(StandardStream stream, std::u16string_view text) override
     {
         DWORD written = 0;
-        WriteConsoleW(handleOf(stream), text.data(), static_cast<DWORD>(text.size()), &written,
+        WriteConsoleW(getHandle(stream), text.data(), static_cast<DWORD>(text.size()), &written,
                       nullptr);
     }
 };
 
-Console* consoleInForce = nullptr;
+Console* activeConsole = nullptr;
 
-/** The input mode to restore, with the flag without which the selection bit is not looked at; 0 for
-    none. */
+/** The console's input mode, with the flag that makes Windows apply the selection bit; 0 if there
+    is nothing to restore. */
 std::atomic<DWORD> modeToRestore{0};
 
-/** Handlers are asked in the reverse order of their registration, so this early one sees only an
-    event that is about to end the process. */
-BOOL WINAPI restoreBeforeTheEnd(DWORD)
+/** Windows calls the handler that was registered last first. This one is registered first, so it
+    sees only events that no other handler has handled, and that end the process. */
+BOOL WINAPI restoreBeforeForcedEnd(DWORD)
 {
     restoreConsoleSelection();
     return FALSE;
@@ -49,12 +49,12 @@ BOOL WINAPI restoreBeforeTheEnd(DWORD)
 Console& getConsole()
 {
     static WindowsConsole systemConsole;
-    return consoleInForce != nullptr ? *consoleInForce : systemConsole;
+    return activeConsole != nullptr ? *activeConsole : systemConsole;
 }
 
 void setConsole(Console* replacement)
 {
-    consoleInForce = replacement;
+    activeConsole = replacement;
 }
 
 void disableConsoleSelection()
@@ -66,7 +66,7 @@ void disableConsoleSelection()
         return;
 
     modeToRestore = mode | ENABLE_EXTENDED_FLAGS;
-    SetConsoleCtrlHandler(restoreBeforeTheEnd, TRUE);
+    SetConsoleCtrlHandler(restoreBeforeForcedEnd, TRUE);
     SetConsoleMode(input, (mode | ENABLE_EXTENDED_FLAGS) & ~DWORD{ENABLE_QUICK_EDIT_MODE});
 }
 

@@ -1,10 +1,9 @@
-// Where a debugger or the system listens for a program's messages.
+// Output for debuggers (Windows) or the system log (Linux).
 #pragma once
 
 namespace quelta::platform {
 
-/** Sends one line, UTF-8 without a line end: to the debugger on Windows, to the system log
-    elsewhere. */
+/** Sends a line: UTF-8, without a line end. */
 void writeDebugLine(const char* line);
 
 } // namespace quelta::platform

@@ -1,6 +1,6 @@
-#include <syslog.h>
-
 #include "platform/DebugOutput.h"
+
+#include <syslog.h>
 
 namespace quelta::platform {
 

@@ -1,11 +1,11 @@
-// Keeps an idle machine from going to sleep by itself. On Linux a no-op: there the service's unit
-// takes an inhibitor lock.
+// Keeps an idle machine from going to sleep. A no-op on Linux, where the service's unit takes an
+// inhibitor lock.
 #pragma once
 
 namespace quelta::platform {
 
-/** The request holds while the object lives. Windows ties it to the thread, so an object is made
-    and destroyed on the same one. */
+/** Keeps the machine awake while the object lives. Create and destroy it on the same thread,
+    because Windows ties the request to the thread. */
 class KeepAwake
 {
 public:

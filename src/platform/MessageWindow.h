@@ -1,18 +1,18 @@
-// JUCE's hidden window, through which Windows asks a program to end. JUCE passes such messages on
-// to the system, which destroys the window for WM_CLOSE; the message loop would then run on without
-// messages and timers. Message thread. On Linux there is no window and nothing to do.
+// Handles requests to end in JUCE's hidden message window. JUCE leaves WM_CLOSE to Windows, which
+// destroys the window; the message loop would run on without messages or timers. No-ops on Linux,
+// where JUCE has no such window. Message thread.
 #pragma once
 
 #include <functional>
 
 namespace quelta::platform {
 
-/** From now on WM_CLOSE is a system's request to quit. When the session ends, `endOfSession` has to
-    do the whole shutdown before it returns, because the system ends the process behind it. Returns
-    false if JUCE could not make the window: no message and no timer would ever arrive. */
+/** Turns WM_CLOSE into a quit request. When the session ends, calls `endOfSession`, which must
+    complete the shutdown before it returns, because Windows then ends the process. Returns false
+    if JUCE could not create the window: no message and no timer would ever arrive. */
 bool guardMessageWindow(const std::function<void()>& endOfSession);
 
-/** Hands the window back to JUCE. */
+/** Restores JUCE's handling. */
 void releaseMessageWindow();
 
 } // namespace quelta::platform

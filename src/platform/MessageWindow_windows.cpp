@@ -10,16 +10,16 @@
 #include "util/StopDeadline.h"
 
 namespace juce {
-extern HWND
-    juce_messageWindowHandle; // no part of JUCE's interface, but it is where JUCE keeps the window
-}
+// Internal to JUCE, but the only access to the window.
+extern HWND juce_messageWindowHandle;
+} // namespace juce
 
 namespace quelta::platform {
 
 namespace {
 
 WNDPROC juceProcedure = nullptr;
-std::function<void()> takeDown;
+std::function<void()> shutDownForEndOfSession;
 
 void requestQuit()
 {
@@ -27,11 +27,11 @@ void requestQuit()
         application->systemRequestedQuit();
 }
 
-void endWithTheSession()
+void handleEndOfSession()
 {
     setStopDeadline(getAwakeMilliseconds() + hurriedGraceMs);
 
-    if (const auto shutDown = std::exchange(takeDown, nullptr))
+    if (const auto shutDown = std::exchange(shutDownForEndOfSession, nullptr))
         shutDown();
 
     requestQuit();
@@ -46,8 +46,8 @@ LRESULT CALLBACK handleWindowMessage(HWND window, UINT message, WPARAM wParam, L
             return 0;
 
         case WM_ENDSESSION:
-            if (wParam != FALSE) // otherwise another program has called it off
-                endWithTheSession();
+            if (wParam != FALSE) // FALSE: another program has cancelled the end of the session
+                handleEndOfSession();
 
             return 0;
 
@@ -69,7 +69,7 @@ bool guardMessageWindow(const std::function<void()>& endOfSession)
     if (juce::juce_messageWindowHandle == nullptr)
         return false;
 
-    takeDown = endOfSession;
+    shutDownForEndOfSession = endOfSession;
     juceProcedure = setProcedure(handleWindowMessage);
     return juceProcedure != nullptr;
 }
@@ -80,7 +80,7 @@ void releaseMessageWindow()
         return;
 
     setProcedure(juceProcedure);
-    takeDown = nullptr;
+    shutDownForEndOfSession = nullptr;
 }
 
 } // namespace quelta::platform

@@ -1,4 +1,4 @@
-// A file that is written at its end, without a buffer. Not thread-safe.
+// A file that is written at its end, unbuffered. Not thread-safe.
 #pragma once
 
 #include <cstddef>
@@ -17,23 +17,23 @@ public:
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    /** Opens the file, creating it if there is none. False if that fails. */
+    /** Opens the file, creating it if necessary. Returns false on failure. */
     bool open(const juce::File& file);
 
-    /** The same in a folder where other users can create files: follows no link in the file's
-        place, and refuses a file that has a second name or, on Linux, another owner. */
+    /** Like open, but safe in a folder where other users can create files: refuses symbolic links,
+        files with several hard links and, on Linux, files of other users. */
     bool openInSharedFolder(const juce::File& file);
 
     bool isOpen() const { return handle != closed; }
 
-    /** Returns how many bytes were written: fewer than `count` if the disk is full, for
-        instance. */
+    /** Returns how many bytes were written: fewer than `count` if, for example, the disk is
+        full. */
     size_t write(const char* bytes, size_t count);
 
-    /** Removes the last `count` bytes again. */
+    /** Removes the last `count` bytes. */
     void removeLast(size_t count);
 
-    /** Waits until the disk has what was written. */
+    /** Waits until the disk has all bytes. */
     void sync();
 
     void close();
@@ -43,7 +43,7 @@ private:
 
     static constexpr intptr_t closed = -1;
 
-    intptr_t handle = closed; ///< The system's descriptor or handle.
+    intptr_t handle = closed; ///< A descriptor on Linux, a HANDLE on Windows.
 };
 
 } // namespace quelta::platform

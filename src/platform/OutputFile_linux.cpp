@@ -39,7 +39,7 @@ bool OutputFile::openInSharedFolder(const juce::File& file)
     handle = openPath(file, O_NOFOLLOW);
     struct stat found = {};
 
-    // A second name would be a hard link to some other file of this user.
+    // Another user may have planted a hard link to a file of this user.
     if (isOpen() && (fstat(toDescriptor(handle), &found) != 0 || !S_ISREG(found.st_mode) ||
                      found.st_uid != geteuid() || found.st_nlink != 1))
         close();
@@ -47,7 +47,7 @@ bool OutputFile::openInSharedFolder(const juce::File& file)
     return goToEnd();
 }
 
-/** Closes a file that has no end, such as a pipe. */
+/** Closes the file if it is not seekable, such as a pipe. */
 bool OutputFile::goToEnd()
 {
     if (isOpen() && lseek(toDescriptor(handle), 0, SEEK_END) < 0)
@@ -77,8 +77,10 @@ void OutputFile::removeLast(size_t count)
 {
     const auto end = lseek(toDescriptor(handle), -static_cast<off_t>(count), SEEK_CUR);
 
-    if (end >= 0) [[maybe_unused]]
-        const auto result = ftruncate(toDescriptor(handle), end);
+    if (end < 0)
+        return;
+
+    [[maybe_unused]] const auto result = ftruncate(toDescriptor(handle), end); // best effort
 }
 
 void OutputFile::sync()

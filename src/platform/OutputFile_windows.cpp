@@ -10,7 +10,7 @@ namespace quelta::platform {
 
 namespace {
 
-/** Others may read the file meanwhile. */
+/** Other programs may read the file while it is open. */
 intptr_t openPath(const juce::File& file, DWORD flags)
 {
     static_assert(sizeof(HANDLE) == sizeof(intptr_t));
@@ -35,10 +35,10 @@ bool OutputFile::open(const juce::File& file)
 
 bool OutputFile::openInSharedFolder(const juce::File& file)
 {
-    // A user's temporary folder is closed to other users. In the one that services share they can
-    // create files, but links only with a privilege; the flag opens the link itself, which is
-    // refused.
     close();
+
+    // Other users have no access to a user's temporary folder, but they do to that of services.
+    // The flag opens a symbolic link itself, so that it can be recognised and refused.
     handle = openPath(file, FILE_FLAG_OPEN_REPARSE_POINT);
     BY_HANDLE_FILE_INFORMATION found{};
 

@@ -1,31 +1,28 @@
-// Paths: how the system writes an absolute one, and the files and folders that the process itself
-// has.
+// The syntax of the system's paths, and the files and folders of this process.
 //
-// JUCE's strings overflow on bytes that are not valid UTF-8, and JUCE does not check the names that
-// the system gives it. What is returned here can always be handed to JUCE.
+// JUCE's strings read past the end of malformed UTF-8, and JUCE does not check the paths that it
+// gets from the system. Every path returned here is safe to pass to JUCE.
 #pragma once
 
 #include <juce_core/juce_core.h>
 
 namespace quelta::platform {
 
-/** Whether an absolute path names its root, a drive or a server. Otherwise "/" is the root of
-    all. */
+/** Whether absolute paths begin with a drive or server (Windows) rather than with "/". */
 bool absolutePathsHaveRoot();
 
-/** The separator of the system's own paths. */
+/** Returns the separator between the components of a path. */
 char nativeSeparator();
 
-/** The running program's own file, however it was started. */
+/** Returns the file of the running program, no matter how the program was started. */
 juce::File executableFile();
 
-/** The current folder. */
 juce::File currentFolder();
 
-/** The file that `path` names, a relative one seen from the current folder. */
+/** Resolves `path` against the current folder. */
 juce::File resolvePath(const juce::String& path);
 
-/** The folder for temporary files. */
+/** Returns the folder for temporary files. */
 juce::File temporaryFolder();
 
 } // namespace quelta::platform

@@ -15,21 +15,21 @@ namespace quelta::platform {
 
 namespace {
 
-constexpr std::string_view deletedMark =
-    " (deleted)"; ///< The kernel's, behind a path that is gone.
+/** The kernel appends this to the path of a file that has been deleted. */
+constexpr std::string_view deletedMark = " (deleted)";
 
 juce::String toJuceString(const std::string& bytes)
 {
     return juce::String::fromUTF8(toValidUtf8(bytes).c_str());
 }
 
-/** Not by argv[0], which is only what the caller chose to say. */
+/** Does not use argv[0], which the caller chooses freely. */
 std::string findExecutable()
 {
     char path[PATH_MAX];
     const auto length = readlink("/proc/self/exe", path, sizeof(path));
 
-    if (length < 0) // there is no /proc in some containers
+    if (length < 0) // some containers have no /proc
         return realpath(reinterpret_cast<const char*>(getauxval(AT_EXECFN)), path) != nullptr ? path
                                                                                               : "";
 
@@ -41,7 +41,8 @@ std::string findExecutable()
     return found;
 }
 
-/** The folder's own path if JUCE can take it, otherwise that of a descriptor which stays open. */
+/** Returns the folder's own path if it is valid UTF-8. Otherwise opens the folder, for good, and
+    returns the path of the descriptor. */
 juce::String getSafePath(const std::string& folder)
 {
     if (isValidUtf8(folder))
@@ -84,7 +85,7 @@ juce::File currentFolder()
     if (getcwd(path, sizeof(path)) != nullptr && isValidUtf8(path))
         return juce::File(toJuceString(path));
 
-    // By its number, because a slave in this folder is started by another process.
+    // With the PID instead of "self", because the path is also used in the slave's process.
     return juce::File("/proc/" + juce::String(getpid()) + "/cwd");
 }
 
@@ -92,7 +93,7 @@ juce::File resolvePath(const juce::String& path)
 {
     const auto* const home = std::getenv("HOME");
 
-    // JUCE would put an unchecked name in the place of "~".
+    // JUCE would replace "~" by $HOME unchecked.
     if (path.startsWithChar('~') && home != nullptr && !isValidUtf8(home))
         return currentFolder().getChildFile("./" + path);
 

@@ -12,7 +12,7 @@ char nativeSeparator()
     return '\\';
 }
 
-// Names are UTF-16 here, which JUCE converts safely.
+// JUCE converts the UTF-16 paths of Windows safely.
 
 juce::File executableFile()
 {

@@ -1,15 +1,16 @@
-// What a process of ours sets up for itself before anything else.
+// Set-up and limits of this process.
 #pragma once
 
 namespace quelta::platform {
 
-/** Called first thing in main. A write to a connection or pipe whose reader is gone becomes an
-    error of that write, not the end of the process; the three standard descriptors are open, so
-    that no socket can take their place; ended children stay to be waited for; no fault of this
-    process or its children shows a box. */
+/** Prepares the process. Called at the start of main, before other threads exist.
+
+    On Linux: writing to a closed connection or pipe fails instead of raising SIGPIPE; the three
+    standard descriptors are open, so that no socket can take their numbers; ended children remain
+    until they are reaped. On Windows: no error of this process or its children shows a dialog. */
 void prepareProcess();
 
-/** How many more descriptors (files, sockets) this process may open. */
+/** Returns how many more descriptors (files, sockets) this process may open. */
 int countFreeDescriptors();
 
 } // namespace quelta::platform

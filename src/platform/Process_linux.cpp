@@ -17,8 +17,7 @@ void prepareProcess()
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGCHLD, SIG_DFL);
 
-    // open() gives the lowest free descriptor, so this ends with the first one above the standard
-    // three.
+    // open() returns the lowest free descriptor: fills the standard three and stops above them.
     int descriptor = 0;
 
     while (descriptor >= 0 && descriptor <= STDERR_FILENO)
@@ -34,17 +33,17 @@ int countFreeDescriptors()
     getrlimit(RLIMIT_NOFILE, &limit);
     auto* const directory = opendir("/proc/self/fd");
 
-    if (directory == nullptr) // it takes a free descriptor to find out, and a /proc
+    if (directory == nullptr) // counting needs a free descriptor itself, and /proc
         return errno == EMFILE || errno == ENFILE ? 0 : std::numeric_limits<int>::max();
 
-    // Three entries are none of those in use afterwards: ".", ".." and the directory itself.
-    rlim_t used = 0;
+    constexpr rlim_t otherEntries = 3; // ".", ".." and the descriptor of `directory`
+    rlim_t entries = 0;
 
     while (readdir(directory) != nullptr)
-        ++used;
+        ++entries;
 
     closedir(directory);
-    const auto inUse = used - std::min<rlim_t>(used, 3);
+    const auto inUse = entries - std::min(entries, otherEntries);
     const auto allowed = std::min<rlim_t>(limit.rlim_cur, std::numeric_limits<int>::max());
     return static_cast<int>(allowed - std::min(allowed, inUse));
 }

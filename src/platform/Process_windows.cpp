@@ -8,15 +8,14 @@ namespace quelta::platform {
 
 void prepareProcess()
 {
-    // A slave with a missing DLL, or one that crashes, would show a box and hold its GPU until
-    // somebody clicks. Slaves inherit the mode. There are no signals for broken connections here,
-    // and no numbered descriptors.
+    // Slaves inherit the mode. Otherwise a slave that crashes or lacks a DLL shows a dialog and
+    // keeps its GPU until a user closes the dialog.
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
 }
 
 int countFreeDescriptors()
 {
-    return std::numeric_limits<int>::max(); // handles are bounded by memory only
+    return std::numeric_limits<int>::max(); // only memory limits handles
 }
 
 } // namespace quelta::platform

@@ -1,10 +1,10 @@
-// How a program's parameters reach the framework.
+// Passes the command line to JUCE.
 #pragma once
 
 namespace quelta::platform {
 
-/** Runs the framework's application, whose factory has been set, until it ends; gives the exit
-    status. */
+/** Runs the JUCE application until it ends. Its factory, createInstance, must be set. Returns the
+    exit status. */
 int runApplication(int argc, char** argv);
 
 } // namespace quelta::platform

@@ -11,7 +11,7 @@ namespace quelta::platform {
 
 int runApplication(int argc, char** argv)
 {
-    // A shell passes on any bytes; the framework keeps the pointers for as long as it runs.
+    // Shells pass on arbitrary bytes. JUCE keeps the pointers until main() returns.
     std::vector<std::string> parameters;
 
     for (int i = 0; i < argc; ++i)

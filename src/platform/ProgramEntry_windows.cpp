@@ -6,7 +6,7 @@ namespace quelta::platform {
 
 int runApplication(int, char**)
 {
-    // The framework reads the UTF-16 command line of the process itself.
+    // JUCE reads the UTF-16 command line of the process.
     return juce::JUCEApplicationBase::main();
 }
 

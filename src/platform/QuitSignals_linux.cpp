@@ -36,8 +36,8 @@ bool installed = false;
 std::atomic<int64_t> firstQuitMs{noQuitYet};
 static_assert(std::atomic<int64_t>::is_always_lock_free);
 
-/** A handler writes a byte into it, the message loop wakes up at its other end. Open until the
-    process ends, because a handler may be running on another thread at any time. */
+/** Handlers write a byte to wake the message loop. Open until the process ends, because a handler
+    may be running on another thread at any time. */
 std::array<int, 2> wakePipe{-1, -1};
 
 bool isIgnored(int number)
@@ -54,7 +54,7 @@ void setHandler(int number, void (*handler)(int), int flags)
     sigaction(number, &action, nullptr);
 }
 
-/** Records the time of the first request and gives the effect of this one. */
+/** Records the time of the first request and returns the effect of this one. Async-signal-safe. */
 QuitEffect noteQuitSignal()
 {
     const auto now = getAwakeMilliseconds();
@@ -63,7 +63,7 @@ QuitEffect noteQuitSignal()
     return judgeQuitSignal(first, now);
 }
 
-/** Quitting the message loop takes locks and memory, which a handler must not. */
+/** Async-signal-safe, unlike JUCE's quit(), which locks and allocates. */
 void wakeMessageLoop()
 {
     [[maybe_unused]] const auto written = write(wakePipe[1], "", 1);
@@ -86,8 +86,8 @@ void handleQuitSignal(int number)
     errno = savedErrno;
 }
 
-/** The system has put the signal back to its default, so a faulting instruction ends the process
-    when it is run again. */
+/** SA_RESETHAND has restored the default, so a faulting instruction ends the process when it runs
+    again. */
 void handleCrashSignal(int)
 {
     const int savedErrno = errno;

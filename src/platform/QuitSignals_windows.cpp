@@ -18,8 +18,9 @@ namespace {
 
 constexpr std::array quitSignals{SIGABRT, SIGFPE, SIGILL, SIGINT, SIGSEGV, SIGTERM};
 
-/** The system ends a process 5 s after its console was closed. */
-constexpr DWORD systemsPatienceMs = 4'500;
+/** How long the handler of a closed console waits. Windows ends the process 5 s after the
+    event. */
+constexpr DWORD closedConsoleWaitMs = 4'500;
 
 std::atomic<int64_t> firstQuitMs{noQuitYet};
 std::atomic<bool> shuttingDown{false};
@@ -31,7 +32,7 @@ void setHandler(void (*handler)(int))
         std::signal(number, handler);
 }
 
-/** Records the time of the first request and gives the effect of this one. */
+/** Records the time of the first request and returns the effect of this one. */
 QuitEffect noteQuitRequest()
 {
     const auto now = getAwakeMilliseconds();
@@ -46,21 +47,21 @@ void quitMessageLoop()
         juce::JUCEApplicationBase::quit();
 }
 
-/** The runtime calls it for Ctrl-C on a thread of its own and has put the signal back to its
-    default. */
+/** The C runtime restores the signal's default before it calls this, for Ctrl-C on a new
+    thread. */
 void handleQuitSignal(int)
 {
     noteQuitRequest();
     quitMessageLoop();
 }
 
-/** Returns whether the event is dealt with; if not, the runtime gets Ctrl-C, and then the system
+/** Returns TRUE if the event has been handled. Otherwise the C runtime handles Ctrl-C, or Windows
     ends the process. */
 BOOL handleKey(DWORD event)
 {
-    // A shutdown that no key has asked for is cut short by the first one.
-    const bool isTooLate = shuttingDown && !quitWasRequested();
-    const auto effect = isTooLate ? QuitEffect::endAtOnce : noteQuitRequest();
+    // If something else started the shutdown, the first key already aborts it.
+    const bool abortsShutdown = shuttingDown && !quitWasRequested();
+    const auto effect = abortsShutdown ? QuitEffect::endAtOnce : noteQuitRequest();
 
     if (effect == QuitEffect::endAtOnce)
         setHandler(SIG_DFL);
@@ -75,20 +76,20 @@ BOOL handleKey(DWORD event)
     return TRUE;
 }
 
-/** The system ends the process when this returns, or when its patience is over. Normally the
-    process ends before, in order. */
-void endWithTheConsole()
+/** Windows ends the process when this returns, or 5 s after the event. Normally the shutdown
+    completes earlier and ends the process. */
+void handleEndOfConsole()
 {
     setStopDeadline(getAwakeMilliseconds() + hurriedGraceMs);
     noteQuitRequest();
     quitMessageLoop();
-    Sleep(systemsPatienceMs);
+    Sleep(closedConsoleWaitMs);
 
     if (auto* const callback = callBeforeForcedEnd.load(); callback != nullptr)
         callback();
 }
 
-/** Services see every user log off, which does not concern them. */
+/** Services get log-off events of all users and must ignore them. */
 bool isInServiceSession()
 {
     DWORD session = 0;
@@ -105,13 +106,13 @@ BOOL WINAPI handleConsoleEvent(DWORD event)
 
         case CTRL_LOGOFF_EVENT:
             if (!isInServiceSession())
-                endWithTheConsole();
+                handleEndOfConsole();
 
             return TRUE;
 
         case CTRL_CLOSE_EVENT:
         case CTRL_SHUTDOWN_EVENT:
-            endWithTheConsole();
+            handleEndOfConsole();
             return TRUE;
 
         default:
@@ -123,22 +124,22 @@ BOOL WINAPI handleConsoleEvent(DWORD event)
 
 void restoreDefaultInterrupt()
 {
-    // JUCE leaves Ctrl-C alone here.
+    // JUCE does not handle Ctrl-C on Windows.
 }
 
 int installQuitHandlers(void (*beforeForcedEnd)())
 {
     callBeforeForcedEnd = beforeForcedEnd;
     setHandler(handleQuitSignal);
-    SetConsoleCtrlHandler(handleConsoleEvent,
-                          TRUE); // behind the runtime's, so that it is asked first
+
+    // Registered after the C runtime's handler, and therefore called before it.
+    SetConsoleCtrlHandler(handleConsoleEvent, TRUE);
     return 0;
 }
 
 void resetQuitHandlers()
 {
-    // The handler of console events stays: it gives a shutdown the time that a closed console
-    // leaves.
+    // The console handler stays: while it waits, Windows lets the shutdown continue.
     shuttingDown = true;
     setHandler(SIG_DFL);
 }

@@ -1,4 +1,4 @@
-// The socket layer as far as the framework's classes do not cover it.
+// Socket functions that JUCE lacks.
 #pragma once
 
 #include <cstddef>
@@ -7,38 +7,44 @@
 
 namespace quelta::platform {
 
-/** The system's own handle of a socket, at its full width. JUCE narrows it to an int, which loses
-    nothing: a Windows handle has 32 significant bits, and widening an int extends its sign as
-    Windows does. */
+/** A native socket handle at its full width. JUCE narrows handles to int, which is lossless:
+    Windows handles have 32 significant bits, and widening an int extends its sign, as Windows
+    does. */
 using SocketHandle = intptr_t;
 
-/** Starts the system's socket layer once; a failure is logged as an error and otherwise ignored.
-    Does nothing on systems whose sockets need no start. Message thread. */
+/** Starts Winsock once. Logs a failure as an error and otherwise ignores it. No-op on Linux.
+    Message thread. */
 void startWinsock();
 
-/** Cleans the socket layer up if its start-up succeeded. Message thread. */
+/** Cleans up Winsock if it was started. No-op on Linux. Message thread. */
 void stopWinsock();
 
-/** The calling thread's last socket error: the system's own text, then " (number)"; "- (0)" for
-    none. */
+/** Returns the calling thread's last socket error: the system's text, then " (number)"; "- (0)" if
+    there was none. */
 std::string socketErrorText();
 
-/** Why a connection to `ip` and `port`, both in host order, could not be made, in the form of
-    socketErrorText(). JUCE does not keep the reason: unless the attempt timed out, a second one is
-    made for it, which takes 100 ms at most. */
-std::string connectErrorText(uint32_t ip, uint16_t port, bool timedOut);
+/** How an attempt to connect has failed. */
+enum class ConnectFailure
+{
+    timedOut,
+    other
+};
 
-/** Prepares the connection to a master: a send that the peer does not take fails after 200 ms (500
-    ms on Windows, its minimum), and a peer that vanished without a word is noticed within half a
-    minute. */
+/** Explains, in the form of socketErrorText(), why a connection to `ip` and `port` (host order)
+    has failed. JUCE does not keep the reason: unless the attempt timed out, this makes another one
+    to learn it, which takes at most 100 ms. */
+std::string connectErrorText(uint32_t ip, uint16_t port, ConnectFailure failure);
+
+/** Sets the time-outs of a connection to a master: sends to a peer that does not read fail after
+    200 ms (500 ms on Windows, its minimum), and a vanished peer is detected within 30 s. */
 void prepareMasterSocket(SocketHandle socketHandle);
 
-/** Whether a TCP listener on all addresses would succeed beside another program's socket on this
-    port. What connects to that program's address would then reach that program. */
+/** Whether the system would let a TCP listener on all addresses share this port with another
+    program's socket on a single address. Connections to that address would reach the other
+    program. */
 bool listenerWouldSharePort(uint16_t port);
 
-/** The IPv4 datagram socket on which beacons arrive. One thread uses it. No socket options are
-    set. */
+/** The IPv4 UDP socket that receives beacons. Used by one thread. Sets no socket options. */
 class BeaconSocket
 {
 public:
@@ -55,28 +61,28 @@ public:
     BeaconSocket(const BeaconSocket&) = delete;
     BeaconSocket& operator=(const BeaconSocket&) = delete;
 
-    /** False on failure; socketErrorText() tells why. */
+    /** Returns false on failure; see socketErrorText(). */
     bool create();
 
-    /** Binds to every address of this machine. False on failure; socketErrorText() tells why. */
+    /** Binds to all addresses of this machine. Returns false on failure; see socketErrorText(). */
     bool bindTo(uint16_t port);
 
-    /** Waits until a datagram is there. An interrupted wait is a time-out. */
+    /** Waits for a datagram. An interrupted wait counts as a time-out. */
     Readiness waitUntilReadable(int timeoutMs);
 
     static constexpr int failed = -1;
     static constexpr int nothingThere = -2;
 
-    /** Takes one datagram, cut to `capacity` bytes if it is longer, without waiting for one.
-        Returns the bytes stored, or `failed`, or `nothingThere` if the system has thrown the
-        datagram away after all. `senderIp` is in host order. */
+    /** Receives a datagram without waiting; cuts it to `capacity` bytes. Returns the number of
+        bytes, `failed`, or `nothingThere` if the kernel has dropped the datagram meanwhile.
+        `senderIp` is in host order. */
     int receive(void* buffer, size_t capacity, uint32_t& senderIp);
 
     void close();
 
 private:
-    static constexpr SocketHandle none = -1;
-    SocketHandle handle = none;
+    static constexpr SocketHandle noHandle = -1;
+    SocketHandle handle = noHandle;
 };
 
 } // namespace quelta::platform

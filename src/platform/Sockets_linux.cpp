@@ -15,15 +15,17 @@ namespace {
 
 constexpr int sendTimeoutMs = 200;
 constexpr int probeTimeoutMs = 100;
-constexpr int vanishedPeerMs = 20'000;   ///< For data in flight.
-constexpr int keepAliveIdleSeconds = 10; ///< Then a probe every 3 s, given up after 4: 22 s in all.
+constexpr int unacknowledgedDataTimeoutMs = 20'000;
+
+// Detects an idle peer that has vanished after 10 + 4 * 3 = 22 s.
+constexpr int keepAliveIdleSeconds = 10;
 constexpr int keepAliveIntervalSeconds = 3;
 constexpr int keepAliveProbes = 4;
 
 template <typename Value>
 void setOption(SocketHandle socketHandle, int level, int name, const Value& value)
 {
-    // A socket without the option still serves; what it lacks is only noticed later.
+    // Best effort: without the option the connection works, but failures are detected later.
     setsockopt(static_cast<int>(socketHandle), level, name, &value, sizeof(value));
 }
 
@@ -36,7 +38,8 @@ sockaddr_in makeAddress(uint32_t ip, uint16_t port)
     return address;
 }
 
-/** The error number with which a connection to this address fails; 0 if none shows in time. */
+/** Returns the error number with which a connection to this address fails, or 0 if it has not
+    failed before the time-out. */
 int probeConnection(uint32_t ip, uint16_t port)
 {
     const int probe = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
@@ -77,14 +80,9 @@ std::string socketErrorText()
            std::to_string(error) + ")";
 }
 
-std::string connectErrorText(uint32_t ip, uint16_t port, bool timedOut)
+std::string connectErrorText(uint32_t ip, uint16_t port, ConnectFailure failure)
 {
-    int error = ETIMEDOUT;
-
-    if (!timedOut)
-        error = probeConnection(ip, port);
-
-    errno = error;
+    errno = failure == ConnectFailure::timedOut ? ETIMEDOUT : probeConnection(ip, port);
     return socketErrorText();
 }
 
@@ -97,20 +95,19 @@ void prepareMasterSocket(SocketHandle socketHandle)
     setOption(socketHandle, IPPROTO_TCP, TCP_KEEPIDLE, keepAliveIdleSeconds);
     setOption(socketHandle, IPPROTO_TCP, TCP_KEEPINTVL, keepAliveIntervalSeconds);
     setOption(socketHandle, IPPROTO_TCP, TCP_KEEPCNT, keepAliveProbes);
-    setOption(socketHandle, IPPROTO_TCP, TCP_USER_TIMEOUT, vanishedPeerMs);
+    setOption(socketHandle, IPPROTO_TCP, TCP_USER_TIMEOUT, unacknowledgedDataTimeoutMs);
 }
 
 bool listenerWouldSharePort(uint16_t)
 {
-    // Two listeners share no port here: the bind to all addresses fails if any address of the port
-    // is taken.
+    // On Linux the bind to all addresses fails if the port is taken on any address.
     return false;
 }
 
 bool BeaconSocket::create()
 {
     handle = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    return handle != none;
+    return handle != noHandle;
 }
 
 bool BeaconSocket::bindTo(uint16_t port)
@@ -122,7 +119,7 @@ bool BeaconSocket::bindTo(uint16_t port)
 
 BeaconSocket::Readiness BeaconSocket::waitUntilReadable(int timeoutMs)
 {
-    // poll, because select cannot take a descriptor above 1023
+    // Not select, which is limited to descriptors below 1024.
     pollfd waited{static_cast<int>(handle), POLLIN, 0};
     const auto result = poll(&waited, 1, timeoutMs);
 
@@ -148,10 +145,10 @@ int BeaconSocket::receive(void* buffer, size_t capacity, uint32_t& senderIp)
 
 void BeaconSocket::close()
 {
-    if (handle != none)
+    if (handle != noHandle)
         ::close(static_cast<int>(handle));
 
-    handle = none;
+    handle = noHandle;
 }
 
 } // namespace quelta::platform

@@ -13,9 +13,10 @@ namespace quelta::platform {
 
 namespace {
 
-constexpr DWORD sendTimeoutMs = 200; ///< Windows takes less than 500 for 500.
-constexpr ULONG keepAliveIdleMs =
-    10'000; ///< Then ten probes, one a second, as the system fixes it.
+constexpr DWORD sendTimeoutMs = 200; ///< Windows rounds it up to 500.
+
+// Windows sends ten probes: it detects an idle peer that has vanished after 10 + 10 * 1 = 20 s.
+constexpr ULONG keepAliveIdleMs = 10'000;
 constexpr ULONG keepAliveIntervalMs = 1'000;
 
 static_assert(sizeof(SocketHandle) == sizeof(SOCKET));
@@ -31,7 +32,7 @@ sockaddr_in makeAddress(uint32_t ip, uint16_t port)
     return address;
 }
 
-/** The error number with which a connection to this address fails at once; 0 if it does not. */
+/** Returns the error number with which a connection to this address fails at once; otherwise 0. */
 int probeConnection(uint32_t ip, uint16_t port)
 {
     const auto probe = socket(AF_INET, SOCK_STREAM, 0);
@@ -88,7 +89,7 @@ std::string socketErrorText()
     if (error == 0)
         return "- (0)";
 
-    // The log is UTF-8; FormatMessageA would answer in the system's code page.
+    // Not FormatMessageA, whose result is in the system's code page: the log is UTF-8.
     std::array<wchar_t, 1024> text{};
     FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
                    static_cast<DWORD>(error), 0, text.data(), static_cast<DWORD>(text.size()),
@@ -97,9 +98,9 @@ std::string socketErrorText()
     return juce::String(text.data()).toStdString() + " (" + std::to_string(error) + ")";
 }
 
-std::string connectErrorText(uint32_t ip, uint16_t port, bool timedOut)
+std::string connectErrorText(uint32_t ip, uint16_t port, ConnectFailure failure)
 {
-    WSASetLastError(timedOut ? WSAETIMEDOUT : probeConnection(ip, port));
+    WSASetLastError(failure == ConnectFailure::timedOut ? WSAETIMEDOUT : probeConnection(ip, port));
     return socketErrorText();
 }
 
@@ -120,9 +121,9 @@ bool listenerWouldSharePort(uint16_t port)
     const auto probe = ::socket(AF_INET, SOCK_STREAM, 0);
 
     if (probe == INVALID_SOCKET)
-        return false; // then the listener cannot be made either
+        return false; // the listener would fail as well
 
-    // Only a bind that asks for exclusive use fails beside a socket on a single address.
+    // Only an exclusive bind fails if another socket is bound to a single address.
     const BOOL exclusive = TRUE;
     setsockopt(probe, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, reinterpret_cast<const char*>(&exclusive),
                sizeof(exclusive));
@@ -134,7 +135,7 @@ bool listenerWouldSharePort(uint16_t port)
 bool BeaconSocket::create()
 {
     handle = static_cast<SocketHandle>(::socket(AF_INET, SOCK_DGRAM, 0));
-    return handle != none;
+    return handle != noHandle;
 }
 
 bool BeaconSocket::bindTo(uint16_t port)
@@ -165,7 +166,7 @@ int BeaconSocket::receive(void* buffer, size_t capacity, uint32_t& senderIp)
                  static_cast<int>(capacity), 0, reinterpret_cast<sockaddr*>(&sender), &senderSize);
     senderIp = ntohl(sender.sin_addr.s_addr);
 
-    // A longer datagram has been cut to the buffer, which is filled.
+    // The datagram was longer than the buffer and has been cut.
     if (count == SOCKET_ERROR && WSAGetLastError() == WSAEMSGSIZE)
         return static_cast<int>(capacity);
 
@@ -174,10 +175,10 @@ int BeaconSocket::receive(void* buffer, size_t capacity, uint32_t& senderIp)
 
 void BeaconSocket::close()
 {
-    if (handle != none)
+    if (handle != noHandle)
         closesocket(static_cast<SOCKET>(handle));
 
-    handle = none;
+    handle = noHandle;
 }
 
 } // namespace quelta::platform
