@@ -2,9 +2,12 @@
 
 from support import wire
 from support.hostile import timed
+from support.node import wait_until
 from support.output import daemon_line
 from support.ownership import puppet, running, stopped
 from support.scenario import PUPPET, scenario
+
+FRAME_SIZE = 8 + wire.MASTER_RECORD_SIZE
 
 
 def test_dropped_connection_is_reestablished(farm):
@@ -154,13 +157,28 @@ def test_request_during_a_slow_stop_is_answered_afterwards(farm):
     )
 
 
+def wait_until_stamped(master):
+    """The kernel begins to stamp arrivals some time after it was first asked to."""
+
+    def is_stamped():
+        master.request(wire.SCAN_REQUEST)
+        stamp = master.connection.time_of_arrival()
+        master.connection.skip(FRAME_SIZE - 1)
+        return stamp is not None
+
+    wait_until(is_stamped, "the kernel stamps arrivals")
+
+
 def test_status_change_reaches_masters_in_address_order(farm):
     node, *masters = farm(6)
     for master in masters:
         master.connection.stamp_arrivals()
+    for master in masters:
+        wait_until_stamped(master)
     owner = masters.pop(3)  # its reply follows at once, and the kernel stamps both as one
     owner.request(wire.START_REQUEST)
     arrivals = [master.connection.time_of_arrival() for master in masters]
+    assert None not in arrivals
     assert arrivals == sorted(arrivals)
     assert len(set(arrivals)) == len(arrivals)
 

@@ -42,13 +42,17 @@ class MasterConnection:
     def stamp_arrivals(self) -> None:
         self._socket.setsockopt(socket.SOL_SOCKET, SO_TIMESTAMPNS, 1)
 
-    def time_of_arrival(self) -> int:
-        """Returns when the kernel received the next byte, in nanoseconds; consumes that byte."""
+    def time_of_arrival(self) -> int | None:
+        """Consumes the next byte; returns when the kernel received it, in nanoseconds, or None."""
         _, ancillary, _, _ = self._socket.recvmsg(1, socket.CMSG_SPACE(TIMESPEC.size))
-        stamps = [TIMESPEC.unpack(data) for _, kind, data in ancillary if kind == SO_TIMESTAMPNS]
-        assert stamps, "the kernel has stamped nothing"
-        seconds, nanoseconds = stamps[0]
-        return seconds * 10**9 + nanoseconds
+        for _, kind, data in ancillary:
+            if kind == SO_TIMESTAMPNS:
+                seconds, nanoseconds = TIMESPEC.unpack(data)
+                return int(seconds * 10**9 + nanoseconds)
+        return None
+
+    def skip(self, size: int) -> None:
+        self._read(size)
 
     def _read(self, size: int) -> bytes:
         data = b""
