@@ -8,7 +8,7 @@ from bench import Bench
 from figures import Figure, Goal, Row
 from processes import Subject, running, side_by_side
 
-ECHOES = {"framework_echo": "JUCE echo", "plain_echo": "plain TCP echo"}
+ECHOES = {"juce_echo": "JUCE echo", "plain_echo": "plain TCP echo"}
 
 
 def scan_rounds(
@@ -48,7 +48,7 @@ def scan(bench: Bench) -> Iterator[Row]:
     figures = scan_rounds(bench, 1, bench.rounds(9), bench.milliseconds(600))
     for key, text in texts.items():
         for echo, echo_text in ECHOES.items():
-            goal = goals.get(key) if echo == "framework_echo" else None
+            goal = goals.get(key) if echo == "juce_echo" else None
             yield Row(
                 f"scan: {text}, against a {echo_text}",
                 figures["daemon"][key],
@@ -90,7 +90,7 @@ def broadcast_rounds(bench: Bench, name: str, masters: int) -> Iterator[float]:
 def broadcast(bench: Bench) -> Iterator[Row]:
     """From a start request to the last master knowing of it"""
     for masters in filter(bench.can_have, (10, 100, 1000)):
-        seen: dict[str, list[float]] = {"daemon": [], "framework_echo": []}
+        seen: dict[str, list[float]] = {"daemon": [], "juce_echo": []}
         for _ in range(bench.rounds(4)):
             for name, rounds in seen.items():
                 rounds += broadcast_rounds(bench, name, masters)
@@ -101,6 +101,6 @@ def broadcast(bench: Bench) -> Iterator[Row]:
             "against JUCE's sends alone",
             Figure.of(seen["daemon"]),
             "ms",
-            Figure.of(seen["framework_echo"]),
+            Figure.of(seen["juce_echo"]),
             goal,
         )
