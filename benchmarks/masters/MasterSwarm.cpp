@@ -182,28 +182,31 @@ bool MasterSwarm::readUntil(const std::function<bool()>& done, int timeoutMs,
             epoll_wait(poller, events.data(), static_cast<int>(events.size()), idleMs);
 
         for (int i = 0; i < count; ++i)
-        {
-            const auto data = events[static_cast<size_t>(i)].data.u64;
-            const auto master = static_cast<int>(data & 0xFFFFFFFF);
-
-            if (data >> 32 == connectionKind)
-            {
-                read(master, onRecord);
-            }
-            else if (data >> 32 == listenerKind)
-            {
-                accept(master);
-            }
-            else
-            {
-                processEnded = now();
-                close(process);
-                process = -1;
-            }
-        }
+            serve(events[static_cast<size_t>(i)].data.u64, onRecord);
     }
 
     return true;
+}
+
+/** Serves one event; `data` tells what kind of descriptor it came from, and whose. */
+void MasterSwarm::serve(uint64_t data, const OnRecord& onRecord)
+{
+    const auto master = static_cast<int>(data & 0xFFFFFFFF);
+
+    if (data >> 32 == connectionKind)
+    {
+        read(master, onRecord);
+    }
+    else if (data >> 32 == listenerKind)
+    {
+        accept(master);
+    }
+    else
+    {
+        processEnded = now();
+        close(process);
+        process = -1;
+    }
 }
 
 void MasterSwarm::accept(int master)

@@ -65,6 +65,7 @@ private:
     bool listenOnOnePort();
     void closeAll();
     void watch(int handle, uint32_t kind, int master);
+    void serve(uint64_t data, const OnRecord& onRecord);
     void accept(int master);
     void read(int master, const OnRecord& onRecord);
 
