@@ -72,7 +72,7 @@ std::string Commands::run(const std::string& command)
     words >> name >> first >> second;
 
     if (name == "announce" || name == "accept")
-        return announce(name == "announce");
+        return connectAll(name == "announce" ? Beacons::send : Beacons::none);
     if (name == "scan")
         return scan(static_cast<int>(first), static_cast<int>(second));
     if (name == "beacons")
@@ -106,11 +106,11 @@ void Commands::announceNext()
     }
 }
 
-std::string Commands::announce(bool withBeacons)
+std::string Commands::connectAll(Beacons beacons)
 {
     const auto done = [this] { return swarm.getNumConnected() == swarm.getCount(); };
-    const auto idle = [this, withBeacons] {
-        if (withBeacons)
+    const auto idle = [this, beacons] {
+        if (beacons == Beacons::send)
             announceNext();
     };
 

@@ -30,7 +30,13 @@ public:
     std::string run(const std::string& command);
 
 private:
-    std::string announce(bool withBeacons);
+    enum class Beacons
+    {
+        send,
+        none
+    };
+
+    std::string connectAll(Beacons beacons);
     std::string scan(int numAsking, int milliseconds);
     std::string sendBeacons(int count, int64_t rate);
     std::string start();

@@ -107,7 +107,7 @@ void NodeBoard::received(size_t index, const MasterDaemonMessage& message, uint3
         return receivedJunk(index);
 
     auto& node = nodes[index];
-    const bool isBack = std::exchange(node.away, false);
+    const auto presence = std::exchange(node.away, false) ? Presence::back : Presence::stayed;
     const bool isNews =
         std::exchange(node.silent, false) || !node.state || !haveSameContent(*node.state, message);
     node.state = message;
@@ -130,16 +130,18 @@ void NodeBoard::received(size_t index, const MasterDaemonMessage& message, uint3
             break;
         case NodePhase::starting:
         case NodePhase::running:
-            checkHeld(index, message.type, isBack, now);
+            checkHeld(index, message.type, presence, now);
             break;
         case NodePhase::watching:
-            if (isBack || isNews)
-                report(index, isBack ? NodeEvent::found : NodeEvent::changed);
+            if (presence == Presence::back)
+                report(index, NodeEvent::found);
+            else if (isNews)
+                report(index, NodeEvent::changed);
             break;
         case NodePhase::releasing:
             if (message.type == Type::STOP_REPLY)
                 end(index, node.isOwned() ? NodeEvent::stolen : NodeEvent::stopped,
-                    !node.isOwned());
+                    node.isOwned() ? Outcome::notAsAsked : Outcome::asAsked);
             break;
         case NodePhase::ended:
             break;
@@ -154,7 +156,7 @@ void NodeBoard::receivedJunk(size_t index)
 void NodeBoard::begin(size_t index, uint32_t now)
 {
     if (command == Command::scan)
-        return end(index, NodeEvent::found, true);
+        return end(index, NodeEvent::found, Outcome::asAsked);
 
     report(index, NodeEvent::found);
 
@@ -171,23 +173,24 @@ void NodeBoard::settle(size_t index, uint32_t now)
 
     if (command == Command::stop)
         return end(index, node.isOwned() ? NodeEvent::refused : NodeEvent::stopped,
-                   !node.isOwned());
+                   node.isOwned() ? Outcome::notAsAsked : Outcome::asAsked);
 
     if (!node.isOurs())
-        return end(index, NodeEvent::refused, false);
+        return end(index, NodeEvent::refused, Outcome::notAsAsked);
 
     enter(index, NodePhase::starting, now);
     report(index, NodeEvent::starting);
 }
 
-void NodeBoard::checkHeld(size_t index, MasterMessageType type, bool isBack, uint32_t now)
+void NodeBoard::checkHeld(size_t index, MasterMessageType type, Presence presence, uint32_t now)
 {
     auto& node = nodes[index];
 
     if (!node.isOurs())
-        return end(index, node.isOwned() ? NodeEvent::stolen : NodeEvent::lost, false);
+        return end(index, node.isOwned() ? NodeEvent::stolen : NodeEvent::lost,
+                   Outcome::notAsAsked);
 
-    if (isBack)
+    if (presence == Presence::back)
         report(index, NodeEvent::found);
 
     if (type == Type::SLAVE_RUNNING && node.phase == NodePhase::starting)
@@ -221,22 +224,22 @@ void NodeBoard::tickNode(size_t index, uint32_t now)
                 break;
 
             if (command != Command::watch)
-                end(index, NodeEvent::noAnswer, false);
+                end(index, NodeEvent::noAnswer, Outcome::notAsAsked);
             else if (!std::exchange(node.silent, true))
                 report(index, NodeEvent::noAnswer);
             break;
         case NodePhase::asked:
             if (passed >= replyTimeoutMs(node))
-                end(index, NodeEvent::noAnswer, false);
+                end(index, NodeEvent::noAnswer, Outcome::notAsAsked);
             break;
         case NodePhase::releasing:
             if (passed >= replyTimeoutMs(node) || now - node.releasedAt >= releaseTimeoutMs())
-                end(index, NodeEvent::noAnswer, false);
+                end(index, NodeEvent::noAnswer, Outcome::notAsAsked);
             break;
         case NodePhase::starting:
         case NodePhase::running:
             if (!node.connected && passed >= timeoutMs)
-                end(index, NodeEvent::lost, false);
+                end(index, NodeEvent::lost, Outcome::notAsAsked);
             else
                 keepScanning(index, now);
             break;
@@ -276,7 +279,7 @@ void NodeBoard::release(uint32_t now)
         else if (command == Command::watch)
             nodes[i].phase = NodePhase::ended;
         else if (phase == NodePhase::waiting || phase == NodePhase::asked)
-            end(i, NodeEvent::noAnswer, false);
+            end(i, NodeEvent::noAnswer, Outcome::notAsAsked);
     }
 }
 
@@ -313,10 +316,10 @@ void NodeBoard::enter(size_t index, NodePhase phase, uint32_t now)
     nodes[index].since = now;
 }
 
-void NodeBoard::end(size_t index, NodeEvent event, bool asAsked)
+void NodeBoard::end(size_t index, NodeEvent event, Outcome outcome)
 {
     nodes[index].phase = NodePhase::ended;
-    nodes[index].asAsked = nodes[index].asAsked && asAsked;
+    nodes[index].asAsked = nodes[index].asAsked && outcome == Outcome::asAsked;
     report(index, event);
 }
 

@@ -136,15 +136,29 @@ public:
     std::vector<Event> takeEvents() { return std::exchange(events, {}); }
 
 private:
+    /** Whether a node that sends was away before. */
+    enum class Presence
+    {
+        stayed,
+        back
+    };
+
+    /** Whether a node that ends has done what the operator asked. */
+    enum class Outcome
+    {
+        asAsked,
+        notAsAsked
+    };
+
     void begin(size_t index, uint32_t now);
     void settle(size_t index, uint32_t now);
-    void checkHeld(size_t index, MasterMessageType type, bool isBack, uint32_t now);
+    void checkHeld(size_t index, MasterMessageType type, Presence presence, uint32_t now);
     void tickNode(size_t index, uint32_t now);
     void keepScanning(size_t index, uint32_t now);
     void releaseNode(size_t index, uint32_t now);
 
     void enter(size_t index, NodePhase phase, uint32_t now);
-    void end(size_t index, NodeEvent event, bool asAsked);
+    void end(size_t index, NodeEvent event, Outcome outcome);
     void scan(size_t index, uint32_t now);
     void request(size_t index, MasterMessageType type) { requests.push_back({index, type}); }
     void report(size_t index, NodeEvent kind) { events.push_back({index, kind}); }
