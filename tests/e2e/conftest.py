@@ -16,6 +16,8 @@ QUICK_TESTS_BETWEEN_SLOW_ONES = 7
 
 
 def pytest_configure():
+    # Daemons must not inherit a hang-up that a nohup in front of the tests ignores.
+    signal.signal(signal.SIGHUP, signal.SIG_DFL)
     try:
         programs.bin_dir()
     except RuntimeError as missing:
