@@ -97,7 +97,9 @@ protected:
         DaemonSettings settings;
         settings.slaveExecutable = standin.getFile();
         settings.daemonPort = 5000;
-        SlaveProcess process(0, 0, settings, true, nullptr, {60'000, 60'000, 60'000, 0});
+        MonitorPort monitorPort{0};
+        const SlaveTimeLimits stopAtOnce{.gracefulStop = 0};
+        SlaveProcess process(0, 0, settings, true, nullptr, monitorPort, stopAtOnce);
         const bool logged = log.waitForLine(line);
         process.stopThread(-1);
         std::_Exit(logged ? 0 : 1);
