@@ -42,8 +42,8 @@ void PeerConnection::close(Notify notify)
             juce::Thread::sleep(leavePollMs);
     }
 
-    // A reader in the middle of a frame may not notice the shutdown. Closing the last handle wakes it,
-    // so the second view has to go first.
+    // A reader in the middle of a frame may not notice the shutdown. Closing the last handle wakes
+    // it, so the second view has to go first.
     connectionSocket.detach();
     disconnect(-1, notify);
     closing = false;
