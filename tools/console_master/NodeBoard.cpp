@@ -40,6 +40,22 @@ Type replyFor(Command command)
                                        : Type::STOP_REPLY;
 }
 
+/** Records what a node has sent; returns whether it differs from what was known. */
+bool takeState(Node& node, const MasterDaemonMessage& message)
+{
+    const bool isNews =
+        std::exchange(node.silent, false) || !node.state || !haveSameContent(*node.state, message);
+    node.state = message;
+
+    if (isStateMessage(message.type))
+    {
+        node.scanPending = false;
+        node.slaveFailed = message.type == Type::SLAVE_FAILED;
+    }
+
+    return isNews;
+}
+
 } // namespace
 
 NodeBoard::NodeBoard(Command givenCommand, uint32_t givenTimeoutMs)
@@ -108,15 +124,7 @@ void NodeBoard::received(size_t index, const MasterDaemonMessage& message, uint3
 
     auto& node = nodes[index];
     const auto presence = std::exchange(node.away, false) ? Presence::back : Presence::stayed;
-    const bool isNews =
-        std::exchange(node.silent, false) || !node.state || !haveSameContent(*node.state, message);
-    node.state = message;
-
-    if (isStateMessage(message.type))
-    {
-        node.scanPending = false;
-        node.slaveFailed = message.type == Type::SLAVE_FAILED;
-    }
+    const bool isNews = takeState(node, message);
 
     switch (node.phase)
     {
