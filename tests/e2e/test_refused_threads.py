@@ -56,11 +56,14 @@ def test_connections_without_reader_threads_are_reestablished(make_node, make_ma
     """JUCE reports them as connected although no thread reads from them."""
     node = make_node(flags="daemon logPrefix logJuce").serve(preexec_fn=with_large_stacks)
     give_no_more_threads(node)
-    deaf = [make_master().join(node) for _ in range(4)]
+    masters = [make_master().join(node) for _ in range(4)]
     give_threads_again(node)
-    for master in deaf:
+    for master in masters:
         master.request(wire.SCAN_REQUEST)
     sent = time.monotonic()
+    # The C library may have kept the stack of an ended thread, which serves one of them.
+    deaf = [master for master in masters if not master.connection.is_answered()]
+    assert len(deaf) >= len(masters) - 1
     for master in deaf:
         master.accept()
     assert time.monotonic() - sent < RECOVERY_SECONDS

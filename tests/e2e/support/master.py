@@ -39,6 +39,13 @@ class MasterConnection:
         assert length == wire.MASTER_RECORD_SIZE, header.hex()
         return self._read(length)
 
+    def is_answered(self) -> bool:
+        """Waits for an answer, which stays to be read, or for the end of the connection."""
+        try:
+            return bool(self._socket.recv(1, socket.MSG_PEEK))
+        except ConnectionResetError:
+            return False
+
     def stamp_arrivals(self) -> None:
         self._socket.setsockopt(socket.SOL_SOCKET, SO_TIMESTAMPNS, 1)
 
