@@ -5,6 +5,7 @@ export DEBIAN_FRONTEND=noninteractive
 
 build_packages=(
     g++ cmake ninja-build juce-modules-source-data zlib1g-dev libcli11-dev nlohmann-json3-dev
+    libtomlplusplus-dev libboost1.81-dev
 )
 test_packages=(googletest python3 python3-pytest python3-pytest-xdist iproute2)
 windows_packages=(
