@@ -18,17 +18,25 @@ enum class GpuVendor
 struct DetectedGpus
 {
     GpuVendor vendor = GpuVendor::none;
-    std::vector<std::string> names; ///< One a GPU, in PCI bus order.
-    std::vector<std::string> uuids; ///< Of NVIDIA GPUs, such as "GPU-8a...", in the same order.
+    /** One a GPU: NVIDIA's in the order of the PCI bus, AMD's in that of ROCR_VISIBLE_DEVICES. */
+    std::vector<std::string> names;
+    /** Such as "GPU-8a...", in the same order. Empty for a GPU without. */
+    std::vector<std::string> uuids;
     std::string source;             ///< For --check, such as "NVML" or "nvidia-smi".
     std::vector<std::string> notes; ///< What went wrong on the way, such as a driver that hangs.
 };
 
-/** Detects the GPUs in a child process, so that a driver that hangs or crashes costs at most 5 s. */
+/** Detects the GPUs in child processes, so that a driver that hangs or crashes costs at most 5 s.
+    Asks NVML, else nvidia-smi, else AMD's driver; on Windows NVML alone. A node with GPUs of both
+    vendors counts as one with NVIDIA's. */
 DetectedGpus detectGpus();
 
-/** The main function of that child: prints what it finds. Returns its exit status. */
-int runGpuDetection();
+/** The first argument of such a child. */
+constexpr auto gpuDetectionOption = "--detect-gpus";
+
+/** The main function of such a child: prints what it finds and ends the process. `way` is its second
+    argument. */
+[[noreturn]] int runGpuDetection(const std::string& way = "nvml");
 
 struct GpuSelection
 {
@@ -37,18 +45,20 @@ struct GpuSelection
     std::string error;                              ///< Empty if all selected GPUs exist.
 };
 
-/** The variables that may already restrict this process: CUDA_VISIBLE_DEVICES and the vendor's. Empty
-    if not set. */
+/** Variables that may already limit this process to some GPUs. Empty if not set. */
 struct InheritedSelection
 {
-    std::optional<std::string> cuda;
-    std::optional<std::string> amd;
+    std::optional<std::string> cuda; ///< CUDA_VISIBLE_DEVICES
+    std::optional<std::string> rocr; ///< ROCR_VISIBLE_DEVICES
+    std::optional<std::string> hip;  ///< HIP_VISIBLE_DEVICES
 };
 
 InheritedSelection readInheritedSelection();
 
-/** Checks `requested` (0-based; empty means all) against what is there and maps it through the
-    inherited selection. `configuredCount` overrides the number detected. Pure. */
+/** Checks `requested` against what is there. Its numbers count from 0 the GPUs that the inherited
+    variables leave, in their order; empty means all of those. `configuredCount` replaces the number
+    detected. If no GPU was detected but some are configured, the vendor is unknown, and variables
+    are set that limit both vendors' programs. Pure. */
 GpuSelection selectGpus(const DetectedGpus& detected, const InheritedSelection& inherited,
                         const std::vector<unsigned>& requested,
                         std::optional<unsigned> configuredCount);
