@@ -1,0 +1,111 @@
+#include "exec_slave/SlaveSetup.h"
+
+#include <utility>
+
+#include "exec_slave/Check.h"
+#include "exec_slave/CommandRun.h"
+#include "exec_slave/ExitStatus.h"
+#include "exec_slave/Gpus.h"
+#include "exec_slave/OutputWriter.h"
+#include "exec_slave/Placeholders.h"
+#include "exec_slave/Version.h"
+
+namespace quelta::execslave {
+
+namespace {
+
+constexpr std::chrono::seconds versionLimit{30};
+
+/** A configured count of 0 needs no detection, which may take seconds. */
+DetectedGpus detectIfNeeded(const Configuration& configuration)
+{
+    return configuration.gpus == 0U ? DetectedGpus{} : detectGpus();
+}
+
+PlaceholderValues makeValues(const SlaveArguments& arguments, std::vector<unsigned> gpus)
+{
+    PlaceholderValues values;
+    values.masterAddress = arguments.masterAddress;
+    values.masterPort = arguments.masterPort;
+    values.alias = arguments.alias;
+    values.gpus = std::move(gpus);
+    values.outOfCore = arguments.outOfCore;
+    values.headroom = arguments.headroom;
+    return values;
+}
+
+/** Returns what is wrong. */
+std::string findVersion(const Configuration& configuration, const std::stop_token& stop,
+                        uint32_t& version)
+{
+    version = configuration.version;
+
+    if (configuration.versionCommand.empty())
+        return {};
+
+    const auto result =
+        runCommand(makeStart(configuration, configuration.versionCommand), versionLimit, stop);
+    auto error = describeCommandFailure(result, versionLimit);
+
+    if (error.empty())
+        version = extractVersion(result.output, configuration.versionPattern, error).value_or(0);
+
+    return error.empty() ? error
+                         : "cannot find the version with " + configuration.versionCommand.front() +
+                               ": " + error;
+}
+
+/** Returns what is wrong. */
+std::string findGpus(const SlaveArguments& arguments, const Configuration& configuration,
+                     OutputWriter& writer, SlaveSetup& setup)
+{
+    const auto detected = detectIfNeeded(configuration);
+
+    for (const auto& note : detected.notes)
+        writer.writeMessage(note);
+
+    auto selection =
+        selectGpus(detected, readInheritedSelection(), arguments.gpus, configuration.gpus);
+
+    if (selection.error.empty())
+    {
+        setup.numGpus = static_cast<uint32_t>(selection.gpus.size());
+        setup.configuration =
+            expandPlaceholders(configuration, makeValues(arguments, std::move(selection.gpus)));
+        setup.configuration.environment.merge(selection.environment);
+    }
+
+    return selection.error;
+}
+
+} // namespace
+
+int setUp(const SlaveArguments& arguments, const Configuration& configuration, MonitorLink& link,
+          const SessionInbox& inbox, SlaveSetup& setup)
+{
+    OutputWriter writer{OutputSettings{}}; // the configured one needs the placeholders
+
+    if (auto error = link.open(arguments.daemonPort); !error.empty())
+    {
+        writer.writeMessage(error);
+        return exitNoDaemon;
+    }
+
+    auto error = findGpus(arguments, configuration, writer, setup);
+
+    if (error.empty())
+        error = findVersion(setup.configuration, inbox.getStopToken(), setup.version);
+
+    if (error.empty() || inbox.getStopToken().stop_requested())
+        return exitSuccess;
+
+    writer.writeMessage(error);
+    return exitBadConfiguration;
+}
+
+ProgramStart makeStart(const Configuration& configuration, const Command& command)
+{
+    return {command, configuration.folder, configuration.environment};
+}
+
+} // namespace quelta::execslave
