@@ -62,7 +62,8 @@ TEST(ExecSlavePlaceholders, NoGpusGiveAnEmptyList)
 TEST(ExecSlavePlaceholders, AnUnknownOneIsAnErrorThatNamesTheNearest)
 {
     const std::string expected =
-        "expected a placeholder ({master_address}, {master_port}, {master_port+N}, {alias}, {gpus}, "
+        "expected a placeholder ({master_address}, {master_port}, {master_port+N}, {alias}, "
+        "{gpus}, "
         "{gpu_count}, {out_of_core} or {headroom}) or {{ for a brace, found ";
 
     EXPECT_EQ(findPlaceholderError("a {mater_port} b"),

@@ -19,7 +19,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr int64_t maxFileSize = 65536;
+/** Keys such as a.a.a.a nest by two bytes a level, and toml++ frees the levels recursively. */
+constexpr int64_t maxFileSize = 32768;
 constexpr double minSeconds = 0.001;
 constexpr double maxSeconds = 1'000'000;
 constexpr int64_t maxGpus = 1024;
@@ -46,6 +47,19 @@ std::string checkPattern(const std::string& text)
     Pattern pattern(text, error);
     return error.empty() ? ""
                          : "expected a regular expression, found " + quoteText(text) + ": " + error;
+}
+
+std::string checkVersionPattern(const std::string& text)
+{
+    std::string error;
+    const auto numGroups = Pattern(text, error).countGroups();
+
+    if (!error.empty())
+        return checkPattern(text);
+
+    return numGroups >= 1 && numGroups <= 3
+               ? ""
+               : "expected one to three groups such as (\\d+), found " + std::to_string(numGroups);
 }
 
 std::string checkSignal(const std::string& text)
@@ -156,7 +170,7 @@ void readVersion(TomlTable& table, Configuration& configuration)
     table.readInteger("version", 0, std::numeric_limits<uint32_t>::max(), version);
     configuration.version = static_cast<uint32_t>(version);
     table.readCommand("version_command", checkPlaceholders, configuration.versionCommand);
-    table.readText("version_pattern", checkPattern, configuration.versionPattern);
+    table.readText("version_pattern", checkVersionPattern, configuration.versionPattern);
 
     const auto* number = table.find("version");
     const auto* command = table.find("version_command");
@@ -230,6 +244,10 @@ Configuration readConfiguration(const toml::table& root, std::vector<PlacedError
     Configuration result;
     TomlTable table(root, "", errors);
     table.readCommand("command", checkPlaceholders, result.command);
+
+    if (table.find("command") == nullptr)
+        errors.push_back({{1, 1}, "expected the key command, found none"});
+
     table.readText("folder", checkPlaceholders, result.folder);
     readVersion(table, result);
     readGpus(table, result.gpus);
@@ -240,11 +258,28 @@ Configuration readConfiguration(const toml::table& root, std::vector<PlacedError
     table.readTable("stop", [&](TomlTable& inner) { readStop(inner, result.stop); });
     table.readTable("output", [&](TomlTable& inner) { readOutput(inner, result.output); });
     table.rejectUnknownKeys();
-
-    if (table.find("command") == nullptr)
-        errors.push_back({{1, 1}, "expected the key command, found none"});
-
     return result;
+}
+
+/** Returns toml++'s "Error while parsing WHAT: expected ..., saw ..." in the words of the other
+    errors. */
+PlacedError describeSyntaxError(const toml::parse_error& error)
+{
+    constexpr std::string_view prefix = "Error while parsing ";
+    std::string text(error.description());
+
+    if (const auto colon = text.find(": "); text.starts_with(prefix) && colon != std::string::npos)
+        text =
+            text.substr(colon + 2) + " (" + text.substr(prefix.size(), colon - prefix.size()) + ')';
+
+    if (const auto saw = text.find(", saw "); saw != std::string::npos)
+        text.replace(saw, 6, ", found ");
+
+    for (auto& c : text)
+        if (static_cast<unsigned char>(c) < 0x20)
+            c = '?';
+
+    return {error.source().begin, text};
 }
 
 std::string formatError(const std::string& fileName, const PlacedError& error)
@@ -263,8 +298,7 @@ ConfigurationResult parseConfiguration(std::string_view text, const std::string&
     if (auto parsed = toml::parse(text); parsed.succeeded())
         result.configuration = readConfiguration(parsed.table(), errors);
     else
-        errors.push_back(
-            {parsed.error().source().begin, std::string(parsed.error().description())});
+        errors.push_back(describeSyntaxError(parsed.error()));
 
     std::stable_sort(errors.begin(), errors.end(),
                      [](const auto& a, const auto& b) { return a.place < b.place; });

@@ -28,6 +28,15 @@ bool search(const Expression& expression, std::string_view text, boost::cmatch& 
     }
 }
 
+/** Returns the first sentence of Boost's message, which is followed by one that quotes the
+    expression. */
+std::string describeError(const boost::regex_error& exception)
+{
+    const std::string text = exception.what();
+    return text.substr(0, text.find(".  The error occurred")) + " at character " +
+           std::to_string(exception.position() + 1);
+}
+
 } // namespace
 
 struct Pattern::Compiled
@@ -43,10 +52,15 @@ Pattern::Pattern(const std::string& expression, std::string& error)
         result->expression.assign(expression, boost::regex::perl);
         compiled = std::move(result);
     }
-    catch (const std::runtime_error& exception)
+    catch (const boost::regex_error& exception)
     {
-        error = exception.what();
+        error = describeError(exception);
     }
+}
+
+size_t Pattern::countGroups() const
+{
+    return compiled != nullptr ? compiled->expression.mark_count() : 0;
 }
 
 bool Pattern::matches(std::string_view text) const

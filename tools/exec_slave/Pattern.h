@@ -2,6 +2,7 @@
 // program's output can neither exhaust the stack nor block the reader. Thread-safe once constructed.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -14,6 +15,9 @@ class Pattern
 public:
     /** Compiles a Perl-style expression. If it is invalid, `error` says why and nothing matches. */
     Pattern(const std::string& expression, std::string& error);
+
+    /** The number of captured groups; 0 if the expression is invalid. */
+    size_t countGroups() const;
 
     /** Whether any part of the text matches. */
     bool matches(std::string_view text) const;

@@ -15,7 +15,9 @@ namespace {
 std::string formatNumber(double number)
 {
     std::array<char, 32> text{};
-    return {text.data(), std::to_chars(text.data(), text.data() + text.size(), number).ptr};
+    const auto result = std::to_chars(text.data(), text.data() + text.size(), number,
+                                      std::chars_format::general, 15);
+    return {text.data(), result.ptr};
 }
 
 std::string describe(const toml::node& node)

@@ -70,7 +70,7 @@ std::string joinNames(const std::vector<std::string>& names)
 std::string suggestName(std::string_view name, const std::vector<std::string>& known)
 {
     const std::string* nearest = nullptr;
-    auto fewest = std::min<size_t>((name.size() + 1) / 3, 2) + 1;
+    size_t fewest = name.size() < 3 ? 2 : 3; // two exchanged letters are two edits
 
     for (const auto& candidate : known)
     {
