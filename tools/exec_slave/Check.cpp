@@ -51,24 +51,42 @@ std::string checkPort(const std::string& target, std::chrono::milliseconds limit
                       const std::stop_token& stop)
 {
     const auto colon = target.rfind(':');
-    auto host = target.substr(0, colon);
     uint16_t port = 0;
     std::from_chars(target.data() + colon + 1, target.data() + target.size(), port);
 
-    if (host.starts_with('[') && host.ends_with(']'))
-        host = host.substr(1, host.size() - 2);
-
-    const auto error = probePort(host, port, limit, stop);
+    const auto error = probePort(target.substr(0, colon), port, limit, stop);
     return error.empty() ? error : "cannot connect to " + target + ": " + error;
 }
 
 std::string checkCommand(const ProgramStart& command, std::chrono::milliseconds limit,
                          const std::stop_token& stop)
 {
-    const auto failure = describeCommandFailure(runCommand(command, limit, stop), limit);
+    return describeFailure(command, runCommand(command, limit, stop), limit);
+}
 
-    return failure.empty() ? failure
-                           : "the command " + command.command.front() + " has failed: " + failure;
+std::string describeFailure(const ProgramStart& command, const CommandResult& result,
+                            std::chrono::milliseconds limit)
+{
+    const auto subject = "the command " + command.command.front();
+
+    switch (result.outcome)
+    {
+        case CommandResult::Outcome::timedOut:
+            return subject + " took longer than " + describeSeconds(limit);
+        case CommandResult::Outcome::stopped:
+            return subject + " was stopped";
+        case CommandResult::Outcome::failed:
+            return result.error;
+        case CommandResult::Outcome::ended:
+            break;
+    }
+
+    if (result.status == 0)
+        return {};
+
+    const auto reason = lastLine(result.output);
+    return subject + " ended with exit status " + std::to_string(result.status) +
+           (reason.empty() ? "" : ": " + reason);
 }
 
 } // namespace quelta::execslave

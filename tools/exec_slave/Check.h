@@ -11,7 +11,7 @@
 
 namespace quelta::execslave {
 
-/** `target` is HOST:PORT; an IPv6 address is written in brackets. */
+/** `target` is HOST:PORT. */
 std::string checkPort(const std::string& target, std::chrono::milliseconds limit,
                       const std::stop_token& stop);
 
@@ -19,6 +19,7 @@ std::string checkCommand(const ProgramStart& command, std::chrono::milliseconds 
                          const std::stop_token& stop);
 
 /** Why a command has not succeeded within its limit; empty if it has. */
-std::string describeCommandFailure(const CommandResult& result, std::chrono::milliseconds limit);
+std::string describeFailure(const ProgramStart& command, const CommandResult& result,
+                            std::chrono::milliseconds limit);
 
 } // namespace quelta::execslave

@@ -46,7 +46,7 @@ int Session::run()
 
     if (program == nullptr)
     {
-        writer.writeMessage("cannot start " + configuration.command.front() + ": " + error);
+        writer.writeMessage(error);
         return exitNotStarted;
     }
 

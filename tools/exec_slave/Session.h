@@ -1,8 +1,7 @@
 // A run of the configured program for a master, from its start to its end.
 //
-// run() works on the calling thread, which must be the one that lives as long as the process: Linux
-// ties the program's parent-death signal to it. Output, checks, heartbeats and the stop command have
-// threads of their own, which report to the inbox; SessionState decides.
+// run() works on the calling thread. Output, checks, heartbeats and the stop command have threads of
+// their own, which report to the inbox; SessionState decides.
 #pragma once
 
 #include <memory>

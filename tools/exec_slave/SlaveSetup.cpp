@@ -43,16 +43,14 @@ std::string findVersion(const Configuration& configuration, const std::stop_toke
     if (configuration.versionCommand.empty())
         return {};
 
-    const auto result =
-        runCommand(makeStart(configuration, configuration.versionCommand), versionLimit, stop);
-    auto error = describeCommandFailure(result, versionLimit);
+    const auto command = makeStart(configuration, configuration.versionCommand);
+    const auto result = runCommand(command, versionLimit, stop);
+    auto error = describeFailure(command, result, versionLimit);
 
     if (error.empty())
         version = extractVersion(result.output, configuration.versionPattern, error).value_or(0);
 
-    return error.empty() ? error
-                         : "cannot find the version with " + configuration.versionCommand.front() +
-                               ": " + error;
+    return error.empty() ? error : "cannot find the version: " + error;
 }
 
 /** Returns what is wrong. */
@@ -67,15 +65,18 @@ std::string findGpus(const SlaveArguments& arguments, const Configuration& confi
     auto selection =
         selectGpus(detected, readInheritedSelection(), arguments.gpus, configuration.gpus);
 
-    if (selection.error.empty())
-    {
-        setup.numGpus = static_cast<uint32_t>(selection.gpus.size());
-        setup.configuration =
-            expandPlaceholders(configuration, makeValues(arguments, std::move(selection.gpus)));
-        setup.configuration.environment.merge(selection.environment);
-    }
+    if (!selection.error.empty())
+        return selection.error;
 
-    return selection.error;
+    setup.numGpus = static_cast<uint32_t>(selection.gpus.size());
+    const auto values = makeValues(arguments, std::move(selection.gpus));
+
+    if (auto error = findExpansionError(configuration, values); !error.empty())
+        return error;
+
+    setup.configuration = expandPlaceholders(configuration, values);
+    setup.configuration.environment.merge(selection.environment);
+    return {};
 }
 
 } // namespace
