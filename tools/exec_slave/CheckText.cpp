@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <cctype>
 
+#include "exec_slave/Duration.h"
 #include "exec_slave/Wording.h"
 
 namespace quelta::execslave {
 
 namespace {
-
-using std::chrono::milliseconds;
 
 /** Rows of a name and a text. The text of a row without a name continues the row above. */
 class Rows
@@ -38,24 +37,11 @@ std::string formatWord(const std::string& word)
     std::string quoted = "'";
 
     for (const auto c : word)
-        quoted += c == '\'' ? std::string("'\\''")
+        quoted += c == '\''                                           ? std::string("'\\''")
                   : static_cast<unsigned char>(c) < 0x20 || c == 0x7F ? std::string("?")
                                                                       : std::string(1, c);
 
     return quoted + '\'';
-}
-
-std::string formatSeconds(milliseconds time)
-{
-    auto text = std::to_string(time.count() / 1000);
-
-    if (const auto rest = time.count() % 1000; rest > 0)
-    {
-        text += '.' + std::to_string(1000 + rest).substr(1);
-        text.erase(text.find_last_not_of('0') + 1);
-    }
-
-    return text + " s";
 }
 
 std::string formatSize(int64_t bytes)
@@ -74,7 +60,7 @@ std::string formatSize(int64_t bytes)
 
 std::string describeReadiness(const ReadyCondition& ready)
 {
-    const auto limit = ", within " + formatSeconds(ready.timeout);
+    const auto limit = ", within " + describeSeconds(ready.timeout);
 
     if (!ready.line.empty())
         return "when a line of output matches " + formatWord(ready.line) + limit;
@@ -85,13 +71,13 @@ std::string describeReadiness(const ReadyCondition& ready)
     if (!ready.command.empty())
         return "when this command ends with 0" + limit + ": " + formatCommand(ready.command);
 
-    return "when the program has run for " + formatSeconds(ready.after);
+    return "when the program has run for " + describeSeconds(ready.after);
 }
 
 void describeHealth(const AliveCondition& alive, Rows& rows)
 {
     std::vector<std::string> conditions;
-    const auto period = ", checked every " + formatSeconds(alive.period);
+    const auto period = ", checked every " + describeSeconds(alive.period);
 
     if (!alive.tcp.empty())
         conditions.push_back("while " + alive.tcp + " accepts connections" + period);
@@ -102,7 +88,7 @@ void describeHealth(const AliveCondition& alive, Rows& rows)
 
     if (alive.silence)
         conditions.push_back("while the program prints a line every " +
-                             formatSeconds(*alive.silence));
+                             describeSeconds(*alive.silence));
 
     if (conditions.empty())
         conditions.emplace_back("while the program runs");
@@ -113,12 +99,17 @@ void describeHealth(const AliveCondition& alive, Rows& rows)
 
 void describeStop(const StopLadder& stop, Rows& rows)
 {
-    if (!stop.command.empty())
-        rows.add("stop", "run " + formatCommand(stop.command));
+    const auto signal = "send SIG" + stop.signal + " (on Windows Ctrl-Break)";
 
-    rows.add(stop.command.empty() ? "stop" : "",
-             "send SIG" + stop.signal + " (on Windows Ctrl-Break)");
-    rows.add("", "kill after " + formatSeconds(stop.grace));
+    if (stop.command.empty())
+        rows.add("stop", signal);
+    else
+    {
+        rows.add("stop", "run " + formatCommand(stop.command));
+        rows.add("", "after " + describeSeconds(stop.grace / 2) + ", or if that fails, " + signal);
+    }
+
+    rows.add("", "after " + describeSeconds(stop.grace) + " kill");
 }
 
 void describeOutput(const OutputSettings& output, Rows& rows)
@@ -127,8 +118,19 @@ void describeOutput(const OutputSettings& output, Rows& rows)
                            (output.prefix.empty() ? "" : ", after " + quoteText(output.prefix)));
 
     if (!output.file.empty())
-        rows.add("", "to " + output.file + ", up to " + formatSize(output.maxSize) + ", and " +
-                         std::to_string(output.keep) + " older files");
+        rows.add("", "to " + output.file + ", up to " + formatSize(output.maxSize) +
+                         "; older files kept: " + std::to_string(output.keep));
+}
+
+void describeEnvironment(const std::map<std::string, std::string>& environment, Rows& rows)
+{
+    auto name = "environment";
+
+    for (const auto& [variable, value] : environment)
+    {
+        rows.add(name, value.empty() ? variable + " is removed" : variable + '=' + value);
+        name = "";
+    }
 }
 
 void describeGpus(const CheckFacts& facts, const std::optional<uint32_t>& configured, Rows& rows)
@@ -184,20 +186,13 @@ std::string describeRun(const Configuration& configuration, const PlaceholderVal
                             std::to_string(example.masterPort) + ", alias " +
                             quoteText(example.alias));
     rows.add("command", formatCommand(run.command));
-    rows.add("program", facts.program.empty() ? "not found in PATH" : facts.program);
+    rows.add("program", facts.program.empty() ? "not found" : facts.program);
     rows.add("folder", (run.folder.empty() ? "the folder of this program" : run.folder) +
                            (facts.folderExists ? "" : " (does not exist)"));
 
     auto environment = run.environment;
     environment.merge(std::map(facts.selection.environment));
-    auto name = "environment";
-
-    for (const auto& [variable, value] : environment)
-    {
-        rows.add(name, variable + '=' + value);
-        name = "";
-    }
-
+    describeEnvironment(environment, rows);
     describeVersion(run, rows);
     describeGpus(facts, configuration.gpus, rows);
     rows.add("ready", describeReadiness(run.ready));
