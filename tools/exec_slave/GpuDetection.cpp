@@ -63,12 +63,17 @@ GpuReport tryWay(const GpuWay& way, const CommandRunner& run, milliseconds limit
     return report;
 }
 
-std::optional<GpuReport> readChildsReport(const CommandResult& result)
+} // namespace
+
+std::optional<GpuReport> readGpuReport(const CommandResult& result)
 {
     return result.status == 0 ? parseGpuReport(result.output) : std::nullopt;
 }
 
-} // namespace
+std::optional<GpuReport> readNvidiaSmi(const CommandResult& result)
+{
+    return parseNvidiaSmi(result.status, result.output);
+}
 
 std::vector<GpuWay> getGpuWays(const std::string& program)
 {
@@ -76,7 +81,7 @@ std::vector<GpuWay> getGpuWays(const std::string& program)
                               GpuVendor::nvidia,
                               {program, gpuDetectionOption, nvmlWay},
                               nvmlDeadline,
-                              readChildsReport}};
+                              readGpuReport}};
 
     if (platform::hasOtherWaysThanNvml())
     {
@@ -84,14 +89,12 @@ std::vector<GpuWay> getGpuWays(const std::string& program)
                         GpuVendor::nvidia,
                         {"nvidia-smi", "-L"},
                         nvidiaSmiDeadline,
-                        [](const CommandResult& result) {
-                            return parseNvidiaSmi(result.status, result.output);
-                        }});
+                        readNvidiaSmi});
         ways.push_back({"sysfs",
                         GpuVendor::amd,
                         {program, gpuDetectionOption, amdWay},
                         amdDeadline,
-                        readChildsReport});
+                        readGpuReport});
     }
 
     return ways;
@@ -118,7 +121,7 @@ DetectedGpus detectGpus(const std::vector<GpuWay>& ways, const CommandRunner& ru
             finishedVendor = way.vendor;
 
         if (report.state == GpuReport::State::absent)
-            nothing += "; " + way.name + ": " + report.notes.front();
+            nothing += "; " + report.notes.front();
         else
             detected.notes.insert(detected.notes.end(), report.notes.begin(), report.notes.end());
 

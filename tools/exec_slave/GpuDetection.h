@@ -23,6 +23,12 @@ struct GpuWay
     std::function<std::optional<GpuReport>(const CommandResult&)> read;
 };
 
+/** The report of a child of this program. */
+std::optional<GpuReport> readGpuReport(const CommandResult& result);
+
+/** The report in the output of `nvidia-smi -L`. */
+std::optional<GpuReport> readNvidiaSmi(const CommandResult& result);
+
 /** The ways on this system, in the order in which they are tried. `program` is this executable. */
 std::vector<GpuWay> getGpuWays(const std::string& program);
 

@@ -34,8 +34,8 @@ DetectedGpus detectGpus();
 /** The first argument of such a child. */
 constexpr auto gpuDetectionOption = "--detect-gpus";
 
-/** The main function of such a child: prints what it finds and ends the process. `way` is its second
-    argument. */
+/** The main function of such a child: prints what it finds and ends the process. `way` is its
+    second argument. */
 [[noreturn]] int runGpuDetection(const std::string& way = "nvml");
 
 struct GpuSelection
