@@ -86,8 +86,8 @@ int runExecSlave(const std::vector<std::string>& arguments)
 {
     const auto option = arguments.size() > 1 ? arguments[1] : std::string();
 
-    if (option == "--detect-gpus")
-        return runGpuDetection();
+    if (option == gpuDetectionOption)
+        runGpuDetection(arguments.size() > 2 ? arguments[2] : std::string());
 
     if (option == "--check" && arguments.size() <= 3)
         return runCheck(arguments.size() == 3 ? arguments[2] : std::string());

@@ -152,7 +152,7 @@ DetectedGpus detectGpus()
     });
 }
 
-int runGpuDetection(const std::string& way)
+void runGpuDetection(const std::string& way)
 {
     const auto report = way == amdWay ? readAmdGpus("/sys") : readNvml(platform::getNvmlName());
     std::cout << formatGpuReport(report) << std::flush;

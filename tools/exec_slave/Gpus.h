@@ -36,7 +36,7 @@ constexpr auto gpuDetectionOption = "--detect-gpus";
 
 /** The main function of such a child: prints what it finds and ends the process. `way` is its
     second argument. */
-[[noreturn]] int runGpuDetection(const std::string& way = "nvml");
+[[noreturn]] void runGpuDetection(const std::string& way);
 
 struct GpuSelection
 {

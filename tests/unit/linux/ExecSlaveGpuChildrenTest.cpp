@@ -1,5 +1,5 @@
-// The detection in real child processes: of this program with libraries that stand in for NVIDIA's,
-// and of scripts that stand in for nvidia-smi.
+// The detection in real child processes: of the exec slave with libraries that stand in for
+// NVIDIA's, and of scripts that stand in for nvidia-smi.
 #include "exec_slave/GpuDetection.h"
 
 #include "support/Children.h"
@@ -55,8 +55,10 @@ protected:
 
     const std::map<std::string, std::string> childrenBefore = test::getChildren();
     const test::TemporaryFolder folder;
-    std::vector<GpuWay> ways =
-        getGpuWays(quelta::platform::executableFile().getFullPathName().toStdString());
+    std::vector<GpuWay> ways = getGpuWays(quelta::platform::executableFile()
+                                              .getSiblingFile("quelta_exec_slave")
+                                              .getFullPathName()
+                                              .toStdString());
 };
 
 TEST_F(GpuChildrenTest, NvmlIsAskedFirst)
