@@ -1,7 +1,7 @@
 // Writes lines to standard output and, if configured, to a file that rotates by size.
 //
-// A thread of its own does the writing, behind a bounded queue: a reader of standard output that has
-// stopped blocks the program that writes too much, but never the session. Any thread may call.
+// A thread of its own does the writing, behind a bounded queue: a reader of standard output that
+// has stopped blocks the program that writes too much, but never the session. Any thread may call.
 #pragma once
 
 #include <chrono>
@@ -16,8 +16,8 @@ namespace quelta::execslave {
 class OutputWriter
 {
 public:
-    /** `settings` has its placeholders replaced. A file that cannot be opened is reported once, on
-        standard output. */
+    /** `settings` has its placeholders replaced. A file that cannot be opened, written or rotated is
+        reported once, on standard output. */
     explicit OutputWriter(const OutputSettings& settings);
 
     /** Writes what is queued, for at most a second, and ends the thread. */
@@ -30,7 +30,8 @@ public:
         the queue is full, unless the writer is ending. */
     void writeProgramLine(std::string_view line);
 
-    /** A message of the exec slave itself. Never blocks. */
+    /** A message of the exec slave itself, without prefix. Never blocks: with the queue full of
+        messages it is lost. */
     void writeMessage(std::string_view text);
 
 private:

@@ -31,8 +31,8 @@ Containment findContainment();
 const char* describe(Containment containment);
 
 /** Returns the file that a start would run: a name without a slash is looked up in the PATH of the
-    program's environment, a relative path starts from the program's folder. Empty if there is no such
-    file. */
+    program's environment, a relative path starts from the program's folder. Empty if there is no
+    such file. */
 std::string findProgram(const ProgramStart& start);
 
 struct ProgramEnd
@@ -69,11 +69,12 @@ public:
     std::optional<ProgramEnd> waitForEnd(std::chrono::milliseconds limit);
 
     /** Asks the program's process group to end. Linux: the signal, such as "TERM" (also sent if the
-        name is unknown). Windows: Ctrl-Break, whatever the name. No-op once the program has ended. */
+        name is unknown). Windows: Ctrl-Break, whatever the name. No-op once the program has
+        ended. */
     void requestEnd(const std::string& signal);
 
-    /** Kills the whole tree and waits until it is gone, but at most 5 s: a process that waits for a
-        driver cannot be killed before the driver answers. Idempotent. */
+    /** Kills the whole tree and waits until it is gone, but at most 5 s: a process that waits for
+        a driver cannot be killed before the driver answers. Idempotent. */
     void kill();
 
 private:

@@ -5,8 +5,8 @@
 
 namespace quelta::execslave {
 
-/** Creates a group below that of this process, where that is delegated to it and the kernel can kill
-    whole groups (since 5.14). Returns its folder, or an empty string. */
+/** Creates a group below that of this process, where that is delegated to it and the kernel can
+    kill whole groups (since 5.14). Returns its folder, or an empty string. */
 std::string createControlGroup();
 
 /** Kills all processes of a group. */

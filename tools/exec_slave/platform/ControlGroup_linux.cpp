@@ -90,8 +90,8 @@ bool isMarkedAsDelegated(const std::string& folder)
     return false;
 }
 
-/** A user may write only to groups that are delegated to him, but root may write to all. Where systemd
-    manages the groups, it marks those that it leaves to others. */
+/** A user may write only to groups that are delegated to him, but root may write to all. Where
+    systemd manages the groups, it marks those that it leaves to others. */
 bool isDelegated(const std::string& folder)
 {
     if (geteuid() != 0 || !fs::exists("/run/systemd/system"))

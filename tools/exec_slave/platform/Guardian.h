@@ -46,8 +46,8 @@ struct GuardianReport
     int32_t value = 0;
 };
 
-/** Runs the guardian in the child process after fork, with all signals blocked. The exec slave sends
-    it the number of a signal for the program's process group, in one byte. Returns never. */
+/** Runs the guardian in the child process after fork, with all signals blocked. The exec slave
+    sends it the number of a signal for the program's process group, in one byte. */
 [[noreturn]] void runGuardian(const GuardianPlan& plan);
 
 } // namespace quelta::execslave

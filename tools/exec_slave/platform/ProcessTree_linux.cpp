@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "exec_slave/platform/ControlGroup.h"
+#include "exec_slave/platform/SystemError.h"
 
 namespace quelta::execslave {
 
@@ -122,15 +123,9 @@ ProgramEnd describeEnd(int status)
             "signal " + std::to_string(number) + " (" + (name != nullptr ? name : "?") + ")"};
 }
 
-std::string describeError(int number)
-{
-    const auto* const text = strerrordesc_np(number);
-    return text != nullptr ? text : "error " + std::to_string(number);
-}
-
 StartFailure describeFailure(const GuardianReport& report, const ProgramStart& start)
 {
-    const auto text = ": " + describeError(report.value);
+    const auto text = ": " + describeSystemError(report.value);
 
     if (report.kind == Kind::folderFailed)
         return {false, "cannot enter the folder " + start.folder + text};
@@ -169,7 +164,7 @@ bool ProcessTree::start(GuardianPlan& plan, const ProgramStart& start, StartFail
     const bool opened =
         socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets.data()) == 0 &&
         pipe2(pipe.data(), O_CLOEXEC) == 0;
-    failure = {false, "cannot open a pipe: " + describeError(errno)};
+    failure = {false, "cannot open a pipe: " + describeSystemError(errno)};
     control = Descriptor(sockets[0]);
     output = Descriptor(pipe[0]);
     const Descriptor guardiansControl(sockets[1]);
@@ -186,7 +181,7 @@ bool ProcessTree::start(GuardianPlan& plan, const ProgramStart& start, StartFail
 
     if (guardian < 0)
     {
-        failure = {false, "cannot start a process: " + describeError(errno)};
+        failure = {false, "cannot start a process: " + describeSystemError(errno)};
         guardian = 0;
         return false;
     }
