@@ -6,7 +6,7 @@ from contextlib import contextmanager
 
 import pytest
 
-from support import programs
+from support import exec_slave, programs
 from support.limits import TEST_LIMIT
 from support.master import Master
 from support.node import Node
@@ -165,6 +165,36 @@ def farm(make_node, make_master):
         return (node, *(make_master().join(node) for _ in range(masters)))
 
     return make
+
+
+@pytest.fixture
+def make_exec_node(make_node):
+    """Creates nodes whose slave is the exec slave with the given configuration."""
+
+    def make(options=(), **settings):
+        return exec_slave.equip(make_node(options=options), **settings)
+
+    return make
+
+
+@pytest.fixture
+def exec_node(make_exec_node):
+    """The same, serving."""
+    return lambda **settings: make_exec_node(**settings).serve()
+
+
+@pytest.fixture
+def hold():
+    """Has console masters hold the slaves of nodes: `hold(node)`."""
+    masters = []
+
+    def make(node):
+        masters.append(exec_slave.Hold(node))
+        return masters[-1]
+
+    yield make
+    for master in masters:
+        master.close()
 
 
 @pytest.fixture

@@ -1,0 +1,81 @@
+"""The exec slave in a node under test, the worker that it runs, and quelta_master in front of it."""
+
+from __future__ import annotations
+
+import json
+from pathlib import Path
+from typing import Any, Sequence
+
+from . import programs
+from .console_master import PATIENCE, ConsoleMaster
+from .node import Node
+
+EXEC_SLAVE = "quelta_exec_slave" + programs.SUFFIX
+WORKER = "quelta_test_worker" + programs.SUFFIX
+
+# What the exec slave puts in front of its own lines.
+OWN = "exec slave: "
+
+CRASHED = " " * 12 + "slave crashed or was stopped via CTRL-C"
+
+# The exit status of a program that is ended by SIGTERM or SIGKILL, and by their like on Windows.
+TERMINATED = "exit status 3221225786" if programs.ON_WINDOWS else "signal 15 (Terminated)"
+
+
+def worker(*steps: object) -> list[str]:
+    """Returns the command of a worker; tests/worker/worker.cpp lists the steps."""
+    path = programs.native_path(programs.bin_dir() / WORKER)
+    return [path.replace("{", "{{").replace("}", "}}"), *map(str, steps)]
+
+
+def toml(settings: dict[str, Any]) -> str:
+    """Returns settings as TOML, whose strings, numbers and arrays are written as in JSON."""
+    plain = {key: value for key, value in settings.items() if not isinstance(value, dict)}
+    lines = [f"{key} = {json.dumps(value, ensure_ascii=False)}" for key, value in plain.items()]
+    for name, table in settings.items():
+        if isinstance(table, dict):
+            lines += [f"[{name}]", toml(table)]
+    return "\n".join(lines) + "\n"
+
+
+def configure(node: Node, **settings: Any) -> None:
+    """Writes the configuration; the version and the number of GPUs are those of the stand-in."""
+    usual: dict[str, Any] = {"version": 4000000, "gpus": 1}
+    node.slave.with_suffix(".toml").write_text(toml({**usual, **settings}), encoding="utf-8")
+
+
+def equip(node: Node, **settings: Any) -> Node:
+    """Replaces the node's stand-in with an exec slave."""
+    node.slave.unlink()
+    node.slave = programs.install(EXEC_SLAVE, node.slave.parent)
+    configure(node, **settings)
+    return node
+
+
+def native(path: Path) -> str:
+    return programs.native_path(path)
+
+
+class Hold(ConsoleMaster):
+    """A console master that holds the slave of a node."""
+
+    def __init__(self, node: Node) -> None:
+        self.node = f"127.0.0.1:{node.port}"
+        super().__init__("hold", self.node, "--timeout", PATIENCE)
+
+    def wait(self, *events: str) -> None:
+        """Waits for these events of the node, in this order."""
+        self.output.wait_sequence(f"{self.node} {event}" for event in events)
+
+    def give_back(self) -> None:
+        """Gives the slave back as at Ctrl-C and asserts that the node is free."""
+        self.interrupt()
+        self.wait("stopped: the node is free")
+        self.wait_exit()
+
+    def events(self) -> Sequence[str]:
+        """Waits for the end of the console master and returns the events of the node."""
+        begin = f"{self.node} "
+        return [
+            line.removeprefix(begin) for line in self.output.rest() if line.startswith(begin)
+        ][1:]
