@@ -146,6 +146,9 @@ TEST(ExecSlaveConfiguration, ASyntaxErrorHasItsPlace)
     EXPECT_EQ(errorsOf("folder"), Errors{"f:2:7: encountered end-of-file (key-value pair)"});
     EXPECT_EQ(errorsOf("command = ['b']"),
               Errors{"f:2:11: cannot redefine existing array 'command' (key-value pair)"});
+    EXPECT_EQ(errorsOf("[`a]"),
+              Errors{"f:2:2: expected bare key starting character or string delimiter, found '`' "
+                     "(key)"});
     EXPECT_EQ(errorsOf("folder = \"\xFF\""), Errors{"f:2:10: Encountered invalid utf-8 sequence"});
 }
 

@@ -295,10 +295,14 @@ ConfigurationResult parseConfiguration(std::string_view text, const std::string&
     std::vector<PlacedError> errors;
     ConfigurationResult result;
 
-    if (auto parsed = toml::parse(text); parsed.succeeded())
-        result.configuration = readConfiguration(parsed.table(), errors);
-    else
-        errors.push_back(describeSyntaxError(parsed.error()));
+    try
+    {
+        result.configuration = readConfiguration(toml::parse(text), errors);
+    }
+    catch (const toml::parse_error& error)
+    {
+        errors.push_back(describeSyntaxError(error));
+    }
 
     std::stable_sort(errors.begin(), errors.end(),
                      [](const auto& a, const auto& b) { return a.place < b.place; });

@@ -11,11 +11,16 @@
 #include <string_view>
 #include <vector>
 
-// Errors are returned, and the texts that toml++ can write are not needed.
-#define TOML_EXCEPTIONS 0
+// toml++ 3.3 asserts, or lets clang assume, that a key follows "[", but handles it if none does. So
+// its assertions are disabled, and those that NDEBUG would turn into assumptions as well.
+#pragma push_macro("NDEBUG")
+#undef NDEBUG
+#define TOML_ASSERT(condition) static_assert(true)
+#define TOML_EXCEPTIONS 1
 #define TOML_ENABLE_FORMATTERS 0
 #define TOML_ENABLE_WINDOWS_COMPAT 0
 #include <toml++/toml.h>
+#pragma pop_macro("NDEBUG")
 
 #include "exec_slave/Configuration.h"
 
