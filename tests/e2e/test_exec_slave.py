@@ -6,7 +6,7 @@ import signal
 import pytest
 
 from support import measure, programs
-from support.exec_slave import CRASHED, OWN, TERMINATED, configure, native, worker
+from support.exec_slave import CRASHED, OWN, configure, native, slave_process, worker
 from support.output import plain_line
 
 ONLINE = ("print", "online", "hang")
@@ -223,9 +223,5 @@ def test_endless_line_leaves_memory_flat(exec_node, hold):
     assert {len(piece) for piece in pieces[:-1]} == {8192}
     assert sum(map(len, pieces)) == size
     if not measure.SANITIZED and not programs.ON_WINDOWS:
-        assert measure.peak_kilobytes(node.exec_slave_process()) < 20_000
+        assert measure.peak_kilobytes(slave_process(node)) < 20_000
     master.give_back()
-
-
-def test_terminated_is_used():
-    assert TERMINATED

@@ -24,7 +24,8 @@ public:
     OutputPump(const Configuration& configuration, ContainedProgram& program, OutputWriter& writer,
                SessionInbox& inbox);
 
-    /** Ends the thread; what has not been read by then is lost. The writer must not block. */
+    /** Ends the thread; what has not been read by then is lost. The writer must have
+        ended, or it may block. */
     ~OutputPump() = default;
 
     OutputPump(const OutputPump&) = delete;

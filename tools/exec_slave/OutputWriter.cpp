@@ -18,6 +18,7 @@ using namespace std::chrono_literals;
 
 constexpr size_t queueLimit = 256 * 1024;   ///< Bytes; more block the program.
 constexpr size_t messageLimit = 512 * 1024; ///< Bytes; more messages are lost.
+constexpr auto messagePrefix = "exec slave: ";
 constexpr auto endLimit = 1s;
 constexpr auto cancelInterval = 20ms;
 
@@ -51,7 +52,7 @@ struct OutputWriter::Worker
             if (queue.size() >= messageLimit)
                 return;
 
-            (queue += cleanText(message)) += '\n';
+            ((queue += messagePrefix) += cleanText(message)) += '\n';
         }
 
         hasLines.notify_one();
@@ -74,7 +75,7 @@ struct OutputWriter::Worker
         {
             // The file comes first: it does not wait for a reader.
             if (const auto problem = file ? file->write(lines) : std::string(); !problem.empty())
-                (lines += problem) += '\n';
+                ((lines += messagePrefix) += problem) += '\n';
 
             output.write(lines);
         }
@@ -86,6 +87,9 @@ struct OutputWriter::Worker
 
     void end()
     {
+        if (!thread.joinable())
+            return;
+
         std::unique_lock guard(lock);
         isEnding = true;
         hasLines.notify_one();
@@ -121,7 +125,7 @@ OutputWriter::OutputWriter(const OutputSettings& settings)
 
 OutputWriter::~OutputWriter()
 {
-    worker->end();
+    end();
 }
 
 void OutputWriter::writeProgramLine(std::string_view line)
@@ -132,6 +136,11 @@ void OutputWriter::writeProgramLine(std::string_view line)
 void OutputWriter::writeMessage(std::string_view text)
 {
     worker->addMessage(text);
+}
+
+void OutputWriter::end()
+{
+    worker->end();
 }
 
 } // namespace quelta::execslave

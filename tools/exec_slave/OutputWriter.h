@@ -20,7 +20,7 @@ public:
         reported once, on standard output. */
     explicit OutputWriter(const OutputSettings& settings);
 
-    /** Writes what is queued, for at most a second, and ends the thread. */
+    /** Calls end(). */
     ~OutputWriter();
 
     OutputWriter(const OutputWriter&) = delete;
@@ -30,9 +30,13 @@ public:
         the queue is full, unless the writer is ending. */
     void writeProgramLine(std::string_view line);
 
-    /** A message of the exec slave itself, without prefix. Never blocks: with the queue full of
-        messages it is lost. */
+    /** A message of the exec slave itself, prefixed with "exec slave: ". Never blocks: with the queue
+        full of messages it is lost. */
     void writeMessage(std::string_view text);
+
+    /** Writes what is queued, for at most a second, and ends the thread. Later lines are lost, and no
+        call blocks any more. Idempotent; one thread. */
+    void end();
 
 private:
     struct Worker;

@@ -180,6 +180,7 @@ int Session::finish(SessionState& state, const ProgramEnd& end)
 
     const auto result = state.conclude(inbox.look(), end.status, end.text);
     write(result.messages);
+    writer.end(); // the pump may be waiting for a reader of standard output that has stopped
     return result.status;
 }
 

@@ -6,7 +6,7 @@ import json
 from pathlib import Path
 from typing import Any, Sequence
 
-from . import programs
+from . import measure, programs
 from .console_master import PATIENCE, ConsoleMaster
 from .node import Node
 
@@ -17,9 +17,6 @@ WORKER = "quelta_test_worker" + programs.SUFFIX
 OWN = "exec slave: "
 
 CRASHED = " " * 12 + "slave crashed or was stopped via CTRL-C"
-
-# The exit status of a program that is ended by SIGTERM or SIGKILL, and by their like on Windows.
-TERMINATED = "exit status 3221225786" if programs.ON_WINDOWS else "signal 15 (Terminated)"
 
 
 def worker(*steps: object) -> list[str]:
@@ -41,7 +38,8 @@ def toml(settings: dict[str, Any]) -> str:
 def configure(node: Node, **settings: Any) -> None:
     """Writes the configuration; the version and the number of GPUs are those of the stand-in."""
     usual: dict[str, Any] = {"version": 4000000, "gpus": 1}
-    node.slave.with_suffix(".toml").write_text(toml({**usual, **settings}), encoding="utf-8")
+    given = {key: value for key, value in {**usual, **settings}.items() if value is not None}
+    node.slave.with_suffix(".toml").write_text(toml(given), encoding="utf-8")
 
 
 def equip(node: Node, **settings: Any) -> Node:
@@ -50,6 +48,13 @@ def equip(node: Node, **settings: Any) -> Node:
     node.slave = programs.install(EXEC_SLAVE, node.slave.parent)
     configure(node, **settings)
     return node
+
+
+def slave_process(node: Node) -> int:
+    """Returns the exec slave itself: its guardian and the program are its descendants."""
+    processes = node.slave_processes()
+    [root] = [process for process in processes if measure.parent(process) not in processes]
+    return root
 
 
 def native(path: Path) -> str:

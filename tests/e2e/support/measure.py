@@ -41,6 +41,10 @@ def resident_kilobytes(process: int) -> int:
     return int(_status(process, "VmRSS"))
 
 
+def peak_kilobytes(process: int) -> int:
+    return int(_status(process, "VmHWM"))
+
+
 def address_space_kilobytes(process: int) -> int:
     return int(_status(process, "VmSize"))
 
@@ -67,6 +71,10 @@ def children(process: int) -> dict[int, str]:
             if int(parent) == process:
                 found[int(entry.name)] = state
     return found
+
+
+def parent(process: int) -> int:
+    return int(Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[1])
 
 
 def cpu_seconds(process: int) -> float:
