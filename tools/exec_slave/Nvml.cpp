@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <functional>
 #include <tuple>
 
 namespace quelta::execslave {
@@ -110,6 +109,24 @@ std::optional<Gpu> readGpu(Library& library, unsigned index)
     return gpu;
 }
 
+/** In the order of the PCI bus. */
+std::vector<Gpu> readGpus(Library& library, unsigned count, std::vector<std::string>& notes)
+{
+    std::vector<Gpu> gpus;
+
+    for (unsigned index = 0; index < count; ++index)
+    {
+        if (auto gpu = readGpu(library, index))
+            gpus.push_back(std::move(*gpu));
+        else
+            notes.push_back(library.getError());
+    }
+
+    std::stable_sort(gpus.begin(), gpus.end(),
+                     [](const Gpu& left, const Gpu& right) { return left.place < right.place; });
+    return gpus;
+}
+
 } // namespace
 
 GpuReport readNvml(const std::string& libraryName)
@@ -119,14 +136,12 @@ GpuReport readNvml(const std::string& libraryName)
     unsigned count = 0;
 
     if (!library.isLoaded())
-    {
         report.state = GpuReport::State::absent;
-        report.notes.push_back(library.getError());
-        return report;
-    }
+    else if (library.call("nvmlInit_v2", "NVML") &&
+             library.call("nvmlDeviceGetCount_v2", "NVML", &count))
+        report.state = GpuReport::State::answered;
 
-    if (!library.call("nvmlInit_v2", "NVML") ||
-        !library.call("nvmlDeviceGetCount_v2", "NVML", &count))
+    if (report.state != GpuReport::State::answered)
     {
         report.notes.push_back(library.getError());
         return report;
@@ -134,25 +149,12 @@ GpuReport readNvml(const std::string& libraryName)
 
     if (count > maxGpus)
     {
+        report.state = GpuReport::State::failed;
         report.notes.push_back("NVML: impossible number of GPUs: " + std::to_string(count));
         return report;
     }
 
-    report.state = GpuReport::State::answered;
-    std::vector<Gpu> gpus;
-
-    for (unsigned index = 0; index < count; ++index)
-    {
-        if (auto gpu = readGpu(library, index))
-            gpus.push_back(std::move(*gpu));
-        else
-            report.notes.push_back(library.getError());
-    }
-
-    std::stable_sort(gpus.begin(), gpus.end(),
-                     [](const Gpu& left, const Gpu& right) { return left.place < right.place; });
-
-    for (const auto& gpu : gpus)
+    for (const auto& gpu : readGpus(library, count, report.notes))
     {
         report.names.push_back(gpu.name.empty() ? "NVIDIA GPU" : gpu.name);
         report.uuids.push_back(gpu.uuid);
