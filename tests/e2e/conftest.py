@@ -169,10 +169,11 @@ def farm(make_node, make_master):
 
 @pytest.fixture
 def make_exec_node(make_node):
-    """Creates nodes whose slave is the exec slave with the given configuration."""
+    """Creates nodes whose slave is the exec slave with the given configuration; `node` holds
+    settings of the node itself."""
 
-    def make(options=(), **settings):
-        return exec_slave.equip(make_node(options=options), **settings)
+    def make(node=None, **settings):
+        return exec_slave.equip(make_node(**(node or {})), **settings)
 
     return make
 

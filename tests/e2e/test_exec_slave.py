@@ -17,12 +17,18 @@ def own(text):
     return re.escape(OWN) + text
 
 
+def own_lines(node):
+    """Returns the lines of the exec slave itself; what it says of its detection of GPUs is left out."""
+    lines = node.output.lines()
+    return [line for line in lines if line.startswith(OWN) and "no GPU was found" not in line]
+
+
 def test_information_run_reports_version_and_gpus(exec_node):
     node = exec_node(command=worker("hang"), version=4001002, gpus=3)
     node.output.wait_sequence(
         [plain_line("  version:       4001002"), plain_line("  provided GPUs: 3")]
     )
-    assert "started" not in "\n".join(node.output.lines()), "an information run runs no program"
+    assert not any(line.startswith(OWN + "started") for line in node.output.lines())
 
 
 def test_version_comes_from_a_command(exec_node):
@@ -43,10 +49,8 @@ def test_failing_version_command_fails_the_information_run(make_exec_node):
     ).start()
     assert node.wait_exit() == 0
     lines = node.output.rest()
-    [line] = [line for line in lines if line.startswith(OWN)]
-    assert re.fullmatch(
-        own(r"cannot find the version: the command \S+ ended with exit status 3: no licence"), line
-    )
+    told = own(r"cannot find the version: the command \S+ ended with exit status 3: no licence")
+    assert re.fullmatch(told, own_lines(node)[-1])
     assert CRASHED in lines
     assert exit_line(lines) == "exit status 2"
 
@@ -56,7 +60,7 @@ def test_wrong_configuration_fails_the_information_run(make_exec_node):
     configure(node, command=[], speed=3)
     assert node.start().wait_exit() == 0
     lines = node.output.rest()
-    told = [line for line in lines if line.startswith(OWN)]
+    told = own_lines(node)
     assert len(told) == 2
     assert all(re.match(own(r".*quelta_exec_slave\.toml:\d+:\d+: "), line) for line in told)
     assert "speed" in told[1]
@@ -81,7 +85,7 @@ def test_owner_is_told_once_the_program_is_ready(exec_node, hold, tmp_path, mean
         "line": {"line": "^on(line)$"},
         "tcp": {"tcp": f"127.0.0.1:{port}"},
         "command": {"command": worker("require", native(ready))},
-        "after": {"after": 1500},
+        "after": {"after": 3000},
     }
     begin = () if means == "after" else ("await", native(go))
     steps = ("print", "up", *begin, "listen", port, "create", native(ready), *ONLINE)
@@ -168,10 +172,8 @@ def test_missing_program_is_told_in_the_words_of_the_system(exec_node, hold):
     node = exec_node(command=["/nowhere/renderer"])
     hold(node).wait("failed")
     lines = node.quit()
-    told = [line for line in lines if line.startswith(OWN)]
-    assert len(told) == 1
-    assert "/nowhere/renderer: " in told[0]
-    assert re.search("No such file or directory|[Ff]ile not found|[Pp]ath not found", told[0])
+    reason = "(No such file or directory|File not found.|Path not found.)"
+    assert re.fullmatch(own("cannot run /nowhere/renderer: " + reason), own_lines(node)[-1])
     assert exit_line(lines) == "exit status 122"
 
 
@@ -179,7 +181,7 @@ def test_placeholders_reach_the_program(exec_node, hold, tmp_path):
     folder = tmp_path / "work ä node7"
     folder.mkdir()
     node = exec_node(
-        options=["--alias", "node7"],
+        node={"options": ["--alias", "node7"]},
         command=worker(
             *("print", "{master_address} {master_port} {alias} {gpu_count} {{}}"),
             *("folder", "variable", "FARM", "hang"),
@@ -189,7 +191,7 @@ def test_placeholders_reach_the_program(exec_node, hold, tmp_path):
         output={"prefix": "worker: "},
     )
     master = hold(node)
-    port = re.fullmatch(r"listening as 127\.0\.0\.1:(\d+)", master.output.lines()[0]).group(1)
+    port = master.output.wait_match(r"listening as 127\.0\.0\.1:(\d+)").group(1)
     node.output.wait(f"worker: 127.0.0.1 {port} node7 1 {{}}")
     node.output.wait("worker: FARM=<127.0.0.1>")
     assert any(line.endswith("work ä node7") for line in node.output.lines())
@@ -208,12 +210,18 @@ def test_output_goes_to_the_console_and_the_file(exec_node, hold, tmp_path):
     master.give_back()
     # A line that is not UTF-8 is read as Latin-1.
     node.output.wait("worker: Ã¤ä\tÿ?two")
-    assert log.read_text(encoding="utf-8").startswith("worker: one\nworker: Ã¤ä\tÿ?two\n")
+    logged = log.read_text(encoding="utf-8").splitlines()
+    assert [line for line in logged if line.startswith("worker: ")] == [
+        "worker: one",
+        "worker: Ã¤ä\tÿ?two",
+    ]
+    assert logged[-1].startswith(OWN + "the program has ended: ")
 
 
 def test_endless_line_leaves_memory_flat(exec_node, hold):
     size = 100_000_000
     node = exec_node(
+        node={"flags": ""},  # lines of the daemon may get into a piece, which no pipe takes at once
         command=worker("flood", size, "print", "", "print", "online", "hang"),
         ready={"line": "^online$"},
     )

@@ -59,8 +59,10 @@ std::string findGpus(const SlaveArguments& arguments, const Configuration& confi
 {
     const auto detected = detectIfNeeded(configuration);
 
-    for (const auto& note : detected.notes)
-        writer.writeMessage(note);
+    // The information run at the daemon's start has told them once and for all.
+    if (arguments.infoRequest)
+        for (const auto& note : detected.notes)
+            writer.writeMessage(note);
 
     auto selection =
         selectGpus(detected, readInheritedSelection(), arguments.gpus, configuration.gpus);
