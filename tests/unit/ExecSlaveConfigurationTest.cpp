@@ -142,14 +142,22 @@ TEST(ExecSlaveConfiguration, ASyntaxErrorHasItsPlace)
 {
     EXPECT_EQ(errorsOf("folder = \n"),
               Errors{"f:2:10: expected value, found '\\n' (key-value pair)"});
-    EXPECT_EQ(errorsOf("folder = 'a"), Errors{"f:2:12: encountered end-of-file (string)"});
-    EXPECT_EQ(errorsOf("folder"), Errors{"f:2:7: encountered end-of-file (key-value pair)"});
+    EXPECT_EQ(errorsOf("folder = 'a"),
+              Errors{"f:2:12: expected more, found the end of the file (string)"});
+    EXPECT_EQ(errorsOf("folder"),
+              Errors{"f:2:7: expected more, found the end of the file (key-value pair)"});
     EXPECT_EQ(errorsOf("command = ['b']"),
               Errors{"f:2:11: cannot redefine existing array 'command' (key-value pair)"});
     EXPECT_EQ(errorsOf("[`a]"),
               Errors{"f:2:2: expected bare key starting character or string delimiter, found '`' "
                      "(key)"});
-    EXPECT_EQ(errorsOf("folder = \"\xFF\""), Errors{"f:2:10: Encountered invalid utf-8 sequence"});
+    EXPECT_EQ(errorsOf("größe = 1"), Errors{"f:2:3: expected '=', found 'ö' (key-value pair)"});
+    EXPECT_EQ(
+        errorsOf("﴿ = 1"),
+        Errors{"f:2:1: expected keys, tables, whitespace or comments, found '﴿' (root table)"});
+    EXPECT_EQ(errorsOf("folder = “a”"), Errors{"f:2:10: expected a text in quotes, a number, true, "
+                                               "false, a list or a table, found none (value)"});
+    EXPECT_EQ(errorsOf("folder = \"\xFF\""), Errors{"f:2:10: expected UTF-8, found other bytes"});
 }
 
 TEST(ExecSlaveConfiguration, EveryKeyHasOneType)

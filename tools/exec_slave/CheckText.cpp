@@ -36,10 +36,8 @@ std::string formatWord(const std::string& word)
 
     std::string quoted = "'";
 
-    for (const auto c : word)
-        quoted += c == '\''                                           ? std::string("'\\''")
-                  : static_cast<unsigned char>(c) < 0x20 || c == 0x7F ? std::string("?")
-                                                                      : std::string(1, c);
+    for (const auto c : replaceControlCharacters(word))
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
 
     return quoted + '\'';
 }

@@ -266,20 +266,24 @@ Configuration readConfiguration(const toml::table& root, std::vector<PlacedError
 PlacedError describeSyntaxError(const toml::parse_error& error)
 {
     constexpr std::string_view prefix = "Error while parsing ";
+    constexpr std::pair<std::string_view, std::string_view> words[] = {
+        {", saw ", ", found "},
+        {"encountered end-of-file", "expected more, found the end of the file"},
+        {"Encountered invalid utf-8 sequence", "expected UTF-8, found other bytes"},
+        {"could not determine value type",
+         "expected a text in quotes, a number, true, false, a list or a table, found none"},
+    };
     std::string text(error.description());
 
     if (const auto colon = text.find(": "); text.starts_with(prefix) && colon != std::string::npos)
         text =
             text.substr(colon + 2) + " (" + text.substr(prefix.size(), colon - prefix.size()) + ')';
 
-    if (const auto saw = text.find(", saw "); saw != std::string::npos)
-        text.replace(saw, 6, ", found ");
+    for (const auto& [given, wanted] : words)
+        if (const auto place = text.find(given); place != std::string::npos)
+            text.replace(place, given.size(), wanted);
 
-    for (auto& c : text)
-        if (static_cast<unsigned char>(c) < 0x20)
-            c = '?';
-
-    return {error.source().begin, text};
+    return {error.source().begin, replaceControlCharacters(text)};
 }
 
 std::string formatError(const std::string& fileName, const PlacedError& error)

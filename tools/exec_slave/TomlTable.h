@@ -11,18 +11,8 @@
 #include <string_view>
 #include <vector>
 
-// toml++ 3.3 asserts, or lets clang assume, that a key follows "[", but handles it if none does. So
-// its assertions are disabled, and those that NDEBUG would turn into assumptions as well.
-#pragma push_macro("NDEBUG")
-#undef NDEBUG
-#define TOML_ASSERT(condition) static_assert(true)
-#define TOML_EXCEPTIONS 1
-#define TOML_ENABLE_FORMATTERS 0
-#define TOML_ENABLE_WINDOWS_COMPAT 0
-#include <toml++/toml.h>
-#pragma pop_macro("NDEBUG")
-
 #include "exec_slave/Configuration.h"
+#include "exec_slave/Toml.h"
 
 namespace quelta::execslave {
 

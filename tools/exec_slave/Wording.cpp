@@ -33,6 +33,15 @@ size_t countEdits(std::string_view a, std::string_view b)
 
 } // namespace
 
+std::string replaceControlCharacters(std::string text)
+{
+    for (auto& c : text)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
+            c = '?';
+
+    return text;
+}
+
 std::string quoteText(std::string_view text)
 {
     constexpr size_t maxLength = 60;
@@ -43,12 +52,7 @@ std::string quoteText(std::string_view text)
            (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80)
         --length;
 
-    std::string shown(text.substr(0, length));
-
-    for (auto& c : shown)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
-            c = '?';
-
+    const auto shown = replaceControlCharacters(std::string(text.substr(0, length)));
     return '"' + toValidUtf8(shown) + (length < text.size() ? "...\"" : "\"");
 }
 
