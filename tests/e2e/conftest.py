@@ -199,6 +199,20 @@ def hold():
 
 
 @pytest.fixture
+def daemon_voice():
+    """Starts exec slaves without a daemon: `daemon_voice(node)`."""
+    voices = []
+
+    def make(node):
+        voices.append(exec_slave.DaemonVoice(node))
+        return voices[-1]
+
+    yield make
+    for voice in voices:
+        voice.close()
+
+
+@pytest.fixture
 def tcp_listener():
     """Opens listening sockets that are closed after the test."""
     sockets = []

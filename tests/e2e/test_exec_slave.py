@@ -6,7 +6,16 @@ import signal
 import pytest
 
 from support import measure, programs
-from support.exec_slave import CRASHED, OWN, configure, native, slave_process, worker
+from support.exec_slave import (
+    CRASHED,
+    OWN,
+    STATUS,
+    configure,
+    exit_text,
+    native,
+    slave_process,
+    worker,
+)
 from support.output import plain_line
 
 ONLINE = ("print", "online", "hang")
@@ -52,7 +61,7 @@ def test_failing_version_command_fails_the_information_run(make_exec_node):
     told = own(r"cannot find the version: the command \S+ ended with exit status 3: no licence")
     assert re.fullmatch(told, own_lines(node)[-1])
     assert CRASHED in lines
-    assert exit_line(lines) == "exit status 2"
+    assert exit_text(lines) == "exit status 2"
 
 
 def test_wrong_configuration_fails_the_information_run(make_exec_node):
@@ -65,13 +74,7 @@ def test_wrong_configuration_fails_the_information_run(make_exec_node):
     assert all(re.match(own(r".*quelta_exec_slave\.toml:\d+:\d+: "), line) for line in told)
     assert "speed" in told[1]
     assert CRASHED in lines
-    assert exit_line(lines) == "exit status 2"
-
-
-def exit_line(lines):
-    """Returns how the latest slave process has ended, as the daemon tells it."""
-    pattern = re.compile(r"daemon    : slave process \d+ ended with (.*)")
-    return [found.group(1) for line in lines if (found := pattern.fullmatch(line))][-1]
+    assert exit_text(lines) == "exit status 2"
 
 
 @pytest.mark.parametrize("means", ["line", "tcp", "command", "after"])
@@ -99,23 +102,20 @@ def test_owner_is_told_once_the_program_is_ready(exec_node, hold, tmp_path, mean
     go.touch()
     node.output.wait(OWN + "the program is ready", up)
     master.wait("running")
-    status = "daemon    : received heartbeat message 'SLAVE_STATUS' from slave"
-    node.output.wait(status, node.output.wait(status))
+    node.output.wait(STATUS, node.output.wait(STATUS))
     master.give_back()
-    assert exit_line(node.quit()) == "exit status " + ("1" if programs.ON_WINDOWS else "143")
+    assert exit_text(node.quit()) == "exit status " + ("1" if programs.ON_WINDOWS else "143")
 
 
 def test_program_that_is_not_ready_in_time_fails(exec_node, hold):
-    node = exec_node(
-        command=worker("hang"), ready={"tcp": "127.0.0.1:1", "timeout": 1, "after": 5}
-    )
+    node = exec_node(command=worker("hang"), ready={"tcp": "127.0.0.1:1", "timeout": 1, "after": 5})
     master = hold(node)
     text = node.output.wait_match(own(r"the program was not ready within 1 s: (.*)")).group(1)
     assert text.startswith("cannot connect to 127.0.0.1:1: ")
     master.wait("failed")
     node.wait_no_slave()
     assert "running" not in master.events()
-    assert exit_line(node.quit()) == "exit status 124"
+    assert exit_text(node.quit()) == "exit status 124"
 
 
 def test_error_line_fails_the_run_at_once(exec_node, hold, tmp_path):
@@ -136,14 +136,14 @@ def test_error_line_fails_the_run_at_once(exec_node, hold, tmp_path):
     node.wait_no_slave()
     lines = node.quit()
     assert CRASHED in lines
-    assert exit_line(lines) == "exit status 123"
+    assert exit_text(lines) == "exit status 123"
 
 
 def test_error_in_the_last_line_fails_a_run_that_exits_with_0(exec_node, hold):
     node = exec_node(command=worker("bytes", "43554441206572726F72"), errors=["^CUDA error$"])
     hold(node).wait("failed")
     node.output.wait(OWN + "the program has ended: exit status 0")
-    assert exit_line(node.quit()) == "exit status 123"
+    assert exit_text(node.quit()) == "exit status 123"
 
 
 @pytest.mark.parametrize(
@@ -165,7 +165,7 @@ def test_end_of_the_program_is_the_end_of_the_slave(exec_node, hold, end, status
     master = hold(node)
     master.wait("failed")
     node.output.wait(f"{OWN}the program has ended: {text}")
-    assert exit_line(node.quit()) == status
+    assert exit_text(node.quit()) == status
 
 
 def test_missing_program_is_told_in_the_words_of_the_system(exec_node, hold):
@@ -174,7 +174,7 @@ def test_missing_program_is_told_in_the_words_of_the_system(exec_node, hold):
     lines = node.quit()
     reason = "(No such file or directory|File not found.|Path not found.)"
     assert re.fullmatch(own("cannot run /nowhere/renderer: " + reason), own_lines(node)[-1])
-    assert exit_line(lines) == "exit status 122"
+    assert exit_text(lines) == "exit status 122"
 
 
 def test_placeholders_reach_the_program(exec_node, hold, tmp_path):

@@ -3,12 +3,17 @@
 from __future__ import annotations
 
 import json
+import re
+import socket
+import subprocess
 from pathlib import Path
 from typing import Any, Sequence
 
 from . import measure, programs
 from .console_master import PATIENCE, ConsoleMaster
+from .limits import HANG_LIMIT
 from .node import Node
+from .output import Output
 
 EXEC_SLAVE = "quelta_exec_slave" + programs.SUFFIX
 WORKER = "quelta_test_worker" + programs.SUFFIX
@@ -17,6 +22,15 @@ WORKER = "quelta_test_worker" + programs.SUFFIX
 OWN = "exec slave: "
 
 CRASHED = " " * 12 + "slave crashed or was stopped via CTRL-C"
+
+
+STATUS = "daemon    : received heartbeat message 'SLAVE_STATUS' from slave"
+
+
+def exit_text(lines: Sequence[str]) -> str:
+    """Returns how the latest slave process has ended, as the daemon tells it."""
+    pattern = re.compile(r"daemon    : slave process \d+ ended with (.*)")
+    return [found.group(1) for line in lines if (found := pattern.fullmatch(line))][-1]
 
 
 def worker(*steps: object) -> list[str]:
@@ -61,6 +75,53 @@ def native(path: Path) -> str:
     return programs.native_path(path)
 
 
+class DaemonVoice:
+    """Plays the daemon for one exec slave, to choose and see every byte of the connection."""
+
+    def __init__(self, node: Node) -> None:
+        self._listener = socket.create_server(("127.0.0.1", 0))
+        self._listener.settimeout(HANG_LIMIT)
+        port = self._listener.getsockname()[1]
+        self.process = subprocess.Popen(
+            programs.command(
+                *(node.slave, "--net-master-address", "10.0.0.5", "--net-master-port", "21000"),
+                *("--daemon-port", str(port), "--alias", ""),
+            ),
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
+            cwd=node.slave.parent,
+            start_new_session=True,
+        )
+        self.output = Output(self.process.stdout or ())
+        self._socket = self._listener.accept()[0]
+        self._socket.settimeout(HANG_LIMIT)
+
+    def read(self, size: int) -> bytes:
+        data = b""
+        while len(data) < size:
+            piece = self._socket.recv(size - len(data))
+            if not piece:
+                break
+            data += piece
+        return data
+
+    def send(self, data: bytes) -> None:
+        self._socket.sendall(data)
+
+    def wait_exit(self) -> int:
+        return self.process.wait(HANG_LIMIT)
+
+    def disconnect(self) -> None:
+        self._socket.close()
+
+    def close(self) -> None:
+        self._listener.close()
+        self._socket.close()
+        if self.process.poll() is None:
+            self.process.kill()
+            self.process.wait(HANG_LIMIT)
+
+
 class Hold(ConsoleMaster):
     """A console master that holds the slave of a node."""
 
@@ -81,6 +142,6 @@ class Hold(ConsoleMaster):
     def events(self) -> Sequence[str]:
         """Waits for the end of the console master and returns the events of the node."""
         begin = f"{self.node} "
-        return [
-            line.removeprefix(begin) for line in self.output.rest() if line.startswith(begin)
-        ][1:]
+        return [line.removeprefix(begin) for line in self.output.rest() if line.startswith(begin)][
+            1:
+        ]

@@ -1,0 +1,47 @@
+"""The bytes between the exec slave and the daemon."""
+
+from support.exec_slave import OWN, worker
+from support.slave import STOP_MESSAGE
+
+FRAME = "2c9eb4f2 14000000 0d72ce7f 01000000"
+AUTHENTICATING = bytes.fromhex(FRAME + "00000000 00000000 00000000")
+INFORMATION = bytes.fromhex(FRAME + "01000000 03000000 cb1a3d00")  # 3 GPUs, version 4004555
+STATUS = bytes.fromhex(FRAME + "02000000 00000000 00000000")
+
+
+def test_messages_of_a_run(make_exec_node, daemon_voice):
+    node = make_exec_node(
+        command=worker("wait", 2500, "print", "online", "hang"),
+        version=4004555,
+        gpus=3,
+        ready={"line": "online"},
+    )
+    daemon = daemon_voice(node)
+    expected = AUTHENTICATING * 3 + INFORMATION + STATUS * 2
+    assert daemon.read(len(expected)).hex() == expected.hex()
+    daemon.send(STOP_MESSAGE)
+    daemon.output.wait(OWN + "stopping the program: the daemon has asked for it")
+    assert daemon.read(10 * len(STATUS)) in (b"", STATUS)
+    assert daemon.wait_exit() == daemon.wait_exit()
+
+
+def test_invalid_messages_of_the_daemon_are_ignored(make_exec_node, daemon_voice):
+    node = make_exec_node(command=worker("on-stop", 0, "hang"), ready={"after": 1})
+    daemon = daemon_voice(node)
+    for payload in ("00" * 20, "0d72ce7f 01000000 00000000 00000000 00000000", "ff"):
+        data = bytes.fromhex(payload)
+        daemon.send(bytes.fromhex("2c9eb4f2") + len(data).to_bytes(4, "little") + data)
+    daemon.output.wait(OWN + "the program is ready")
+    daemon.read(3 * len(STATUS))
+    assert OWN + "stopping the program: the daemon has asked for it" not in daemon.output.lines()
+    daemon.send(STOP_MESSAGE)
+    assert daemon.wait_exit() == 0
+
+
+def test_frame_with_a_wrong_magic_number_ends_the_run(make_exec_node, daemon_voice):
+    node = make_exec_node(command=worker("on-stop", 0, "print", "online", "hang"))
+    daemon = daemon_voice(node)
+    daemon.output.wait("online")
+    daemon.send(b"GET / HTTP/1.1\r\n\r\n")
+    daemon.output.wait(OWN + "stopping the program: the connection to the daemon is lost")
+    assert daemon.wait_exit() == 0
