@@ -47,7 +47,10 @@ std::unique_ptr<ContainedProgram> ContainedProgram::start(const ProgramStart& st
         StartFailure failure;
 
         if (tree->start(plan.guardian, start, failure))
+        {
+            error.clear();
             return std::unique_ptr<ContainedProgram>(new ContainedProgram(std::move(tree)));
+        }
 
         error = failure.text;
 

@@ -57,24 +57,25 @@ std::vector<Mount> findMounts()
     return mounts;
 }
 
-/** The folder of this process's group; empty if no mount shows it. */
-std::string findOwnFolder()
+/** The folders that show this process's group. Another mount may hide one of them. */
+std::vector<std::string> findOwnFolders()
 {
     const auto group = findOwnGroup();
+    std::vector<std::string> folders;
 
     for (const auto& [root, folder] : findMounts())
     {
+        // A group outside of the namespace has a path that begins with "/..".
         if (group.empty() || group.starts_with("/..") || root.starts_with("/.."))
             continue;
 
         if (root == "/")
-            return folder + (group == "/" ? "" : group);
-
-        if (group == root || group.starts_with(root + "/"))
-            return folder + group.substr(root.size());
+            folders.push_back(folder + (group == "/" ? "" : group));
+        else if (group == root || group.starts_with(root + "/"))
+            folders.push_back(folder + group.substr(root.size()));
     }
 
-    return {};
+    return folders;
 }
 
 bool isMarkedAsDelegated(const std::string& folder)
@@ -107,28 +108,32 @@ bool isDelegated(const std::string& folder)
     return false;
 }
 
+/** Starting a process in another group takes write access to the group of its parent. */
+bool isUsable(const std::string& folder)
+{
+    return access((folder + "/cgroup.procs").c_str(), W_OK) == 0 && isDelegated(folder);
+}
+
 } // namespace
 
 std::string createControlGroup()
 {
     static std::atomic<unsigned> count{0};
-    const auto parent = findOwnFolder();
+    const auto name = "/quelta-" + std::to_string(getpid()) + "-" + std::to_string(++count);
 
-    // Whoever moves a process needs access to the processes of the group that it leaves.
-    if (parent.empty() || access((parent + "/cgroup.procs").c_str(), W_OK) != 0 ||
-        !isDelegated(parent))
-        return {};
+    for (const auto& parent : findOwnFolders())
+    {
+        const auto folder = parent + name;
 
-    const auto folder =
-        parent + "/quelta-" + std::to_string(getpid()) + "-" + std::to_string(++count);
+        if (!isUsable(parent) || mkdir(folder.c_str(), 0755) != 0)
+            continue;
 
-    if (mkdir(folder.c_str(), 0755) != 0)
-        return {};
+        if (access((folder + "/cgroup.kill").c_str(), W_OK) == 0)
+            return folder;
 
-    if (access((folder + "/cgroup.kill").c_str(), W_OK) == 0)
-        return folder;
+        rmdir(folder.c_str());
+    }
 
-    rmdir(folder.c_str());
     return {};
 }
 

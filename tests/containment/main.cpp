@@ -1,0 +1,25 @@
+// Test programs of the containment:
+//
+//   quelta_test_containment generation FOLDER NUMBER END    see Generation.h
+//   quelta_test_containment SCENARIO FOLDER END             see Driver.h
+#include <string>
+#include <vector>
+
+#include "containment/Driver.h"
+#include "containment/Generation.h"
+#include "platform/Process.h"
+
+int main(int argc, char** argv)
+{
+    const std::vector<std::string> arguments(argv, argv + argc);
+
+    if (arguments.size() == 5 && arguments[1] == "generation")
+        return quelta::test::runGeneration(
+            {arguments[0], arguments[2], std::stoi(arguments[3]), arguments[4]});
+
+    if (arguments.size() != 4)
+        return 64;
+
+    quelta::platform::prepareProcess();
+    return quelta::test::runDriver({arguments[0], arguments[1], arguments[2], arguments[3]});
+}

@@ -1,0 +1,39 @@
+// The ways in which a process tree can be contained on this system, each made to be the best one.
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <juce_core/juce_core.h>
+
+namespace quelta::test {
+
+struct ContainmentWay
+{
+    std::string name; ///< For the test's name.
+    std::string text; ///< What execslave::describe calls it.
+
+    /** Words to put in front of a command, so that its process finds this way. That keeps its
+        process ID. */
+    juce::StringArray prefix;
+
+    friend std::ostream& operator<<(std::ostream& stream, const ContainmentWay& way)
+    {
+        return stream << way.name;
+    }
+};
+
+std::vector<ContainmentWay> listContainmentWays();
+
+/** How this system describes the end of a program that crashes or is killed. */
+extern const char* const crashText;
+extern const char* const killText;
+
+/** Starting processes under Wine takes long. */
+extern const char* const manyRounds;
+
+/** Lets all users write to a folder. */
+void makePublic(const std::string& folder);
+
+} // namespace quelta::test

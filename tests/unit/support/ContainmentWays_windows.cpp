@@ -1,0 +1,16 @@
+#include "ContainmentWays.h"
+
+namespace quelta::test {
+
+const char* const crashText = "exit status 0xC0000005";
+const char* const killText = "exit status 1";
+const char* const manyRounds = "50";
+
+void makePublic(const std::string&) {}
+
+std::vector<ContainmentWay> listContainmentWays()
+{
+    return {{"JobObject", "job object", {}}};
+}
+
+} // namespace quelta::test
