@@ -221,7 +221,8 @@ class Holding:
 
     def _is_healthy_for_long(self, now: float) -> bool:
         """The notification may never come: the slave's beats can overtake its information, or the
-        connection can drop in between. A slave that reports nothing fails before this."""
+        connection can drop in between. A slave that reports nothing fails before this.
+        """
         return now - self._started_at >= self.limits.assume_running_after
 
     def _run(self) -> None:
@@ -255,7 +256,11 @@ class Holding:
         self.failure = failure
         self.node.events.append(event)
         nothing_is_ours = self.phase is Phase.WAITING and not self._asked
-        if nothing_is_ours or failure in (Failure.REFUSED, Failure.STOLEN, Failure.STOPPED):
+        if nothing_is_ours or failure in (
+            Failure.REFUSED,
+            Failure.STOLEN,
+            Failure.STOPPED,
+        ):
             self._end(given_back=True)
         else:
             self._release(now)

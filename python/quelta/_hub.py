@@ -128,7 +128,8 @@ class Hub:
         where = f"it has not connected to {link.machine.self_address} within {limit}"
         if link.beacon_error:
             return NoAnswerError(
-                f"{where}: beacons cannot be sent to it: {link.beacon_error.strerror}", link.name
+                f"{where}: beacons cannot be sent to it: {link.beacon_error.strerror}",
+                link.name,
             )
         beacon = self._record(MessageType.SCAN_REQUEST, link.machine.self_address)
         if await _network.is_refused(link.ip, link.port, beacon):
@@ -149,7 +150,10 @@ class Hub:
         if not link:
             if connection.peer_ip not in self._strangers:
                 self._strangers.add(connection.peer_ip)
-                _log.warning("ignoring a connection from %s, which is no node", connection.peer_ip)
+                _log.warning(
+                    "ignoring a connection from %s, which is no node",
+                    connection.peer_ip,
+                )
             return
         # A daemon that connects again has dropped its earlier connection, even if this end has not
         # noticed yet.

@@ -53,15 +53,10 @@ class Connection(asyncio.Protocol):
         self.listener.user.connection_lost(self)
 
     def data_received(self, data: bytes) -> None:
-        try:
-            records = self._reader.feed(data)
-        except RecordError as error:
-            # The boundaries of frames are lost. The daemon connects again.
-            self.listener.user.record_received(self, error)
-            return self.abort()
-        for record in records:
+        for record in self._reader.feed(data):
             self.listener.user.record_received(self, record)
-        return None
+        if self._reader.is_broken:
+            self.abort()  # the daemon connects again
 
     def send(self, data: bytes) -> None:
         if self._transport:
@@ -94,7 +89,10 @@ class Listener:
             listening.bind((self.ip if is_own_address(self.ip) else "0.0.0.0", port))
             self.port = listening.getsockname()[1]
             self._server = await asyncio.get_running_loop().create_server(
-                lambda: Connection(self), sock=listening, backlog=BACKLOG, start_serving=False
+                lambda: Connection(self),
+                sock=listening,
+                backlog=BACKLOG,
+                start_serving=False,
             )
         except BaseException:
             listening.close()

@@ -45,9 +45,14 @@ class EventStream:
         if self._missed:
             missed, self._missed = self._missed, 0
             raise QueltaError(f"{missed} events were dropped, because nobody took them")
-        if not self._events:
+        event = self.take()
+        if not event:
             raise StopAsyncIteration
-        return self._events.popleft()
+        return event
+
+    def take(self) -> Event | None:
+        """Returns the oldest event that has come already."""
+        return self._events.popleft() if self._events else None
 
     def push(self, event: Event) -> None:
         """Keeps the latest events only, so that a stream that nobody reads uses little memory."""

@@ -27,7 +27,12 @@ class Master:
     """
 
     def __init__(
-        self, address: str | None = None, port: int = 0, text: str = "", *, port_step: int = 1
+        self,
+        address: str | None = None,
+        port: int = 0,
+        text: str = "",
+        *,
+        port_step: int = 1,
     ) -> None:
         """
         address: the IPv4 address that nodes connect to. By default this machine's address on the
@@ -113,7 +118,11 @@ class Master:
             daemon fails after 10 s.
         """
         limits = Limits(
-            timeout, stop_timeout, reconnect_timeout, silence_timeout, assume_running_after
+            timeout,
+            stop_timeout,
+            reconnect_timeout,
+            silence_timeout,
+            assume_running_after,
         )
         return Hold(self._open_hub(), node, limits, steal=steal)
 

@@ -104,7 +104,18 @@ def decode(data: bytes) -> Record:
     """Returns the record in these bytes. Raises RecordError if it is invalid."""
     if len(data) != SIZE:
         raise RecordError(f"record has invalid size ({len(data)})")
-    magic, version, kind, ip, port, _, text, alias, gpus, slave_version = _LAYOUT.unpack(data)
+    (
+        magic,
+        version,
+        kind,
+        ip,
+        port,
+        _,
+        text,
+        alias,
+        gpus,
+        slave_version,
+    ) = _LAYOUT.unpack(data)
     if magic != MAGIC:
         raise RecordError(f"record has invalid magic (0x{magic:08X})")
     if version != VERSION:
@@ -129,22 +140,21 @@ def frame(payload: bytes) -> bytes:
 class RecordReader:
     """Takes the records out of a TCP stream, however it is cut into pieces.
 
-    Keeps no more than one record in memory, whatever length a frame announces.
+    Keeps no more than one record in memory, whatever length a frame announces. A frame with a
+    wrong magic number makes the rest of the stream useless: `is_broken`.
     """
 
     def __init__(self) -> None:
+        self.is_broken = False
         self._pending = b""
         self._oversize = 0  # the length of the frame that is being skipped
         self._to_skip = 0
 
     def feed(self, data: bytes) -> list[Record | RecordError]:
-        """Returns the records that are now complete, and an error for each invalid one.
-
-        Raises RecordError if a frame has a wrong magic number: the stream is then useless.
-        """
+        """Returns the records that are now complete, and an error for each invalid one."""
         found: list[Record | RecordError] = []
-        self._pending += data
-        while self._advance(found):
+        self._pending += b"" if self.is_broken else data
+        while not self.is_broken and self._advance(found):
             pass
         return found
 
@@ -161,7 +171,10 @@ class RecordReader:
             return False
         magic, length = _FRAME_HEADER.unpack_from(self._pending)
         if magic != FRAME_MAGIC:
-            raise RecordError(f"frame has invalid magic number (0x{magic:08X})")
+            found.append(RecordError(f"frame has invalid magic number (0x{magic:08X})"))
+            self.is_broken = True
+            self._pending = b""
+            return False
         end = _FRAME_HEADER.size + max(length, 0)
         if length > SIZE:
             self._oversize = self._to_skip = length
@@ -169,7 +182,10 @@ class RecordReader:
         elif len(self._pending) < end:
             return False
         else:
-            payload, self._pending = self._pending[_FRAME_HEADER.size : end], self._pending[end:]
+            payload, self._pending = (
+                self._pending[_FRAME_HEADER.size : end],
+                self._pending[end:],
+            )
             if length > 0:
                 found.append(_decoded(payload))
         return True

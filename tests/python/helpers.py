@@ -1,0 +1,43 @@
+"""What many tests of the package share."""
+
+from __future__ import annotations
+
+from support import wire
+from support.master import Master as RawMaster
+from support.node import Node
+from support.scenario import GPUS, SLAVE_VERSION
+
+from quelta import Address, NodeState, NodeStatus
+
+
+def name_of(node: Node) -> str:
+    return f"127.0.0.1:{node.port}"
+
+
+def free(node: Node) -> NodeStatus:
+    return NodeStatus(name_of(node), NodeState.FREE, node.alias, GPUS, SLAVE_VERSION)
+
+
+def owned(
+    node: Node, owner: Address, text: str = "td", state: NodeState = NodeState.OWNED
+) -> NodeStatus:
+    return NodeStatus(name_of(node), state, node.alias, GPUS, SLAVE_VERSION, owner, text)
+
+
+def address_of(master: RawMaster) -> Address:
+    return Address(*master.address)
+
+
+def receive_until(master: RawMaster, kind: int) -> wire.Status:
+    """Takes a raw master's messages up to the first one of this type."""
+    while True:
+        status = master.receive()
+        if status.kind == kind:
+            return status
+
+
+def take(master: RawMaster, node: Node) -> None:
+    """A raw master takes a free node and waits until the slave runs."""
+    master.join(node)
+    master.request(wire.START_REQUEST)
+    receive_until(master, wire.SLAVE_RUNNING)

@@ -1,0 +1,129 @@
+"""A hold that is cancelled gives its node back, wherever the cancellation arrives."""
+
+from __future__ import annotations
+
+import asyncio
+import types
+from collections.abc import Coroutine, Generator
+from typing import Any
+
+import pytest
+from conftest import MakeNode
+from helpers import free, name_of
+from support.limits import HANG_LIMIT
+from support.node import Node
+from support.scenario import scenario
+
+from quelta import LostReason, Master, NodeState
+
+AT_SUSPENSION, AT_RESUMPTION = "at suspension", "at resumption"
+
+
+class Interrupted:
+    """Runs a coroutine and cancels its task at the nth await that suspends it.
+
+    At suspension the cancellation cancels what is awaited; at resumption that has just ended.
+    """
+
+    def __init__(self, coroutine: Coroutine[Any, Any, None], at: int, when: str) -> None:
+        self.coroutine = coroutine
+        self.at = at
+        self.when = when
+        self.count = 0
+
+    @types.coroutine
+    def run(self) -> Generator[Any, Any, None]:
+        error: BaseException | None = None
+        while True:
+            try:
+                awaited = self.coroutine.throw(error) if error else self.coroutine.send(None)
+            except StopIteration:
+                return
+            self.count += 1
+            task = asyncio.current_task()
+            assert task
+            if self.count == self.at and self.when == AT_SUSPENSION:
+                task.cancel()
+            try:
+                yield awaited
+                error = None
+            except BaseException as raised:
+                error = raised
+            if self.count == self.at and self.when == AT_RESUMPTION:
+                error = asyncio.CancelledError()
+
+
+async def hold(master: Master, node: Node, steps: list[str]) -> None:
+    # The name is looked up, which is one more await than for an address.
+    async with master.hold(f"localhost:{node.port}", timeout=HANG_LIMIT, stop_timeout=HANG_LIMIT):
+        steps.append("held")
+        await asyncio.sleep(0.1)
+    steps.append("given back")
+
+
+@pytest.mark.parametrize("when", [AT_SUSPENSION, AT_RESUMPTION])
+async def test_every_await_gives_the_node_back(node: Node, when: str) -> None:
+    seen: set[tuple[str, ...]] = set()
+    for at in range(1, 1000):
+        async with Master(text="td") as master:
+            steps: list[str] = []
+            interrupted = Interrupted(hold(master, node, steps), at, when)
+
+            async def run() -> None:
+                await interrupted.run()
+
+            task = asyncio.create_task(run())
+            await asyncio.wait({task})
+            assert await master.scan(name_of(node), HANG_LIMIT) == [free(node)]
+            assert node.slave_processes() == []
+            assert task.cancelled() == (interrupted.count >= at)
+            seen.add(tuple(steps))
+        if not task.cancelled():
+            break
+    assert at > 4
+    # Before the slave runs, inside the block or at its end, and once without a cancellation.
+    assert seen == {(), ("held",), ("held", "given back")}
+
+
+async def test_repeated_cancellation_does_not_abandon_the_node(make_node: MakeNode) -> None:
+    node = make_node(plays=scenario(settings="on-stop exit-after 1500"))
+    async with Master(text="td") as master:
+        steps: list[str] = []
+        task = asyncio.create_task(hold(master, node, steps))
+        while not steps:
+            await asyncio.sleep(0.01)
+        while not task.done():
+            task.cancel()
+            await asyncio.sleep(0.01)
+        assert task.cancelled() and steps == ["held"]
+        node.slave_report("stopping in 1500 ms")
+        assert node.slave_processes() == []
+        assert await master.scan(name_of(node), HANG_LIMIT) == [free(node)]
+
+
+async def test_a_time_limit_around_the_block_gives_the_node_back(
+    node: Node, master: Master
+) -> None:
+    with pytest.raises(TimeoutError):
+        async with asyncio.timeout(1.5):
+            async with master.hold(name_of(node), timeout=HANG_LIMIT) as lease:
+                await lease.lost
+    assert lease.reason is LostReason.RELEASED
+    assert await master.scan(name_of(node), HANG_LIMIT) == [free(node)]
+
+
+def test_a_program_that_ends_gives_its_nodes_back(node: Node) -> None:
+    """asyncio.run cancels the tasks that its main coroutine leaves behind."""
+
+    async def hold_for_ever(master: Master) -> None:
+        async with master.hold(name_of(node), timeout=HANG_LIMIT) as lease:
+            await lease.lost
+
+    async def main() -> None:
+        async with Master(text="td") as master:
+            asyncio.create_task(hold_for_ever(master))
+            while (await master.scan(name_of(node), HANG_LIMIT))[0].state is NodeState.FREE:
+                await asyncio.sleep(0.01)
+
+    asyncio.run(main())
+    node.assert_no_slave()
