@@ -20,9 +20,10 @@ NAME = f"quelta-daemon-{VERSION}-" + ("win64" if programs.ON_WINDOWS else "linux
 ARCHIVE = NAME + (".zip" if programs.ON_WINDOWS else ".tar.gz")
 
 PROGRAMS = [
-    name + programs.SUFFIX for name in ("quelta_daemon", "quelta_master", "quelta_standin_slave")
+    name + programs.SUFFIX
+    for name in ("quelta_daemon", "quelta_master", "quelta_standin_slave", "quelta_exec_slave")
 ]
-LICENCES = ["CLI11", "JUCE-modules", "nlohmann-json"]
+LICENCES = ["Boost", "CLI11", "JUCE-modules", "nlohmann-json", "tomlplusplus"]
 if programs.ON_WINDOWS:
     LICENCES += ["gcc-runtime", "mingw-w64-runtime", "winpthreads", "zlib"]
 EXTRAS = (
@@ -35,6 +36,8 @@ TEXTS = [
     FLAGS_FILE,
     "SECURITY.md",
     "docs/operation.md",
+    "docs/exec_slave.md",
+    "quelta_exec_slave.toml.example",
     *EXTRAS,
     *(f"licences/{name}.txt" for name in LICENCES),
 ]
@@ -177,6 +180,13 @@ def test_packaged_programs_work_together(packaged_node, unpacked):
     assert node.quit()
 
 
+def test_packaged_exec_slave_takes_the_packaged_example(unpacked):
+    example = unpacked / "quelta_exec_slave.toml.example"
+    example.rename(unpacked / "quelta_exec_slave.toml")
+    output = programs.run(unpacked / PROGRAMS[3], "--check")
+    assert re.search(r"^command +farm-worker --master 192\.0\.2\.1:21000", output, re.MULTILINE)
+
+
 def test_readme_names_every_option_and_file():
     text = (Path(__file__).parents[2] / "packaging" / "README.txt").read_text()
     for name in (
@@ -191,5 +201,7 @@ def test_readme_names_every_option_and_file():
         *EXTRAS,
         "SECURITY.md",
         "operation.md",
+        "exec_slave.md",
+        "quelta_exec_slave.toml.example",
     ):
         assert name in text

@@ -318,6 +318,45 @@ TEST(ExecSlaveConfiguration, EnvironmentVariablesHaveNames)
                       "f:4:1: expected the name of an environment variable, found \"A=B\""}));
 }
 
+TEST(ExecSlaveConfiguration, AFileIsReadByItsName)
+{
+    const juce::TemporaryFile temporary(".toml");
+    const auto file = temporary.getFile();
+    const auto name = file.getFullPathName().toStdString();
+    const auto text = juce::String::fromUTF8("command = ['Größe']\n");
+    ASSERT_TRUE(file.replaceWithText(text, false, false));
+    EXPECT_EQ(loadConfiguration(file).errors, Errors{});
+    EXPECT_EQ(loadConfiguration(file).configuration.command, Command{"Größe"});
+
+    ASSERT_TRUE(file.replaceWithText("command = 1\n"));
+    EXPECT_EQ(loadConfiguration(file).errors,
+              Errors{name + ":1:11: expected a list such as [\"program\", \"argument\"] for "
+                            "command, found 1"});
+}
+
+TEST(ExecSlaveConfiguration, AFileThatCannotBeReadIsAnError)
+{
+    const juce::TemporaryFile temporary(".toml");
+    const auto file = temporary.getFile();
+    const auto name = file.getFullPathName().toStdString();
+    const auto missing = loadConfiguration(file).errors;
+    ASSERT_EQ(missing.size(), 1u);
+    EXPECT_EQ(missing[0].find("cannot read " + name + ": "), 0u) << missing[0];
+    EXPECT_GT(missing[0].size(), name.size() + 20) << missing[0];
+
+    ASSERT_TRUE(file.replaceWithText("#" + juce::String::repeatedString("x", 32767), false, false));
+    EXPECT_EQ(loadConfiguration(file).errors,
+              Errors{name + ":1:1: expected the key command, found none"});
+    ASSERT_TRUE(file.replaceWithText("#" + juce::String::repeatedString("x", 32768), false, false));
+    EXPECT_EQ(loadConfiguration(file).errors,
+              Errors{"cannot read " + name + ": it is longer than 32768 bytes"});
+
+    ASSERT_TRUE(file.deleteFile());
+    ASSERT_TRUE(file.createDirectory());
+    EXPECT_EQ(loadConfiguration(file).errors, Errors{"cannot read " + name + ": it is a folder"});
+    ASSERT_TRUE(file.deleteFile());
+}
+
 TEST(ExecSlaveConfiguration, AByteOrderMarkIsIgnored)
 {
     EXPECT_EQ(parse("\xEF\xBB\xBF"

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
+#include "exec_slave/CleanText.h"
 #include "exec_slave/Duration.h"
 #include "exec_slave/Wording.h"
 
@@ -36,7 +37,7 @@ std::string formatWord(const std::string& word)
 
     std::string quoted = "'";
 
-    for (const auto c : replaceControlCharacters(word))
+    for (const auto c : cleanText(word))
         quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
 
     return quoted + '\'';
@@ -185,7 +186,7 @@ std::string describeRun(const Configuration& configuration, const PlaceholderVal
                             quoteText(example.alias));
     rows.add("command", formatCommand(run.command));
     rows.add("program", facts.program.empty() ? "not found" : facts.program);
-    rows.add("folder", (run.folder.empty() ? "the folder of this program" : run.folder) +
+    rows.add("folder", (run.folder.empty() ? "the folder of quelta_exec_slave" : run.folder) +
                            (facts.folderExists ? "" : " (does not exist)"));
 
     auto environment = run.environment;

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <limits>
 
+#include "exec_slave/CleanText.h"
 #include "exec_slave/Pattern.h"
 #include "exec_slave/Placeholders.h"
 #include "exec_slave/TomlTable.h"
@@ -283,7 +284,7 @@ PlacedError describeSyntaxError(const toml::parse_error& error)
         if (const auto place = text.find(given); place != std::string::npos)
             text.replace(place, given.size(), wanted);
 
-    return {error.source().begin, replaceControlCharacters(text)};
+    return {error.source().begin, cleanText(text)};
 }
 
 std::string formatError(const std::string& fileName, const PlacedError& error)

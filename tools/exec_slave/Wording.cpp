@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <numeric>
 
-#include "util/ValidUtf8.h"
+#include "exec_slave/CleanText.h"
 
 namespace quelta::execslave {
 
@@ -33,15 +33,6 @@ size_t countEdits(std::string_view a, std::string_view b)
 
 } // namespace
 
-std::string replaceControlCharacters(std::string text)
-{
-    for (auto& c : text)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
-            c = '?';
-
-    return text;
-}
-
 std::string quoteText(std::string_view text)
 {
     constexpr size_t maxLength = 60;
@@ -52,8 +43,7 @@ std::string quoteText(std::string_view text)
            (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80)
         --length;
 
-    const auto shown = replaceControlCharacters(std::string(text.substr(0, length)));
-    return '"' + toValidUtf8(shown) + (length < text.size() ? "...\"" : "\"");
+    return '"' + cleanText(text.substr(0, length)) + (length < text.size() ? "...\"" : "\"");
 }
 
 std::string joinNames(const std::vector<std::string>& names)

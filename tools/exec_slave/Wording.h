@@ -7,9 +7,6 @@
 
 namespace quelta::execslave {
 
-/** Returns the text with a question mark for each control character. */
-std::string replaceControlCharacters(std::string text);
-
 /** Quotes a text of the configuration file: shortened, with control characters and malformed UTF-8
     replaced. */
 std::string quoteText(std::string_view text);
