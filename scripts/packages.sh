@@ -13,6 +13,8 @@ windows_packages=(
 )
 clang_packages=(clang libclang-rt-14-dev llvm)
 lint_packages=(clang clang-format-14 clang-tidy-14 libspdlog-dev shellcheck black flake8 mypy)
+farm_packages=(python3 python3-distributed python3-pil povray povray-includes)
+blender_packages=(blender)
 bench_packages=(libspdlog-dev python3)
 
 apt_lock_limit=300 # seconds

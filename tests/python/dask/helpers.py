@@ -17,7 +17,7 @@ from local_farm import LocalFarm
 from quelta import Master, NodeState, NodeStatus
 from quelta.dask import QueltaCluster
 
-LIMIT = 120.0  # seconds; only guards against a hang
+LIMIT = 300.0  # seconds; only guards against a hang
 POLL = 0.05
 # The workers have no copy of this file.
 cloudpickle.register_pickle_by_value(sys.modules[__name__])
