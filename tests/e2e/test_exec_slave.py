@@ -27,7 +27,7 @@ def own(text):
 
 
 def own_lines(node):
-    """Returns the lines of the exec slave itself; what it says of its detection of GPUs is left out."""
+    """Returns the lines of the exec slave itself, except what the detection of GPUs has met."""
     lines = node.output.lines()
     return [line for line in lines if line.startswith(OWN) and "no GPU was found" not in line]
 

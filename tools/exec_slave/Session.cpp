@@ -17,6 +17,9 @@ using std::chrono::milliseconds;
     earlier; a descendant may keep that open. */
 constexpr milliseconds endPoll{200};
 
+/** After the end of the output, the end of the program is usually reported within a millisecond. */
+constexpr milliseconds endReportLimit{50};
+
 constexpr milliseconds readyCheckPeriod{250};
 constexpr milliseconds readyCheckLimit{5000};
 
@@ -62,7 +65,9 @@ ProgramEnd Session::watch(SessionState& state)
 {
     for (;;)
     {
-        if (auto end = program->waitForEnd(milliseconds::zero()))
+        const auto limit = inbox.hasOutputEnded() ? endReportLimit : milliseconds::zero();
+
+        if (auto end = program->waitForEnd(limit))
             return *std::move(end);
 
         const auto orders = state.advance(inbox.look());

@@ -83,6 +83,12 @@ void SessionInbox::wait(std::chrono::milliseconds limit)
     hasNews = false;
 }
 
+bool SessionInbox::hasOutputEnded() const
+{
+    const std::lock_guard guard(lock);
+    return outputEnded;
+}
+
 bool SessionInbox::waitForEndOfOutput(std::chrono::milliseconds limit)
 {
     std::unique_lock guard(lock);

@@ -46,6 +46,8 @@ public:
     /** Waits for a report, but no longer than `limit`. */
     void wait(std::chrono::milliseconds limit);
 
+    bool hasOutputEnded() const;
+
     /** Waits for the end of the output. */
     bool waitForEndOfOutput(std::chrono::milliseconds limit);
 

@@ -1,4 +1,4 @@
-"""The exec slave in a node under test, the worker that it runs, and quelta_master in front of it."""
+"""The exec slave in a node under test, its worker, and quelta_master in front of it."""
 
 from __future__ import annotations
 
