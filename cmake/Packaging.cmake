@@ -24,7 +24,8 @@ set(CPACK_VERBATIM_VARIABLES ON)
 install(TARGETS quelta_daemon quelta_standin_slave quelta_master quelta_exec_slave
   RUNTIME DESTINATION .)
 
-# package_text(SOURCE FOLDER [NAME]): adds a text with variables replaced and the system's line ends.
+# package_text(SOURCE FOLDER [NAME]): adds a text with variables replaced and the system's line
+# ends.
 function(package_text source folder)
   get_filename_component(name ${source} NAME)
 

@@ -1,5 +1,6 @@
 // A regular expression over bytes. A match that would take too long counts as no match, so that a
-// program's output can neither exhaust the stack nor block the reader. Thread-safe once constructed.
+// program's output can neither exhaust the stack nor block the reader. Thread-safe once
+// constructed.
 #pragma once
 
 #include <cstddef>

@@ -23,15 +23,15 @@ struct PlaceholderValues
 /** Returns what is wrong with the placeholders of a text, or an empty string. */
 std::string findPlaceholderError(std::string_view text);
 
-/** Replaces the placeholders. The text must have no placeholder error. Braces in a value stay as they
-    are. */
+/** Replaces the placeholders. The text must have no placeholder error. Braces in a value stay as
+    they are. */
 std::string expandPlaceholders(std::string_view text, const PlaceholderValues& values);
 
 /** Replaces them in all commands, folders, files, environment variables and HOST:PORTs. */
 Configuration expandPlaceholders(Configuration configuration, const PlaceholderValues& values);
 
-/** Returns why the values do not fit the configuration: {master_port+N} is above 65535. Otherwise an
-    empty string. */
+/** Returns why the values do not fit the configuration: {master_port+N} is above 65535. Otherwise
+    an empty string. */
 std::string findExpansionError(Configuration configuration, const PlaceholderValues& values);
 
 } // namespace quelta::execslave
