@@ -16,6 +16,9 @@ lint_packages=(clang clang-format-14 clang-tidy-14 libspdlog-dev shellcheck blac
 farm_packages=(python3 python3-distributed python3-pil povray povray-includes)
 blender_packages=(blender)
 bench_packages=(libspdlog-dev python3)
+page_packages=(chromium-headless-shell prometheus)
+# A Node.js that is not Debian's brings its own npm, and conflicts with Debian's.
+command -v npm >/dev/null 2>&1 || page_packages+=(nodejs npm)
 
 apt_lock_limit=300 # seconds
 apt_limit=3600

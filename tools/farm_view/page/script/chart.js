@@ -185,7 +185,7 @@ class Chart {
     };
     if (kind === "free") {
       pen.fillStyle = this.#colors.free;
-      pen.fillRect(x, y + height / 2 - 0.5, width, 1);
+      pen.fillRect(x, Math.round(y + height / 2 - 0.5), width, 1);
     } else if (kind === "owned") {
       fill(look?.striped ? this.#pattern(pen, style, ink, "striped") : ink);
     } else if (kind === "starting") {

@@ -156,8 +156,9 @@ class Farm {
     this.#insertEvents(past);
   }
 
+  /** Takes them in the order in which they have happened: events of the same time keep it. */
   #insertEvents(added) {
-    this.events.push(...added);
+    this.events.unshift(...added.reverse());
     this.events.sort((a, b) => b.time - a.time);
     this.events.length = Math.min(this.events.length, MAX_EVENTS);
   }

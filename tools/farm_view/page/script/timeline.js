@@ -3,6 +3,7 @@
 const RANGES = [[15, "15 min"], [60, "1 h"], [360, "6 h"], [1440, "24 h"]];
 const DENSE_ROW_HEIGHT = 4;
 const DENSE_FROM = 40; // more nodes than this begin without a name for every row
+const HINT = "Point at a row, or press the arrow keys, to read it.";
 
 function defaultRange(farm) {
   const minutes = (farm.serverTime - farm.historySince) / 60000;
@@ -106,7 +107,7 @@ class Timeline {
   #showReadout() {
     const row = this.#chart.rows[this.#chart.cursor];
     const { from, to } = this.#chart;
-    if (!row) return setText(this.#readout, "");
+    if (!row) return setText(this.#readout, this.#chart.rows.length > 0 ? HINT : "");
     const time = Number.isFinite(this.#time) ? Math.min(Math.max(this.#time, from), to) : to;
     const parts = statesBetween(row.entries, -Infinity, to);
     const part = parts.find((one) => one.from <= time && time < one.to) ??
