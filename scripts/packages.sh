@@ -7,7 +7,10 @@ build_packages=(
     g++ cmake ninja-build juce-modules-source-data zlib1g-dev libcli11-dev nlohmann-json3-dev
     libtomlplusplus-dev libboost1.81-dev
 )
-test_packages=(googletest python3 python3-pytest python3-pytest-xdist iproute2)
+test_packages=(
+    googletest python3 python3-pytest python3-pytest-xdist python3-pytest-asyncio python3-hypothesis
+    iproute2
+)
 windows_packages=(
     g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 xvfb zip unzip locales
 )

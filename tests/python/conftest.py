@@ -13,7 +13,6 @@ from typing import Any, AsyncIterator, Callable, Iterator
 
 import hypothesis
 import pytest
-import pytest_asyncio
 from support import programs
 from support.limits import TEST_LIMIT
 from support.master import Master as RawMaster
@@ -117,7 +116,7 @@ def make_raw_master() -> Iterator[MakeRawMaster]:
             master.close()
 
 
-@pytest_asyncio.fixture
+@pytest.fixture
 async def master() -> AsyncIterator[quelta.Master]:
     async with quelta.Master(text="td") as opened:
         yield opened

@@ -31,8 +31,8 @@ class FakeDaemon:
 
     async def __aexit__(self, *_: object) -> None:
         self._beacons.close()
-        for _, writer in self._streams:
-            writer.close()
+        for stream in self._streams:
+            stream[1].close()
 
     async def beacon(self) -> bytes:
         """Waits for a beacon and returns its bytes."""

@@ -6,7 +6,6 @@ import asyncio
 from typing import Any, AsyncIterator
 
 import pytest
-import pytest_asyncio
 from fake_daemon import FakeDaemon
 from support import wire
 from support.limits import HANG_LIMIT
@@ -27,7 +26,7 @@ OTHER = ("10.0.0.9", 21000)
 SCAN, STATUS = wire.SCAN_REQUEST, wire.DAEMON_STATUS
 
 
-@pytest_asyncio.fixture
+@pytest.fixture
 async def daemon() -> AsyncIterator[FakeDaemon]:
     async with FakeDaemon() as fake:
         yield fake
@@ -40,7 +39,8 @@ class Holder:
         self.leases: list[Lease] = []
         self._leave = asyncio.Event()
         self._held = asyncio.Event()
-        self.hold = master.hold(daemon.name, **{"timeout": HANG_LIMIT, **options})
+        options.setdefault("timeout", HANG_LIMIT)
+        self.hold = master.hold(daemon.name, **options)
         self.task = asyncio.create_task(self._run())
 
     async def _run(self) -> None:
