@@ -1,5 +1,5 @@
-// Cuts a stream of bytes into lines. Lines longer than maxLineLength are cut into pieces, so memory
-// stays flat. Pure; not thread-safe.
+// Cuts a stream of bytes into lines. Lines longer than maxLineLength are cut into pieces, between
+// characters of UTF-8, so memory stays flat. Pure; not thread-safe.
 #pragma once
 
 #include <cstddef>

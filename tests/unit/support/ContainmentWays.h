@@ -30,6 +30,10 @@ std::vector<ContainmentWay> listContainmentWays();
 extern const char* const crashText;
 extern const char* const killText;
 
+/** The system's texts for a file that does not exist, and for one that is no program. */
+extern const char* const missingFileText;
+extern const char* const noProgramText;
+
 /** Starting processes under Wine takes long. */
 extern const char* const manyRounds;
 

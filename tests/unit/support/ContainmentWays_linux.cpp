@@ -32,6 +32,8 @@ constexpr auto noPidNamespaces = "echo 0 > /proc/sys/user/max_pid_namespaces";
 
 const char* const crashText = "signal 6 (Aborted)";
 const char* const killText = "signal 9 (Killed)";
+const char* const missingFileText = "No such file or directory";
+const char* const noProgramText = "Exec format error";
 const char* const manyRounds = "200";
 
 void makePublic(const std::string& folder)

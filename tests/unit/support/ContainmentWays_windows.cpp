@@ -4,6 +4,8 @@ namespace quelta::test {
 
 const char* const crashText = "exit status 0xC0000005";
 const char* const killText = "exit status 1";
+const char* const missingFileText = "File not found";
+const char* const noProgramText = "Bad EXE format";
 const char* const manyRounds = "50";
 
 void makePublic(const std::string&) {}
