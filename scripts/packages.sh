@@ -9,7 +9,7 @@ build_packages=(
 )
 test_packages=(
     googletest python3 python3-pytest python3-pytest-xdist python3-pytest-asyncio python3-hypothesis
-    iproute2
+    iproute2 povray povray-includes
 )
 windows_packages=(
     g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 xvfb zip unzip locales
