@@ -12,7 +12,7 @@ const BUILD = new URL("../../../build/page/", import.meta.url);
 /** Finds the packages of package.json, which are installed in the build folder. */
 export const installed = createRequire(new URL("npm/package.json", BUILD));
 export const SCREENSHOTS = fileURLToPath(new URL("screenshots/", BUILD));
-export const LIMIT_MS = 20000; // guards against hangs only
+export const LIMIT_MS = 90000; // guards against hangs only
 
 const { chromium } = installed("playwright-core");
 const EXECUTABLE = process.env.QUELTA_CHROMIUM ?? "/usr/bin/chromium-headless-shell";

@@ -1,5 +1,7 @@
 // What a test sees on the page.
 
+import { LIMIT_MS } from "./browser.mjs";
+
 /** The texts of a column of the table, from top to bottom. */
 export function column(page, key) {
   return page.locator(`#table tbody [data-key="${key}"]`).allTextContents();
@@ -37,7 +39,7 @@ export function styleColor(page, name) {
 }
 
 /** Waits for a condition outside the page. */
-export async function eventually(check, limit = 20000) {
+export async function eventually(check, limit = LIMIT_MS) {
   const deadline = Date.now() + limit;
   for (;;) {
     try {
