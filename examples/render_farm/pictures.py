@@ -7,7 +7,7 @@ import io
 from collections.abc import Sequence
 from pathlib import Path
 
-from PIL import Image
+from PIL import Image, ImageChops
 
 GAP = 3
 BACKGROUND = (17, 20, 31)
@@ -19,6 +19,14 @@ def checksum(png: bytes) -> str:
     with Image.open(io.BytesIO(png)) as picture:
         pixels = picture.convert("RGB")
         return hashlib.sha256(repr(pixels.size).encode() + pixels.tobytes()).hexdigest()
+
+
+def largest_difference(png: bytes, other: bytes) -> int:
+    """Returns by how much two pictures differ in any colour of any pixel: 0 to 255."""
+    one, two = opened([png, other])
+    if one.size != two.size:
+        return 255
+    return max(high for _, high in ImageChops.difference(one, two).getextrema())
 
 
 def opened(pngs: Sequence[bytes]) -> list[Image.Image]:

@@ -22,7 +22,7 @@ from progress import Progress
 from quelta import read_nodes
 from quelta.dask import QueltaCluster
 from recorder import Recorder
-from results import compare, render_here, save_results
+from results import TOLERANCES, compare, render_here, save_results
 from trouble import Trouble
 
 LOCAL_NODES = 4
@@ -83,7 +83,7 @@ def run(options: Options, job: frames.Job, progress: Progress) -> list[str]:
                     trouble.finish()
     progress.finish()
     save_results(recorder, job, options.output, progress)
-    return compare(recorder, expected)
+    return compare(recorder, expected, TOLERANCES[job.renderer])
 
 
 def main() -> int:
