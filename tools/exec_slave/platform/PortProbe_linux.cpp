@@ -5,10 +5,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <memory>
-#include <system_error>
+
+#include "exec_slave/platform/SystemError.h"
 
 namespace quelta::execslave {
 
@@ -42,7 +42,7 @@ public:
 
 std::string describe(int error)
 {
-    return error == 0 ? std::string() : std::generic_category().message(error);
+    return error == 0 ? std::string() : describeSystemError(error);
 }
 
 /** Waits for the outcome of a connection that is being made. Returns its error number. */

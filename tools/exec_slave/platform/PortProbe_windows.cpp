@@ -7,6 +7,7 @@
 
 #include <juce_core/juce_core.h>
 
+#include "exec_slave/platform/SystemError.h"
 #include "platform/Console.h"
 
 namespace quelta::execslave {
@@ -43,13 +44,7 @@ public:
 
 std::string describe(int error)
 {
-    if (error == 0)
-        return {};
-
-    wchar_t text[512] = {};
-    FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-                   static_cast<DWORD>(error), 0, text, 511, nullptr);
-    return juce::String(text).trimEnd().toStdString();
+    return error == 0 ? std::string() : describeSystemError(error);
 }
 
 /** Waits for the outcome of a connection that is being made. Returns its error number. Windows
@@ -64,7 +59,7 @@ int waitForOutcome(SOCKET handle, Clock::time_point deadline, const std::stop_to
         FD_ZERO(&failed);
         FD_SET(handle, &made);
         FD_SET(handle, &failed);
-        const timeval timeout{0, pollMicroseconds};
+        timeval timeout{0, pollMicroseconds};
 
         if (select(0, nullptr, &made, &failed, &timeout) <= 0)
             continue;
