@@ -2,37 +2,19 @@
 
 #include <algorithm>
 #include <ostream>
-
-#include "console_master/platform/HostLookup.h"
+#include <utility>
 
 namespace quelta {
 
 namespace {
 
 constexpr uint32_t beaconIntervalMs = 500;
+constexpr uint32_t rereadIntervalMs = 500;
 constexpr std::chrono::milliseconds tickInterval{50};
 
 uint32_t now()
 {
     return juce::Time::getMillisecondCounter();
-}
-
-bool isThisMachine(uint32_t ip)
-{
-    if (isLoopback(ip))
-        return true;
-
-    const auto own = juce::IPAddress::getAllAddresses();
-    return std::any_of(own.begin(), own.end(), [ip](const juce::IPAddress& address) {
-        return parseIp(address.toString().toStdString()) == ip;
-    });
-}
-
-/** Maps all addresses of this machine to one, because a daemon on this machine may connect from any
-    of them. */
-uint32_t machineOf(uint32_t ip)
-{
-    return isThisMachine(ip) ? 0 : ip;
 }
 
 } // namespace
@@ -44,7 +26,9 @@ ConsoleMaster::ConsoleMaster(const Options& givenOptions, std::ostream& output,
       err(errors),
       stopRequest(givenStopRequest),
       board(givenOptions.command, givenOptions.timeoutMs),
-      display(givenOptions, output)
+      display(givenOptions, output),
+      targets(givenOptions, inbox, errors),
+      nodesFileWatch(givenOptions.nodesFileReading)
 {}
 
 int ConsoleMaster::run()
@@ -66,6 +50,7 @@ int ConsoleMaster::run()
         if ((stopRequest.isPending() || !out) && !std::exchange(released, true))
             release();
 
+        rereadNodes();
         board.tick(now());
         carryOut();
 
@@ -82,110 +67,98 @@ int ConsoleMaster::run()
 
 bool ConsoleMaster::prepare()
 {
-    warnOfForeignAddress();
-
-    std::map<uint32_t, size_t> nodesOnMachine;
-
-    for (const auto& node : options.nodes)
-        if (!addTarget(node, nodesOnMachine))
-            return false;
-
-    if (options.broadcast)
-    {
-        std::map<uint32_t, size_t> noOthers;
-
-        if (!addTarget(*options.broadcast, noOthers))
-            return false;
-    }
-
-    if (!openListeners())
+    if (!targets.open())
         return false;
 
-    startedAt = now();
+    if (options.command == Command::serve)
+        feed = std::make_unique<FarmFeed>();
+
+    startedAt = nodesReadAt = now();
     beaconsSentAt = startedAt - beaconIntervalMs;
-    addNodes();
-    showListening();
-    return true;
-}
 
-void ConsoleMaster::warnOfForeignAddress()
-{
-    if (options.address && !isThisMachine(*options.address))
-        err << "warning: " << formatIp(*options.address)
-            << " is not an address of this machine; nodes that connect to it may reach another "
-               "one\n";
-}
+    for (const auto& target : targets.getNodes())
+        addNode(target);
 
-bool ConsoleMaster::addTarget(const NodeName& node, std::map<uint32_t, size_t>& nodesOnMachine)
-{
-    const auto ip = lookUpHost(node.host);
-
-    if (!ip)
-    {
-        err << "unknown host \"" << node.host << "\"\n";
+    // With the nodes in place, so that no viewer sees an empty farm.
+    if (feed && !serve())
         return false;
-    }
 
-    const auto announced = options.address ? options.address : localAddressTowards(*ip);
+    display.showListening(targets.getAddresses());
+    return true;
+}
 
-    if (!announced)
-    {
-        err << "no route to " << node.host << "; give this machine's address with --address\n";
+bool ConsoleMaster::serve()
+{
+    feed->setExpectedNodes(options.nodes.size());
+
+    if (!feed->open(options.httpAddress, err))
         return false;
-    }
 
-    targets.push_back({formatNode(node),
-                       *ip,
-                       node.port,
-                       nodesOnMachine[machineOf(*ip)]++,
-                       {*announced, 0},
-                       false});
+    display.showServing(feed->getAddress());
     return true;
 }
 
-bool ConsoleMaster::openListeners()
+void ConsoleMaster::addNode(const Target& target)
 {
-    size_t count = 0;
+    const auto& nodes = board.getNodes();
+    const auto known = std::find_if(nodes.begin(), nodes.end(), [&target](const Node& node) {
+        return node.name == target.name;
+    });
+    const auto node = known == nodes.end() ? board.addNode(target.name, target.self, now())
+                                           : static_cast<size_t>(known - nodes.begin());
 
-    for (const auto& target : targets)
-        count = std::max(count, target.listener + 1);
+    if (board.getNodes()[node].phase == NodePhase::ended)
+        board.restoreNode(node, now());
 
-    for (size_t i = 0; i < count; ++i)
-    {
-        // A master that announces a loopback address must not be reachable from other machines.
-        const auto isPrivate = [i](const Target& t) {
-            return t.listener != i || isLoopback(t.self.ip);
-        };
-        const auto first = std::find_if(targets.begin(), targets.end(),
-                                        [i](const Target& target) { return target.listener == i; });
-        const uint32_t ip =
-            std::all_of(targets.begin(), targets.end(), isPrivate) ? first->self.ip : 0;
-        const auto port = options.listenPort == 0 ? 0 : options.listenPort + i;
-        listeners.push_back(std::make_unique<MasterListener>(i, inbox));
+    nodeOfMachine[target.getKey()] = node;
 
-        if (port > 65535 || !listeners.back()->open(ip, static_cast<uint16_t>(port)))
-        {
-            err << "cannot listen on port " << port << " of "
-                << (ip == 0 ? std::string("this machine") : formatIp(ip))
-                << ": is another program using it? Try another --listen-port\n";
-            return false;
-        }
-    }
-
-    for (auto& target : targets)
-        target.self.port = listeners[target.listener]->getPort();
-
-    return true;
+    if (feed)
+        feed->showNode(board.getNodes()[node]);
 }
 
-void ConsoleMaster::addNodes()
+/** Reads the file of nodes again if it is time. */
+void ConsoleMaster::rereadNodes()
 {
-    for (size_t i = 0; i < options.nodes.size(); ++i)
+    if (!feed || options.nodesFile.empty() || now() - nodesReadAt < rereadIntervalMs)
+        return;
+
+    nodesReadAt = now();
+    const auto reading = readNodesFile(options.nodesFile);
+
+    if (!nodesFileWatch.take(reading))
+        return;
+
+    const auto end =
+        options.nodes.begin() + static_cast<std::ptrdiff_t>(options.numNodesOfCommandLine);
+    std::vector<NodeName> nodes(options.nodes.begin(), end);
+
+    if (const auto error = addNodesOfFile(options.nodesFile, reading, nodes); !error.empty())
+        err << error << "; keeping the earlier nodes\n";
+    else
+        applyNodes(nodes);
+}
+
+void ConsoleMaster::applyNodes(const std::vector<NodeName>& nodes)
+{
+    const auto changes = targets.replaceNodes(nodes);
+
+    if (!changes)
     {
-        const auto& target = targets[i];
-        const auto node = board.addNode(target.name, target.self, startedAt);
-        nodeOfMachine[{target.listener, machineOf(target.ip)}] = node;
+        err << options.nodesFile << ": keeping the earlier nodes\n";
+        return;
     }
+
+    for (const auto& target : changes->removed)
+    {
+        const auto node = nodeOfMachine.at(target.getKey());
+        board.removeNode(node);
+        feed->removeNode(board.getNodes()[node]);
+    }
+
+    for (const auto& target : changes->added)
+        addNode(target);
+
+    feed->setExpectedNodes(nodes.size());
 }
 
 void ConsoleMaster::handle(const PeerEvent& event)
@@ -201,7 +174,7 @@ void ConsoleMaster::handle(const PeerEvent& event)
     const auto node = found->second;
 
     if (event.kind == PeerEvent::Kind::record)
-        board.received(node, event.message, now());
+        received(node, event.message);
     else if (event.kind == PeerEvent::Kind::junk)
         board.receivedJunk(node);
     else
@@ -210,6 +183,15 @@ void ConsoleMaster::handle(const PeerEvent& event)
         connectionOfNode.erase(node);
         board.disconnected(node, now());
     }
+}
+
+void ConsoleMaster::received(size_t node, const MasterDaemonMessage& message)
+{
+    const bool wasScanned = board.getNodes()[node].scanPending;
+    board.received(node, message, now());
+
+    if (feed && wasScanned && !board.getNodes()[node].scanPending)
+        feed->scanAnswered(board.getNodes()[node]);
 }
 
 void ConsoleMaster::handleConnection(const PeerEvent& event)
@@ -237,7 +219,7 @@ void ConsoleMaster::handleConnection(const PeerEvent& event)
 
 std::optional<size_t> ConsoleMaster::findNode(const PeerEvent& event)
 {
-    const MachineKey machine{event.connection.listener, machineOf(event.peerIp)};
+    const auto machine = NodeTargets::keyOf(event);
 
     if (const auto found = nodeOfMachine.find(machine); found != nodeOfMachine.end())
         return found->second;
@@ -246,7 +228,7 @@ std::optional<size_t> ConsoleMaster::findNode(const PeerEvent& event)
         return std::nullopt;
 
     const auto name = formatNode({formatIp(event.peerIp), options.broadcast->port});
-    return nodeOfMachine[machine] = board.addNode(name, targets.back().self, now());
+    return nodeOfMachine[machine] = board.addNode(name, targets.getBroadcast()->self, now());
 }
 
 void ConsoleMaster::sendBeacons()
@@ -256,16 +238,7 @@ void ConsoleMaster::sendBeacons()
 
     beaconsSentAt = now();
 
-    for (auto& target : targets)
-    {
-        const auto beacon =
-            encodeMasterMessage(message(MasterMessageType::SCAN_REQUEST, target.self));
-        const auto sent = beaconSocket.write(juce::String(formatIp(target.ip)), target.port,
-                                             beacon.data(), static_cast<int>(beacon.size()));
-
-        if (sent < 0 && !std::exchange(target.unreachable, true))
-            err << "cannot send a beacon to " << target.name << "; retrying\n";
-    }
+    targets.sendBeacons(options.text);
 }
 
 void ConsoleMaster::release()
@@ -290,7 +263,10 @@ void ConsoleMaster::carryOut()
         const auto& self = inOtherName ? *options.actAs : board.getNodes()[request.node].self;
 
         // A failed send needs no handling: the board is told of the loss, or times out.
-        listeners[found->second.listener]->send(found->second.number, message(request.type, self));
+        targets.send(found->second, message(request.type, self));
+
+        if (feed && request.type == MasterMessageType::SCAN_REQUEST)
+            feed->scanSent(board.getNodes()[request.node]);
     }
 
     showEvents();
@@ -313,19 +289,19 @@ void ConsoleMaster::reportUnansweredBroadcast()
 void ConsoleMaster::showEvents()
 {
     for (const auto& event : board.takeEvents())
-        display.showEvent(board.getNodes()[event.node], event.kind, now());
+    {
+        const auto& node = board.getNodes()[event.node];
+        display.showEvent(node, event.kind, now());
+
+        // A node that has been removed may still send junk.
+        if (!feed || node.phase == NodePhase::ended)
+            continue;
+
+        feed->showNode(node);
+        feed->showEvent(node, event.kind);
+    }
 
     display.showOutdatedTable(board.getNodes(), now());
-}
-
-void ConsoleMaster::showListening()
-{
-    std::set<MasterAddress> addresses;
-
-    for (const auto& target : targets)
-        addresses.insert(target.self);
-
-    display.showListening(addresses);
 }
 
 bool ConsoleMaster::isFinished() const
@@ -334,7 +310,8 @@ bool ConsoleMaster::isFinished() const
     // watch ends only on request.
     const bool collecting = options.command == Command::scan && options.broadcast && !released &&
                             now() - startedAt < options.timeoutMs;
-    const bool watching = options.command == Command::watch && !released;
+    const bool watching =
+        (options.command == Command::watch || options.command == Command::serve) && !released;
     return board.isDone() && !collecting && !watching;
 }
 

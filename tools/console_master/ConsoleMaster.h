@@ -11,14 +11,14 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include <juce_core/juce_core.h>
-
 #include "console_master/Display.h"
+#include "console_master/FarmFeed.h"
 #include "console_master/MasterListener.h"
 #include "console_master/NodeBoard.h"
+#include "console_master/NodeTargets.h"
+#include "console_master/NodesFile.h"
 #include "console_master/Options.h"
 #include "console_master/StopRequest.h"
 
@@ -35,31 +35,17 @@ public:
     int run();
 
 private:
-    /** Where a beacon goes, and the address of this master in it. */
-    struct Target
-    {
-        std::string name;
-        uint32_t ip = 0;
-        uint16_t port = 0;
-        size_t listener = 0;
-        MasterAddress self;
-        bool unreachable = false; ///< Sending a beacon has failed and this has been reported.
-    };
-
-    /** Identifies a node by the listener that it connects to and the address that it connects
-        from. */
-    using MachineKey = std::pair<size_t, uint32_t>;
-
     bool prepare();
-    void warnOfForeignAddress();
-    bool addTarget(const NodeName& node, std::map<uint32_t, size_t>& nodesOnMachine);
-    bool openListeners();
-    void addNodes();
+    bool serve();
+    void addNode(const Target& target);
+    void rereadNodes();
+    void applyNodes(const std::vector<NodeName>& nodes);
 
     void handle(const PeerEvent& event);
     void handleConnection(const PeerEvent& event);
     std::optional<size_t> findNode(const PeerEvent& event);
 
+    void received(size_t node, const MasterDaemonMessage& message);
     void sendBeacons();
     void release();
     void carryOut();
@@ -78,10 +64,10 @@ private:
     NodeBoard board;
     Display display;
     Inbox inbox;
-    juce::DatagramSocket beaconSocket{true};
-    std::vector<std::unique_ptr<MasterListener>> listeners;
+    NodeTargets targets;
+    std::unique_ptr<FarmFeed> feed; ///< Null without a page to serve.
+    NodesFileWatch nodesFileWatch;
 
-    std::vector<Target> targets; ///< One for each node of the options, then the broadcast.
     std::map<MachineKey, size_t> nodeOfMachine;
     std::map<ConnectionId, size_t> nodeOfConnection;
     std::map<size_t, ConnectionId> connectionOfNode;
@@ -89,6 +75,7 @@ private:
 
     uint32_t startedAt = 0;
     uint32_t beaconsSentAt = 0;
+    uint32_t nodesReadAt = 0;
     bool broadcastChecked = false;
     bool released = false;
 };

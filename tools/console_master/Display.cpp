@@ -32,6 +32,11 @@ void Display::showListening(const std::set<MasterAddress>& addresses)
         showLine(options.json ? formatJsonListening(self, timeText()) : formatListening(self));
 }
 
+void Display::showServing(const MasterAddress& address)
+{
+    showLine(options.json ? formatJsonServing(address, timeText()) : formatServing(address));
+}
+
 void Display::showEvent(const Node& node, NodeEvent event, uint32_t now)
 {
     lastEventAt = now;
@@ -61,10 +66,13 @@ void Display::showResult(const std::vector<Node>& nodes)
         out << (options.json ? formatJson(nodes) : formatTable(nodes)) << std::flush;
 }
 
-/** A watch may run for days, so its lines begin with the time. JSON objects contain it already. */
+/** A watch or a server may run for days, so its lines begin with the time. JSON objects contain it
+    already. */
 void Display::showLine(const std::string& line)
 {
-    if (options.command == Command::watch && !options.json)
+    const bool isLasting = options.command == Command::watch || options.command == Command::serve;
+
+    if (isLasting && !options.json)
         out << juce::Time::getCurrentTime().formatted("%Y-%m-%d %H:%M:%S ").toStdString();
 
     out << line << std::endl;

@@ -22,6 +22,9 @@ public:
     /** Prints the addresses at which this master listens, for commands that print events. */
     void showListening(const std::set<MasterAddress>& addresses);
 
+    /** Prints the address at which the page is served. */
+    void showServing(const MasterAddress& address);
+
     /** Prints an event, for commands that print events. */
     void showEvent(const Node& node, NodeEvent event, uint32_t now);
 

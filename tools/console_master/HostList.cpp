@@ -119,6 +119,17 @@ std::optional<MasterAddress> parseAddress(std::string_view text)
     return MasterAddress{*ip, node->port};
 }
 
+std::optional<MasterAddress> parseListenAddress(std::string_view text)
+{
+    constexpr std::string_view anyPort = ":0";
+
+    if (!text.ends_with(anyPort))
+        return parseAddress(text);
+
+    const auto ip = parseIp(text.substr(0, text.size() - anyPort.size()));
+    return ip ? std::optional(MasterAddress{*ip, 0}) : std::nullopt;
+}
+
 bool isLoopback(uint32_t ip)
 {
     return (ip >> 24) == 127;

@@ -38,6 +38,9 @@ std::optional<uint32_t> parseIp(std::string_view text);
 /** Parses "10.0.0.5:21000". */
 std::optional<MasterAddress> parseAddress(std::string_view text);
 
+/** Parses "127.0.0.1:8080"; port 0 is allowed and means any free port. */
+std::optional<MasterAddress> parseListenAddress(std::string_view text);
+
 /** Whether `ip` is in 127.0.0.0/8. */
 bool isLoopback(uint32_t ip);
 

@@ -168,7 +168,7 @@ void NodeBoard::begin(size_t index, uint32_t now)
 
     report(index, NodeEvent::found);
 
-    if (command == Command::watch)
+    if (isWatch())
         return enter(index, NodePhase::watching, now);
 
     enter(index, NodePhase::asked, now);
@@ -231,7 +231,7 @@ void NodeBoard::tickNode(size_t index, uint32_t now)
             if (passed < timeoutMs)
                 break;
 
-            if (command != Command::watch)
+            if (!isWatch())
                 end(index, NodeEvent::noAnswer, Outcome::notAsAsked);
             else if (!std::exchange(node.silent, true))
                 report(index, NodeEvent::noAnswer);
@@ -275,6 +275,22 @@ void NodeBoard::keepScanning(size_t index, uint32_t now)
         report(index, NodeEvent::silent);
 }
 
+void NodeBoard::removeNode(size_t index)
+{
+    nodes[index].phase = NodePhase::ended;
+}
+
+void NodeBoard::restoreNode(size_t index, uint32_t now)
+{
+    auto& node = nodes[index];
+    node.state.reset();
+    node.silent = node.away = false;
+    enter(index, NodePhase::waiting, now);
+
+    if (node.connected)
+        scan(index, now);
+}
+
 void NodeBoard::release(uint32_t now)
 {
     for (size_t i = 0; i < nodes.size(); ++i)
@@ -284,7 +300,7 @@ void NodeBoard::release(uint32_t now)
         if (phase == NodePhase::starting || phase == NodePhase::running ||
             (phase == NodePhase::asked && command != Command::stop))
             releaseNode(i, now);
-        else if (command == Command::watch)
+        else if (isWatch())
             nodes[i].phase = NodePhase::ended;
         else if (phase == NodePhase::waiting || phase == NodePhase::asked)
             end(i, NodeEvent::noAnswer, Outcome::notAsAsked);

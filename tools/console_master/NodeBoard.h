@@ -6,7 +6,8 @@
 // node.
 //
 //   phase      meaning                      transitions
-//   waiting    no state received yet        state: ended (scan), watching (watch), asked (others)
+//   waiting    no state received yet        state: ended (scan), watching (watch and serve), asked
+//                                           (others)
 //   asked      request sent                 reply: starting; ended if refused, and for stop
 //   starting   the slave is ours            running: running; failed: releasing; other owner: ended
 //   running    the slave is ours and works  failed: releasing; other owner: ended
@@ -17,7 +18,8 @@
 // Time-outs: waiting, asked and releasing end without an answer in time (releasing also if the node
 // keeps reconnecting); starting and running end if a lost connection does not come back in time.
 // A new connection leads from asked back to waiting. In starting, running and watching, a node that
-// is back after a disconnection is reported as found.
+// is back after a disconnection is reported as found. Removing a node ends it; restoring it leads
+// back to waiting.
 #pragma once
 
 #include <cstddef>
@@ -104,6 +106,10 @@ public:
     /** Applies time-outs and schedules scans. Call it several times a second. */
     void tick(uint32_t now);
 
+    /** Stops asking a node; restoreNode() begins anew. */
+    void removeNode(size_t index);
+    void restoreNode(size_t index, uint32_t now);
+
     /** Ends the command at the operator's request: gives held nodes back. */
     void release(uint32_t now);
 
@@ -163,6 +169,7 @@ private:
     void request(size_t index, MasterMessageType type) { requests.push_back({index, type}); }
     void report(size_t index, NodeEvent kind) { events.push_back({index, kind}); }
     uint32_t replyTimeoutMs(const Node& node) const;
+    bool isWatch() const { return command == Command::watch || command == Command::serve; }
 
     const Command command;
     const uint32_t timeoutMs;

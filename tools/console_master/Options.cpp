@@ -1,13 +1,8 @@
 #include "console_master/Options.h"
 
 #include <CLI/CLI.hpp>
-#include <array>
-#include <cerrno>
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <ostream>
-#include <system_error>
 
 #include "messages/MasterDaemonMessage.h"
 
@@ -43,10 +38,10 @@ constexpr auto notes =
 struct RawOptions
 {
     std::vector<std::string> nodes;
-    std::string nodesFile;
     std::string broadcast;
     std::string address;
     std::string actAs;
+    std::string httpAddress;
     double timeoutSeconds = 5;
 };
 
@@ -87,7 +82,16 @@ constexpr CommandText commands[] = {
      "its\n"
      "name with --as. Stopping a free node succeeds.\n\n"
      "Examples:\n  quelta_master stop 10.0.0.5:5130 --address 10.0.0.2 --listen-port 21000\n"
-     "  quelta_master stop 10.0.0.5:5130 --as 10.0.0.2:21000"}};
+     "  quelta_master stop 10.0.0.5:5130 --as 10.0.0.2:21000"},
+    {Command::serve, "serve", "Serve a web page, JSON and metrics of nodes, until Ctrl-C",
+     "Watches the nodes and serves what it sees over HTTP: a live page at /, metrics for "
+     "Prometheus\n"
+     "at /metrics, JSON under /api/v1/. Never starts, stops or steals. Prints a line for every "
+     "event.\n"
+     "Reads the file of nodes again when it changes. Viewers are not asked for a password and "
+     "nothing\n"
+     "is encrypted, so by default only this machine can connect; see SECURITY.md.\n\n"
+     "Example:\n  quelta_master serve --nodes farm.txt --http 127.0.0.1:8080"}};
 
 template <typename Parse>
 CLI::Validator acceptedBy(Parse parse, const std::string& what)
@@ -102,7 +106,7 @@ CLI::Validator acceptedBy(Parse parse, const std::string& what)
 void addOptions(CLI::App& app, const CommandText& text, RawOptions& raw, Options& options)
 {
     app.add_option("node", raw.nodes, "Nodes, as host:port")->type_name("HOST:PORT");
-    app.add_option("--nodes", raw.nodesFile,
+    app.add_option("--nodes", options.nodesFile,
                    "File of nodes, separated by blanks or line ends; # begins a comment")
         ->type_name("FILE");
     app.add_option("--address", raw.address,
@@ -124,7 +128,8 @@ void addOptions(CLI::App& app, const CommandText& text, RawOptions& raw, Options
             "32 bytes or less"));
     app.add_flag("--json", options.json, "Print JSON instead of text");
 
-    if (text.command == Command::scan || text.command == Command::watch)
+    if (text.command == Command::scan || text.command == Command::watch ||
+        text.command == Command::serve)
         app.add_option("--broadcast", raw.broadcast, "Send beacons to this broadcast address, too")
             ->type_name("IP:PORT")
             ->check(
@@ -137,28 +142,14 @@ void addOptions(CLI::App& app, const CommandText& text, RawOptions& raw, Options
             ->check(
                 acceptedBy(parseAddress, "an address: give IP:port, for example 10.0.0.2:21000"));
 
+    if (text.command == Command::serve)
+        app.add_option("--http", raw.httpAddress,
+                       "Address to serve at (default 127.0.0.1:8080; port 0: any free port)")
+            ->type_name("IP:PORT")
+            ->check(acceptedBy(parseListenAddress,
+                               "an address: give IP:port, for example 127.0.0.1:8080"));
+
     app.footer(std::string(text.footer) + "\n\n" + exitStatuses + "\n");
-}
-
-/** Appends the file's contents to `text`. Returns the reason if it cannot be read; empty on
-    success. */
-std::string readFile(const std::string& name, std::string& text)
-{
-    const std::filesystem::path path(std::u8string(name.begin(), name.end()));
-    std::error_code ignored;
-
-    // Linux opens a folder like a file; reading it then throws.
-    if (std::filesystem::is_directory(path, ignored))
-        return "it is a folder";
-
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    std::array<char, 4096> piece;
-
-    while (file.is_open() && (file.read(piece.data(), piece.size()) || file.gcount() > 0))
-        text.append(piece.data(), static_cast<size_t>(file.gcount()));
-
-    return file.is_open() && !file.bad() ? "" : std::generic_category().message(errno);
 }
 
 std::string readNodes(const RawOptions& raw, Options& options)
@@ -167,15 +158,15 @@ std::string readNodes(const RawOptions& raw, Options& options)
         if (auto error = addNodes(word, options.nodes); !error.empty())
             return error;
 
-    if (!raw.nodesFile.empty())
+    options.numNodesOfCommandLine = options.nodes.size();
+
+    if (!options.nodesFile.empty())
     {
-        std::string text;
+        options.nodesFileReading = readNodesFile(options.nodesFile);
 
-        if (const auto reason = readFile(raw.nodesFile, text); !reason.empty())
-            return "cannot read the file of nodes \"" + raw.nodesFile + "\": " + reason;
-
-        if (auto error = addNodes(text, options.nodes); !error.empty())
-            return raw.nodesFile + ": " + error;
+        if (auto error = addNodesOfFile(options.nodesFile, options.nodesFileReading, options.nodes);
+            !error.empty())
+            return error;
     }
 
     if (options.nodes.empty() && !options.broadcast)
@@ -190,6 +181,7 @@ std::string fillOptions(const RawOptions& raw, Options& options)
     options.broadcast = parseNode(raw.broadcast);
     options.address = parseIp(raw.address);
     options.actAs = parseAddress(raw.actAs);
+    options.httpAddress = parseListenAddress(raw.httpAddress).value_or(options.httpAddress);
     options.timeoutMs = static_cast<uint32_t>(std::lround(raw.timeoutSeconds * 1000));
     return readNodes(raw, options);
 }

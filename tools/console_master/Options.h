@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "console_master/HostList.h"
+#include "console_master/NodesFile.h"
 #include "messages/MasterAddress.h"
 
 namespace quelta {
@@ -18,7 +19,8 @@ enum class Command
     watch,
     hold,
     steal,
-    stop
+    stop,
+    serve
 };
 
 /** The exit statuses of the program. */
@@ -33,7 +35,10 @@ enum ExitStatus : int
 struct Options
 {
     Command command = Command::scan;
-    std::vector<NodeName> nodes;
+    std::vector<NodeName> nodes; ///< Those of the command line, then those of the file.
+    size_t numNodesOfCommandLine = 0;
+    std::string nodesFile; ///< Empty without one.
+    NodesFileReading nodesFileReading;
     std::optional<NodeName> broadcast;  ///< Another destination of beacons.
     std::optional<uint32_t> address;    ///< Announced to nodes; default: chosen by the route.
     std::optional<MasterAddress> actAs; ///< Sender of stop requests; default: this master.
@@ -41,6 +46,7 @@ struct Options
     uint32_t timeoutMs = 5000;
     std::string text; ///< This master's text, which nodes report as the owner's.
     bool json = false;
+    MasterAddress httpAddress{0x7F000001, 8080}; ///< Port 0 for any free port.
 };
 
 /** Parses the command line, which begins with the program's name, into `options`. Returns the exit

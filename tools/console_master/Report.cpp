@@ -168,6 +168,11 @@ std::string dump(const Json& json, int indent = -1)
 
 } // namespace
 
+std::string readableText(const std::string& field)
+{
+    return readable(field).toStdString();
+}
+
 const char* stateName(const Node& node)
 {
     if (!node.state)
@@ -257,6 +262,17 @@ std::string formatListening(const MasterAddress& self)
 std::string formatJsonListening(const MasterAddress& self, const std::string& time)
 {
     return dump(Json{{"time", time}, {"event", "listening"}, {"address", formatAddress(self)}});
+}
+
+std::string formatServing(const MasterAddress& address)
+{
+    return "serving at http://" + formatAddress(address) + "/";
+}
+
+std::string formatJsonServing(const MasterAddress& address, const std::string& time)
+{
+    return dump(Json{
+        {"time", time}, {"event", "serving"}, {"url", "http://" + formatAddress(address) + "/"}});
 }
 
 } // namespace quelta

@@ -9,6 +9,9 @@
 
 namespace quelta {
 
+/** A text from a daemon as valid UTF-8, with control characters replaced by question marks. */
+std::string readableText(const std::string& field);
+
 /** The name of a node's state: "free", "owned", "running", ... */
 const char* stateName(const Node& node);
 
@@ -27,5 +30,9 @@ std::string formatJsonEvent(const Node& node, NodeEvent event, const std::string
 /** The event that reports the address announced to nodes, as text and as JSON. */
 std::string formatListening(const MasterAddress& self);
 std::string formatJsonListening(const MasterAddress& self, const std::string& time);
+
+/** The event that reports where the page is served, as text and as JSON. */
+std::string formatServing(const MasterAddress& address);
+std::string formatJsonServing(const MasterAddress& address, const std::string& time);
 
 } // namespace quelta
