@@ -343,6 +343,7 @@ TEST(ExecSlaveConfiguration, AFileThatCannotBeReadIsAnError)
     ASSERT_EQ(missing.size(), 1u);
     EXPECT_EQ(missing[0].find("cannot read " + name + ": "), 0u) << missing[0];
     EXPECT_GT(missing[0].size(), name.size() + 20) << missing[0];
+    EXPECT_EQ(missing[0].find_last_of("\r\n"), std::string::npos);
 
     ASSERT_TRUE(file.replaceWithText("#" + juce::String::repeatedString("x", 32767), false, false));
     EXPECT_EQ(loadConfiguration(file).errors,

@@ -323,9 +323,10 @@ ConfigurationResult loadConfiguration(const juce::File& file)
     const auto name = file.getFullPathName().toStdString();
     juce::MemoryBlock bytes;
     juce::FileInputStream stream(file);
+    // Windows ends its texts with a line end.
     const auto fail = [&](const juce::String& reason) {
         ConfigurationResult result;
-        result.errors.push_back("cannot read " + name + ": " + reason.toStdString());
+        result.errors.push_back("cannot read " + name + ": " + reason.trimEnd().toStdString());
         return result;
     };
 
