@@ -192,8 +192,10 @@ class Hub:
                 self._send_broadcast(self._broadcast)
         watched = bool(self.streams)
         for link in self._registry.links:
+            if not (watched or link.is_in_use):
+                continue
             link.machine.tick(self.now(), watched=watched)
-            if beacons_are_due and (watched or link.is_in_use):
+            if beacons_are_due:
                 self._send_beacon(link)
             if link.machine.requests or link.machine.events:
                 self.pump(link)

@@ -99,12 +99,14 @@ class Listener:
             raise
         await self._server.start_serving()
 
-    async def close(self) -> None:
-        """Returns when every socket is closed."""
+    def close(self) -> None:
         if self._server:
             self._server.close()
-        for connection in list(self.connections):
+        for connection in self.connections:
             connection.abort()
+
+    async def wait_closed(self) -> None:
+        """Returns when every connection's socket is closed."""
         while self.connections:
             await asyncio.sleep(0)
 
@@ -169,7 +171,10 @@ class _Probe(asyncio.DatagramProtocol):
 async def is_refused(ip: str, port: int, beacon: bytes) -> bool:
     """Sends a beacon and returns whether the machine answers that no program receives it."""
     loop = asyncio.get_running_loop()
-    transport, probe = await loop.create_datagram_endpoint(_Probe, remote_addr=(ip, port))
+    try:
+        transport, probe = await loop.create_datagram_endpoint(_Probe, remote_addr=(ip, port))
+    except OSError:
+        return False
     try:
         transport.sendto(beacon)
         done, _ = await asyncio.wait({probe.refused}, timeout=PROBE_TIME)

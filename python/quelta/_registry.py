@@ -12,7 +12,7 @@ from dataclasses import dataclass
 from . import _network
 from ._link import Link
 from ._network import Connection, ConnectionUser, Listener
-from .errors import AddressError, MasterUnreachableError
+from .errors import AddressError, MasterClosedError, MasterUnreachableError
 from .nodes import split_node
 
 THIS_MACHINE = ""
@@ -37,6 +37,7 @@ class Registry:
         self._port = port
         self._port_step = port_step
         self._user = user
+        self._closed = False
         self._opening = asyncio.Lock()
         self._names: dict[str, Link] = {}
         self._links: dict[tuple[str, int], Link] = {}  # by machine and daemon port
@@ -49,8 +50,11 @@ class Registry:
 
     async def close(self) -> None:
         """Returns when every listener and connection is closed."""
+        self._closed = True
         for listener in self._listeners.values():
-            await listener.close()
+            listener.close()
+        for listener in self._listeners.values():
+            await listener.wait_closed()
 
     async def find(self, name: str, timeout: float) -> Link:
         """Returns the link of a node. Looks the host up when the name is first used."""
@@ -103,6 +107,8 @@ class Registry:
         listener = self._listeners.get((announced, number))
         if listener and listener.port:
             return listener
+        if self._closed:
+            raise MasterClosedError("the master is closed", name)
         port = self._port + number * self._port_step if self._port else 0
         listener = self._listeners[announced, number] = Listener(announced, self._user)
         try:

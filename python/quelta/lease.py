@@ -84,12 +84,11 @@ class Hold:
     async def __aenter__(self) -> Lease:
         if self._link:
             raise QueltaError("a hold can be entered once; call hold() again", self._node)
+        began = self._hub.now()
         self._link = link = await self._hub.find(self._node, self._limits.timeout)
         if link.machine.holding:
             raise _busy(link, "another lease of this master holds it")
-        self._holding = holding = Holding(
-            link.machine, self._limits, self._hub.now(), steal=self._steal
-        )
+        self._holding = holding = Holding(link.machine, self._limits, began, steal=self._steal)
         self._hub.use(link)
         try:
             await link.until(lambda: holding.is_settled)

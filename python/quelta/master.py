@@ -10,6 +10,7 @@ from typing import Iterable, Self
 
 from ._holding import Limits
 from ._hub import Hub
+from ._link import Link
 from ._scan import Scan
 from .errors import AddressError, MasterClosedError
 from .events import EventStream
@@ -44,8 +45,8 @@ class Master:
         """
         if address is not None:
             _check_address(address)
-        if not 0 <= port <= 65535:
-            raise AddressError(f"{port} is not a port")
+        if not 0 <= port <= 65535 or port_step < 1:
+            raise AddressError(f"{port} is not a port, or {port_step} no distance between ports")
         if len(text.encode()) > TEXT_SIZE or "\0" in text:
             raise ValueError(f"the text {text!r} is not up to {TEXT_SIZE} bytes without NULs")
         self._settings = (address, port, port_step, text.encode())
@@ -81,7 +82,10 @@ class Master:
         hub = self._open_hub()
         deadline = hub.now() + timeout
         names = node_list(nodes)
-        links = await asyncio.gather(*(hub.find(name, timeout) for name in names))
+        found = await asyncio.gather(
+            *(hub.find(name, timeout) for name in names), return_exceptions=True
+        )
+        links = [_checked(link) for link in found]
         with Scan(hub) as scan:
             for link in links:
                 scan.add(link)
@@ -147,6 +151,12 @@ class Master:
         if not self._hub:
             raise MasterClosedError("the master is not open: use it with `async with`")
         return self._hub
+
+
+def _checked(link: Link | BaseException) -> Link:
+    if isinstance(link, BaseException):
+        raise link
+    return link
 
 
 def _check_address(address: str) -> None:

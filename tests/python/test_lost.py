@@ -121,7 +121,8 @@ async def test_without_a_listener_the_node_frees_itself(node: Node, master: Mast
         assert master._hub
         (listener,) = master._hub._registry._listeners.values()
         port = listener.port
-        await listener.close()
+        listener.close()
+        await listener.wait_closed()
         await asyncio.to_thread(node.wait_no_slave)
         assert lease.reason is None
         await listener.open(port)

@@ -138,3 +138,18 @@ def test_a_master_needs_an_address_that_nodes_can_connect_to(address: str) -> No
 def test_a_masters_text_has_up_to_32_bytes(text: str) -> None:
     with pytest.raises(ValueError):
         Master(text=text)
+
+
+async def test_a_scan_that_outlasts_its_master_leaves_no_listener(node: Node) -> None:
+    async with Master() as master:
+        scanning = asyncio.create_task(master.scan(f"localhost:{node.port}", 0.5))
+        await asyncio.sleep(0)
+    with pytest.raises(MasterClosedError):
+        await scanning
+
+
+async def test_one_unknown_host_does_not_leave_the_others_being_looked_up(master: Master) -> None:
+    before = asyncio.all_tasks()
+    with pytest.raises(AddressError):
+        await master.scan(["no host of that name:5130", "localhost:5130", "localhost:5131"])
+    assert asyncio.all_tasks() == before
