@@ -1,5 +1,6 @@
 #include "containment/Driver.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -87,10 +88,36 @@ void runRounds(const DriverArguments& arguments, int numRounds)
     print(describeResources());
 }
 
+/** This process has signals and descriptors that the command should not inherit. */
+void runShell(const std::string& command)
+{
+    std::string error;
+    makeSignalsAndDescriptorsUnusual();
+    const auto program = ContainedProgram::start({{"sh", "-c", command}, {}, {}}, error);
+
+    if (program == nullptr)
+        return print(error);
+
+    print(execslave::describe(program->getContainment()));
+    std::array<char, 4096> buffer{};
+
+    for (int count = 0; count >= 0;)
+    {
+        count = program->read(buffer.data(), buffer.size(), limit);
+        std::fwrite(buffer.data(), 1, static_cast<size_t>(std::max(0, count)), stdout);
+    }
+}
+
 } // namespace
 
 int runDriver(const DriverArguments& arguments)
 {
+    if (arguments.scenario == "shell")
+    {
+        runShell(arguments.end);
+        return 0;
+    }
+
     if (arguments.scenario == "rounds")
     {
         runRounds(arguments, 2);

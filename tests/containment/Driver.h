@@ -20,7 +20,8 @@ struct DriverArguments
     destroy  destroys the object instead
     hold     waits for two minutes, for a test that kills this process
     leave    ends this process at once
-    rounds   starts and kills a program many times */
+    rounds   starts and kills a program many times
+    shell    runs the shell command `end` and prints its output; Linux */
 int runDriver(const DriverArguments& arguments);
 
 } // namespace quelta::test

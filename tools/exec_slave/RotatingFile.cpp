@@ -11,15 +11,15 @@ namespace quelta::execslave {
 
 namespace {
 
-std::filesystem::path toPath(const std::string& utf8)
-{
-    return {std::u8string(utf8.begin(), utf8.end())};
-}
-
 /** The path of an old file; 0 is the current one. */
-std::filesystem::path getOldPath(const std::string& path, int number)
+std::filesystem::path getOldPath(const juce::File& file, int number)
 {
-    return toPath(number == 0 ? path : path + "." + std::to_string(number));
+    auto path = file.getFullPathName().toStdString();
+
+    if (number > 0)
+        path.append(".").append(std::to_string(number));
+
+    return {std::u8string(path.begin(), path.end())};
 }
 
 } // namespace
@@ -120,11 +120,11 @@ std::string RotatingFile::moveFiles() const
     std::error_code error;
 
     if (keep == 0)
-        std::filesystem::remove(getOldPath(path, 0), error);
+        std::filesystem::remove(getOldPath(file, 0), error);
 
     for (int number = keep - 1; number >= 0 && !error; --number)
-        if (std::filesystem::exists(getOldPath(path, number), error))
-            std::filesystem::rename(getOldPath(path, number), getOldPath(path, number + 1), error);
+        if (std::filesystem::exists(getOldPath(file, number), error))
+            std::filesystem::rename(getOldPath(file, number), getOldPath(file, number + 1), error);
 
     return error ? describeSystemError(error.value()) : std::string();
 }

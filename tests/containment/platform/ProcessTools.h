@@ -9,6 +9,9 @@ namespace quelta::test {
 /** Ignores SIGTERM, SIGINT and SIGHUP, or console events. */
 void ignoreEndRequests();
 
+/** Blocks and ignores some signals and opens descriptors that children inherit. Linux. */
+void makeSignalsAndDescriptorsUnusual();
+
 /** Starts a process that leaves this one's session or process group and, on Linux, has no parent of
     its own: its parent has ended. */
 void startOrphan(const std::vector<std::string>& command);

@@ -75,6 +75,21 @@ void ignoreEndRequests()
         std::signal(number, SIG_IGN);
 }
 
+void makeSignalsAndDescriptorsUnusual()
+{
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGTERM);
+    sigaddset(&blocked, SIGUSR1);
+    sigprocmask(SIG_BLOCK, &blocked, nullptr);
+
+    for (const int number : {SIGHUP, SIGPIPE, SIGUSR2})
+        std::signal(number, SIG_IGN);
+
+    for (int i = 0; i < 3; ++i)
+        [[maybe_unused]] const int descriptor = open("/dev/zero", O_RDWR); // not close-on-exec
+}
+
 void startOrphan(const std::vector<std::string>& command)
 {
     auto arguments = command;

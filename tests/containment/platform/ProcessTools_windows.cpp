@@ -14,6 +14,8 @@ void ignoreEndRequests()
     SetConsoleCtrlHandler([](DWORD) { return TRUE; }, TRUE);
 }
 
+void makeSignalsAndDescriptorsUnusual() {}
+
 void startOrphan(const std::vector<std::string>& command)
 {
     auto line = joinCommandLine(command);

@@ -18,6 +18,8 @@ struct ContainmentWay
         process ID. */
     juce::StringArray prefix;
 
+    int numRounds = 200; ///< Of starting and killing a program in the test for leaks.
+
     friend std::ostream& operator<<(std::ostream& stream, const ContainmentWay& way)
     {
         return stream << way.name;
@@ -33,9 +35,6 @@ extern const char* const killText;
 /** The system's texts for a file that does not exist, and for one that is no program. */
 extern const char* const missingFileText;
 extern const char* const noProgramText;
-
-/** Starting processes under Wine takes long. */
-extern const char* const manyRounds;
 
 /** Lets all users write to a folder. */
 void makePublic(const std::string& folder);

@@ -26,6 +26,11 @@ constexpr auto groupsOfSystemd =
     "mkdir /run/systemd/system\n"
     "mount -t cgroup2 none /sys/fs/cgroup";
 
+// A user namespace may not mount /proc anew if a part of it is hidden from outside.
+constexpr auto maskedProc =
+    "mount -t tmpfs none /proc/tty\n"
+    "set -- unshare -Ur \"$@\"";
+
 constexpr auto noPidNamespaces = "echo 0 > /proc/sys/user/max_pid_namespaces";
 
 } // namespace
@@ -34,7 +39,6 @@ const char* const crashText = "signal 6 (Aborted)";
 const char* const killText = "signal 9 (Killed)";
 const char* const missingFileText = "No such file or directory";
 const char* const noProgramText = "Exec format error";
-const char* const manyRounds = "200";
 
 void makePublic(const std::string& folder)
 {
@@ -46,11 +50,16 @@ std::vector<ContainmentWay> listContainmentWays()
     const juce::String hidden(hideControlGroups);
     const juce::StringArray asUser{"setpriv", "--reuid", "65534",
                                    "--regid", "65534",   "--clear-groups"};
-    return {{"ControlGroup", "control group", makePrefix("-mC", ownControlGroups)},
-            {"GroupsOfSystemd", "PID namespace", makePrefix("-mC", groupsOfSystemd)},
-            {"PidNamespace", "PID namespace", makePrefix("-m", hidden)},
-            {"PidNamespaceOfUser", "PID namespace", asUser},
-            {"SubReaper", "sub-reaper", makePrefix("-Urm", hidden + noPidNamespaces)}};
+    constexpr int many = 200;
+    constexpr int few = 20;
+    return {
+        {"ControlGroup", "control group", makePrefix("-mC", ownControlGroups), many},
+        {"GroupsOfSystemd", "PID namespace", makePrefix("-mC", groupsOfSystemd), few},
+        {"PidNamespace", "PID namespace", makePrefix("-m", hidden), many},
+        {"PidNamespaceOfUser", "PID namespace", asUser, few},
+        {"SubReaperForMaskedProc", "sub-reaper", makePrefix("-m", hidden + maskedProc), few},
+        {"SubReaper", "sub-reaper", makePrefix("-Urm", hidden + noPidNamespaces), many},
+    };
 }
 
 } // namespace quelta::test

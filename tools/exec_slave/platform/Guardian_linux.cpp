@@ -53,7 +53,7 @@ void closeRange(int first, int last)
 /** Closes what belongs to the exec slave, such as its connection to the daemon. */
 void closeInheritedDescriptors(const GuardianPlan& plan)
 {
-    std::array kept{STDERR_FILENO, plan.control, plan.output, plan.group};
+    std::array kept{STDERR_FILENO, plan.control, plan.output, std::max(plan.group, STDERR_FILENO)};
     std::sort(kept.begin(), kept.end());
 
     for (size_t i = 0; i + 1 < kept.size(); ++i)
@@ -69,20 +69,21 @@ void closeInheritedDescriptors(const GuardianPlan& plan)
     close(nothing);
 }
 
-void writeFile(const char* path, const std::string& text)
+bool writeFile(const char* path, const std::string& text)
 {
     const int file = open(path, O_WRONLY | O_CLOEXEC);
-    [[maybe_unused]] const auto written = write(file, text.data(), text.size());
+    const auto written = write(file, text.data(), text.size());
     close(file);
+    return written == static_cast<ssize_t>(text.size());
 }
 
 /** The user and the group keep their numbers; all others appear as nobody. */
-void mapThisUser(uid_t user, gid_t group)
+bool mapThisUser(uid_t user, gid_t group)
 {
     const auto line = [](auto id) { return std::to_string(id) + " " + std::to_string(id) + " 1"; };
-    writeFile("/proc/self/setgroups", "deny");
-    writeFile("/proc/self/uid_map", line(user));
-    writeFile("/proc/self/gid_map", line(group));
+    return writeFile("/proc/self/setgroups", "deny") &&
+           writeFile("/proc/self/uid_map", line(user)) &&
+           writeFile("/proc/self/gid_map", line(group));
 }
 
 /** Continues in a new process, the first of a PID namespace and a child of the exec slave. Mounts
@@ -92,13 +93,9 @@ void enterPidNamespace(const GuardianPlan& plan)
     const auto user = geteuid();
     const auto group = getegid();
 
-    if (unshare(CLONE_NEWPID | CLONE_NEWNS) != 0)
-    {
-        if (unshare(CLONE_NEWUSER | CLONE_NEWPID | CLONE_NEWNS) != 0)
-            refuse(plan);
-
-        mapThisUser(user, group);
-    }
+    if (unshare(CLONE_NEWPID | CLONE_NEWNS) != 0 &&
+        (unshare(CLONE_NEWUSER | CLONE_NEWPID | CLONE_NEWNS) != 0 || !mapThisUser(user, group)))
+        refuse(plan);
 
     const auto pid = syscall(SYS_clone, CLONE_PARENT | SIGCHLD, 0, 0, 0, 0);
 
@@ -115,13 +112,15 @@ void enterPidNamespace(const GuardianPlan& plan)
 
 void setUpContainment(const GuardianPlan& plan)
 {
-    setsid(); // A signal to the exec slave's process group or terminal must not end the guardian.
     prctl(PR_SET_NAME, "guardian");
+    std::signal(SIGCHLD, SIG_DFL); // the kernel reaps children if it is ignored
 
     if (plan.containment == Containment::pidNamespace)
         enterPidNamespace(plan);
     else if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0)
         refuse(plan);
+
+    setsid(); // a signal to the exec slave's process group or terminal must not end the guardian
 }
 
 void restoreSignals()

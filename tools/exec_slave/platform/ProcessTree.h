@@ -62,6 +62,7 @@ public:
     /** Starts the guardian and, through it, the program. Called once. */
     bool start(GuardianPlan& plan, const ProgramStart& start, StartFailure& failure);
 
+    /** The first call waits until the tree is gone, up to a limit. */
     void kill();
 
     void sendSignal(int number);
@@ -81,6 +82,7 @@ private:
     Descriptor output;
     pid_t guardian = 0; ///< 0 once it has been reaped.
     pid_t program = 0;
+    bool isKilled = false;
     std::string groupPath;  ///< The folder of the control group; empty without one.
     Descriptor groupFolder; ///< Open until the program has started.
     std::optional<ProgramEnd> end;

@@ -20,6 +20,7 @@ namespace quelta::execslave {
 
 namespace {
 
+using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using Kind = GuardianReport::Kind;
 
@@ -196,13 +197,15 @@ bool ProcessTree::waitForStart(const ProgramStart& start, StartFailure& failure)
 
     for (ReceivedReport received; receive(control.get(), received);)
     {
+        // The first process of a PID namespace takes the place of the one that was forked, which
+        // has ended.
+        if (const auto kind = received.report.kind;
+            (kind == Kind::guardian || kind == Kind::notContained) && received.sender != guardian)
+            waitpid(std::exchange(guardian, received.sender), nullptr, 0);
+
         switch (received.report.kind)
         {
             case Kind::guardian:
-                // The first process of a PID namespace is a child of the one that was forked.
-                if (guardian != received.sender)
-                    waitpid(std::exchange(guardian, received.sender), nullptr, 0);
-
                 break;
 
             case Kind::program:
@@ -236,28 +239,32 @@ bool ProcessTree::handleReport()
 
 void ProcessTree::kill()
 {
-    if (guardian == 0)
-        return;
-
-    const auto deadline = Clock::now() + killLimit;
+    const auto deadline = Clock::now() + (isKilled ? 0ms : killLimit);
     const auto left = [&] {
         return std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
     };
 
-    shutdown(control.get(), SHUT_WR);
+    isKilled = true;
 
-    while (waitForInput(control.get(), left()) && handleReport())
-    {}
+    if (guardian != 0)
+    {
+        shutdown(control.get(), SHUT_WR);
 
-    // The kernel ends the processes of a PID namespace with the guardian, or with this process.
-    if (reapWithin(guardian, left()))
-        guardian = 0;
+        while (waitForInput(control.get(), left()) && handleReport())
+        {}
 
-    // Usually the guardian has done that. It may have been killed.
+        // The kernel ends a PID namespace with its guardian, which is reaped only after that.
+        if (reapWithin(guardian, left()))
+            guardian = 0;
+    }
+
+    // Usually the guardian has done that. It may have been killed, or never started.
     if (!groupPath.empty())
     {
         killControlGroup(groupPath);
-        removeControlGroup(groupPath);
+
+        if (removeControlGroup(groupPath))
+            groupPath.clear();
     }
 }
 
