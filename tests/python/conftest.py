@@ -9,10 +9,11 @@ import signal
 import socket
 from contextlib import contextmanager
 from pathlib import Path
-from typing import Any, AsyncIterator, Callable, Iterator
+from typing import Any, AsyncIterator, Iterator
 
 import hypothesis
 import pytest
+from helpers import MakeNode, MakeRawMaster
 from support import programs
 from support.limits import TEST_LIMIT
 from support.master import Master as RawMaster
@@ -24,9 +25,6 @@ import quelta
 # Runs are repeatable, keep no files and never judge the speed of a machine.
 hypothesis.settings.register_profile("quelta", database=None, deadline=None, derandomize=True)
 hypothesis.settings.load_profile("quelta")
-
-MakeNode = Callable[..., Node]
-MakeRawMaster = Callable[..., RawMaster]
 
 
 def pytest_configure() -> None:

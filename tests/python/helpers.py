@@ -2,12 +2,17 @@
 
 from __future__ import annotations
 
+from collections.abc import Callable
+
 from support import wire
 from support.master import Master as RawMaster
 from support.node import Node
 from support.scenario import GPUS, SLAVE_VERSION
 
 from quelta import Address, NodeState, NodeStatus
+
+MakeNode = Callable[..., Node]
+MakeRawMaster = Callable[..., RawMaster]
 
 
 def name_of(node: Node) -> str:

@@ -8,8 +8,7 @@ from collections.abc import Coroutine, Generator
 from typing import Any
 
 import pytest
-from conftest import MakeNode
-from helpers import free, name_of
+from helpers import MakeNode, free, name_of
 from support.limits import HANG_LIMIT
 from support.node import Node
 from support.scenario import scenario

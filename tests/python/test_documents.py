@@ -7,8 +7,7 @@ import sys
 from pathlib import Path
 
 import pytest
-from conftest import MakeNode
-from helpers import name_of
+from helpers import MakeNode, name_of
 from support.limits import HANG_LIMIT
 from support.node import Node
 

@@ -5,8 +5,7 @@ import gc
 import os
 import threading
 
-from conftest import MakeNode
-from helpers import free, name_of
+from helpers import MakeNode, free, name_of
 from support.limits import HANG_LIMIT
 from support.node import Node
 

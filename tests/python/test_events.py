@@ -4,8 +4,7 @@ import asyncio
 from datetime import datetime, timedelta, timezone
 
 import pytest
-from conftest import MakeNode, MakeRawMaster
-from helpers import address_of, free, name_of, owned
+from helpers import MakeNode, MakeRawMaster, address_of, free, name_of, owned
 from support import wire
 from support.limits import HANG_LIMIT
 from support.node import Node

@@ -5,8 +5,7 @@ import os
 import signal
 
 import pytest
-from conftest import MakeNode, MakeRawMaster
-from helpers import address_of, free, name_of, owned, receive_until
+from helpers import MakeNode, MakeRawMaster, address_of, free, name_of, owned, receive_until
 from support import wire
 from support.limits import HANG_LIMIT
 from support.node import Node

@@ -3,7 +3,7 @@
 from collections.abc import Iterator
 
 import pytest
-from conftest import MakeNode
+from helpers import MakeNode
 from support import namespaces, programs
 from support.limits import HANG_LIMIT
 from support.namespaces import Cable

@@ -3,8 +3,7 @@
 import asyncio
 
 import pytest
-from conftest import MakeNode, MakeRawMaster
-from helpers import address_of, free, name_of, owned, take
+from helpers import MakeNode, MakeRawMaster, address_of, free, name_of, owned, take
 from support import wire
 from support.limits import HANG_LIMIT
 from support.node import Node

@@ -9,8 +9,7 @@ from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
-from conftest import MakeNode, MakeRawMaster
-from helpers import address_of, free, name_of, owned, receive_until, take
+from helpers import MakeNode, MakeRawMaster, address_of, free, name_of, owned, receive_until, take
 from support import wire
 from support.limits import HANG_LIMIT
 from support.node import Node
