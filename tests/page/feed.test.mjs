@@ -74,7 +74,7 @@ test("lists events, newest first, with what happened before the page was opened"
     server.change("a:1", { owner: "10.0.0.3:7", ownerText: "" }, "changed");
     server.change("a:1", { state: "disconnected" }, "disconnected");
     await eventually(async () => assert.deepEqual(await events(page), ["a:1 disconnected",
-      "a:1 changed owned by 10.0.0.3:7", "a:1 owned by 10.0.0.2:21000 (shot 12)"]));
+      "a:1 owned by 10.0.0.3:7", "a:1 owned by 10.0.0.2:21000 (shot 12)"]));
     assert.equal(await page.locator("#events li[data-bad]").count(), 1);
   });
 });
@@ -88,7 +88,7 @@ test("learns after a reconnection what it has missed, and repeats nothing", asyn
     server.change("a:1", { state: "silent", owner: null, ownerText: null }, "silent");
     await server.listen();
     await eventually(async () => assert.deepEqual(await events(page),
-      ["a:1 silent", "a:1 changed owned by 10.0.0.2:21000 (shot 12)", "a:1 free"]));
+      ["a:1 silent", "a:1 owned by 10.0.0.2:21000 (shot 12)", "a:1 free"]));
   }, NETWORK_ERRORS);
 });
 

@@ -27,10 +27,16 @@ function isBad(state) {
   return kind === "failed" || kind === "away";
 }
 
-/** What follows the event's word: "owned by 10.0.0.2:21000 (shot 12)", and who stole a node. */
+function byOwner(entry) {
+  return entry.owner ? "by " + formatOwner(entry.owner, entry.ownerText) : "";
+}
+
+/** An event in a word and what follows it: "owned" "by 10.0.0.2:21000 (shot 12)". A change is told
+    as the state that it led to. */
 function describeEvent(event) {
-  if (event.event === "stolen") return "by " + formatOwner(event.owner, event.ownerText);
-  return event.event === "found" || event.event === "changed" ? describeState(event) : "";
+  if (event.event === "changed") return { word: event.state, detail: byOwner(event) };
+  if (event.event === "found") return { word: "found", detail: describeState(event) };
+  return { word: event.event, detail: event.event === "stolen" ? byOwner(event) : "" };
 }
 
 class Farm {
@@ -104,8 +110,8 @@ class Farm {
   addEvent(event) {
     if (event.event === "listening") return;
     const bad = isBad(event.state) || event.event === "refused" || event.event === "invalid record";
-    this.#insertEvents([{ time: parseTime(event.time), node: event.node, word: event.event,
-      detail: describeEvent(event), bad }]);
+    this.#insertEvents([{ time: parseTime(event.time), node: event.node, bad,
+      ...describeEvent(event) }]);
   }
 
   look(owner) {
@@ -148,9 +154,9 @@ class Farm {
     const past = [];
     for (const [node, entries] of this.history) {
       for (const entry of entries) {
-        if (entry.time <= after || entry.time > until) continue;
-        past.push({ time: entry.time, node, word: entry.state, bad: isBad(entry.state),
-          detail: entry.owner ? "by " + formatOwner(entry.owner, entry.ownerText) : "" });
+        if (entry.time <= after || entry.time > until || entry.state === "waiting") continue;
+        past.push({ time: entry.time, node, word: entry.state, detail: byOwner(entry),
+          bad: isBad(entry.state) });
       }
     }
     this.#insertEvents(past);
