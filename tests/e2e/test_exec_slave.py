@@ -172,7 +172,7 @@ def test_missing_program_is_told_in_the_words_of_the_system(exec_node, hold):
     node = exec_node(command=["/nowhere/renderer"])
     hold(node).wait("failed")
     lines = node.quit()
-    reason = "(No such file or directory|File not found.|Path not found.)"
+    reason = "(No such file or directory|Path not found)"
     assert re.fullmatch(own("cannot run /nowhere/renderer: " + reason), own_lines(node)[-1])
     assert exit_text(lines) == "exit status 122"
 

@@ -40,7 +40,7 @@ def test_heartbeats_pause_while_the_command_fails(exec_node, hold, tmp_path):
     node = exec_node(
         command=worker("print", "online", *ticks),
         ready={"line": "online"},
-        alive={"command": worker("require", native(healthy)), "period": 0.5},
+        alive={"command": worker("require", native(healthy)), "period": 2},
     )
     master = hold(node)
     master.wait("running")

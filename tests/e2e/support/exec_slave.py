@@ -24,6 +24,10 @@ OWN = "exec slave: "
 CRASHED = " " * 12 + "slave crashed or was stopped via CTRL-C"
 
 
+# Wine implements no Ctrl-Break for another process group, so there every program is killed.
+WINE_LACKS_BREAK = "Wine does not deliver Ctrl-Break to another process group"
+ENDED = "exit status 1" if programs.ON_WINDOWS else "exit status 0"
+
 STATUS = "daemon    : received heartbeat message 'SLAVE_STATUS' from slave"
 
 
@@ -52,6 +56,8 @@ def toml(settings: dict[str, Any]) -> str:
 def configure(node: Node, **settings: Any) -> None:
     """Writes the configuration; the version and the number of GPUs are those of the stand-in."""
     usual: dict[str, Any] = {"version": 4000000, "gpus": 1}
+    if programs.ON_WINDOWS:
+        usual["stop"] = {"grace": 2}  # see WINE_LACKS_BREAK
     given = {key: value for key, value in {**usual, **settings}.items() if value is not None}
     node.slave.with_suffix(".toml").write_text(toml(given), encoding="utf-8")
 
@@ -66,9 +72,7 @@ def equip(node: Node, **settings: Any) -> Node:
 
 def slave_process(node: Node) -> int:
     """Returns the exec slave itself: its guardian and the program are its descendants."""
-    processes = node.slave_processes()
-    [root] = [process for process in processes if measure.parent(process) not in processes]
-    return root
+    return min(node.slave_processes(), key=measure.birth)
 
 
 def native(path: Path) -> str:
@@ -84,13 +88,13 @@ class DaemonVoice:
         port = self._listener.getsockname()[1]
         self.process = subprocess.Popen(
             programs.command(
-                *(node.slave, "--net-master-address", "10.0.0.5", "--net-master-port", "21000"),
-                *("--daemon-port", str(port), "--alias", ""),
+                *(str(node.slave), "--net-master-address", "10.0.0.5"),
+                *("--net-master-port", "21000", "--daemon-port", str(port), "--alias", ""),
             ),
-            stdin=subprocess.DEVNULL,
-            stdout=subprocess.PIPE,
             cwd=node.slave.parent,
             start_new_session=True,
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
         )
         self.output = Output(self.process.stdout or ())
         self._socket = self._listener.accept()[0]

@@ -73,8 +73,10 @@ def children(process: int) -> dict[int, str]:
     return found
 
 
-def parent(process: int) -> int:
-    return int(Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[1])
+def birth(process: int) -> tuple[int, int]:
+    """Returns a key that orders processes by their start, those of one moment by their id."""
+    started = int(Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[19])
+    return started, process
 
 
 def cpu_seconds(process: int) -> float:
