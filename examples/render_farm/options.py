@@ -12,6 +12,7 @@ HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
 SCENES = {"povray": "wave.pov", "blender": "wave_blender.py"}
 FRAMES, WIDTH, HEIGHT = 48, 240, 135
+ENOUGH = 24  # frames to be busy with while a node is stolen and another one killed
 
 DESCRIPTION = """
 Renders an animation on the nodes of a render farm with Dask. Without --nodes, the farm is four
@@ -54,6 +55,9 @@ def parse_options() -> Options:
         help="what renders the frames; it is installed if it is missing",
     )
     parser.add_argument(
+        "--frames", type=int, default=FRAMES, metavar="N", help="frames to render: %(default)s"
+    )
+    parser.add_argument(
         "--output",
         type=Path,
         metavar="FOLDER",
@@ -72,8 +76,10 @@ def parse_options() -> Options:
         parser.error("--address goes with --nodes")
     if given.nodes and not given.nodes.is_file():
         parser.error(f"there is no file {given.nodes}")
+    if given.frames < (1 if given.nodes else ENOUGH):
+        parser.error(f"--frames: at least {ENOUGH}, with --nodes at least 1")
     scene = (HERE / SCENES[given.renderer]).read_text(encoding="utf-8")
-    job = Job(given.renderer, scene, FRAMES, WIDTH, HEIGHT)
+    job = Job(given.renderer, scene, given.frames, WIDTH, HEIGHT)
     return Options(job, given.nodes, given.address, given.output, given.programs.resolve())
 
 

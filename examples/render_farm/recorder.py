@@ -73,6 +73,16 @@ class Recorder:
         with self._lock:
             return set(self._open)
 
+    def is_half_way(self, node: str, now: float) -> bool:
+        """Whether the node is busy with a frame, for half as long as its last one has taken."""
+        with self._lock:
+            done = [f for f in self._frames.values() if f.node == node]
+            began = max((start.began for start in self._starts if start.node == node), default=now)
+        if not done or began in {frame.began for frame in done}:
+            return False
+        last = max(done, key=lambda frame: frame.ended)
+        return now - began >= (last.ended - last.began) / 2
+
     def marks(self) -> list[Mark]:
         with self._lock:
             return list(self._marks)

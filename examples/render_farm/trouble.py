@@ -5,6 +5,7 @@ from __future__ import annotations
 import threading
 import time
 from collections.abc import Callable
+from functools import partial
 
 from local_farm import FarmError, LocalFarm, Thief
 from options import Options
@@ -56,6 +57,7 @@ class Trouble:
 
     def _play(self) -> None:
         self._wait_for_frames(self._frames // 4)
+        self._wait_until_half_way(STOLEN)
         self._progress.say(f"farm: 4. another master steals {STOLEN}")
         stolen = self._nodes[STOLEN]
         thief = Thief(self._programs, stolen.name, stolen.folder / "thief.log")
@@ -73,6 +75,7 @@ class Trouble:
 
     def _kill_and_restart(self) -> None:
         self._wait_for_frames(self._frames * 3 // 8)
+        self._wait_until_half_way(KILLED)
         self._progress.say(
             f"farm: 5. {KILLED} loses its power: its daemon and its slave are killed"
         )
@@ -85,6 +88,11 @@ class Trouble:
 
     def _wait_for_frames(self, count: int) -> None:
         self._wait(lambda: len(self._recorder.frames) >= count, f"{count} frames")
+
+    def _wait_until_half_way(self, alias: str) -> None:
+        """Waits until there is something to lose."""
+        half_way = partial(self._recorder.is_half_way, alias)
+        self._wait(lambda: half_way(time.time()), f"{alias} to be busy")
 
     def _wait_for_worker(self, alias: str, there: bool) -> None:
         what = f"{alias} to {'come back' if there else 'be missed'}"

@@ -6,7 +6,6 @@ import asyncio
 import sys
 import time
 from collections.abc import Callable
-from pathlib import Path
 from typing import Any
 
 import cloudpickle
@@ -76,11 +75,6 @@ def where(_: int) -> str:
     from distributed import get_worker
 
     return str(get_worker().name)
-
-
-def log_of(farm: LocalFarm, alias: str) -> str:
-    log: Path = next(node.log for node in farm.nodes if node.alias == alias)
-    return log.read_text()
 
 
 def assert_computes(client: Client, count: int = 24) -> None:

@@ -4,6 +4,7 @@ import os
 import signal
 import subprocess
 import sys
+from unittest.mock import AsyncMock
 
 import pytest
 from distributed import Client
@@ -21,9 +22,11 @@ from helpers import (
     where,
     workers,
 )
+from tornado.ioloop import IOLoop
 
 from quelta import AddressError, NodeState
 from quelta.dask import QueltaCluster
+from quelta.dask.cluster import NodeAdaptive
 
 
 def test_results_equal_those_of_a_local_run(farm):
@@ -85,6 +88,23 @@ def test_adapting_never_exceeds_the_maximum(farm):
     assert max(seen) == 2
 
 
+async def test_adapting_has_the_cluster_retire_workers():
+    """Dask would end their processes, which a daemon takes for a crash of its slave."""
+
+    class Cluster:
+        loop = IOLoop.current()
+        scale_down = AsyncMock()
+
+        @property
+        def scheduler_comm(self):
+            raise AssertionError("the scheduler was asked")
+
+    cluster = Cluster()
+    adaptive = NodeAdaptive(cluster, interval=None)
+    await adaptive.scale_down(["node1"])
+    cluster.scale_down.assert_awaited_once_with(["node1"])
+
+
 def test_counts_nodes_rather_than_cores(farm):
     with cluster_on(farm, 0) as cluster:
         with pytest.raises(ValueError, match="this cluster counts nodes: use minimum and maximum"):
@@ -108,6 +128,7 @@ def test_gives_back_nodes_whose_workers_are_still_starting(farm):
 SCRIPT = """
 import sys, time
 from quelta.dask import QueltaCluster
+from quelta.dask.cluster import NodeAdaptive
 with QueltaCluster(sys.argv[1:], address="127.0.0.1", n_workers=2) as cluster:
     print("holding", flush=True)
     time.sleep(600)
@@ -139,10 +160,11 @@ async def test_works_inside_an_event_loop(farm):
             assert await client.submit(where, 0) == "node1"
 
 
-def test_the_scheduler_listens_at_the_port_after_the_masters(farm, free_ports):
-    with cluster_on(farm, 1, port=free_ports) as cluster:
-        wait_for_workers(cluster, ["node1"])
-        assert [status.owner.port for status in states(farm) if status.owner] == [free_ports]
+def test_the_scheduler_listens_at_the_port_after_each_of_the_masters(farm, free_ports):
+    with cluster_on(farm, 2, port=free_ports) as cluster:
+        wait_for_workers(cluster, ["node1", "node2"])
+        ports = [status.owner.port for status in states(farm) if status.owner]
+        assert ports == [free_ports, free_ports + 2]
         assert cluster.scheduler_address == f"tcp://127.0.0.1:{free_ports + 1}"
 
 

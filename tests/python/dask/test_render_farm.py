@@ -125,10 +125,22 @@ def test_ctrl_c_ends_daemons_and_workers(tmp_path):
     assert processes_in(tmp_path) == []
 
 
+def test_renders_on_the_nodes_in_a_file(farm, tmp_path):
+    file = tmp_path / "nodes.txt"
+    file.write_text("# the farm\n" + "\n".join(node.name for node in farm.nodes))
+    where = ["--nodes", str(file), "--address", "127.0.0.1", "--output", str(tmp_path / "out")]
+    status, text = run(*where, "--frames", "6")
+    assert status == 0, text
+    lines = text.splitlines()
+    assert "farm: 2. the farm has 3 nodes" in lines
+    assert not [line for line in lines if re.match("farm: [4-9]", line)]
+    assert len(list((tmp_path / "out/frames").iterdir())) == 6
+
+
 def test_help_names_the_options():
     status, text = run("--help")
     assert status == 0
-    for option in ("--nodes", "--address", "--renderer", "--output"):
+    for option in ("--nodes", "--address", "--renderer", "--frames", "--output"):
         assert option in text
 
 
@@ -137,6 +149,7 @@ def test_help_names_the_options():
     [
         (["--nodes", "no_such_file"], "there is no file no_such_file"),
         (["--address", "10.0.0.1"], "--address goes with --nodes"),
+        (["--frames", "23"], "--frames: at least 24, with --nodes at least 1"),
         (["--renderer", "crayon"], "invalid choice: 'crayon'"),
     ],
 )

@@ -80,6 +80,17 @@ def test_a_frame_that_was_done_is_no_lost_bar(recorder):
     assert recorder.bars() == [Bar("node1", 7, 10.0, 11.0)]
 
 
+def test_a_node_is_half_way_after_half_the_time_of_its_last_frame(recorder):
+    recorder.frame_started((0, {"frame": 1, "node": "node1", "time": 10.0}))
+    assert not recorder.is_half_way("node1", 99.0)
+    recorder.frame_done(Frame(1, "node1", 10.0, 14.0, png()))
+    assert not recorder.is_half_way("node1", 99.0)
+    recorder.frame_started((0, {"frame": 2, "node": "node1", "time": 14.0}))
+    assert not recorder.is_half_way("node1", 15.9)
+    assert recorder.is_half_way("node1", 16.0)
+    assert not recorder.is_half_way("node2", 99.0)
+
+
 def test_a_chart_spans_the_time_of_its_frames():
     bars = [Bar("a", 0, 100.0, 104.0), Bar("b", 1, 104.0, 110.0)]
     chart = timeline.Chart(Timeline("", "", ["a", "b"], 2, bars, [Span("a", 90.0, 120.0)]))
