@@ -8,6 +8,7 @@ import time
 
 from bench import Bench
 from row_beacons import beacons
+from row_exec import exec_slave
 from row_idle import idle
 from row_log import log
 from processes import BenchmarkError
@@ -18,7 +19,7 @@ from row_slave import launch, startup
 
 BENCHMARKS = {
     each.__name__: each
-    for each in (scan, throughput, beacons, broadcast, log, idle, launch, startup)
+    for each in (scan, throughput, beacons, broadcast, log, idle, launch, startup, exec_slave)
 }
 BUSY = 0.15  # share of all processors used by other processes
 

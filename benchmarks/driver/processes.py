@@ -60,6 +60,7 @@ class Program:
         self.pid = self.process.pid
         self.name = pathlib.Path(str(arguments[0])).name
         self.lines: queue.Queue[tuple[int, str | None]] = queue.Queue()
+        self.last_line = ""
         threading.Thread(target=self._read, daemon=True).start()
 
     def _read(self) -> None:
@@ -72,9 +73,12 @@ class Program:
         try:
             at, line = self.lines.get(timeout=TIME_LIMIT)
         except queue.Empty:
-            raise BenchmarkError(f"{self.name} has printed nothing for {TIME_LIMIT} s") from None
+            raise BenchmarkError(
+                f"{self.name} has printed nothing for {TIME_LIMIT} s after: {self.last_line}"
+            ) from None
         if line is None:
             raise BenchmarkError(f"{self.name} has ended")
+        self.last_line = line
         return at, line
 
     def line_with(self, text: str) -> tuple[int, str]:
@@ -131,21 +135,24 @@ class Program:
 
 
 class Daemon(Program):
-    """The daemon in its own folder, with flags and the slave's scenario beside the executables."""
+    """The daemon in its own folder, with the slave and the slave's file beside it."""
 
-    def __init__(self, programs: pathlib.Path, scenario: str = QUICK_SLAVE) -> None:
+    slave = "quelta_standin_slave"
+    slave_file = "quelta_standin_slave.txt"
+
+    def __init__(self, programs: pathlib.Path, slave_text: str = QUICK_SLAVE) -> None:
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="quelta-bench-"))
         self.port = free_port()
-        for name in ("quelta_daemon", "quelta_standin_slave"):
+        for name in ("quelta_daemon", self.slave):
             shutil.copy2(programs / name, self.folder)
-        (self.folder / "quelta_standin_slave.txt").write_text(scenario)
+        (self.folder / self.slave_file).write_text(slave_text)
         super().__init__(
             [
                 self.folder / "quelta_daemon",
                 "--port",
                 self.port,
                 "--slave",
-                self.folder / "quelta_standin_slave",
+                self.folder / self.slave,
             ],
             self.folder,
         )
