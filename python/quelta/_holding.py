@@ -73,6 +73,8 @@ class Holding:
         self.steal = steal
         self.phase = Phase.WAITING
         self.failure: Failure | None = None
+        self.failed_with: Record | None = None
+        """What the node had said last when it could not be acquired."""
         self.lost: LostReason | None = None
         self.given_back = False
         self.has_run = False
@@ -237,11 +239,10 @@ class Holding:
         return now - self._disconnected_at >= self.limits.reconnect_timeout
 
     def _stop_is_overdue(self, now: float) -> bool:
-        since_release = now - self._released_at
-        if since_release >= self.limits.stop_timeout:
+        if now - self._released_at >= self.limits.stop_timeout:
             return True
-        since_loss = now - max(self._released_at, self._disconnected_at)
-        return not self.node.connected and since_loss >= self.limits.reconnect_timeout
+        away = now - self._disconnected_at
+        return not self.node.connected and away >= self.limits.reconnect_timeout
 
     def _expire(self, now: float) -> None:
         if self.phase is Phase.STARTING:
@@ -254,6 +255,7 @@ class Holding:
 
     def _fail(self, failure: Failure, event: EventKind, now: float) -> None:
         self.failure = failure
+        self.failed_with = self.node.record
         self.node.events.append(event)
         nothing_is_ours = self.phase is Phase.WAITING and not self._asked
         if nothing_is_ours or failure in (

@@ -29,6 +29,7 @@ from .status import Event
 
 TICK = 0.05  # seconds
 BEACON_INTERVAL = 0.5
+LATE = 0.5
 
 _log = logging.getLogger(__name__)
 
@@ -46,11 +47,18 @@ class Hub:
         self._closed = False
         self._beacons = _network.beacon_socket()
         self._loop = asyncio.get_running_loop()
+        self._stood_still = 0.0
+        self._tick_is_due = self._loop.time() + TICK
+        self._ticker = self._loop.call_at(self._tick_is_due, self._tick)
         self._beacons_at = self.now()
-        self._ticker = self._loop.call_later(TICK, self._tick)
 
     def now(self) -> float:
-        return self._loop.time()
+        """Returns the time for which the event loop has been running.
+
+        A program that blocks its event loop does not see what nodes say in the meantime, so that
+        this time counts for no limit.
+        """
+        return self._loop.time() - self._stood_still
 
     def check_open(self) -> None:
         if self._closed:
@@ -134,14 +142,13 @@ class Hub:
         beacon = self._record(MessageType.SCAN_REQUEST, link.machine.self_address)
         if await _network.is_refused(link.ip, link.port, beacon):
             return NoAnswerError(f"{where}: no daemon receives beacons on that port", link.name)
-        own = _network.is_own_address(link.listener.ip)
-        return MasterUnreachableError(
-            f"{where}: "
-            + ("" if own else f"{link.listener.ip} is no address of this machine; ")
-            + "make sure that the node runs and can reach this address and port (address=, port=, "
-            "firewalls)",
-            link.name,
-        )
+        hints = ["make sure that the node runs and can reach this address and port (firewalls)"]
+        if not _network.is_own_address(link.listener.ip):
+            hints.insert(0, f"{link.listener.ip} is no address of this machine")
+        if self._strangers:
+            strangers = ", ".join(sorted(self._strangers))
+            hints.append(f"{strangers} has connected instead, so name the node by that address")
+        return MasterUnreachableError(f"{where}: {'; '.join(hints)}", link.name)
 
     # What the listeners' connections report.
 
@@ -184,7 +191,11 @@ class Hub:
         self.pump(link)
 
     def _tick(self) -> None:
-        self._ticker = self._loop.call_later(TICK, self._tick)
+        late = self._loop.time() - self._tick_is_due
+        if late >= LATE:
+            self._stood_still += late
+        self._tick_is_due = self._loop.time() + TICK
+        self._ticker = self._loop.call_at(self._tick_is_due, self._tick)
         beacons_are_due = self.now() - self._beacons_at >= BEACON_INTERVAL
         if beacons_are_due:
             self._beacons_at = self.now()

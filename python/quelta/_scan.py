@@ -45,7 +45,7 @@ class Scan:
         try:
             for link in self._hub.links_of(target):
                 self.add(link)
-            await asyncio.sleep(deadline - self._hub.now())
+            await asyncio.sleep(deadline - asyncio.get_running_loop().time())
         finally:
             self._hub.end_broadcast()
         reached = self._hub.links_of(target)

@@ -17,7 +17,7 @@ from .errors import (
     QueltaError,
     SlaveFailedError,
 )
-from .records import NOBODY, Address
+from .records import NOBODY, Address, Record
 from .status import LostReason, NodeStatus
 
 if TYPE_CHECKING:
@@ -87,7 +87,7 @@ class Hold:
         began = self._hub.now()
         self._link = link = await self._hub.find(self._node, self._limits.timeout)
         if link.machine.holding:
-            raise _busy(link, "another lease of this master holds it")
+            raise _busy(link, link.machine.record, "another lease of this master holds it")
         self._holding = holding = Holding(link.machine, self._limits, began, steal=self._steal)
         self._hub.use(link)
         try:
@@ -96,7 +96,7 @@ class Hold:
             await self._give_back(link, holding)
             raise
         if holding.failure:
-            raise await self._error(link, holding.failure)
+            raise await self._error(link, holding, holding.failure)
         if not holding.has_run:
             raise MasterClosedError(
                 "the master was closed before the slave was running", self._node
@@ -129,11 +129,11 @@ class Hold:
         self._hub.pump(link)
         await link.until_in_any_case(lambda: holding.is_ended)
 
-    async def _error(self, link: Link, failure: Failure) -> QueltaError:
+    async def _error(self, link: Link, holding: Holding, failure: Failure) -> QueltaError:
         limit = f"{self._limits.timeout:g} s"
         if failure in (Failure.REFUSED, Failure.STOLEN):
             what = "belongs to" if failure is Failure.REFUSED else "was stolen by"
-            return _busy(link, f"it {what} {_owner(link)}")
+            return _busy(link, holding.failed_with, f"it {what} {{owner}}")
         if failure is Failure.FAILED:
             return SlaveFailedError("its slave failed before it was running", self._node)
         if failure is Failure.STOPPED:
@@ -151,11 +151,8 @@ class Hold:
         )
 
 
-def _owner(link: Link) -> str:
-    status = link.machine.status()
-    return f'{status.owner} ("{status.owner_text}")' if status.owner_text else f"{status.owner}"
-
-
-def _busy(link: Link, message: str) -> NodeBusyError:
-    status = link.machine.status()
-    return NodeBusyError(message, link.name, status.owner or NOBODY, status.owner_text)
+def _busy(link: Link, record: Record | None, message: str) -> NodeBusyError:
+    """`message` may name the {owner}."""
+    owner, text = (record.owner, record.text) if record else (None, "")
+    name = f'{owner} ("{text}")' if text else f"{owner}"
+    return NodeBusyError(message.format(owner=name), link.name, owner or NOBODY, text)

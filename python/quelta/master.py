@@ -80,7 +80,7 @@ class Master:
         the whole time.
         """
         hub = self._open_hub()
-        deadline = hub.now() + timeout
+        deadline = asyncio.get_running_loop().time() + timeout
         names = node_list(nodes)
         found = await asyncio.gather(
             *(hub.find(name, timeout) for name in names), return_exceptions=True

@@ -102,7 +102,6 @@ def test_a_node_that_vanishes_while_starting_fails() -> None:
     scene.disconnect()
     scene.pass_time(5.1)
     assert scene.lease.failure is Failure.DISCONNECTED
-    scene.pass_time(5.1)
     assert (scene.lease.phase, scene.lease.given_back) == (Phase.ENDED, False)
 
 

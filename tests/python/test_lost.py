@@ -3,6 +3,7 @@
 import asyncio
 import os
 import signal
+import time
 
 import pytest
 from helpers import MakeNode, MakeRawMaster, address_of, free, name_of, owned, receive_until
@@ -93,6 +94,20 @@ async def test_a_dropped_connection_is_survived(node: Node, master: Master) -> N
         assert lease.reason is None
         assert lease.status == owned(node, lease.master_address)
     assert node.output.count(daemon_line(f"starting slave for master {lease.master_address}")) == 1
+
+
+async def test_a_blocked_event_loop_does_not_end_a_lease(node: Node, master: Master) -> None:
+    async with master.hold(
+        name_of(node), timeout=HANG_LIMIT, silence_timeout=1.5, reconnect_timeout=1.5
+    ) as lease:
+        time.sleep(4)
+        await asyncio.sleep(1)
+        drop_connections(master)
+        await asyncio.sleep(0)
+        time.sleep(4)
+        await asyncio.sleep(1)
+        assert lease.reason is None
+        assert lease.status == owned(node, lease.master_address)
 
 
 async def test_a_connection_dropped_at_the_end_is_survived(

@@ -49,8 +49,7 @@ async def test_an_address_that_the_node_cannot_reach_is_named(cable: Cable, far_
     far_node.output.wait(f"daemon    : detected new master on address {announced}")
     assert str(caught.value) == (
         f"{name}: it has not connected to {announced} within 3 s: {nobody} is no address of this "
-        "machine; make sure that the node runs and can reach this address and port (address=, "
-        "port=, firewalls)"
+        "machine; make sure that the node runs and can reach this address and port (firewalls)"
     )
     assert caught.value.node == name
 
@@ -96,4 +95,19 @@ async def test_without_a_route_the_address_has_to_be_given(cable: Cable) -> None
     assert str(caught.value) == (
         "192.0.2.1:5130: no route to it (Network is unreachable); give this machine's address "
         "with address="
+    )
+
+
+async def test_a_node_that_connects_from_another_address_is_named(
+    cable: Cable, far_node: Node
+) -> None:
+    namespaces.ip(f"-n {cable.near.name} addr add 10.231.0.9/24 dev {cable.near.device}")
+    name = f"10.231.0.9:{far_node.port}"
+    with cable.far.entered():
+        async with Master() as master:
+            with pytest.raises(MasterUnreachableError) as caught:
+                async with master.hold(name, timeout=3):
+                    pass
+    assert str(caught.value).endswith(
+        f"; {cable.near.address} has connected instead, so name the node by that address"
     )
