@@ -25,7 +25,7 @@ class ExecDaemon(Daemon):
     slave_file = "quelta_exec_slave.toml"
 
     def __init__(self, programs: Path, gpus: str) -> None:
-        program = programs / "quelta_bench_idle_program"
+        program = programs.resolve() / "quelta_bench_idle_program"
         super().__init__(
             programs, f'command = ["{program}"]\ngpus = {gpus}\nready.line = "^first instruction"\n'
         )
