@@ -22,6 +22,7 @@ from helpers import (
     where,
     workers,
 )
+from local_farm import LocalFarm
 from tornado.ioloop import IOLoop
 
 from quelta import AddressError, NodeState
@@ -135,18 +136,28 @@ with QueltaCluster(sys.argv[1:], address="127.0.0.1", n_workers=2) as cluster:
 """
 
 
-def test_gives_every_node_back_on_ctrl_c(farm):
+def end_script(farm: LocalFarm, signal_number: int) -> str:
+    """Sends a signal to a script that holds nodes; returns what it writes to standard error."""
     command = [sys.executable, "-c", SCRIPT, *names(farm)]
     environment = {**os.environ, "PYTHONPATH": os.pathsep.join(sys.path)}
     with subprocess.Popen(command, env=environment, stderr=subprocess.PIPE, text=True) as script:
         try:
             wait_until(lambda: owners(farm).count("dask") == 2, "two nodes are taken")
-            script.send_signal(signal.SIGINT)
+            script.send_signal(signal_number)
             _, errors = script.communicate(timeout=LIMIT)
         finally:
             script.kill()
-    assert "KeyboardInterrupt" in errors
+    return errors
+
+
+def test_gives_every_node_back_on_ctrl_c(farm):
+    assert "KeyboardInterrupt" in end_script(farm, signal.SIGINT)
     assert all_free(farm)
+
+
+def test_nodes_free_themselves_if_the_script_is_killed(farm):
+    end_script(farm, signal.SIGKILL)
+    wait_until(lambda: all_free(farm), "the daemons have noticed")
 
 
 async def test_works_inside_an_event_loop(farm):
