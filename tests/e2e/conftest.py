@@ -203,8 +203,8 @@ def daemon_voice():
     """Starts exec slaves without a daemon: `daemon_voice(node)`."""
     voices = []
 
-    def make(node):
-        voices.append(exec_slave.DaemonVoice(node))
+    def make(node, **streams):
+        voices.append(exec_slave.DaemonVoice(node, **streams))
         return voices[-1]
 
     yield make

@@ -82,7 +82,7 @@ def native(path: Path) -> str:
 class DaemonVoice:
     """Plays the daemon for one exec slave, to choose and see every byte of the connection."""
 
-    def __init__(self, node: Node) -> None:
+    def __init__(self, node: Node, stdout: int = subprocess.PIPE) -> None:
         self._listener = socket.create_server(("127.0.0.1", 0))
         self._listener.settimeout(HANG_LIMIT)
         port = self._listener.getsockname()[1]
@@ -94,7 +94,7 @@ class DaemonVoice:
             cwd=node.slave.parent,
             start_new_session=True,
             stdin=subprocess.DEVNULL,
-            stdout=subprocess.PIPE,
+            stdout=stdout,
         )
         self.output = Output(self.process.stdout or ())
         self._socket = self._listener.accept()[0]
