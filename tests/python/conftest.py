@@ -5,6 +5,7 @@ The daemons are those of the end-to-end tests, which choose the system and the p
 
 from __future__ import annotations
 
+import os
 import signal
 import socket
 from contextlib import contextmanager
@@ -22,7 +23,10 @@ from support.ports import Ports
 
 import quelta
 
-# Runs are repeatable, keep no files and never judge the speed of a machine.
+# Runs are repeatable, keep no examples and never judge the speed of a machine.
+os.environ["HYPOTHESIS_STORAGE_DIRECTORY"] = str(
+    Path(__file__).resolve().parents[2] / "build" / "hypothesis"
+)
 hypothesis.settings.register_profile("quelta", database=None, deadline=None, derandomize=True)
 hypothesis.settings.load_profile("quelta")
 
