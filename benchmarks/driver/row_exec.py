@@ -129,7 +129,7 @@ def starts_and_ends(bench: Bench, gpus: str) -> tuple[list[float], list[float], 
 def idle_footprints(bench: Bench) -> list[Footprint]:
     """Returns those of the exec slave without its program, and of the stand-in."""
     with ExitStack() as stack:
-        daemon = ExecDaemon(bench.programs, "1")
+        daemon = ExecDaemon(bench.programs, "0")
         pair = Pair(stack, bench, daemon)
         other = Pair(stack, bench, Daemon(bench.programs))
         program, _ = daemon.start(pair.masters)
@@ -151,13 +151,13 @@ def idle_footprints(bench: Bench) -> list[Footprint]:
 
 def exec_slave(bench: Bench) -> Iterator[Row]:
     """What the exec slave costs: start of its program, idling, and the program's end"""
-    ours, standins, notified = starts_and_ends(bench, "1")
+    ours, standins, notified = starts_and_ends(bench, "0")
     text = "exec slave: start request to the program's first instruction"
     standin = "against the stand-in's first line"
     yield Row(f"{text}, {standin}", Figure.of(ours), "ms", Figure.of(standins))
     detecting, standins, _ = starts_and_ends(bench, '"auto"')
     yield Row(
-        f"{text} with detection of GPUs, {standin}",
+        f"{text} after detecting GPUs, {standin}",
         Figure.of(detecting),
         "ms",
         Figure.of(standins),
