@@ -172,7 +172,7 @@ def test_serving_never_takes_a_node(make_node, view):
     served.master.interrupt()
     assert served.master.wait_exit() == 0
     requests = {
-        found.group(1) for line in node.quit() if (found := re.search(r"received (.*) from", line))
+        found.group(1) for line in node.quit() if (found := re.search(r"received (.* request) from master", line))
     }
     assert requests == {"scan request"}
 

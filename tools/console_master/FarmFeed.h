@@ -1,5 +1,5 @@
-// Passes what the console master sees on to the farm view's server. Not thread-safe: the thread that
-// calls ConsoleMaster::run() uses it.
+// Passes what the console master sees on to the farm view's server. Not thread-safe: the thread
+// that calls ConsoleMaster::run() uses it.
 #pragma once
 
 #include <chrono>

@@ -38,6 +38,8 @@ Time now()
 class FarmServer::Service final : public HttpConnectionOwner
 {
 public:
+    explicit Service(const HttpLimits& givenLimits) : limits(givenLimits) {}
+
     ~Service() override;
 
     std::string open(const MasterAddress& wanted);
@@ -67,6 +69,7 @@ private:
     void accepted(Error error, tcp::socket socket);
     void startClock();
 
+    const HttpLimits limits;
     Responder responder{model, readProcessFigures};
     RequestLimiter limiter;
     MasterAddress address;
@@ -159,10 +162,10 @@ void FarmServer::Service::accept()
 
 void FarmServer::Service::accepted(Error error, tcp::socket socket)
 {
-    if (!error && connections < maxConnections)
+    if (!error && connections < limits.connections)
     {
         ++connections;
-        std::make_shared<HttpConnection>(std::move(socket), *this)->start();
+        std::make_shared<HttpConnection>(std::move(socket), limits, *this)->start();
     }
 
     if (!error)
@@ -184,7 +187,7 @@ void FarmServer::Service::startClock()
     });
 }
 
-FarmServer::FarmServer() : service(std::make_unique<Service>()) {}
+FarmServer::FarmServer(const HttpLimits& limits) : service(std::make_unique<Service>(limits)) {}
 
 FarmServer::~FarmServer() = default;
 

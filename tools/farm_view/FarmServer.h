@@ -4,15 +4,15 @@
 // only pass what they are given to the server's thread, so there is no lock. Viewers receive
 // updates in the order of the calls.
 //
-// Limits: 128 connections, 8 KiB of headers, 50 requests per second and address (200 in a burst),
-// 30 s for a request to arrive and for a response to be read. A viewer of events is dropped if it
-// leaves events unread for 10 s, or more than 1 MiB of them.
+// HttpLimits, RequestLimiter and maxHeaderSize limit what clients can use up. Clients beyond a limit
+// are refused or dropped.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <string>
 
+#include "farm_view/HttpLimits.h"
 #include "farm_view/NodeStatus.h"
 #include "farm_view/RoundTripHistogram.h"
 #include "messages/MasterAddress.h"
@@ -22,9 +22,7 @@ namespace quelta::farmview {
 class FarmServer final
 {
 public:
-    static constexpr size_t maxConnections = 128;
-
-    FarmServer();
+    explicit FarmServer(const HttpLimits& limits = {});
 
     /** Closes all connections and ends the thread. */
     ~FarmServer();

@@ -12,10 +12,7 @@ namespace quelta::farmview {
 
 namespace {
 
-constexpr std::chrono::seconds requestLimit{30};
-constexpr std::chrono::seconds responseLimit{30};
-constexpr std::chrono::seconds eventsLimit{10};
-constexpr std::chrono::seconds drainLimit{1};
+constexpr std::chrono::seconds closeLimit{1};
 
 /** Whether the error is about the request's content rather than its connection. */
 bool isMalformed(const boost::beast::error_code& error)
@@ -26,8 +23,9 @@ bool isMalformed(const boost::beast::error_code& error)
 
 } // namespace
 
-HttpConnection::HttpConnection(boost::asio::ip::tcp::socket socket, HttpConnectionOwner& givenOwner)
-    : owner(givenOwner), stream(std::move(socket)), buffer(2 * maxHeaderSize)
+HttpConnection::HttpConnection(boost::asio::ip::tcp::socket socket, const HttpLimits& givenLimits,
+                               HttpConnectionOwner& givenOwner)
+    : limits(givenLimits), owner(givenOwner), stream(std::move(socket)), buffer(2 * maxHeaderSize)
 {
     Error ignored;
     const auto local = stream.socket().local_endpoint(ignored);
@@ -54,7 +52,7 @@ void HttpConnection::read()
     parser.emplace();
     parser->header_limit(maxHeaderSize);
     parser->body_limit(0);
-    stream.expires_after(requestLimit);
+    stream.expires_after(limits.request);
     http::async_read_header(
         stream, buffer, *parser,
         [self = shared_from_this()](Error error, size_t) { self->handle(error); });
@@ -69,7 +67,10 @@ void HttpConnection::handle(Error error)
     isViewer = !error && Responder::isEventStream(parser->get(), response);
 
     if (isViewer)
+    {
         owner.addViewer(shared_from_this());
+        watchForEnd();
+    }
 
     write();
 }
@@ -94,7 +95,7 @@ Response HttpConnection::makeResponse(Error error)
 void HttpConnection::write()
 {
     isWriting = true;
-    stream.expires_after(responseLimit);
+    stream.expires_after(limits.response);
     http::async_write(stream, response,
                       [self = shared_from_this()](Error error, size_t) { self->finish(error); });
 }
@@ -109,26 +110,45 @@ void HttpConnection::finish(Error error)
     else if (!error && response.keep_alive())
         read();
     else if (!error)
-        drain();
+        close();
 }
 
-/** Closes the connection once the client has closed it or after a short time. Closing it with
+/** Closes the connection once the client has closed it, or after a short time. Closing it with
     unread bytes would reset it, and the client could lose the response. */
-void HttpConnection::drain()
+void HttpConnection::close()
 {
     Error ignored;
     stream.socket().shutdown(boost::asio::ip::tcp::socket::shutdown_send, ignored);
-    stream.expires_after(drainLimit);
+    stream.expires_after(closeLimit);
+    drain();
+}
+
+void HttpConnection::drain()
+{
     buffer.clear();
     stream.async_read_some(buffer.prepare(maxHeaderSize),
-                           [self = shared_from_this()](Error, size_t) {});
+                           [self = shared_from_this()](Error error, size_t) {
+                               if (!error)
+                                   self->drain();
+                           });
+}
+
+/** Ends the connection when the viewer closes it or sends anything. Bypasses the timer of the
+    stream, which serves the writes. */
+void HttpConnection::watchForEnd()
+{
+    stream.socket().async_read_some(boost::asio::buffer(discarded),
+                                    [self = shared_from_this()](Error, size_t) {
+                                        self->stream.close();
+                                        self->owner.removeViewer(self);
+                                    });
 }
 
 bool HttpConnection::send(const Message& message)
 {
     unreadBytes += message->size();
 
-    if (unreadBytes > maxUnreadBytes)
+    if (unreadBytes > limits.unreadBytes)
     {
         stream.close();
         return false;
@@ -151,7 +171,7 @@ void HttpConnection::writeEvents()
     for (const auto& message : inFlight)
         buffers.emplace_back(message->data(), message->size());
 
-    stream.expires_after(eventsLimit);
+    stream.expires_after(limits.events);
     boost::asio::async_write(stream, buffers, [self = shared_from_this()](Error error, size_t) {
         self->finishEvents(error);
     });

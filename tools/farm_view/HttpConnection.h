@@ -3,6 +3,7 @@
 // server's thread. Pending operations and, while it is a viewer, its owner keep the object alive.
 #pragma once
 
+#include <array>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
@@ -13,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "farm_view/HttpLimits.h"
 #include "farm_view/Responder.h"
 
 namespace quelta::farmview {
@@ -44,10 +46,8 @@ class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
 public:
     using Message = std::shared_ptr<const std::string>;
 
-    /** More bytes than this of unread events drop the viewer. */
-    static constexpr size_t maxUnreadBytes = 1024 * 1024;
-
-    HttpConnection(boost::asio::ip::tcp::socket socket, HttpConnectionOwner& givenOwner);
+    HttpConnection(boost::asio::ip::tcp::socket socket, const HttpLimits& givenLimits,
+                   HttpConnectionOwner& givenOwner);
     ~HttpConnection();
 
     /** Reads the first request. */
@@ -65,10 +65,13 @@ private:
     Response makeResponse(Error error);
     void write();
     void finish(Error error);
+    void close();
     void drain();
+    void watchForEnd();
     void writeEvents();
     void finishEvents(Error error);
 
+    const HttpLimits& limits; ///< Of the owner.
     HttpConnectionOwner& owner;
     boost::beast::tcp_stream stream;
     MasterAddress served;
@@ -79,6 +82,7 @@ private:
     Response response;
 
     bool isViewer = false;
+    std::array<char, 1> discarded{};
     bool isWriting = false;
     std::vector<Message> unsent;
     std::vector<Message> inFlight;
