@@ -1,5 +1,5 @@
-// The program that quelta_exec_slave runs in the end-to-end tests. Its arguments are steps, which it
-// performs in order:
+// The program that quelta_exec_slave runs in the end-to-end tests. Its arguments are steps, which
+// it performs in order:
 //
 //   print TEXT         writes a line
 //   bytes HEX          writes these bytes, without a line end

@@ -12,8 +12,8 @@ namespace quelta::execslave {
 class CheckLoop
 {
 public:
-    /** Runs one check within `limit`, or until it is asked to stop. Returns why it has failed, or an
-        empty string. */
+    /** Runs one check within `limit`, or until it is asked to stop. Returns why it has failed, or
+        an empty string. */
     using Check =
         std::function<std::string(std::chrono::milliseconds limit, const std::stop_token& stop)>;
 

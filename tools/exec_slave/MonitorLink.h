@@ -1,8 +1,8 @@
-// The connection to the daemon's slave monitor. A thread of its own sends the messages when they are
-// due, so that neither output nor a check nor the program can delay a heartbeat.
+// The connection to the daemon's slave monitor. A thread of its own sends the messages when they
+// are due, so that neither output nor a check nor the program can delay a heartbeat.
 //
-// The owner makes all calls, from one thread. The listener is called on the connection's threads and
-// must not call back. `lock` guards the schedule; it is not held while a message is sent.
+// The owner makes all calls, from one thread. The listener is called on the connection's threads
+// and must not call back. `lock` guards the schedule; it is not held while a message is sent.
 #pragma once
 
 #include <chrono>
@@ -35,8 +35,8 @@ public:
     explicit MonitorLink(Listener& linkListener);
     ~MonitorLink() override;
 
-    /** Connects to the port on 127.0.0.1 and begins to send AUTHENTICATING. Returns what has failed;
-        empty on success. Called once. */
+    /** Connects to the port on 127.0.0.1 and begins to send AUTHENTICATING. Returns what has
+        failed; empty on success. Called once. */
     std::string open(uint16_t port);
 
     /** Sends SLAVE_INFO now and heartbeats from then on. */

@@ -16,8 +16,8 @@ namespace quelta::execslave {
 class OutputWriter
 {
 public:
-    /** `settings` has its placeholders replaced. A file that cannot be opened, written or rotated is
-        reported once, on standard output. */
+    /** `settings` has its placeholders replaced. A file that cannot be opened, written or rotated
+        is reported once, on standard output. */
     explicit OutputWriter(const OutputSettings& settings);
 
     /** Calls end(). */
@@ -30,12 +30,12 @@ public:
         the queue is full, unless the writer is ending. */
     void writeProgramLine(std::string_view line);
 
-    /** A message of the exec slave itself, prefixed with "exec slave: ". Never blocks: with the queue
-        full of messages it is lost. */
+    /** A message of the exec slave itself, prefixed with "exec slave: ". Never blocks: with the
+        queue full of messages it is lost. */
     void writeMessage(std::string_view text);
 
-    /** Writes what is queued, for at most a second, and ends the thread. Later lines are lost, and no
-        call blocks any more. Idempotent; one thread. */
+    /** Writes what is queued, for at most a second, and ends the thread. Later lines are lost, and
+        no call blocks any more. Idempotent; one thread. */
     void end();
 
 private:

@@ -147,7 +147,7 @@ CheckLoop::Check Session::makeCheck(const Command& command) const
     };
 }
 
-/** The command has as long as the program: when that has ended or been killed, it is interrupted. */
+/** The command may run until the program has ended or been killed; then it is interrupted. */
 void Session::runStopCommand()
 {
     const auto& configuration = setup.configuration;

@@ -1,7 +1,7 @@
 // A run of the configured program for a master, from its start to its end.
 //
-// run() works on the calling thread. Output, checks, heartbeats and the stop command have threads of
-// their own, which report to the inbox; SessionState decides.
+// run() works on the calling thread. Output, checks, heartbeats and the stop command have threads
+// of their own, which report to the inbox; SessionState decides.
 #pragma once
 
 #include <memory>
@@ -21,8 +21,8 @@ public:
     Session(const SlaveSetup& slaveSetup, MonitorLink& monitorLink, SessionInbox& sessionInbox,
             OutputWriter& outputWriter);
 
-    /** Starts the program and watches it until it has ended with all of its descendants. Returns the
-        exit status. */
+    /** Starts the program and watches it until it has ended with all of its descendants. Returns
+        the exit status. */
     int run();
 
 private:

@@ -23,8 +23,8 @@ struct SlaveSetup
 };
 
 /** Connects to the daemon, which is told from then on that the slave is starting; detects the GPUs,
-    checks the selection and runs the version command, unless the inbox is asked to stop. Returns the
-    exit status, after it has written what is wrong, and fills `setup` if that is 0. */
+    checks the selection and runs the version command, unless the inbox is asked to stop. Returns
+    the exit status, after it has written what is wrong, and fills `setup` if that is 0. */
 int setUp(const SlaveArguments& arguments, const Configuration& configuration, MonitorLink& link,
           const SessionInbox& inbox, SlaveSetup& setup);
 

@@ -61,8 +61,8 @@ public:
     /** How this program is contained. */
     Containment getContainment() const;
 
-    /** Waits up to `limit` for output. Returns the number of bytes, 0 if none came in time, -1 at the
-        end of the output. */
+    /** Waits up to `limit` for output. Returns the number of bytes, 0 if none came in time, -1 at
+        the end of the output. */
     int read(char* buffer, size_t size, std::chrono::milliseconds limit);
 
     /** Waits up to `limit` for the program (not its descendants) to end. */

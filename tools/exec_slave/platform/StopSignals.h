@@ -19,8 +19,8 @@ class StopSignals
 public:
     using Receiver = std::function<void(StopSignal)>;
 
-    /** Called before other threads exist, because they inherit the set of blocked signals. `receiver`
-        is called on another thread. */
+    /** Called before other threads exist, because they inherit the set of blocked signals.
+        `receiver` is called on another thread. */
     explicit StopSignals(Receiver receiver);
 
     /** Further signals are ignored: the process is about to end. */
