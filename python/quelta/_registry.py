@@ -62,7 +62,10 @@ class Registry:
             return link
         host, port = split_node(name)
         ip = await _look_up(host, name, timeout)
-        machine = _machine(ip)
+        try:
+            machine = _machine(ip)
+        except OSError as error:  # for instance too many open files
+            raise AddressError(f"no socket can be made: {error.strerror}", name) from error
         async with self._opening:
             link = self._links.get((machine, port))
             if not link:

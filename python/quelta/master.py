@@ -12,7 +12,7 @@ from ._holding import Limits
 from ._hub import Hub
 from ._link import Link
 from ._scan import Scan
-from .errors import AddressError, MasterClosedError
+from .errors import AddressError, MasterClosedError, RecordError
 from .events import EventStream
 from .lease import Hold
 from .nodes import node_list
@@ -48,7 +48,7 @@ class Master:
         if not 0 <= port <= 65535 or port_step < 1:
             raise AddressError(f"{port} is not a port, or {port_step} no distance between ports")
         if len(text.encode()) > TEXT_SIZE or "\0" in text:
-            raise ValueError(f"the text {text!r} is not up to {TEXT_SIZE} bytes without NULs")
+            raise RecordError(f"the text {text!r} is not up to {TEXT_SIZE} bytes without NULs")
         self._settings = (address, port, port_step, text.encode())
         self._hub: Hub | None = None
 

@@ -40,10 +40,6 @@ def pytest_configure() -> None:
 
 
 def pytest_collection_modifyitems(items: list[pytest.Item]) -> None:
-    for item in items:
-        marker = item.get_closest_marker("linux_only")
-        if marker and programs.ON_WINDOWS:
-            item.add_marker(pytest.mark.skip(reason=f"linux_only: {marker.args[0]}"))
     items.sort(key=lambda item: item.get_closest_marker("slow") is None)
 
 

@@ -10,7 +10,15 @@ from support.node import Node
 from support.ports import Ports, refusing_socket
 from support.scenario import scenario
 
-from quelta import AddressError, Master, MasterClosedError, NodeNameError, NodeState, NodeStatus
+from quelta import (
+    AddressError,
+    Master,
+    MasterClosedError,
+    NodeNameError,
+    NodeState,
+    NodeStatus,
+    RecordError,
+)
 
 
 async def test_a_free_node_is_described(node: Node, master: Master) -> None:
@@ -135,7 +143,7 @@ def test_a_master_needs_an_address_that_nodes_can_connect_to(address: str) -> No
 
 @pytest.mark.parametrize("text", ["x" * 33, "\N{EURO SIGN}" * 11, "a\0b"])
 def test_a_masters_text_has_up_to_32_bytes(text: str) -> None:
-    with pytest.raises(ValueError):
+    with pytest.raises(RecordError):
         Master(text=text)
 
 
