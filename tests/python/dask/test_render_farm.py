@@ -110,7 +110,7 @@ def test_nothing_is_left_running(render):
 
 
 def test_ctrl_c_ends_daemons_and_workers(tmp_path):
-    with start("--output", str(tmp_path), start_new_session=True) as process:
+    with start("--output", str(tmp_path), "--frames", "24", start_new_session=True) as process:
         try:
             for line in process.stdout:
                 if line.startswith("farm: 3."):
