@@ -1,9 +1,11 @@
 """The bytes between the exec slave and the daemon."""
 
 import os
+import signal
 
 import pytest
 
+from support import programs
 from support.exec_slave import ENDED, OWN, worker
 from support.slave import STOP_MESSAGE
 
@@ -75,6 +77,8 @@ def test_reader_of_the_output_that_has_stopped_delays_nothing(
         pass
     # The program waits for its output to be read, which is not its own silence.
     assert daemon.read(4 * len(STATUS)).hex() == (STATUS * 4).hex()
+    if programs.ON_WINDOWS:
+        return  # Wine cannot cancel a write to a pipe of the host
     daemon.send(STOP_MESSAGE)
-    assert daemon.wait_exit() != 0
+    assert daemon.wait_exit() == 128 + signal.SIGTERM
     node.wait_no_slave()
