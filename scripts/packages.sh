@@ -9,7 +9,7 @@ build_packages=(
 )
 test_packages=(
     googletest python3 python3-pytest python3-pytest-xdist python3-pytest-asyncio python3-hypothesis
-    iproute2 povray povray-includes
+    python3-jsonschema python3-yaml iproute2 povray povray-includes prometheus
 )
 windows_packages=(
     g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 xvfb zip unzip locales
@@ -19,7 +19,7 @@ lint_packages=(clang clang-format-14 clang-tidy-14 libspdlog-dev shellcheck blac
 farm_packages=(python3 python3-distributed python3-pil povray povray-includes)
 blender_packages=(blender)
 bench_packages=(libspdlog-dev python3)
-page_packages=(chromium-headless-shell prometheus)
+page_packages=(chromium-headless-shell)
 # A Node.js that is not Debian's brings its own npm, and conflicts with Debian's.
 command -v npm >/dev/null 2>&1 || page_packages+=(nodejs npm)
 

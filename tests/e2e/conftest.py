@@ -7,6 +7,7 @@ from contextlib import contextmanager
 import pytest
 
 from support import exec_slave, programs
+from support.farm_view import FarmView
 from support.limits import TEST_LIMIT
 from support.master import Master
 from support.node import Node
@@ -227,3 +228,17 @@ def tcp_listener():
     yield make
     for listener in sockets:
         listener.close()
+
+
+@pytest.fixture
+def view():
+    """Starts farm views that are ended after the test."""
+    started = []
+
+    def start(*arguments, **settings):
+        started.append(FarmView(*arguments, **settings))
+        return started[-1]
+
+    yield start
+    for one in started:
+        one.close()

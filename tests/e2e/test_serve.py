@@ -2,7 +2,6 @@
 
 import os
 import re
-import shutil
 import signal
 import subprocess
 
@@ -15,20 +14,6 @@ from support.limits import HANG_LIMIT
 from support.node import wait_until
 
 TIME = r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z"
-
-
-@pytest.fixture
-def view():
-    """Starts farm views that are ended after the test."""
-    started = []
-
-    def start(*arguments, **settings):
-        started.append(FarmView(*arguments, **settings))
-        return started[-1]
-
-    yield start
-    for one in started:
-        one.close()
 
 
 @pytest.fixture
@@ -172,7 +157,9 @@ def test_serving_never_takes_a_node(make_node, view):
     served.master.interrupt()
     assert served.master.wait_exit() == 0
     requests = {
-        found.group(1) for line in node.quit() if (found := re.search(r"received (.* request) from master", line))
+        found.group(1)
+        for line in node.quit()
+        if (found := re.search(r"received (.* request) from master", line))
     }
     assert requests == {"scan request"}
 
@@ -292,7 +279,6 @@ def test_wrong_nodes_file_keeps_the_earlier_nodes(make_node, view, nodes_file):
     assert len(served.master.errors.lines()) == 2
 
 
-@pytest.mark.skipif(not shutil.which("promtool"), reason="promtool is not installed")
 def test_metrics_satisfy_promtool(make_node, view, operate):
     name = address_of(make_node(alias="rack 7").serve())
     served = view(name)
