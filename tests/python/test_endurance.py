@@ -1,11 +1,9 @@
 """Many leases in a row leave nothing behind."""
 
 import asyncio
-import gc
-import os
 import threading
 
-from helpers import MakeNode, free, name_of
+from helpers import MakeNode, free, name_of, open_files
 from support.limits import HANG_LIMIT
 from support.node import Node
 
@@ -13,18 +11,6 @@ from quelta import Master
 
 NODES = 4
 LEASES_OF_A_NODE = 25
-
-
-def open_files() -> list[str]:
-    """Returns what this process has open; sockets are all alike here, so that they are counted."""
-    gc.collect()
-    found = []
-    for entry in os.listdir("/proc/self/fd"):
-        try:
-            found.append(os.readlink(f"/proc/self/fd/{entry}").partition(":")[0])
-        except FileNotFoundError:
-            continue  # that of the list itself
-    return sorted(found)
 
 
 async def hold_often(master: Master, node: Node) -> None:

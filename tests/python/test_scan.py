@@ -3,7 +3,7 @@
 import asyncio
 
 import pytest
-from helpers import MakeNode, MakeRawMaster, address_of, free, name_of, owned, take
+from helpers import MakeNode, MakeRawMaster, address_of, free, name_of, open_files, owned, take
 from support import wire
 from support.limits import HANG_LIMIT
 from support.node import Node
@@ -11,6 +11,7 @@ from support.ports import Ports, refusing_socket
 from support.scenario import scenario
 
 from quelta import (
+    _network,
     AddressError,
     Master,
     MasterClosedError,
@@ -147,12 +148,25 @@ def test_a_masters_text_has_up_to_32_bytes(text: str) -> None:
         Master(text=text)
 
 
-async def test_a_scan_that_outlasts_its_master_leaves_no_listener(node: Node) -> None:
+async def test_a_scan_that_outlasts_its_master_leaves_no_listener(
+    monkeypatch: pytest.MonkeyPatch,
+) -> None:
+    asked, closed = asyncio.Event(), asyncio.Event()
+
+    async def look_up(host: str) -> str:
+        asked.set()
+        await closed.wait()
+        return host
+
+    monkeypatch.setattr(_network, "look_up", look_up)
+    files = open_files()
     async with Master() as master:
-        scanning = asyncio.create_task(master.scan(f"localhost:{node.port}", 0.5))
-        await asyncio.sleep(0)
+        scanning = asyncio.create_task(master.scan("127.0.0.1:5130", HANG_LIMIT))
+        await asked.wait()
+    closed.set()
     with pytest.raises(MasterClosedError):
         await scanning
+    assert open_files() == files
 
 
 async def test_one_unknown_host_does_not_leave_the_others_being_looked_up(master: Master) -> None:
