@@ -193,7 +193,7 @@ std::string findError(const DetectedGpus& detected, const InheritedSelection& in
         : detected.names.empty() ? "no GPU was found on this node"
                                  : "this node has " + describeCount(detected.names.size()) +
                                        " according to " + detected.source;
-    return "there is no GPU " + std::to_string(*unknown + 1UL) + " (-g " +
+    return "there is no GPU " + std::to_string(*unknown + 1ULL) + " (-g " +
            std::to_string(*unknown) + "): " + there +
            describeInherited(detected, inherited, visible);
 }
