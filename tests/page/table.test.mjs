@@ -159,6 +159,16 @@ test("keeps a scrolled table in its place while rows come and go above", async (
   });
 });
 
+test("keeps the focus on a row that comes to another place", async () => {
+  await withPage(browser, names(20).map((name) => makeNode(name)), async (page, server) => {
+    await page.getByRole("button", { name: "State", exact: true }).click();
+    await page.locator('#table a[href="#/node/node9%3A5130"]').focus();
+    server.change("node9:5130", { state: "silent" });
+    await eventually(async () => assert.equal((await column(page, "node"))[0], "node9:5130"));
+    assert.equal(await page.evaluate(() => document.activeElement.textContent), "node9:5130");
+  });
+});
+
 test("keeps a selected text while the row's node and the order change", async () => {
   const nodes = [makeNode("a:1"), makeNode("b:1", OWNED), makeNode("c:1")];
   await withPage(browser, nodes, async (page, server) => {
@@ -166,10 +176,11 @@ test("keeps a selected text while the row's node and the order change", async ()
     await eventually(async () => assert.equal((await column(page, "node"))[0], "b:1"));
     await page.evaluate(() => getSelection().selectAllChildren(
       document.querySelector('#table tr[data-node="b:1"] [data-key="ownerText"] bdi')));
-    server.change("b:1", { roundTripMs: 9 });
+    server.change("b:1", { roundTripMs: 9, state: "stopping" });
     server.change("c:1", { state: "silent" });
+    server.change("a:1", { state: "owned" });
     await eventually(async () =>
-      assert.deepEqual(await column(page, "node"), ["c:1", "b:1", "a:1"]));
+      assert.deepEqual(await column(page, "node"), ["c:1", "a:1", "b:1"]));
     assert.equal(await cell(page, "b:1", "roundTripMs").textContent(), "9.0 ms");
     assert.equal(await page.evaluate(() => String(getSelection())), "shot 12");
   });

@@ -1,4 +1,5 @@
-// The connection to the server: server-sent events, and the history once for each connection.
+// The connection to the server: server-sent events, and the history once for each connection. The
+// addresses are relative, so that a proxy can serve the page under any path.
 
 const STALE_AFTER_MS = 6000; // the server sends its time every 2 s
 const HUNG_AFTER_MS = 12000; // a connection without news for so long is given up
@@ -36,7 +37,7 @@ class Feed {
 
   #open() {
     this.#source?.close();
-    const source = new EventSource("/api/v1/events");
+    const source = new EventSource("api/v1/events");
     this.#source = source;
     const on = (name, apply) => source.addEventListener(name, (message) => {
       if (source === this.#source) this.#take(message.data, apply);
@@ -65,7 +66,7 @@ class Feed {
 
   async #fetchHistory(source) {
     try {
-      const history = await fetchJson("/api/v1/history");
+      const history = await fetchJson("api/v1/history");
       if (source !== this.#source) return;
       this.#farm.setHistory(history);
       this.#changed();
@@ -78,7 +79,7 @@ class Feed {
   async #fetchRoundTrips() {
     if (this.stale || document.hidden) return;
     try {
-      const { nodes } = await fetchJson("/api/v1/nodes");
+      const { nodes } = await fetchJson("api/v1/nodes");
       this.#farm.setRoundTrips(nodes);
       this.#changed();
     } catch (error) {

@@ -1,7 +1,7 @@
 // The timeline of all nodes: its length, its rows, what pointer and keys show, and its legend.
 
 const RANGES = [[15, "15 min"], [60, "1 h"], [360, "6 h"], [1440, "24 h"]];
-const DENSE_ROW_HEIGHT = 4;
+const DENSE_ROW_HEIGHTS = [4, 10];
 const DENSE_FROM = 40; // more nodes than this begin without a name for every row
 const HINT = "Point at a row, or press the arrow keys, to read it.";
 
@@ -48,7 +48,7 @@ class Timeline {
     }
     const dense = this.#dense ?? nodes.length > DENSE_FROM;
     this.#density.ariaPressed = String(!dense);
-    this.#chart.rowHeight = dense ? DENSE_ROW_HEIGHT : ROW_HEIGHT;
+    this.#chart.rowHeight = dense ? this.#denseRowHeight(nodes.length) : ROW_HEIGHT;
     const current = this.#chart.rows[this.#chart.cursor]?.name;
     const rows = nodes.map(({ node: name }) =>
       ({ name, entries: this.#farm.history.get(name) ?? [] }));
@@ -56,6 +56,13 @@ class Timeline {
     this.#chart.set(rows, now - minutes * 60000, now);
     this.#showReadout();
     this.#showLegend(nodes);
+  }
+
+  /** The height with which all rows fit without scrolling, within limits. */
+  #denseRowHeight(count) {
+    const [least, most] = DENSE_ROW_HEIGHTS;
+    const space = parseFloat(getComputedStyle(this.#chart.box).maxHeight) - AXIS_HEIGHT - 2;
+    return Math.min(Math.max(Math.floor(space / count), least), most) || least;
   }
 
   #listen() {
