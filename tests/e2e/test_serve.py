@@ -1,4 +1,4 @@
-"""The farm view as its readers see it: what happens on nodes arrives in JSON, events and metrics."""
+"""The farm view as its readers see it: what nodes do arrives in JSON, events and metrics."""
 
 import os
 import re
@@ -9,7 +9,7 @@ import pytest
 
 from support import programs
 from support.console_master import PATIENCE, ConsoleMaster
-from support.farm_view import FarmView, address_of
+from support.farm_view import address_of
 from support.limits import HANG_LIMIT
 from support.node import wait_until
 

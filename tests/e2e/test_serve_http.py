@@ -4,9 +4,9 @@ import re
 import socket
 from pathlib import Path
 
-import jsonschema
+import jsonschema  # type: ignore[import]
 import pytest
-import yaml
+import yaml  # type: ignore[import]
 
 from support import programs, wire
 from support.console_master import ConsoleMaster
