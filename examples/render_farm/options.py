@@ -35,7 +35,7 @@ class Options:
     programs: Path
 
 
-def parse_options() -> Options:
+def _parser() -> argparse.ArgumentParser:
     parser = argparse.ArgumentParser(
         prog="./run farm", description=DESCRIPTION, epilog=EPILOG, allow_abbrev=False
     )
@@ -71,6 +71,11 @@ def parse_options() -> Options:
         default=ROOT / "build/linux/bin",
         help="the programs of the daemons on this machine; by default those just built",
     )
+    return parser
+
+
+def parse_options() -> Options:
+    parser = _parser()
     given = parser.parse_args()
     if given.address and not given.nodes:
         parser.error("--address goes with --nodes")

@@ -46,7 +46,7 @@ def save_contact_sheet(
         row, column = divmod(number, columns)
         place = (GAP + column * (width + GAP), GAP + row * (height + GAP))
         sheet.paste(frame.resize((width, height), Image.Resampling.LANCZOS), place)
-    sheet.save(path, quality=88, optimize=True)
+    sheet.save(path, quality=80, optimize=True)
 
 
 def save_animation(path: Path, pngs: Sequence[bytes]) -> None:
@@ -58,7 +58,7 @@ def save_animation(path: Path, pngs: Sequence[bytes]) -> None:
         append_images=rest,
         duration=DURATION,
         loop=0,
-        quality=82,
+        quality=65,
         method=4,
         minimize_size=True,
     )

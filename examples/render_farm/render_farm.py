@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 """Renders an animation on the nodes of a render farm: Quelta holds the nodes, Dask shares the work.
 
 Read `render_on` and `farm_and_cluster` first; the rest shows, breaks and checks what these do.
