@@ -34,6 +34,7 @@ protected:
         write(place + "device", device);
     }
 
+    bool mayHave() const { return mayHaveAmdGpus(folder.getPath() + "/sys"); }
     GpuReport read() const { return readAmdGpus(folder.getPath() + "/sys"); }
 
     const TemporaryFolder folder;
@@ -87,6 +88,23 @@ TEST_F(AmdGpusTest, NothingAtAllIsAnAnswer)
 {
     EXPECT_EQ(read().state, GpuReport::State::answered);
     EXPECT_EQ(read().names, Texts{});
+    EXPECT_FALSE(mayHave());
+}
+
+TEST_F(AmdGpusTest, ACardMayBeAGpu)
+{
+    addCard("card0-HDMI-A-1", "", "");
+    addCard("renderD128", "", "");
+    write("class/drm/version", "drm 1.1.0");
+    EXPECT_FALSE(mayHave());
+    addCard("card0", "0x10de", "");
+    EXPECT_TRUE(mayHave());
+}
+
+TEST_F(AmdGpusTest, ANodeOfTheComputeDriverMayBeAGpu)
+{
+    addNode(0, processor, "");
+    EXPECT_TRUE(mayHave());
 }
 
 } // namespace

@@ -95,7 +95,8 @@ TEST_F(GpuDetectionTest, NvidiaSmiIsNotAskedAfterNvmlHungInTheSameDriver)
     const auto gpus = detect({{"NVML", hung}, {"sysfs", amdFinds}});
     EXPECT_EQ(tried, (Texts{"NVML", "sysfs"}));
     EXPECT_EQ(gpus.vendor, GpuVendor::amd);
-    EXPECT_EQ(gpus.notes, Texts{"NVML hung and was killed after 3.5 s"});
+    ASSERT_EQ(gpus.notes.size(), 1U);
+    EXPECT_TRUE(gpus.notes[0].starts_with("NVML hung and was killed after 3.")) << gpus.notes[0];
 }
 
 TEST_F(GpuDetectionTest, NvidiaSmiIsNotAskedIfNvmlSaysNone)

@@ -14,6 +14,9 @@ namespace {
 
 using Path = std::filesystem::path;
 
+constexpr auto computeNodes = "class/kfd/kfd/topology/nodes";
+constexpr auto graphicsDevices = "class/drm";
+
 constexpr uint64_t amdVendor = 0x1002;
 
 std::string readFile(const Path& file)
@@ -130,16 +133,22 @@ GpuReport readGraphicsDevices(const Path& folder)
 
 } // namespace
 
+bool mayHaveAmdGpus(const Path& sys)
+{
+    return !findNumbered(sys / computeNodes, "").empty() ||
+           !findNumbered(sys / graphicsDevices, "card").empty();
+}
+
 GpuReport readAmdGpus(const Path& sys)
 {
     GpuReport report;
-    const auto nodes = findNumbered(sys / "class/kfd/kfd/topology/nodes", "");
+    const auto nodes = findNumbered(sys / computeNodes, "");
 
     for (const auto& [number, node] : nodes)
         addComputeNode(node, report);
 
     if (nodes.empty())
-        report = readGraphicsDevices(sys / "class/drm");
+        report = readGraphicsDevices(sys / graphicsDevices);
 
     report.state = GpuReport::State::answered;
     return report;

@@ -3,6 +3,7 @@
 #include "exec_slave/AmdGpus.h"
 #include "exec_slave/NvidiaSmi.h"
 #include "exec_slave/Nvml.h"
+#include "exec_slave/platform/ContainedProgram.h"
 #include "exec_slave/platform/GpuSystem.h"
 #include "platform/Paths.h"
 
@@ -19,6 +20,7 @@ using std::chrono::milliseconds;
 
 constexpr auto nvmlWay = "nvml";
 constexpr auto amdWay = "amd";
+constexpr auto sysfs = "/sys";
 
 // The detection takes 5 s at most, the end of the last child included.
 constexpr milliseconds nvmlDeadline{3'500};
@@ -63,6 +65,17 @@ GpuReport tryWay(const GpuWay& way, const CommandRunner& run, milliseconds limit
     return report;
 }
 
+/** A command that does not exist costs no child either. */
+CommandResult runIfFound(const ProgramStart& start, milliseconds limit)
+{
+    if (!findProgram(start).empty())
+        return runCommand(start, limit, {});
+
+    CommandResult result;
+    result.error = "there is no " + start.command.front();
+    return result;
+}
+
 } // namespace
 
 std::optional<GpuReport> readGpuReport(const CommandResult& result)
@@ -90,11 +103,14 @@ std::vector<GpuWay> getGpuWays(const std::string& program)
                         {"nvidia-smi", "-L"},
                         nvidiaSmiDeadline,
                         readNvidiaSmi});
-        ways.push_back({"sysfs",
-                        GpuVendor::amd,
-                        {program, gpuDetectionOption, amdWay},
-                        amdDeadline,
-                        readGpuReport});
+
+        // A child for nothing would delay every start of a node without GPUs.
+        if (mayHaveAmdGpus(sysfs))
+            ways.push_back({"sysfs",
+                            GpuVendor::amd,
+                            {program, gpuDetectionOption, amdWay},
+                            amdDeadline,
+                            readGpuReport});
     }
 
     return ways;
@@ -148,13 +164,13 @@ DetectedGpus detectGpus()
 {
     const auto program = quelta::platform::executableFile().getFullPathName().toStdString();
     return detectGpus(getGpuWays(program), [](const ProgramStart& start, milliseconds limit) {
-        return runCommand(start, limit, {});
+        return runIfFound(start, limit);
     });
 }
 
 void runGpuDetection(const std::string& way)
 {
-    const auto report = way == amdWay ? readAmdGpus("/sys") : readNvml(platform::getNvmlName());
+    const auto report = way == amdWay ? readAmdGpus(sysfs) : readNvml(platform::getNvmlName());
     std::cout << formatGpuReport(report) << std::flush;
     // Not by returning: a driver may have installed handlers that hang or crash at the exit.
     std::_Exit(std::cout.good() ? 0 : 1);

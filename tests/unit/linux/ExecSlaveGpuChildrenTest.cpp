@@ -94,7 +94,8 @@ TEST_F(GpuChildrenTest, ALibraryThatHangsIsKilled)
     const auto gpus = detect("hang");
     EXPECT_NE(gpus.source, "nvidia-smi");
     ASSERT_FALSE(gpus.notes.empty());
-    EXPECT_EQ(gpus.notes.front(), "NVML hung and was killed after 0.5 s");
+    EXPECT_TRUE(gpus.notes.front().starts_with("NVML hung and was killed after 0."))
+        << gpus.notes.front();
 }
 
 TEST_F(GpuChildrenTest, ALibraryThatPrintsNonsenseIsReplacedByNvidiaSmi)
@@ -149,7 +150,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(GpuChildrenTest, AnNvidiaSmiThatCannotBeStartedIsToldIfNothingIsFound)
 {
     installSmi("#!/no/such/interpreter\n");
-    ways.pop_back(); // this machine may have a GPU of AMD's
+    std::erase_if(ways, [](const GpuWay& way) { return way.vendor == GpuVendor::amd; });
     const auto gpus = detect(nullptr);
     EXPECT_EQ(gpus.vendor, GpuVendor::none);
     EXPECT_EQ(gpus.notes,
