@@ -219,7 +219,8 @@ def test_output_goes_to_the_console_and_the_file(exec_node, hold, tmp_path):
 
 
 def test_endless_line_leaves_memory_flat(exec_node, hold):
-    size = 20_000_000 if programs.ON_WINDOWS else 100_000_000  # Wine's pipes are slow
+    slow = programs.ON_WINDOWS or measure.SANITIZED
+    size = 20_000_000 if slow else 100_000_000
     node = exec_node(
         node={"flags": ""},  # lines of the daemon may get into a piece, which no pipe takes at once
         command=worker("flood", size, "print", "", "print", "online", "hang"),

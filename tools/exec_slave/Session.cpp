@@ -15,7 +15,7 @@ using std::chrono::milliseconds;
 
 /** How often the session looks whether the program has ended. The end of the output usually tells
     earlier; a descendant may keep that open. */
-constexpr milliseconds endPoll{200};
+constexpr milliseconds endPoll{500};
 
 /** After the end of the output, the end of the program is usually reported within a millisecond. */
 constexpr milliseconds endReportLimit{50};
