@@ -117,8 +117,8 @@ test("shows only the states that are pressed", async () => {
 
 /** The distance of a row from the table's upper edge on the screen. */
 const placeOf = (page, node) => page.evaluate((node) => {
-  const row = document.querySelector(`#table tr[data-node="${node}"]`);
-  return row.getBoundingClientRect().top - document.getElementById("table").getBoundingClientRect().top;
+  const topOf = (selector) => document.querySelector(selector).getBoundingClientRect().top;
+  return topOf(`#table tr[data-node="${node}"]`) - topOf("#table");
 }, node);
 
 /** Rows are a fraction of a pixel higher than a whole number of them. */
@@ -170,19 +170,16 @@ test("keeps the focus on a row that comes to another place", async () => {
 });
 
 test("keeps a selected text while the row's node and the order change", async () => {
-  const nodes = [makeNode("a:1"), makeNode("b:1", OWNED), makeNode("c:1")];
+  const nodes = [makeNode("a:1"), makeNode("b:1", { alias: "blue" }), makeNode("c:1")];
   await withPage(browser, nodes, async (page, server) => {
     await page.getByRole("button", { name: "State", exact: true }).click();
-    await eventually(async () => assert.equal((await column(page, "node"))[0], "b:1"));
     await page.evaluate(() => getSelection().selectAllChildren(
-      document.querySelector('#table tr[data-node="b:1"] [data-key="ownerText"] bdi')));
-    server.change("b:1", { roundTripMs: 9, state: "stopping" });
-    server.change("c:1", { state: "silent" });
-    server.change("a:1", { state: "owned" });
+      document.querySelector('#table tr[data-node="b:1"] [data-key="alias"] bdi')));
+    server.change("b:1", { roundTripMs: 9, state: "silent" });
     await eventually(async () =>
-      assert.deepEqual(await column(page, "node"), ["c:1", "a:1", "b:1"]));
+      assert.deepEqual(await column(page, "node"), ["b:1", "a:1", "c:1"]));
     assert.equal(await cell(page, "b:1", "roundTripMs").textContent(), "9.0 ms");
-    assert.equal(await page.evaluate(() => String(getSelection())), "shot 12");
+    assert.equal(await page.evaluate(() => String(getSelection())), "blue");
   });
 });
 

@@ -39,9 +39,9 @@ export function makeFarm(server, count, hours = 5) {
     }
     const name = `render${String(number).padStart(3, "0")}:5130`;
     const { time, ...fields } = entries.at(-1);
-    const alias = ALIASES[number % 4];
+    const alias = ALIASES[number % 4] && `${ALIASES[number % 4]} ${number}`;
     server.nodes.set(name, makeNode(name, { ...fields, since: time, lastChange: time,
-      alias: alias && `${alias} ${number}`, gpus: 1 + number % 4, roundTripMs: 0.3 + chance() * 2 }));
+      alias, gpus: 1 + number % 4, roundTripMs: 0.3 + chance() * 2 }));
     server.history.set(name, entries);
   }
 }

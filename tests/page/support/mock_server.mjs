@@ -84,7 +84,8 @@ export class MockServer {
 
   #send(event, data, viewers = this.#viewers) {
     if (this.isSilent) return;
-    for (const viewer of viewers) viewer.write(`event: ${event}\ndata: ${JSON.stringify(data)}\n\n`);
+    const text = `event: ${event}\ndata: ${JSON.stringify(data)}\n\n`;
+    for (const viewer of viewers) viewer.write(text);
   }
 
   #answer(request, answer) {

@@ -17,6 +17,7 @@ const KIND_NAMES = new Map([["free", "free"], ["owned", "owned"], ["starting", "
 const OWNER_COLORS = 6;
 const MAX_EVENTS = 1000;
 const MAX_HISTORY_MS = 24 * 3600 * 1000;
+const MAX_ENTRIES = 2000; // of one node's history, however often it changes
 
 function kindOf(state) {
   return KINDS.get(state) ?? "waiting";
@@ -145,7 +146,7 @@ class Farm {
     if (last && time < last.time) return;
     entries.push({ time, state: node.state, owner: node.owner, ownerText: node.ownerText });
     const oldest = this.serverTime - MAX_HISTORY_MS;
-    while (entries.length > 1 && entries[1].time < oldest) entries.shift();
+    while (entries.length > MAX_ENTRIES || entries[1]?.time < oldest) entries.shift();
   }
 
   /** The server sends events from now on only; earlier ones follow from the history. */

@@ -50,7 +50,10 @@ class Feed {
     on("node", (data) => this.#farm.setNode(data));
     on("event", (data) => this.#farm.addEvent(data));
     on("removed", (data) => this.#farm.remove(data.node));
-    on("time", (data) => this.#farm.setTime(data.time));
+    on("time", (data) => {
+      this.#farm.setTime(data.time);
+      return false; // the page redraws its clocks by itself
+    });
     source.addEventListener("error", () => {
       if (source === this.#source) this.#lose();
     });
@@ -59,9 +62,9 @@ class Feed {
 
   #take(text, apply) {
     this.#heardAt = performance.now();
-    apply(JSON.parse(text));
+    const isNews = apply(JSON.parse(text)) !== false || this.stale;
     this.stale = false;
-    this.#changed();
+    if (isNews) this.#changed();
   }
 
   async #fetchHistory(source) {

@@ -1,8 +1,9 @@
-// Puts the parts together: one redraw for each animation frame in which something has changed.
+// Puts the parts together. What the user does is drawn with the next frame, what the server tells
+// with at most five frames a second.
 
 const farm = new Farm();
 const filter = new Filter();
-const feed = new Feed(farm, redraw);
+const feed = new Feed(farm, redrawSoon);
 const table = new NodeTable(redraw);
 const timeline = new Timeline(farm, redraw);
 const totals = new Totals(filter, redraw);
@@ -11,7 +12,11 @@ const nodeView = new NodeView(farm);
 const pages = { farm: document.getElementById("farm"), node: document.getElementById("node") };
 const filterInput = document.getElementById("filter");
 
+const REDRAW_EVERY_MS = 200;
+
 let isRedrawDue = false;
+let laterRedraw = 0;
+let drawnAt = -Infinity;
 let farmScroll = 0;
 
 function redraw() {
@@ -19,8 +24,18 @@ function redraw() {
   isRedrawDue = true;
   requestAnimationFrame(() => {
     isRedrawDue = false;
+    drawnAt = performance.now();
     showAll();
   });
+}
+
+function redrawSoon() {
+  if (laterRedraw) return;
+  const wait = Math.max(0, drawnAt + REDRAW_EVERY_MS - performance.now());
+  laterRedraw = setTimeout(() => {
+    laterRedraw = 0;
+    redraw();
+  }, wait);
 }
 
 function showAll() {

@@ -6,6 +6,7 @@ const DENSE_FROM = 40; // more nodes than this begin without a name for every ro
 const HINT = "Point at a row, or press the arrow keys, to read it.";
 
 function defaultRange(farm) {
+  if (!Number.isFinite(farm.historySince)) return 60;
   const minutes = (farm.serverTime - farm.historySince) / 60000;
   return (RANGES.find(([length]) => length >= minutes) ?? RANGES.at(-1))[0];
 }
