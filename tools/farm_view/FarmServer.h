@@ -4,8 +4,8 @@
 // only pass what they are given to the server's thread, so there is no lock. Viewers receive
 // updates in the order of the calls.
 //
-// HttpLimits, RequestLimiter and maxHeaderSize limit what clients can use up. Clients beyond a limit
-// are refused or dropped.
+// HttpLimits, RequestLimiter and maxHeaderSize limit what clients can use up. Clients beyond a
+// limit are refused or dropped.
 #pragma once
 
 #include <cstdint>
