@@ -121,6 +121,7 @@ def test_systemd_unit_restarts_the_daemon_as_its_own_user(unpacked):
     assert settings["ExecStart"].split()[0].endswith("/quelta_daemon")
     assert (settings["Restart"], settings["RestartSec"]) == ("always", "5")
     assert (settings["KillMode"], settings["TimeoutStopSec"]) == ("mixed", "30")
+    assert settings["Delegate"] == "yes"
 
 
 @pytest.mark.parametrize("path", ["SECURITY.md", "packaging/README.txt", "docs/windows.md"])

@@ -89,6 +89,7 @@ TEST(ExecSlavePattern, GroupsAreThoseOfTheFirstMatch)
 {
     EXPECT_EQ(groups("(\\d+)\\.(\\d+)", "v 3.14 and 2.71"), (std::vector<std::string>{"3", "14"}));
     EXPECT_EQ(groups("(a)|(b)", "b"), (std::vector<std::string>{"", "b"}));
+    EXPECT_EQ(groups("a(.*)", "ab\nc"), std::vector<std::string>{"b"});
     EXPECT_EQ(groups("a", "a"), std::vector<std::string>{});
     EXPECT_EQ(groups("(\\d)", "a"), std::vector<std::string>{});
 }
