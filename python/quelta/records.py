@@ -153,8 +153,10 @@ class RecordReader:
     def feed(self, data: bytes) -> list[Record | RecordError]:
         """Returns the records that are now complete, and an error for each invalid one."""
         found: list[Record | RecordError] = []
-        self._pending += b"" if self.is_broken else data
-        while not self.is_broken and self._advance(found):
+        if self.is_broken:
+            return found
+        self._pending += data
+        while self._advance(found):
             pass
         return found
 
@@ -173,7 +175,6 @@ class RecordReader:
         if magic != FRAME_MAGIC:
             found.append(RecordError(f"frame has invalid magic number (0x{magic:08X})"))
             self.is_broken = True
-            self._pending = b""
             return False
         end = _FRAME_HEADER.size + max(length, 0)
         if length > SIZE:
@@ -182,10 +183,8 @@ class RecordReader:
         elif len(self._pending) < end:
             return False
         else:
-            payload, self._pending = (
-                self._pending[_FRAME_HEADER.size : end],
-                self._pending[end:],
-            )
+            payload = self._pending[_FRAME_HEADER.size : end]
+            self._pending = self._pending[end:]
             if length > 0:
                 found.append(_decoded(payload))
         return True

@@ -10,7 +10,7 @@ import signal
 import socket
 from contextlib import contextmanager
 from pathlib import Path
-from typing import Any, AsyncIterator, Iterator
+from typing import Any, AsyncIterator, Generator, Iterator
 
 import hypothesis
 import pytest
@@ -71,6 +71,17 @@ def pytest_runtest_teardown() -> Iterator[None]:
         yield
 
 
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item: pytest.Item) -> Generator[None, Any, None]:
+    """Adds the daemons' output so far to the report of a failure."""
+    report = (yield).get_result()
+    if report.failed and report.when == "call":
+        for node in getattr(item, "funcargs", {}).get("nodes", []):
+            report.sections.append(
+                (f"output of {node.folder.name}", "\n".join(node.output.lines()))
+            )
+
+
 @pytest.fixture(scope="session")
 def ports(tmp_path_factory: pytest.TempPathFactory, worker_id: str) -> Ports:
     own = tmp_path_factory.getbasetemp()
@@ -78,9 +89,13 @@ def ports(tmp_path_factory: pytest.TempPathFactory, worker_id: str) -> Ports:
 
 
 @pytest.fixture
-def make_node(tmp_path: Path, ports: Ports) -> Iterator[MakeNode]:
+def nodes() -> list[Node]:
+    return []
+
+
+@pytest.fixture
+def make_node(nodes: list[Node], tmp_path: Path, ports: Ports) -> Iterator[MakeNode]:
     """Creates serving nodes, which are ended after the test."""
-    nodes: list[Node] = []
 
     def make(**settings: Any) -> Node:
         node = Node(tmp_path / f"node{len(nodes)}", ports.free_block(), **settings)

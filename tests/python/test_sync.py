@@ -1,5 +1,6 @@
 """quelta.sync: the same with a thread, for programs without asyncio."""
 
+import concurrent.futures
 import os
 import signal
 import subprocess
@@ -124,13 +125,31 @@ def test_a_wait_ends_with_the_master(node: Node) -> None:
     assert reasons == [LostReason.RELEASED]
 
 
+def test_a_call_that_the_closing_loop_never_began_ends() -> None:
+    never: concurrent.futures.Future[None] = concurrent.futures.Future()
+    closed: concurrent.futures.Future[None] = concurrent.futures.Future()
+    closed.set_result(None)
+    with pytest.raises(MasterClosedError):
+        sync._wait_for(never, closed)
+
+
+# Tells when the main thread waits, which is where Ctrl-C is to find it.
 SCRIPT = """
 import sys
+import threading
+import time
 from quelta import sync
+
+def report():
+    frame = None
+    while frame is None or frame.f_code.co_name != "wait":
+        time.sleep(0.01)
+        frame = sys._current_frames()[threading.main_thread().ident]
+    print("waiting", flush=True)
 
 with sync.Master() as master:
     with master.hold(sys.argv[1]) as lease:
-        print("held", flush=True)
+        threading.Thread(target=report).start()
         lease.wait()
 """
 
@@ -150,7 +169,7 @@ def test_ctrl_c_gives_the_node_back(make_node: MakeNode, moment: str) -> None:
         assert script.stdout
         node.output.wait_match(r"standin: argument 4: \[[1-9]\d*\]")
         if not starting:
-            assert script.stdout.readline() == "held\n"
+            assert script.stdout.readline() == "waiting\n"
         script.send_signal(signal.SIGINT)
         errors = script.communicate(timeout=HANG_LIMIT)[1]
     finally:
