@@ -50,7 +50,7 @@ TEST_F(ExecSlaveCommandRunTest, ACommandThatFloodsForTooLongIsKilled)
     const auto result =
         runCommand(makeWorkerStart({"flood", "1000000000000"}), milliseconds(300), {});
     EXPECT_EQ(result.outcome, Outcome::timedOut);
-    EXPECT_EQ(result.output.size(), maxOutput);
+    EXPECT_LE(result.output.size(), maxOutput);
 }
 
 TEST_F(ExecSlaveCommandRunTest, ARequestToStopKillsTheCommand)

@@ -55,9 +55,9 @@ inline std::string readUntil(execslave::ContainedProgram& program, const std::st
             break;
 
         output.append(buffer.data(), static_cast<size_t>(count));
+        std::erase(output, '\r');
     }
 
-    std::erase(output, '\r');
     return output;
 }
 
@@ -67,9 +67,10 @@ inline std::string readAll(execslave::ContainedProgram& program)
     return readUntil(program, {});
 }
 
-inline std::string waitForEndText(execslave::ContainedProgram& program)
+inline std::string waitForEndText(execslave::ContainedProgram& program,
+                                  std::chrono::milliseconds limit = endLimit)
 {
-    const auto end = program.waitForEnd(endLimit);
+    const auto end = program.waitForEnd(limit);
     return end ? end->text : "no end";
 }
 

@@ -226,6 +226,7 @@ void ContainedProgram::requestEnd(const std::string&)
 void ContainedProgram::kill()
 {
     TerminateJobObject(tree->job.get(), 1);
+    WaitForSingleObject(tree->process.get(), killLimitMs);
 
     // The job has no event for its last end.
     for (DWORD waited = 0; tree->isAnyRunning() && waited < killLimitMs; ++waited)

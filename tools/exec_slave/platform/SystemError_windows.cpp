@@ -25,6 +25,10 @@ std::string describeSystemError(int number)
 
     auto result = toUtf8({text.data(), length});
 
+    // Some name the file, which the callers do.
+    if (const auto at = result.find("%1"); at != std::string::npos)
+        result.replace(at, 2, "the file");
+
     // The texts end with a full stop and a line break.
     while (!result.empty() &&
            (static_cast<unsigned char>(result.back()) <= ' ' || result.back() == '.'))
