@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import os
 import subprocess
 import tempfile
 import time
@@ -54,6 +55,7 @@ def render_png(number: int, job: Job) -> bytes:
         done = subprocess.run(
             command,
             cwd=folder,
+            env={**os.environ, "PWD": folder},  # Blender believes this rather than the system
             stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE,
             stderr=subprocess.STDOUT,
