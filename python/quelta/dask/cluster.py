@@ -149,10 +149,12 @@ class QueltaCluster(SpecCluster):  # type: ignore[misc]
 
     async def _start_master(self) -> None:
         """Opens a master, and with it the ports that say where the scheduler has to listen."""
+        # An address that is forwarded to this machine is none to listen on.
+        host = self._address if self._address and _is_free(self._address, 0) else None
         for _ in range(self._attempts):
             self._master = await self._exits.enter_async_context(self._new_master())
             numbers = [number + 1 for number in await self._master_ports(self._master)]
-            taken = [number for number in numbers if not _is_free(self._address, number)]
+            taken = [number for number in numbers if not _is_free(host, number)]
             if not taken:
                 break
             await self._exits.aclose()
@@ -161,7 +163,7 @@ class QueltaCluster(SpecCluster):  # type: ignore[misc]
         self.scheduler_spec = {
             "cls": Scheduler,
             "options": {
-                "host": self._address,
+                "host": host,
                 "port": numbers,
                 "dashboard": False,
                 "dashboard_address": ":0",

@@ -1,5 +1,6 @@
 """QueltaCluster with real daemons and real Dask workers: size, results, and who is given back."""
 
+import asyncio
 import os
 import signal
 import subprocess
@@ -184,6 +185,19 @@ def test_says_which_port_is_missing(farm, free_ports, tcp_listener):
     message = f"the scheduler's port {free_ports + 1} is in use, or is none"
     with pytest.raises(AddressError, match=message):
         cluster_on(farm, 1, port=free_ports)
+
+
+def test_listens_everywhere_if_its_address_is_forwarded_to_this_machine(farm):
+    with QueltaCluster(names(farm), address="192.0.2.1") as cluster:
+        (first, *_) = cluster.scheduler.listeners
+        assert first.listen_address.startswith("tcp://0.0.0.0:")
+
+
+async def test_leaves_no_task_behind(farm):
+    async with cluster_on(farm, 1, asynchronous=True) as cluster:
+        async with Client(cluster, asynchronous=True) as client:
+            assert await client.submit(where, 0) == "node1"
+    assert asyncio.all_tasks() == {asyncio.current_task()}
 
 
 def test_leaves_a_node_alone_that_another_master_owns(farm, thief):
