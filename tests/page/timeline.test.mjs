@@ -69,6 +69,18 @@ test("shows the history from before the page was opened", async () => {
   });
 });
 
+test("explains the owners' colors, those of present ones first", async () => {
+  const nodes = [makeNode("a:1", OWNED), makeNode("b:1", OWNED), makeNode("c:1")];
+  await withPage(browser, nodes, async (page, server) => {
+    const gone = { ...OWNED, owner: "10.0.0.9:1", ownerText: "gone" };
+    server.history.set("c:1", [past(30, gone), past(10)]);
+    await page.reload();
+    const legend = page.locator("#legend li");
+    await eventually(async () => assert.deepEqual(await legend.allTextContents(),
+      ["10.0.0.2:21000 (shot 12)2", "10.0.0.9:1 (gone)", "free", "not answering"]));
+  });
+});
+
 test("tells the state under the pointer", async () => {
   await withPage(browser, [makeNode("a:1"), makeNode("b:1", OWNED)], async (page) => {
     const box = await page.locator("#timeline").boundingBox();

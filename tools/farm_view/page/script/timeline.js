@@ -3,6 +3,7 @@
 const RANGES = [[15, "15 min"], [60, "1 h"], [360, "6 h"], [1440, "24 h"]];
 const DENSE_ROW_HEIGHTS = [4, 10];
 const DENSE_FROM = 40; // more nodes than this begin without a name for every row
+const MAX_LEGEND_OWNERS = 12;
 const HINT = "Point at a row, or press the arrow keys, to read it.";
 
 function defaultRange(farm) {
@@ -129,14 +130,7 @@ class Timeline {
   }
 
   #showLegend(nodes) {
-    const owners = new Map();
-    for (const node of nodes) {
-      if (!node.owner) continue;
-      const known = owners.get(node.owner) ?? { text: node.ownerText, count: 0 };
-      known.count += 1;
-      owners.set(node.owner, known);
-    }
-    const present = [...owners].sort((a, b) => b[1].count - a[1].count).slice(0, 12);
+    const present = this.#ownersOf(nodes).slice(0, MAX_LEGEND_OWNERS);
     const kinds = this.#presentKinds();
     const key = JSON.stringify([present, kinds]);
     if (this.#legend.dataset.key === key) return;
@@ -145,8 +139,24 @@ class Timeline {
       make("li", {}, swatch(kind), make("span", { textContent: KIND_NAMES.get(kind) })));
     const items = present.map(([owner, { text, count }]) => make("li", {},
       swatch("owned", this.#farm.look(owner)), isolated(formatOwner(owner, text)),
-      make("span", { textContent: String(count) })));
+      make("span", { textContent: count > 0 ? String(count) : "" })));
     this.#legend.replaceChildren(...items, ...states);
+  }
+
+  /** The owners with the number of their nodes, then those that the rows show from the past. */
+  #ownersOf(nodes) {
+    const owners = new Map();
+    const note = ({ owner, ownerText }, count) => {
+      if (!owner) return;
+      const known = owners.get(owner) ?? { text: ownerText, count: 0 };
+      known.count += count;
+      owners.set(owner, known);
+    };
+    for (const node of nodes) note(node, 1);
+    for (const { entries } of this.#chart.rows) {
+      for (const part of statesBetween(entries, this.#chart.from, this.#chart.to)) note(part, 0);
+    }
+    return [...owners].sort((a, b) => b[1].count - a[1].count);
   }
 
   /** The kinds of states that the rows show; the usual ones are always explained. */
