@@ -3,8 +3,13 @@
 from __future__ import annotations
 
 import asyncio
+import os
+import signal
+import subprocess
+import sys
 import types
 from collections.abc import Coroutine, Generator
+from pathlib import Path
 from typing import Any
 
 import pytest
@@ -125,4 +130,40 @@ def test_a_program_that_ends_gives_its_nodes_back(node: Node) -> None:
                 await asyncio.sleep(0.01)
 
     asyncio.run(main())
+    node.assert_no_slave()
+
+
+SCRIPT = """
+import asyncio
+import sys
+from quelta import Master
+
+async def main():
+    async with Master() as master:
+        async with master.hold(sys.argv[1]) as lease:
+            print("held", flush=True)
+            await lease.lost
+
+asyncio.run(main())
+"""
+
+
+def test_ctrl_c_gives_the_node_back(node: Node) -> None:
+    script = subprocess.Popen(
+        [sys.executable, "-W", "error", "-c", SCRIPT, name_of(node)],
+        env={**os.environ, "PYTHONPATH": str(Path(__file__).resolve().parents[2] / "python")},
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
+        text=True,
+    )
+    try:
+        assert script.stdout and script.stdout.readline() == "held\n"
+        script.send_signal(signal.SIGINT)
+        errors = script.communicate(timeout=HANG_LIMIT)[1]
+    finally:
+        script.kill()
+        script.wait(HANG_LIMIT)
+    assert errors.endswith("KeyboardInterrupt\n")
+    assert script.returncode == -signal.SIGINT
+    node.output.wait_match(r"daemon    : received stop request from master .*")
     node.assert_no_slave()
