@@ -132,7 +132,7 @@ int runDriver(const DriverArguments& arguments)
 
     if (arguments.scenario == "end")
     {
-        std::ofstream(arguments.folder + "/go");
+        const std::ofstream go(arguments.folder + "/go");
         print(describeEnd(*program, limit));
         program->kill();
     }
