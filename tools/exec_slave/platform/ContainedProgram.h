@@ -68,9 +68,9 @@ public:
     /** Waits up to `limit` for the program (not its descendants) to end. */
     std::optional<ProgramEnd> waitForEnd(std::chrono::milliseconds limit);
 
-    /** Asks the program's process group to end. Linux: the signal, such as "TERM" (also sent if the
-        name is unknown). Windows: Ctrl-Break, whatever the name. No-op once the program has
-        ended. */
+    /** Asks the program's process group to end. Linux: the signal, such as "TERM", which is also
+        sent if the name is unknown. Windows: Ctrl-Break, whatever the name. No-op once the program
+        has ended. */
     void requestEnd(const std::string& signal);
 
     /** Kills the whole tree and waits until it is gone, but at most 5 s: a process that waits for
