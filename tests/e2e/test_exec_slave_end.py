@@ -81,7 +81,7 @@ def test_nothing_survives_a_failed_run(exec_node, hold):
 @pytest.mark.parametrize("part", range(PARTS))
 def test_many_runs_leave_nothing(exec_node, make_master, part):
     """200 rounds in all."""
-    node = exec_node(command=worker("hang"), ready={"after": 1})
+    node = exec_node(command=worker("hang"), ready={"after": 1}, stop={"grace": 0.5})
     owner = make_master().join(node)
 
     def count():
