@@ -6,13 +6,11 @@
 #include <compare>
 #include <condition_variable>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <vector>
 
 #include "messages/MasterDaemonMessage.h"
-#include "util/PeerServer.h"
 
 namespace quelta {
 
@@ -58,19 +56,19 @@ private:
     std::vector<PeerEvent> events;
 };
 
-/** Listens on one port. The owner's thread opens, sends and destroys; the server's thread accepts;
-    the lock guards the connections. */
-class MasterListener final : private PeerServer
+/** Listens on one port. One thread accepts and reads all connections, because a farm may have a
+    thousand. The owner's thread opens, sends and destroys. The lock guards the connections. */
+class MasterListener final
 {
 public:
     /** Every event carries `index` as its listener. The inbox must outlive the listener. */
     MasterListener(size_t index, Inbox& eventInbox);
 
     /** Stops listening and closes all connections. */
-    ~MasterListener() override;
+    ~MasterListener();
 
     /** Listens on `port` (0: any free port) of the local address `ip` (0: every interface). Returns
-        false if the port is not available. */
+        false if the port is not available; it may then be called again. */
     bool open(uint32_t ip, uint16_t port);
 
     /** The port that it listens on. */
@@ -81,15 +79,9 @@ public:
 
 private:
     class Connection;
+    class Service;
 
-    juce::InterprocessConnection* acceptConnection() override;
-
-    const size_t listenerIndex;
-    Inbox& inbox;
-
-    std::mutex mutex;
-    uint64_t lastNumber = 0;
-    std::map<uint64_t, std::unique_ptr<Connection>> connections;
+    const std::unique_ptr<Service> service;
 };
 
 } // namespace quelta
