@@ -107,6 +107,12 @@ async def test_adapting_has_the_cluster_retire_workers():
     cluster.scale_down.assert_awaited_once_with(["node1"])
 
 
+def test_adapts_up_to_the_size_of_the_farm(farm):
+    with cluster_on(farm, 0) as cluster:
+        assert cluster.adapt().maximum == 3
+        assert cluster.adapt(maximum=2).maximum == 2
+
+
 def test_counts_nodes_rather_than_cores(farm):
     with cluster_on(farm, 0) as cluster:
         with pytest.raises(ValueError, match="this cluster counts nodes: use minimum and maximum"):

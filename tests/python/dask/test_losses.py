@@ -62,12 +62,17 @@ FAILING = WORKER.replace('"/usr/bin/python3", ', '"/usr/bin/false", ')
 WRONG_NAME = WORKER.replace('"{alias}"', '"somebody"')
 
 
-def test_a_node_whose_worker_cannot_start_is_given_back(make_farm, caplog):
+def test_a_node_whose_worker_cannot_start_is_left_alone_for_a_while(make_farm, caplog):
     farm = make_farm(1, FAILING)
+    lost = f"{farm.nodes[0].name}: lost worker node1: "
+
+    def losses() -> list[float]:
+        return [r.created for r in caplog.records if r.getMessage().startswith(lost)]
+
     with cluster_on(farm, 1) as cluster:
-        lost = f"{farm.nodes[0].name}: lost worker node1: "
-        wait_until(lambda: lost in caplog.text, "the cluster has noticed")
+        wait_until(lambda: len(losses()) > 1, "the worker has failed twice")
         assert workers(cluster) == []
+    assert losses()[1] - losses()[0] >= 2
     assert all_free(farm)
 
 
