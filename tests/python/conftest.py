@@ -5,6 +5,7 @@ The daemons are those of the end-to-end tests, which choose the system and the p
 
 from __future__ import annotations
 
+import itertools
 import os
 import signal
 import socket
@@ -23,6 +24,8 @@ from support.ports import Ports
 
 import quelta
 
+QUICK_TESTS_BETWEEN_SLOW_ONES = 7
+
 # Runs are repeatable, keep no examples and never judge the speed of a machine.
 os.environ["HYPOTHESIS_STORAGE_DIRECTORY"] = str(
     Path(__file__).resolve().parents[2] / "build" / "hypothesis"
@@ -40,7 +43,13 @@ def pytest_configure() -> None:
 
 
 def pytest_collection_modifyitems(items: list[pytest.Item]) -> None:
-    items.sort(key=lambda item: item.get_closest_marker("slow") is None)
+    """Puts the slow tests first, spread out because each worker is given neighbouring tests."""
+    slow = [item for item in items if item.get_closest_marker("slow")]
+    quick = iter([item for item in items if not item.get_closest_marker("slow")])
+    ordered = []
+    for item in slow:
+        ordered += [item, *itertools.islice(quick, QUICK_TESTS_BETWEEN_SLOW_ONES)]
+    items[:] = [*ordered, *quick]
 
 
 @contextmanager

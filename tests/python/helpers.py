@@ -2,16 +2,18 @@
 
 from __future__ import annotations
 
+import asyncio
 import gc
 import os
 from collections.abc import Callable
 
 from support import wire
+from support.limits import HANG_LIMIT
 from support.master import Master as RawMaster
 from support.node import Node
 from support.scenario import GPUS, SLAVE_VERSION
 
-from quelta import Address, NodeState, NodeStatus
+from quelta import Address, Master, NodeState, NodeStatus
 
 MakeNode = Callable[..., Node]
 MakeRawMaster = Callable[..., RawMaster]
@@ -33,6 +35,14 @@ def owned(
 
 def address_of(master: RawMaster) -> Address:
     return Address(*master.address)
+
+
+async def found_by_broadcast(master: Master, address: str) -> list[NodeStatus]:
+    """Repeats the scan until somebody answers: it always takes the whole of its time."""
+    async with asyncio.timeout(HANG_LIMIT):
+        while True:
+            if found := await master.scan(broadcast=address, timeout=1):
+                return found
 
 
 def receive_until(master: RawMaster, kind: int) -> wire.Status:

@@ -3,6 +3,7 @@
 import asyncio
 import threading
 
+import pytest
 from helpers import MakeNode, free, name_of, open_files
 from support.limits import HANG_LIMIT
 from support.node import Node
@@ -19,6 +20,7 @@ async def hold_often(master: Master, node: Node) -> None:
             assert lease.reason is None
 
 
+@pytest.mark.slow
 async def test_a_hundred_leases_leave_no_task_socket_thread_or_slave(make_node: MakeNode) -> None:
     nodes = [make_node() for _ in range(NODES)]
     files, tasks = open_files(), asyncio.all_tasks()

@@ -3,7 +3,7 @@
 from collections.abc import Iterator
 
 import pytest
-from helpers import MakeNode
+from helpers import MakeNode, found_by_broadcast
 from support import namespaces, programs
 from support.limits import HANG_LIMIT
 from support.namespaces import Cable
@@ -70,7 +70,7 @@ async def test_a_node_on_another_machine_is_held_until_the_cable_is_cut(
 async def test_a_broadcast_finds_a_node_on_another_machine(cable: Cable, far_node: Node) -> None:
     with cable.far.entered():
         async with Master() as master:
-            found = await master.scan(broadcast=f"10.231.0.255:{far_node.port}", timeout=3)
+            found = await found_by_broadcast(master, f"10.231.0.255:{far_node.port}")
     assert [status.node for status in found] == [f"{cable.near.address}:{far_node.port}"]
 
 

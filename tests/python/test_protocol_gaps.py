@@ -226,12 +226,12 @@ async def test_an_unconfirmed_stop_is_an_error(master: Master, daemon: FakeDaemo
 async def test_a_connected_node_that_never_answers_is_reported(
     master: Master, daemon: FakeDaemon
 ) -> None:
-    holder = Holder(master, daemon, timeout=0.5)
+    holder = Holder(master, daemon, timeout=2)
     await daemon.join()
     with pytest.raises(NoAnswerError) as caught:
         await holder.task
     assert str(caught.value) == (
-        f"{daemon.name}: is connected, but has not answered within 0.5 s; a daemon answers nobody "
+        f"{daemon.name}: is connected, but has not answered within 2 s; a daemon answers nobody "
         "for up to 12 s while it stops a slave"
     )
 
