@@ -42,6 +42,16 @@ TEST_P(ExecSlaveProgramStateTest, TheProgramLeadsAProcessGroupAndKeepsTheUser)
               "leader\nowner\n");
 }
 
+TEST_P(ExecSlaveProgramStateTest, OnlyTheProgramStaysInItsFolder)
+{
+    if (std::string(GetParam().name) == "PidNamespaceOfUser")
+        GTEST_SKIP() << "the kernel does not show the guardian's folder to the program";
+
+    EXPECT_EQ(run("cd /proc/$PPID; for i in $(seq 500); do\n"
+                  "[ \"$(readlink cwd)\" = / ] && echo free && break; sleep 0.01; done"),
+              "free\n");
+}
+
 INSTANTIATE_TEST_SUITE_P(Ways, ExecSlaveProgramStateTest, testing::ValuesIn(listContainmentWays()),
                          [](const auto& information) { return information.param.name; });
 

@@ -279,6 +279,7 @@ void runGuardian(const GuardianPlan& plan)
     report(plan, Kind::guardian);
     auto program = startProgram(plan);
     close(plan.output);
+    [[maybe_unused]] const auto left = chdir("/"); // only the program may keep its folder in use
     report(plan, Kind::started);
 
     for (;;)
