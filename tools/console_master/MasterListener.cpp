@@ -12,7 +12,7 @@
 #include <thread>
 #include <utility>
 
-#include "farm_view/platform/HttpListener.h"
+#include "farm_view/platform/ExclusiveAddress.h"
 #include "messages/Framing.h"
 #include "util/LittleEndian.h"
 

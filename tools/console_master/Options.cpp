@@ -103,6 +103,30 @@ CLI::Validator acceptedBy(Parse parse, const std::string& what)
         "");
 }
 
+/** Adds the options that only some commands have. */
+void addOptionsOf(Command command, CLI::App& app, RawOptions& raw)
+{
+    if (command == Command::scan || command == Command::watch || command == Command::serve)
+        app.add_option("--broadcast", raw.broadcast, "Send beacons to this broadcast address, too")
+            ->type_name("IP:PORT")
+            ->check(
+                acceptedBy(parseAddress, "an address: give IP:port, for example 10.0.0.255:5130"));
+
+    if (command == Command::stop)
+        app.add_option("--as", raw.actAs,
+                       "Send the request in the name of the master with this address")
+            ->type_name("IP:PORT")
+            ->check(
+                acceptedBy(parseAddress, "an address: give IP:port, for example 10.0.0.2:21000"));
+
+    if (command == Command::serve)
+        app.add_option("--http", raw.httpAddress,
+                       "Address to serve at (default 127.0.0.1:8080; port 0: any free port)")
+            ->type_name("IP:PORT")
+            ->check(acceptedBy(parseListenAddress,
+                               "an address: give IP:port, for example 127.0.0.1:8080"));
+}
+
 void addOptions(CLI::App& app, const CommandText& text, RawOptions& raw, Options& options)
 {
     app.add_option("node", raw.nodes, "Nodes, as host:port")->type_name("HOST:PORT");
@@ -128,27 +152,7 @@ void addOptions(CLI::App& app, const CommandText& text, RawOptions& raw, Options
             "32 bytes or less"));
     app.add_flag("--json", options.json, "Print JSON instead of text");
 
-    if (text.command == Command::scan || text.command == Command::watch ||
-        text.command == Command::serve)
-        app.add_option("--broadcast", raw.broadcast, "Send beacons to this broadcast address, too")
-            ->type_name("IP:PORT")
-            ->check(
-                acceptedBy(parseAddress, "an address: give IP:port, for example 10.0.0.255:5130"));
-
-    if (text.command == Command::stop)
-        app.add_option("--as", raw.actAs,
-                       "Send the request in the name of the master with this address")
-            ->type_name("IP:PORT")
-            ->check(
-                acceptedBy(parseAddress, "an address: give IP:port, for example 10.0.0.2:21000"));
-
-    if (text.command == Command::serve)
-        app.add_option("--http", raw.httpAddress,
-                       "Address to serve at (default 127.0.0.1:8080; port 0: any free port)")
-            ->type_name("IP:PORT")
-            ->check(acceptedBy(parseListenAddress,
-                               "an address: give IP:port, for example 127.0.0.1:8080"));
-
+    addOptionsOf(text.command, app, raw);
     app.footer(std::string(text.footer) + "\n\n" + exitStatuses + "\n");
 }
 

@@ -14,7 +14,7 @@
 #include "farm_view/HttpConnection.h"
 #include "farm_view/RequestLimiter.h"
 #include "farm_view/Responder.h"
-#include "farm_view/platform/HttpListener.h"
+#include "farm_view/platform/ExclusiveAddress.h"
 #include "farm_view/platform/ReadProcess.h"
 
 namespace quelta::farmview {

@@ -1,4 +1,4 @@
-// Prepares the socket that accepts viewers.
+// Prepares sockets that listen.
 #pragma once
 
 #include <boost/asio/ip/tcp.hpp>

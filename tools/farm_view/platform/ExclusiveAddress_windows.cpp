@@ -1,4 +1,4 @@
-#include "farm_view/platform/HttpListener.h"
+#include "farm_view/platform/ExclusiveAddress.h"
 
 namespace quelta::farmview {
 
