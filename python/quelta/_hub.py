@@ -72,22 +72,26 @@ class Hub:
 
     async def close(self) -> None:
         """Gives every node back, then closes every socket. The listeners stay open until the end:
-        a daemon that cannot reach its owner stops the slave."""
+        a daemon that cannot reach its owner stops the slave. Cancellation takes effect then."""
         self._closed = True
-        try:
-            for link in self._registry.links:
-                if link.machine.holding:
-                    link.machine.holding.release(self.now())
-                    self.pump(link)
-            for link in self._registry.links:
+        cancelled: asyncio.CancelledError | None = None
+        for link in self._registry.links:
+            if link.machine.holding:
+                link.machine.holding.release(self.now())
+                self.pump(link)
+        for link in self._registry.links:
+            try:
                 await link.until_in_any_case(link.has_no_lease)
-        finally:
-            for stream in list(self.streams):
-                stream.end()
-            self.streams.clear()
-            self._ticker.cancel()
-            self._beacons.close()
-            await self._registry.close()
+            except asyncio.CancelledError as request:
+                cancelled = request
+        for stream in list(self.streams):
+            stream.end()
+        self.streams.clear()
+        self._ticker.cancel()
+        self._beacons.close()
+        await self._registry.close()
+        if cancelled:
+            raise cancelled
 
     async def begin_broadcast(self, address: str) -> Broadcast:
         """Takes daemons that connect from now on, and that nobody has named, for nodes."""
@@ -147,7 +151,7 @@ class Hub:
             hints.insert(0, f"{link.listener.ip} is no address of this machine")
         if self._strangers:
             strangers = ", ".join(sorted(self._strangers))
-            hints.append(f"{strangers} has connected instead, so name the node by that address")
+            hints.append(f"if it has connected from {strangers}, name it by that address")
         return MasterUnreachableError(f"{where}: {'; '.join(hints)}", link.name)
 
     # What the listeners' connections report.

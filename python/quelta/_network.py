@@ -119,6 +119,14 @@ def _detect_loss(connection: socket.socket) -> None:
             connection.setsockopt(socket.IPPROTO_TCP, getattr(socket, name), value)
 
 
+def is_address(host: str) -> bool:
+    try:
+        ipaddress.IPv4Address(host)
+    except ValueError:
+        return False
+    return True
+
+
 def is_loopback(ip: str) -> bool:
     return ipaddress.IPv4Address(ip).is_loopback
 
@@ -144,12 +152,11 @@ def own_address_towards(ip: str) -> str:
 
 async def look_up(host: str) -> str:
     """Returns the IPv4 address of a host. Raises OSError."""
-    try:
-        return str(ipaddress.IPv4Address(host))
-    except ValueError:
-        loop = asyncio.get_running_loop()
-        found = await loop.getaddrinfo(host, None, family=socket.AF_INET, type=socket.SOCK_DGRAM)
-        return str(found[0][4][0])
+    if is_address(host):
+        return host
+    loop = asyncio.get_running_loop()
+    found = await loop.getaddrinfo(host, None, family=socket.AF_INET, type=socket.SOCK_DGRAM)
+    return str(found[0][4][0])
 
 
 def beacon_socket() -> socket.socket:

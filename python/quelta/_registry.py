@@ -81,8 +81,9 @@ class Registry:
 
     async def broadcast(self, name: str) -> Broadcast:
         """Prepares a broadcast. Its nodes connect to the first listener."""
-        host, port = split_node(name)
-        ip = await _look_up(host, name, 0)
+        ip, port = split_node(name)
+        if not _network.is_address(ip):
+            raise AddressError("give IP:port, for example 10.0.0.255:5130", name)
         async with self._opening:
             listener = await self._listener(self._announced_towards(ip, name), 0, name)
         return Broadcast(ip, port, listener)

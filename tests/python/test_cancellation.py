@@ -8,7 +8,7 @@ import signal
 import subprocess
 import sys
 import types
-from collections.abc import Coroutine, Generator
+from collections.abc import Callable, Coroutine, Generator
 from pathlib import Path
 from typing import Any
 
@@ -24,13 +24,16 @@ AT_SUSPENSION, AT_RESUMPTION = "at suspension", "at resumption"
 
 
 class Interrupted:
-    """Runs a coroutine and cancels its task at the nth await that suspends it.
+    """Runs a coroutine and cancels its task at the nth await that suspends it in a stage.
 
     At suspension the cancellation cancels what is awaited; at resumption that has just ended.
     """
 
-    def __init__(self, coroutine: Coroutine[Any, Any, None], at: int, when: str) -> None:
+    def __init__(
+        self, coroutine: Coroutine[Any, Any, None], in_stage: Callable[[], bool], at: int, when: str
+    ) -> None:
         self.coroutine = coroutine
+        self.in_stage = in_stage
         self.at = at
         self.when = when
         self.count = 0
@@ -43,17 +46,18 @@ class Interrupted:
                 awaited = self.coroutine.throw(error) if error else self.coroutine.send(None)
             except StopIteration:
                 return
-            self.count += 1
+            self.count += self.in_stage()
+            due = self.count == self.at and self.in_stage()
             task = asyncio.current_task()
             assert task
-            if self.count == self.at and self.when == AT_SUSPENSION:
+            if due and self.when == AT_SUSPENSION:
                 task.cancel()
             try:
                 yield awaited
                 error = None
             except BaseException as raised:
                 error = raised
-            if self.count == self.at and self.when == AT_RESUMPTION:
+            if due and self.when == AT_RESUMPTION:
                 error = asyncio.CancelledError()
 
 
@@ -61,33 +65,34 @@ async def hold(master: Master, node: Node, steps: list[str]) -> None:
     # The name is looked up, which is one more await than for an address.
     async with master.hold(f"localhost:{node.port}", timeout=HANG_LIMIT, stop_timeout=HANG_LIMIT):
         steps.append("held")
-        await asyncio.sleep(0.1)
+        await asyncio.sleep(0)
+        steps.append("leaving")
     steps.append("given back")
 
 
 @pytest.mark.slow
 @pytest.mark.parametrize("when", [AT_SUSPENSION, AT_RESUMPTION])
-async def test_every_await_gives_the_node_back(node: Node, when: str) -> None:
-    seen: set[tuple[str, ...]] = set()
-    for at in range(1, 1000):
+@pytest.mark.parametrize("stage", [[], ["held"], ["held", "leaving"]], ids=len)
+async def test_every_await_gives_the_node_back(node: Node, stage: list[str], when: str) -> None:
+    cancelled = True
+    at = 0
+    while cancelled:
+        at += 1
         async with Master(text="td") as master:
             steps: list[str] = []
-            interrupted = Interrupted(hold(master, node, steps), at, when)
+            interrupted = Interrupted(hold(master, node, steps), lambda: steps == stage, at, when)
 
             async def run() -> None:
                 await interrupted.run()
 
             task = asyncio.create_task(run())
             await asyncio.wait({task})
+            cancelled = task.cancelled()
+            assert cancelled == (interrupted.count >= at)
+            assert steps == (stage if cancelled else ["held", "leaving", "given back"])
             assert await master.scan(name_of(node), HANG_LIMIT) == [free(node)]
             assert node.slave_processes() == []
-            assert task.cancelled() == (interrupted.count >= at)
-            seen.add(tuple(steps))
-        if not task.cancelled():
-            break
-    assert at > 4
-    # Before the slave runs, inside the block or at its end, and once without a cancellation.
-    assert seen == {(), ("held",), ("held", "given back")}
+    assert at > 1
 
 
 async def test_repeated_cancellation_does_not_abandon_the_node(make_node: MakeNode) -> None:
@@ -100,10 +105,30 @@ async def test_repeated_cancellation_does_not_abandon_the_node(make_node: MakeNo
         while not task.done():
             task.cancel()
             await asyncio.sleep(0.01)
-        assert task.cancelled() and steps == ["held"]
+        assert task.cancelled() and "given back" not in steps
         node.slave_report("stopping in 1500 ms")
         assert node.slave_processes() == []
         assert await master.scan(name_of(node), HANG_LIMIT) == [free(node)]
+
+
+async def test_a_master_whose_end_is_cancelled_gives_every_node_back(make_node: MakeNode) -> None:
+    nodes = [
+        make_node(plays=scenario(settings=f"on-stop exit-after {time}")) for time in (1000, 3000)
+    ]
+
+    async def use() -> None:
+        async with Master(text="td") as master:
+            for node in nodes:
+                await master.hold(name_of(node), timeout=HANG_LIMIT).__aenter__()
+
+    task = asyncio.create_task(use())
+    for node in nodes:
+        await asyncio.to_thread(node.output.wait_match, r"standin: stopping in \d+ ms")
+    task.cancel()
+    await asyncio.wait({task})
+    assert task.cancelled()
+    for node in nodes:
+        node.assert_no_slave()
 
 
 async def test_a_time_limit_around_the_block_gives_the_node_back(

@@ -109,5 +109,5 @@ async def test_a_node_that_connects_from_another_address_is_named(
                 async with master.hold(name, timeout=3):
                     pass
     assert str(caught.value).endswith(
-        f"; {cable.near.address} has connected instead, so name the node by that address"
+        f"; if it has connected from {cable.near.address}, name it by that address"
     )

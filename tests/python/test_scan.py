@@ -99,6 +99,12 @@ async def test_a_broadcast_adds_to_the_named_nodes(node: Node, master: Master) -
     assert [status.node for status in found] == [name]
 
 
+async def test_a_broadcast_goes_to_an_address(master: Master) -> None:
+    with pytest.raises(AddressError) as caught:
+        await master.scan(broadcast="localhost:5130")
+    assert str(caught.value) == "localhost:5130: give IP:port, for example 10.0.0.255:5130"
+
+
 async def test_an_unanswered_broadcast_finds_nothing(master: Master, ports: Ports) -> None:
     assert await master.scan(broadcast=f"127.0.0.1:{ports.free_block()}", timeout=0.5) == []
 
