@@ -12,6 +12,7 @@
 #include <string>
 
 #include "support/FarmView.h"
+#include "support/HangGuard.h"
 
 namespace quelta::farmview {
 
@@ -110,6 +111,9 @@ protected:
     }
 
     std::unique_ptr<FarmServer> server;
+
+private:
+    const test::HangGuard guard;
 };
 
 TEST_F(FarmViewServer, SendsChangesInOrderAfterAllNodes)
