@@ -7,7 +7,7 @@ import io
 from collections.abc import Sequence
 from pathlib import Path
 
-from PIL import Image, ImageChops
+from PIL import Image, ImageChops, ImageStat
 
 GAP = 3
 BACKGROUND = (17, 20, 31)
@@ -21,12 +21,12 @@ def checksum(png: bytes) -> str:
         return hashlib.sha256(repr(pixels.size).encode() + pixels.tobytes()).hexdigest()
 
 
-def largest_difference(png: bytes, other: bytes) -> int:
-    """Returns by how much two pictures differ in any colour of any pixel: 0 to 255."""
+def mean_difference(png: bytes, other: bytes) -> float:
+    """Returns by how much two pictures differ on average in the worst colour: 0 to 255."""
     one, two = opened([png, other])
     if one.size != two.size:
-        return 255
-    return max(high for _, high in ImageChops.difference(one, two).getextrema())
+        return 255.0
+    return max(ImageStat.Stat(ImageChops.difference(one, two)).mean)
 
 
 def opened(pngs: Sequence[bytes]) -> list[Image.Image]:

@@ -6,7 +6,7 @@ import pytest
 import timeline
 from frames import Frame
 from PIL import Image, PngImagePlugin
-from pictures import checksum, largest_difference, save_contact_sheet
+from pictures import checksum, mean_difference, save_contact_sheet
 from progress import Progress, bar
 from recorder import Recorder
 from results import compare
@@ -47,14 +47,14 @@ def test_every_missing_and_every_different_frame_is_told(recorder):
     recorder.frame_done(Frame(2, "node2", 0, 1, bad))
     assert compare(recorder, [good] * 3, tolerance=0) == [
         "frame 1 is missing",
-        "frame 2, rendered by node2, differs by 4",
+        "frame 2, rendered by node2, differs by 4.0000",
     ]
     assert compare(recorder, [good] * 3, tolerance=4) == ["frame 1 is missing"]
 
 
 def test_pictures_of_different_sizes_are_as_different_as_can_be():
-    assert largest_difference(png(size=(4, 2)), png(size=(2, 4))) == 255
-    assert largest_difference(png((1, 9, 1)), png((3, 2, 1))) == 7
+    assert mean_difference(png(size=(4, 2)), png(size=(2, 4))) == 255
+    assert mean_difference(png((1, 9, 1)), png((3, 2, 1))) == 7
 
 
 def test_a_contact_sheet_has_a_row_for_every_eight_frames(tmp_path):
