@@ -7,7 +7,7 @@ import sys
 from itertools import count
 from pathlib import Path
 
-import bpy  # type: ignore[import]
+import bpy
 
 folder = Path(sys.argv[sys.argv.index("--") + 1])
 scene = bpy.context.scene

@@ -112,7 +112,7 @@ def test_nothing_is_left_running(render):
 def test_ctrl_c_ends_daemons_and_workers(tmp_path):
     with start("--output", str(tmp_path), "--frames", "24", start_new_session=True) as process:
         try:
-            for line in process.stdout:
+            for line in process.stdout or ():
                 if line.startswith("farm: 3."):
                     break
             wait_until(lambda: len(processes_in(tmp_path)) > 4, "workers start")
