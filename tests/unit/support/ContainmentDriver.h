@@ -27,6 +27,9 @@ protected:
             GTEST_SKIP() << "not possible here: " << probe.readAllProcessOutput();
     }
 
+    /** Reaps the driver, or later tests would see it among the children of this process. */
+    void TearDown() override { EXPECT_TRUE(driver.waitForProcessToFinish(limitMs)); }
+
     void start(const juce::String& scenario, const juce::String& end)
     {
         const auto program = juce::File::getSpecialLocation(juce::File::currentExecutableFile)
