@@ -22,6 +22,7 @@ SYSTEM_LIBRARIES = {
     "advapi32.dll",
     "kernel32.dll",
     "msvcrt.dll",
+    "mswsock.dll",
     "ole32.dll",
     "oleaut32.dll",
     "rpcrt4.dll",

@@ -4,6 +4,7 @@
 
 #include "slave/SlaveMonitor.h"
 #include "support/Children.h"
+#include "support/ContainmentWays.h"
 #include "support/Descriptors.h"
 #include "support/StandardStreamCapture.h"
 #include "support/ThreadedTest.h"
@@ -92,6 +93,9 @@ TEST_F(ExecSlaveSessionTest, ManyRunsLeaveNoDescriptorThreadOrProcess)
 
 TEST_F(ExecSlaveSessionTest, TheProgramsStatusIsReturned)
 {
+    if (!test::programsCanBeAskedToEnd())
+        GTEST_SKIP() << "Wine delivers no Ctrl-Break";
+
     const test::StandardStreamCapture output(stdout);
     setup.configuration.command = {workerPath(), "on-stop", "0", "print", "online", "hang"};
     setup.configuration.ready.line = "^online$";

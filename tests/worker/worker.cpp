@@ -95,11 +95,11 @@ void writeBytes(const std::string& hex)
     write({static_cast<const char*>(bytes.getData()), bytes.getSize()});
 }
 
-void flood(size_t count)
+void flood(uint64_t count)
 {
     const std::string piece(65536, 'x');
 
-    for (; count > 0; count -= std::min(count, piece.size()))
+    for (; count > 0; count -= std::min<uint64_t>(count, piece.size()))
         write(piece.substr(0, count));
 }
 
@@ -137,7 +137,7 @@ milliseconds toMilliseconds(const std::string& text)
 const std::map<std::string, Step> steps{
     {"print", {true, [](const std::string& text) { write(text + "\n"); }}},
     {"bytes", {true, writeBytes}},
-    {"flood", {true, [](const std::string& text) { flood(std::stoul(text)); }}},
+    {"flood", {true, [](const std::string& text) { flood(std::stoull(text)); }}},
     {"folder",
      {false,
       [](const std::string&) {
