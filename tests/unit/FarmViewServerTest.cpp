@@ -13,6 +13,7 @@
 
 #include "support/FarmView.h"
 #include "support/HangGuard.h"
+#include "support/Wine.h"
 
 namespace quelta::farmview {
 
@@ -221,6 +222,9 @@ TEST_F(FarmViewServer, DropsViewersThatDoNotRead)
 
 TEST_F(FarmViewServer, DropsViewersThatAreTooSlow)
 {
+    if (test::runsUnderWine())
+        GTEST_SKIP() << "the end of a large send can crash Wine's server";
+
     open({.connections = 1, .events = std::chrono::milliseconds(50), .unreadBytes = 100'000'000});
     const auto slow = openEvents();
     server->showEvent(std::string(50'000'000, 'x'));

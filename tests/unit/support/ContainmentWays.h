@@ -36,9 +36,6 @@ extern const char* const killText;
 extern const char* const missingFileText;
 extern const char* const noProgramText;
 
-/** Whether a request to end reaches programs. */
-bool programsCanBeAskedToEnd();
-
 /** Lets all users write to a folder. */
 void makePublic(const std::string& folder);
 

@@ -40,11 +40,6 @@ const char* const killText = "signal 9 (Killed)";
 const char* const missingFileText = "No such file or directory";
 const char* const noProgramText = "Exec format error";
 
-bool programsCanBeAskedToEnd()
-{
-    return true;
-}
-
 void makePublic(const std::string& folder)
 {
     chmod(folder.c_str(), 0777);

@@ -1,18 +1,11 @@
 #include "ContainmentWays.h"
 
-#include <windows.h>
-
 namespace quelta::test {
 
 const char* const crashText = "exit status 0xC0000005";
 const char* const killText = "exit status 1";
 const char* const missingFileText = "File not found";
 const char* const noProgramText = "Bad EXE format for the file";
-
-bool programsCanBeAskedToEnd()
-{
-    return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") == nullptr;
-}
 
 void makePublic(const std::string&) {}
 

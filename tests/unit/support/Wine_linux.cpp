@@ -1,0 +1,10 @@
+#include "Wine.h"
+
+namespace quelta::test {
+
+bool runsUnderWine()
+{
+    return false;
+}
+
+} // namespace quelta::test
