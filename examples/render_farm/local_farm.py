@@ -12,6 +12,7 @@ import signal
 import socket
 import subprocess
 import time
+from contextlib import suppress
 from pathlib import Path
 from typing import IO
 
@@ -89,7 +90,8 @@ class LocalNode:
         assert self._process
         slaves = children_of(self._process.pid)
         for process in (self._process.pid, *slaves):
-            os.kill(process, signal.SIGKILL)
+            with suppress(ProcessLookupError):  # a slave may end with its daemon
+                os.kill(process, signal.SIGKILL)
         self._process.wait(LIMIT)
 
     def ask_to_end(self) -> None:
