@@ -228,6 +228,7 @@ def test_endless_line_leaves_memory_flat(exec_node, hold):
     )
     master = hold(node)
     master.wait("running")
+    node.output.wait("online")  # the last line; the program is ready before it has been passed on
     pieces = [line for line in node.output.lines() if line.startswith("x")]
     assert {len(piece) for piece in pieces[:-1]} == {8192}
     assert sum(map(len, pieces)) == size
